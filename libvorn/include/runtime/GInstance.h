@@ -1,0 +1,84 @@
+// The blackboard: named values with a persist flag and a timestamp, named queues, and watchers that are told on the
+// user-interface thread. Names are folded (ASCII capitals); values are bytes, text is UTF-8. Any thread; one recursive lock, held
+// for one call or between open and close.
+#pragma once
+
+#include "base/GUtil.h"
+#include "platform/GNotify.h"
+#include "runtime/GHTTPHeaders.h"
+#include "runtime/GThreadSafeObject.h"
+
+#include <deque>
+#include <map>
+
+class GInstance : public GThreadSafeObject
+{
+public:
+    explicit GInstance( const GWString& filename ); // Precondition "filename.size( )". Loads the file if it exists.
+    ~GInstance( ) override;                             // Saves.
+
+    void save( );
+    void logDump( );
+
+    // Assigns and notifies only if the text differs; if equal, persist and timestamp stay too.
+    void set( GWStringView name, const GString& value, bool persist = false );
+    void set( GWStringView name, GWStringView value, bool persist = false );
+    void set( GWStringView name, const char16_t* value, bool persist = false ) { set( name, GWStringView( value ), persist ); }
+    void set( GWStringView name, const GWString& value, bool persist = false ) { set( name, GWStringView( value ), persist ); }
+    void set( GWStringView name, const GStringList& list, bool persist = false );
+    void set( GWStringView name, int64_t value, bool persist = false );
+    void set( GWStringView name, int value, bool persist = false ) { set( name, static_cast<int64_t>( value ), persist ); }
+    // Assigns and notifies always.
+    void setRaw( GWStringView name, const char* bytes, int length, bool persist = false );
+
+    GWString get( GWStringView name );
+    void get( GWStringView name, GWString& out );
+    void get( GWStringView name, GString& out );
+    bool get( GWStringView name, GStringList& list );
+    bool get( GWStringView name, GStringVector& vector );
+    GString getRaw( GWStringView name );
+    uint64_t getTimestamp( GWStringView name );
+    bool isSet( GWStringView name );
+    bool contains( GWStringView name, GWStringView item );
+    bool test( GWStringView name );
+    int64_t calc( GWStringView name );
+
+    void insert( GWStringView name, GWStringView item ); // Always leaves the value non-persistent.
+    void remove( GWStringView name, GWStringView item );
+    GString& open( GWStringView name ); // Takes the lock and keeps it until close.
+    void close( GWStringView name, bool notify );
+    void clear( GWStringView name ); // One name, or with a trailing "*" every name that begins so.
+
+    void enqueue( GWStringView name, const GString& item );
+    void enqueue( GWStringView name, const GHTTPHeaders& message );
+    bool dequeue( GWStringView name, GString& out );
+    bool index( GWStringView name, int i, GString& out );
+    int length( GWStringView name );
+
+    void watch( GWStringView name, GNotifyHandle notify, int arg );
+    void unwatch( GWStringView name, GNotifyHandle notify, int arg );
+
+    // True when the shipped settings turn the named remedy on, e.g. u"Robust_Signalling".
+    bool isRobust( GWStringView name ) { return test( name ); }
+
+private:
+    struct Value
+    {
+        GString value;
+        bool persist = false;
+        uint64_t timestamp = 0;
+    };
+    struct Watcher
+    {
+        GNotifyHandle notify;
+        int arg;
+    };
+    void _load( );
+    void _notify( const GWString& lname );
+    Value* _find( GWStringView name );
+
+    GWString _filename;
+    std::map<GWString, Value, std::less<>> _nameValueMap;
+    std::map<GWString, std::deque<GString>, std::less<>> _queueMap;
+    std::map<GWString, std::list<Watcher>, std::less<>> _watchMap;
+};
