@@ -1,0 +1,71 @@
+// A stack of clip-and-offset frames over a 32-bit image that the window owns; the same stack paints the map that tells which input
+// handler owns each pixel. Layers are premultiplied GIT_RGBA32. Positions are relative to the top frame; every operation asserts
+// that the stack is not empty. Lives for one render, on the user-interface thread; pixels and input maps are borrowed.
+#pragma once
+
+#include "base/GRect.h"
+#include "image/GColor.h"
+#include "image/GImage.h"
+
+#include <deque>
+
+class GFont;
+class IGInputHandler;
+
+class GImageStack
+{
+public:
+    GImageStack( );
+
+    // A new layer of type GIT_RGBA32, at least 1 by 1; resets the dirty rectangle. `inputMap` holds width * height pointers.
+    void pushLayer( const GImageFormat& format, char* pixels, IGInputHandler** inputMap );
+    // A frame at `rect` of the current one, clipped by it. Precondition: right >= left and bottom >= top.
+    void pushTarget( const GRect& rect );
+    void pop( );
+    bool empty( ) const { return _frames.empty( ); }
+
+    void getPosition( int& x, int& y ) const;
+    void getDimensions( int& width, int& height ) const;
+    // The changed part of the layer; GRectAccumulator( ) when nothing was drawn.
+    const GRect& getDirtyRect( ) const { return _dirty; }
+
+    // Draws `sourceRect` of an image of any raw RGB or gray type. `mode` is a set of GIC_* flags.
+    void drawBitmap( const GImageFormat& format, const char* pixels, const GRect& sourceRect, int mode );
+    void drawBitmap( const GImageFormat& format, const char* pixels, const GRect& sourceRect, const GRect& destRect,
+                     int mode );
+    // Fills the frame from one colour (0xAARRGGBB) to another. With `alphaOnly` only the alpha of what stands there becomes the
+    // gradient's: the pixels keep their straight colours.
+    void drawGradient( uint32_t from, uint32_t to, bool vertical, bool alphaOnly );
+    // The height of the text.
+    int drawText( const GWString& text, GFont& font, const GRect& rect );
+    int drawText( const GWString& text, GFont& font );
+    void drawHorizLine( int x, int y, int width, uint32_t colour );
+    void drawRect( const GRect& rect, uint32_t colour );
+    void fillRect( const GRect& rect, uint32_t colour );
+    void invertRect( const GRect& rect );
+    // The same with colour texts such as "#000000FF".
+    void drawHorizLine( int x, int y, int width, GWStringView colour )
+    {
+        drawHorizLine( x, y, width, GColorFromText( colour ) );
+    }
+    void drawRect( const GRect& rect, GWStringView colour ) { drawRect( rect, GColorFromText( colour ) ); }
+    void fillRect( const GRect& rect, GWStringView colour ) { fillRect( rect, GColorFromText( colour ) ); }
+
+    // Makes `handler` the owner of every pixel of the frame; the last writer wins.
+    void setInputHandler( IGInputHandler* handler );
+
+private:
+    struct Frame
+    {
+        GRect rect;
+        GImageFormat format;
+        char* pixels = nullptr;
+        IGInputHandler** inputMap = nullptr;
+    };
+    bool _drawable( ) const;
+    GRect _moved( const GRect& rect ) const;
+    void _touch( const GRect& rect );
+
+    std::deque<Frame> _frames;
+    GRect _dirty;
+};
