@@ -1,0 +1,35 @@
+// The listener that makes the preview pictures of the own camera and microphone on the blackboard, at most one a second each.
+// Frames come on capture threads; the object's lock serialises them.
+#pragma once
+
+#include "platform/GAVCapture.h"
+#include "runtime/GInstance.h"
+
+class GLocalCapture : public GThreadSafeObject, public IGCaptureVideoListener, public IGCaptureAudioListener
+{
+public:
+    explicit GLocalCapture( GInstance* instance );
+
+    void onVideoFrame( uint64_t timestamp, const GImageFormat& format, const char* buffer, int length ) override;
+    void onAudioFrame( uint64_t timestamp, const GAudioFormat& format, const char* buffer, int length ) override;
+    // With `reset`: forgets everything and shows the default profile picture. Paints static while no real picture has come.
+    void update( bool reset );
+
+    bool enableVideoPreview = false;
+    bool enableAudioPreview = false;
+
+private:
+    bool _isPreviewDue( bool enabled, uint64_t last ) const;
+    void _reset( );
+    void _drawLevel( const char* buffer, int samples );
+    void _writeStatic( );
+
+    GInstance* _instance;
+    uint64_t _myLastFrameOutputTimestamp = UINT64_MAX;
+    uint64_t _lastVideoPreview = 0;
+    uint64_t _lastAudioPreview = 0;
+    GImageFormat _imageFormat;
+    GAudioFormat _audioFormat = { 0, 0, 0 };
+    GString _rgb;
+    GString _audioImage;
+};

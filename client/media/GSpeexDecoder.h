@@ -1,0 +1,29 @@
+// Decodes Speex packets into 16-bit mono samples. All decoders share one float buffer, which is safe only because all of them run
+// on the playback service's thread. Bytes of a peer that the codec refuses are told by the result.
+#pragma once
+
+#include "client/media/GWaveFormat.h"
+#include "runtime/GObject.h"
+
+#include <speex/speex.h>
+
+class GSpeexDecoder : public GHeapObject
+{
+public:
+    // The codebook: the sample rate in 4 bytes, 8000 to 48000 tested by the caller. Assertion "headerPacketLength == sizeof(int)".
+    GSpeexDecoder( const char* headerPacket, int headerPacketLength );
+    ~GSpeexDecoder( ) override;
+
+    // Replaces `out` with the samples of one packet. False, after a warning, for a packet whose length does not match or that holds
+    // fewer than two frames. Precondition "fromSpeexBytes && numSpeexBytes".
+    bool decode( const char* fromSpeexBytes, int numSpeexBytes, GString& out );
+    const GWaveFormat& getWaveFormat( ) const { return _waveFormat; }
+
+private:
+    int _decodeFrames( );
+
+    GWaveFormat _waveFormat;
+    SpeexBits _bits;
+    void* _decoderState;
+    int _frameSize = 0;
+};

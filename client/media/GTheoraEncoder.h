@@ -1,0 +1,41 @@
+// Encodes camera pictures into Theora frames that stand by themselves: the codec's set-up, the codebook, depends only on the
+// output size, so it never travels with the frames. One thread: its stream's.
+#pragma once
+
+#include "base/GRect.h"
+#include "client/media/GTheoraDecoder.h"
+#include "image/GImageFormat.h"
+
+#include <memory>
+
+// Writes the three set-up packets. Preconditions "width && height", "!(width % 16)", "!(height % 16)", "!buffer.size( )".
+void GTheoraEncoder_generateCodebook( int width, int height, GString& buffer );
+
+class GTheoraEncoder : public GHeapObject
+{
+public:
+    // Crops the source to `cropRect` and scales that to the output size, a multiple of 16.
+    GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect& cropRect, int outputWidth, int outputHeight, int fps );
+    ~GTheoraEncoder( ) override;
+
+    // Replaces `packetBuffer` with one serialized frame; empty for a source that is neither GIT_RGB24 nor GIT_YUY2, after a warning.
+    // Precondition "sampleBuffer && length >= 0". Allocates nothing once its buffers have grown.
+    void encode( const char* sampleBuffer, int length, GString& packetBuffer );
+    int getOutputWidth( ) const { return _outputWidth; }
+    int getOutputHeight( ) const { return _outputHeight; }
+
+private:
+    bool _fillPlanes( const char* sampleBuffer, int length );
+    void _verify( const GString& packetBuffer );
+
+    GImageFormat _srcImageFormat;
+    GRect _cropRect;
+    int _outputWidth;
+    int _outputHeight;
+    theora_info _encoderInfo;
+    theora_state _theoraState;
+    std::unique_ptr<GTheoraDecoder> _debug_decoder;
+    GString _cropped;
+    GString _planar;
+    GString _scaled;
+};

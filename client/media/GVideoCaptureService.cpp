@@ -1,0 +1,266 @@
+#include "client/media/GVideoCaptureService.h"
+
+#include "client/drawing/GImageGDI.h"
+#include "client/drawing/GImageTools.h"
+
+namespace
+{
+constexpr int LOOP_MS = 50;
+constexpr int PRIORITY = 2;
+constexpr int BYTES_PER_SAMPLE = 2;
+constexpr int FREQUENCY = 22000;
+constexpr int FPS = 7;
+constexpr char16_t QUEUE[] = u"GVideoCaptureService_commandQueue";
+constexpr char16_t NO_AUDIO[] = u"(none - disable audio capture)";
+constexpr char16_t NO_VIDEO[] = u"(none - disable video capture)";
+} // namespace
+
+GVideoCaptureService::GVideoCaptureService( GInstance* instance, GMegaPort* port ) : _instance( instance ), _port( port ) { }
+
+GVideoCaptureService::~GVideoCaptureService( )
+{
+    stop( true );
+    GASSERT( !_localCapture );
+    GASSERT( !_recorder );
+}
+
+void GVideoCaptureService::_bGThreadObject_safe_onStartup( )
+{
+    GThreadSetPriority( PRIORITY );
+    _listDevices( );
+    _enqueueStart( );
+    GLOGIF( 'v', u"Starting local capture" );
+    _localCapture = GSAFENEW( GLocalCapture, ( _instance ) );
+    _localCapture->update( true );
+}
+
+void GVideoCaptureService::_listDevices( )
+{
+    GLOGIF( 'v', u"Enumerating audio and video devices" );
+    GStringList audioList;
+    GStringList videoList;
+    GAVCaptureGetDeviceList( audioList, videoList );
+    _publishDevices( audioList, u"Audio_Capture_Device", NO_AUDIO, u"Available_Audio_Capture_Devices" );
+    _publishDevices( videoList, u"Video_Capture_Device", NO_VIDEO, u"Available_Video_Capture_Devices" );
+}
+
+// The present choice stands first, where a skin's list shows it.
+void GVideoCaptureService::_publishDevices( GStringList devices, GWStringView choice, GWStringView none, GWStringView list )
+{
+    if( _instance->isSet( choice ) )
+    {
+        const GWString name = _instance->get( choice );
+        devices.remove( name );
+        devices.remove( GWString( none ) );
+        devices.push_front( name );
+        if( name != none ) devices.emplace_back( none );
+    }
+    else
+        devices.emplace_front( none );
+    _instance->set( list, devices );
+}
+
+void GVideoCaptureService::_enqueueStart( )
+{
+    const GWString audio = _instance->get( u"Audio_Capture_Device" );
+    const GWString video = _instance->get( u"Video_Capture_Device" );
+    GLOGIF( 'v', u"Starting audio/video capture: audio='", audio, u"', video='", video );
+    GHTTPHeaders command( u"START" );
+    command.set( u"Audio_Capture_Device", audio );
+    command.set( u"Video_Capture_Device", video );
+    _instance->enqueue( QUEUE, command );
+}
+
+int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
+{
+    GString item;
+    while( _instance->dequeue( QUEUE, item ) )
+    {
+        GHTTPHeaders command;
+        if( command.deserialize( item ) )
+            _onCommand( command );
+        else
+            GLOG( u"WARNING Malformed command sent to 'GVideoCaptureService_commandQueue', ignoring." );
+    }
+    _localCapture->update( false );
+    return LOOP_MS;
+}
+
+void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
+{
+    GLOGIF( 'v', u"Stopping local capture" );
+    if( _recorder )
+    {
+        GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
+        GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
+    }
+    delete _localCapture;
+    _localCapture = nullptr;
+    GLOGIF( 'v', _streams.size( ), u" capture streams on close, stopping." );
+    while( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
+    if( _recorder ) GAVCaptureClose( _recorder );
+    _recorder = nullptr;
+}
+
+void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
+{
+    const GWString method = command.getMethod( );
+    if( method == u"START" ) return _onStart( command );
+    if( !_recorder )
+    {
+        GLOG( u"WARNING Unable to execute command '", method, u"' because recorder does not exist, ignoring." );
+        return;
+    }
+    if( method == u"OPEN" ) return _onOpen( command );
+    if( method == u"RESET" ) return _onReset( command );
+    if( method == u"CLOSE" ) return _onClose( command );
+    const GObjectLock scope( *_localCapture );
+    if( method == u"STARTAUDIOPREVIEW" )
+        _localCapture->enableAudioPreview = true;
+    else if( method == u"STOPAUDIOPREVIEW" )
+        _localCapture->enableAudioPreview = false;
+    else if( method == u"STARTVIDEOPREVIEW" )
+        _localCapture->enableVideoPreview = true;
+    else if( method == u"STOPVIDEOPREVIEW" )
+        _localCapture->enableVideoPreview = false;
+    else
+        GLOG( u"WARNING Unsupported command '", method, u"' sent to recorder, ignoring." );
+}
+
+void GVideoCaptureService::_onStart( const GHTTPHeaders& command )
+{
+    _writeNoAudioImage( );
+    if( _recorder ) _stopRecorder( );
+    _instance->set( u"Video_Capture_Status", u"Starting..." );
+    _instance->set( u"Audio_Capture_Status", u"Starting..." );
+    const int size = static_cast<int>( _instance->calc( u"Video_Size" ) );
+    GWString audioName = command.get( u"Audio_Capture_Device" );
+    GWString videoName = command.get( u"Video_Capture_Device" );
+    if( audioName == NO_AUDIO ) audioName.clear( );
+    if( videoName == NO_VIDEO ) videoName.clear( );
+    _recorder = GAVCaptureOpen( audioName, videoName, BYTES_PER_SAMPLE, FREQUENCY, FPS, size, size );
+    if( !_recorder ) return _onStartFailed( );
+    _publishMedium( u"Audio", audioName, !audioName.empty( ), GAVCaptureIsAudioWorking( _recorder ) );
+    _publishMedium( u"Video", videoName, !videoName.empty( ), GAVCaptureIsVideoWorking( _recorder ) );
+    _instance->set( u"Video_Capture_FSM_Status", u"Online" );
+    GAVCaptureSubscribeVideo( _recorder, _localCapture );
+    GAVCaptureSubscribeAudio( _recorder, _localCapture );
+    _restartStreams( );
+    _instance->enqueue( u"GSIPService_commandQueue", GHTTPHeaders( u"UPDATECAPTURE" ) );
+}
+
+void GVideoCaptureService::_stopRecorder( )
+{
+    GLOG( u"Recorder already exists; stopping ", _streams.size( ), u" existing capture streams" );
+    _setStatus( u"Stopping..." );
+    for( const auto& [name, stream] : _streams ) _unsubscribe( stream );
+    GASSERT( _localCapture );
+    GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
+    GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
+    _localCapture->update( true );
+    GAVCaptureClose( _recorder );
+    _setStatus( u"Stopped" );
+    _recorder = nullptr;
+}
+
+void GVideoCaptureService::_onStartFailed( )
+{
+    GLOG( u"WARNING Unable to open recorder, ignoring." );
+    for( const GWStringView medium : { GWStringView( u"Audio" ), GWStringView( u"Video" ) } ) _publishMedium( medium, u"", true, false );
+}
+
+void GVideoCaptureService::_publishMedium( GWStringView medium, GWStringView name, bool asked, bool working )
+{
+    const GWString status = working ? u"Online" : asked ? u"Error" : u"Offline";
+    const GWString device = GConcat( medium, u"_Capture_Device" );
+    _instance->set( GConcat( medium, u"_Capture_Status" ), status );
+    _instance->set( GConcat( medium, u"_Capture_Online" ), working ? u"true" : u"false" );
+    if( working )
+    {
+        // An equal value would keep its old persist flag.
+        _instance->clear( device );
+        _instance->set( device, name, true );
+    }
+    else
+        _instance->set( device, medium == u"Audio" ? NO_AUDIO : NO_VIDEO );
+}
+
+void GVideoCaptureService::_restartStreams( )
+{
+    if( _streams.empty( ) ) return;
+    GLOG( u"Restarting ", _streams.size( ), u" existing capture streams" );
+    for( const auto& [name, stream] : _streams )
+    {
+        stream->reset( );
+        _subscribe( stream );
+    }
+}
+
+void GVideoCaptureService::_onOpen( const GHTTPHeaders& command )
+{
+    const GWString name = command.get( u"Buddy-Device-GUID" );
+    GLOGIF( 'v', u"Received 'OPEN' request, beginning to capture to '", name );
+    const auto old = _streams.find( name );
+    if( old != _streams.end( ) )
+    {
+        GLOG( u"Stream '", name, u"' already open, closing so we can reopen" );
+        _deleteStream( old );
+    }
+    GVideoCaptureStream* stream = GSAFENEW( GVideoCaptureStream, ( _instance, _port, command ) );
+    stream->setFormat( command );
+    _subscribe( stream );
+    _streams[name] = stream;
+}
+
+void GVideoCaptureService::_onReset( const GHTTPHeaders& command )
+{
+    const GWString name = command.get( u"Buddy-Device-GUID" );
+    const auto stream = _streams.find( name );
+    if( stream == _streams.end( ) )
+    {
+        GLOG( u"WARNING Received 'RESET' request, but no stream named '", name, u"'; ignoring." );
+        return;
+    }
+    GLOGIF( 'v', u"Received 'RESET' request on stream '", name );
+    stream->second->setFormat( command );
+    GLOGIF( 'v', u"Completed 'RESET' request on stream '", name );
+}
+
+void GVideoCaptureService::_onClose( const GHTTPHeaders& command )
+{
+    const GWString name = command.get( u"Buddy-Device-GUID" );
+    const auto stream = _streams.find( name );
+    if( stream == _streams.end( ) )
+    {
+        GLOG( u"Received 'CLOSE' request, but no stream named '", name, u"'; ignoring." );
+        return;
+    }
+    GLOGIF( 'v', u"Received 'CLOSE' request, stopping broadcast on stream '", name );
+    _deleteStream( stream );
+}
+
+void GVideoCaptureService::_subscribe( GVideoCaptureStream* stream )
+{
+    GAVCaptureSubscribeAudio( _recorder, stream );
+    GAVCaptureSubscribeVideo( _recorder, stream );
+}
+
+void GVideoCaptureService::_unsubscribe( GVideoCaptureStream* stream )
+{
+    GAVCaptureUnsubscribeAudio( _recorder, stream );
+    GAVCaptureUnsubscribeVideo( _recorder, stream );
+}
+
+void GVideoCaptureService::_deleteStream( Streams::iterator stream )
+{
+    if( _recorder ) _unsubscribe( stream->second );
+    delete stream->second;
+    _streams.erase( stream );
+}
+
+void GVideoCaptureService::_setStatus( GWStringView status )
+{
+    _instance->set( u"Video_Capture_Status", status );
+    _instance->set( u"Audio_Capture_Status", status );
+    _instance->set( u"Video_Capture_FSM_Status", status );
+}

@@ -1,0 +1,30 @@
+// Receives all audio and video packets from the shared port, finds the stream of the sending host and hands them over. Commands on
+// GVideoPlaybackService_commandQueue: OPEN (Buddy-Device-GUID, Recv-From-Host) and CLOSE (Buddy-Device-GUID).
+#pragma once
+
+#include "client/media/GVideoPlaybackStream.h"
+#include "runtime/GThreadObject.h"
+
+class GVideoPlaybackService : public GThreadObject
+{
+public:
+    GVideoPlaybackService( GInstance* instance, GMegaPort* port );
+    ~GVideoPlaybackService( ) override;
+
+    int _bGThreadObject_safe_onLoop( ) override;
+    void _bGThreadObject_safe_onShutdown( ) override;
+
+private:
+    void _drainBuckets( );
+    void _onBucket( const GMegaPortBucket& bucket );
+    void _onSenderReport( const GMegaPortBucket& bucket, const GVideoPlaybackStream* stream );
+    void _drainCommands( );
+    void _onOpen( const GHTTPHeaders& command );
+    void _onClose( const GHTTPHeaders& command );
+    void _deleteStream( const GWString& name );
+
+    GInstance* _instance;
+    GMegaPort* _port;
+    std::map<GWString, GVideoPlaybackStream*> _nameStreamMap;
+    std::map<GWString, GVideoPlaybackStream*> _remoteHostStreamMap;
+};

@@ -1,0 +1,57 @@
+// Decodes one device's media, rebuilding its decoders whenever the sender's format word changes, and feeds a renderer. Run by the
+// playback service's thread; recv and update take the object's lock. Bad packets are dropped with a warning and never end a stream.
+#pragma once
+
+#include "client/media/GSpeexDecoder.h"
+#include "client/media/GTheoraDecoder.h"
+#include "client/media/GVideoRenderer.h"
+#include "client/transport/GMegaPort.h"
+#include "client/transport/GRTP.h"
+
+class GVideoPlaybackStream : public GThreadSafeObject
+{
+public:
+    // `headers`: an OPEN command with "Buddy-Device-GUID" (buddy@device; the device begins at the last "@").
+    GVideoPlaybackStream( GInstance* instance, GMegaPort* port, const GHTTPHeaders& headers );
+    ~GVideoPlaybackStream( ) override;
+
+    void recv( const GMegaPortBucket& bucket );
+    void update( );
+    const GWString& getName( ) const { return _name; }
+    const GWString& getBuddyGUID( ) const { return _buddyGUID; }
+
+private:
+    void _recvAudio( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length );
+    void _recvVideo( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length );
+    void _resetAudio( uint32_t rate );
+    void _resetVideo( uint32_t width, uint32_t height );
+    void _openAudio( uint32_t rate );
+    void _retireRenderer( );
+    void _makeRenderer( );
+    void _startListeningTo( );
+    void _stopListeningTo( );
+    void _writeBufferLengths( );
+    bool _isRobust( ) const { return _instance->test( u"Robust_Media" ); }
+    GWString _key( GWStringView suffix ) const { return GConcat( _buddyGUID, suffix ); }
+
+    GInstance* _instance;
+    GMegaPort* _port;
+    GWString _name;
+    GWString _buddyGUID;
+    GWString _deviceGUID;
+    GWString _imageName;
+    GTheoraDecoder* _videoDecoder = nullptr;
+    GSpeexDecoder* _audioDecoder = nullptr;
+    GString _decodedAudio;
+    GString _decodedVideo;
+    GVideoRenderer* _videoRenderer = nullptr;
+    std::list<GVideoRenderer*> _sunsetList;
+    uint16_t _lastAudioSequence = 0;
+    uint16_t _lastVideoSequence = 0;
+    uint32_t _ssrc = 0;
+    uint32_t _audioRate = 0;
+    uint32_t _videoWidth = 0;
+    uint32_t _videoHeight = 0;
+    uint64_t _lastAudioTime = 0;
+    bool _hasFrame = false;
+};
