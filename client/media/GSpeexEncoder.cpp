@@ -25,8 +25,8 @@ GSpeexEncoder::GSpeexEncoder( const GWaveFormat& waveFormat ) : _waveFormat( wav
     speex_encoder_ctl( _encoderState, SPEEX_GET_VAD, &vad );
     speex_encoder_ctl( _encoderState, SPEEX_GET_DTX, &dtx );
     speex_encoder_ctl( _encoderState, SPEEX_GET_ABR, &abr );
-    GLOGIF( 'a', u"Speex encoder: frameSize=", _frameSize, u", bitrate=", bitRate, u", sampling=", sampling, u", VAD=", vad, u", DTX=", dtx,
-            u", ABR=", abr );
+    GLOGIF( 'a', u"Speex encoder: frameSize=", _frameSize, u", bitrate=", bitRate, u", sampling=", sampling, u", VAD=",
+            vad, u", DTX=", dtx, u", ABR=", abr );
     int rate = static_cast<int>( _waveFormat.nSamplesPerSec );
     speex_encoder_ctl( _encoderState, SPEEX_SET_SAMPLING_RATE, &rate );
     GSpeexEncoder_generateCodebook( _codebook, rate );
@@ -40,17 +40,20 @@ GSpeexEncoder::~GSpeexEncoder( )
 
 void GSpeexEncoder::encode( const char* sampleBuffer, int length, GString& packetBuffer )
 {
-    if( _waveFormat.wBitsPerSample != 16 )
+    if ( _waveFormat.wBitsPerSample != 16 )
     {
         GLOG( u"ERROR Attempting to encode unsupported bpp", _waveFormat.wBitsPerSample, u", aborting." );
         GAbort( );
         return;
     }
     _samples.resize( static_cast<size_t>( length / 2 ) );
-    for( size_t i = 0; i < _samples.size( ); ++i ) _samples[i] = static_cast<int16_t>( GReadU16( sampleBuffer + 2 * i ) );
-    GASSERT_TEXT( !( static_cast<int>( _samples.size( ) ) % _frameSize ), "!( (int)fromSamplesFloat.size( ) % _frameSize )" );
+    for ( size_t i = 0; i < _samples.size( ); ++i )
+        _samples[i] = static_cast<int16_t>( GReadU16( sampleBuffer + 2 * i ) );
+    GASSERT_TEXT( !( static_cast<int>( _samples.size( ) ) % _frameSize ),
+                  "!( (int)fromSamplesFloat.size( ) % _frameSize )" );
     speex_bits_reset( &_bits );
-    for( size_t i = 0; i < _samples.size( ); i += static_cast<size_t>( _frameSize ) ) speex_encode( _encoderState, &_samples[i], &_bits );
+    for ( size_t i = 0; i < _samples.size( ); i += static_cast<size_t>( _frameSize ) )
+        speex_encode( _encoderState, &_samples[i], &_bits );
     speex_bits_insert_terminator( &_bits );
     const int numBytes = speex_bits_nbytes( &_bits );
     GSerialize( static_cast<uint32_t>( numBytes ), packetBuffer );

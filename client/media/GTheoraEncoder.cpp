@@ -57,8 +57,10 @@ void GTheoraEncoder_generateCodebook( int width, int height, GString& buffer )
     theora_info_clear( &encoderInfo );
 }
 
-GTheoraEncoder::GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect& cropRect, int outputWidth, int outputHeight, int fps )
-    : _srcImageFormat( srcImageFormat ), _cropRect( cropRect ), _outputWidth( outputWidth ), _outputHeight( outputHeight )
+GTheoraEncoder::GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect& cropRect, int outputWidth,
+                                int outputHeight, int fps )
+    : _srcImageFormat( srcImageFormat ), _cropRect( cropRect ), _outputWidth( outputWidth ),
+      _outputHeight( outputHeight )
 {
     GPRECONDITION( srcImageFormat.width > 0 );
     GPRECONDITION( srcImageFormat.height > 0 );
@@ -68,13 +70,14 @@ GTheoraEncoder::GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect&
     GPRECONDITION( fps > 0 );
     GASSERT( !(_outputWidth% 16) && !(_outputHeight% 16) );
     // Packed 4:2:2 shares its chroma between pixel pairs, so a crop must begin at an even column.
-    if( _srcImageFormat.type == GIT_YUY2 && _cropRect.left % 2 )
+    if ( _srcImageFormat.type == GIT_YUY2 && _cropRect.left % 2 )
     {
         --_cropRect.left;
         --_cropRect.right;
     }
     fillInfo( _encoderInfo, outputWidth, outputHeight );
-    GASSERT_TEXT( !theora_encode_init( &_theoraState, &_encoderInfo ), "!theora_encode_init( &_theoraState, &_encoderInfo )" );
+    GASSERT_TEXT( !theora_encode_init( &_theoraState, &_encoderInfo ),
+                  "!theora_encode_init( &_theoraState, &_encoderInfo )" );
     GString codebook;
     GTheoraEncoder_generateCodebook( outputWidth, outputHeight, codebook );
     _debug_decoder.reset( GSAFENEW( GTheoraDecoder, ( codebook.data( ), static_cast<int>( codebook.size( ) ) ) ) );
@@ -91,8 +94,9 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     GPRECONDITION( sampleBuffer && length >= 0 );
     GLOGIF( 'E', u"GTheoraEncoder::encode( sampleBuffer=..., length=", length, u", packetBuffer=... )" );
     packetBuffer.clear( );
-    if( !_fillPlanes( sampleBuffer, length ) ) return;
-    GASSERT_TEXT( _encoderInfo.width == static_cast<ogg_uint32_t>( _outputWidth ) && _encoderInfo.height == static_cast<ogg_uint32_t>( _outputHeight ),
+    if ( !_fillPlanes( sampleBuffer, length ) ) return;
+    GASSERT_TEXT( _encoderInfo.width == static_cast<ogg_uint32_t>( _outputWidth ) &&
+                      _encoderInfo.height == static_cast<ogg_uint32_t>( _outputHeight ),
                   "_encoderInfo.width == _outputWidth && _encoderInfo.height == _outputHeight" );
     unsigned char* luma = reinterpret_cast<unsigned char*>( _scaled.data( ) );
     yuv_buffer yuv;
@@ -107,18 +111,18 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     GASSERT( !theora_encode_YUVin( &_theoraState, &yuv ) );
     GASSERT( theora_encode_packetout( &_theoraState, 0, &oggPacket ) == 1 );
     GSerialize( oggPacket, packetBuffer );
-    if( GLogTest( 'E' ) ) _verify( packetBuffer );
+    if ( GLogTest( 'E' ) ) _verify( packetBuffer );
 }
 
 // Brings the source to planes of the output size in `_scaled`.
 bool GTheoraEncoder::_fillPlanes( const char* sampleBuffer, int length )
 {
-    if( _srcImageFormat.type != GIT_RGB24 && _srcImageFormat.type != GIT_YUY2 )
+    if ( _srcImageFormat.type != GIT_RGB24 && _srcImageFormat.type != GIT_YUY2 )
     {
         GLOG( u"WARNING unsupported format", _srcImageFormat.type, u", ignoring." );
         return false;
     }
-    if( length < GImageSize( _srcImageFormat ) )
+    if ( length < GImageSize( _srcImageFormat ) )
     {
         GLOG( u"WARNING Frame of ", length, u" bytes is too short, ignoring." );
         return false;
@@ -127,8 +131,9 @@ bool GTheoraEncoder::_fillPlanes( const char* sampleBuffer, int length )
     GImageCrop( _srcImageFormat, sampleBuffer, _cropRect, _cropped );
     const bool scale = cropFormat.width != _outputWidth || cropFormat.height != _outputHeight;
     GImageConvertToIYUY( cropFormat, _cropped.data( ), scale ? _planar : _scaled );
-    if( scale )
-        GImageResizeIYUY( { GIT_IYUY, cropFormat.width, cropFormat.height }, _planar.data( ), { GIT_IYUY, _outputWidth, _outputHeight }, _scaled );
+    if ( scale )
+        GImageResizeIYUY( { GIT_IYUY, cropFormat.width, cropFormat.height }, _planar.data( ),
+                          { GIT_IYUY, _outputWidth, _outputHeight }, _scaled );
     return true;
 }
 

@@ -15,7 +15,8 @@ class GTheoraEncoder : public GHeapObject
 {
 public:
     // Crops the source to `cropRect` and scales that to the output size, a multiple of 16.
-    GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect& cropRect, int outputWidth, int outputHeight, int fps );
+    GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect& cropRect, int outputWidth, int outputHeight,
+                    int fps );
     ~GTheoraEncoder( ) override;
 
     // Replaces `packetBuffer` with one serialized frame; empty for a source that is neither GIT_RGB24 nor GIT_YUY2, after a warning.

@@ -15,7 +15,10 @@ constexpr char16_t NO_AUDIO[] = u"(none - disable audio capture)";
 constexpr char16_t NO_VIDEO[] = u"(none - disable video capture)";
 } // namespace
 
-GVideoCaptureService::GVideoCaptureService( GInstance* instance, GMegaPort* port ) : _instance( instance ), _port( port ) { }
+GVideoCaptureService::GVideoCaptureService( GInstance* instance, GMegaPort* port )
+    : _instance( instance ), _port( port )
+{
+}
 
 GVideoCaptureService::~GVideoCaptureService( )
 {
@@ -40,20 +43,27 @@ void GVideoCaptureService::_listDevices( )
     GStringList audioList;
     GStringList videoList;
     GAVCaptureGetDeviceList( audioList, videoList );
+    const GWString clip = _instance->get( u"avi_source" );
+    if ( !clip.empty( ) )
+    {
+        audioList.push_front( clip );
+        videoList.push_front( clip );
+    }
     _publishDevices( audioList, u"Audio_Capture_Device", NO_AUDIO, u"Available_Audio_Capture_Devices" );
     _publishDevices( videoList, u"Video_Capture_Device", NO_VIDEO, u"Available_Video_Capture_Devices" );
 }
 
 // The present choice stands first, where a skin's list shows it.
-void GVideoCaptureService::_publishDevices( GStringList devices, GWStringView choice, GWStringView none, GWStringView list )
+void GVideoCaptureService::_publishDevices( GStringList devices, GWStringView choice, GWStringView none,
+                                            GWStringView list )
 {
-    if( _instance->isSet( choice ) )
+    if ( _instance->isSet( choice ) )
     {
         const GWString name = _instance->get( choice );
         devices.remove( name );
         devices.remove( GWString( none ) );
         devices.push_front( name );
-        if( name != none ) devices.emplace_back( none );
+        if ( name != none ) devices.emplace_back( none );
     }
     else
         devices.emplace_front( none );
@@ -62,8 +72,10 @@ void GVideoCaptureService::_publishDevices( GStringList devices, GWStringView ch
 
 void GVideoCaptureService::_enqueueStart( )
 {
-    const GWString audio = _instance->get( u"Audio_Capture_Device" );
-    const GWString video = _instance->get( u"Video_Capture_Device" );
+    // A clip given at the command line stands in for camera and microphone of this run.
+    const GWString clip = _instance->get( u"avi_source" );
+    const GWString audio = clip.empty( ) ? _instance->get( u"Audio_Capture_Device" ) : clip;
+    const GWString video = clip.empty( ) ? _instance->get( u"Video_Capture_Device" ) : clip;
     GLOGIF( 'v', u"Starting audio/video capture: audio='", audio, u"', video='", video );
     GHTTPHeaders command( u"START" );
     command.set( u"Audio_Capture_Device", audio );
@@ -74,10 +86,10 @@ void GVideoCaptureService::_enqueueStart( )
 int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
 {
     GString item;
-    while( _instance->dequeue( QUEUE, item ) )
+    while ( _instance->dequeue( QUEUE, item ) )
     {
         GHTTPHeaders command;
-        if( command.deserialize( item ) )
+        if ( command.deserialize( item ) )
             _onCommand( command );
         else
             GLOG( u"WARNING Malformed command sent to 'GVideoCaptureService_commandQueue', ignoring." );
@@ -89,7 +101,7 @@ int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
 void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
 {
     GLOGIF( 'v', u"Stopping local capture" );
-    if( _recorder )
+    if ( _recorder )
     {
         GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
         GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
@@ -97,31 +109,31 @@ void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
     delete _localCapture;
     _localCapture = nullptr;
     GLOGIF( 'v', _streams.size( ), u" capture streams on close, stopping." );
-    while( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
-    if( _recorder ) GAVCaptureClose( _recorder );
+    while ( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
+    if ( _recorder ) GAVCaptureClose( _recorder );
     _recorder = nullptr;
 }
 
 void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
 {
     const GWString method = command.getMethod( );
-    if( method == u"START" ) return _onStart( command );
-    if( !_recorder )
+    if ( method == u"START" ) return _onStart( command );
+    if ( !_recorder )
     {
         GLOG( u"WARNING Unable to execute command '", method, u"' because recorder does not exist, ignoring." );
         return;
     }
-    if( method == u"OPEN" ) return _onOpen( command );
-    if( method == u"RESET" ) return _onReset( command );
-    if( method == u"CLOSE" ) return _onClose( command );
+    if ( method == u"OPEN" ) return _onOpen( command );
+    if ( method == u"RESET" ) return _onReset( command );
+    if ( method == u"CLOSE" ) return _onClose( command );
     const GObjectLock scope( *_localCapture );
-    if( method == u"STARTAUDIOPREVIEW" )
+    if ( method == u"STARTAUDIOPREVIEW" )
         _localCapture->enableAudioPreview = true;
-    else if( method == u"STOPAUDIOPREVIEW" )
+    else if ( method == u"STOPAUDIOPREVIEW" )
         _localCapture->enableAudioPreview = false;
-    else if( method == u"STARTVIDEOPREVIEW" )
+    else if ( method == u"STARTVIDEOPREVIEW" )
         _localCapture->enableVideoPreview = true;
-    else if( method == u"STOPVIDEOPREVIEW" )
+    else if ( method == u"STOPVIDEOPREVIEW" )
         _localCapture->enableVideoPreview = false;
     else
         GLOG( u"WARNING Unsupported command '", method, u"' sent to recorder, ignoring." );
@@ -130,16 +142,16 @@ void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
 void GVideoCaptureService::_onStart( const GHTTPHeaders& command )
 {
     _writeNoAudioImage( );
-    if( _recorder ) _stopRecorder( );
+    if ( _recorder ) _stopRecorder( );
     _instance->set( u"Video_Capture_Status", u"Starting..." );
     _instance->set( u"Audio_Capture_Status", u"Starting..." );
     const int size = static_cast<int>( _instance->calc( u"Video_Size" ) );
     GWString audioName = command.get( u"Audio_Capture_Device" );
     GWString videoName = command.get( u"Video_Capture_Device" );
-    if( audioName == NO_AUDIO ) audioName.clear( );
-    if( videoName == NO_VIDEO ) videoName.clear( );
+    if ( audioName == NO_AUDIO ) audioName.clear( );
+    if ( videoName == NO_VIDEO ) videoName.clear( );
     _recorder = GAVCaptureOpen( audioName, videoName, BYTES_PER_SAMPLE, FREQUENCY, FPS, size, size );
-    if( !_recorder ) return _onStartFailed( );
+    if ( !_recorder ) return _onStartFailed( );
     _publishMedium( u"Audio", audioName, !audioName.empty( ), GAVCaptureIsAudioWorking( _recorder ) );
     _publishMedium( u"Video", videoName, !videoName.empty( ), GAVCaptureIsVideoWorking( _recorder ) );
     _instance->set( u"Video_Capture_FSM_Status", u"Online" );
@@ -153,7 +165,7 @@ void GVideoCaptureService::_stopRecorder( )
 {
     GLOG( u"Recorder already exists; stopping ", _streams.size( ), u" existing capture streams" );
     _setStatus( u"Stopping..." );
-    for( const auto& [name, stream] : _streams ) _unsubscribe( stream );
+    for ( const auto& [name, stream] : _streams ) _unsubscribe( stream );
     GASSERT( _localCapture );
     GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
     GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
@@ -166,7 +178,8 @@ void GVideoCaptureService::_stopRecorder( )
 void GVideoCaptureService::_onStartFailed( )
 {
     GLOG( u"WARNING Unable to open recorder, ignoring." );
-    for( const GWStringView medium : { GWStringView( u"Audio" ), GWStringView( u"Video" ) } ) _publishMedium( medium, u"", true, false );
+    for ( const GWStringView medium : { GWStringView( u"Audio" ), GWStringView( u"Video" ) } )
+        _publishMedium( medium, u"", true, false );
 }
 
 void GVideoCaptureService::_publishMedium( GWStringView medium, GWStringView name, bool asked, bool working )
@@ -175,11 +188,11 @@ void GVideoCaptureService::_publishMedium( GWStringView medium, GWStringView nam
     const GWString device = GConcat( medium, u"_Capture_Device" );
     _instance->set( GConcat( medium, u"_Capture_Status" ), status );
     _instance->set( GConcat( medium, u"_Capture_Online" ), working ? u"true" : u"false" );
-    if( working )
+    if ( working )
     {
-        // An equal value would keep its old persist flag.
+        // An equal value would keep its old persist flag. A clip is the device of this run only.
         _instance->clear( device );
-        _instance->set( device, name, true );
+        _instance->set( device, name, name != _instance->get( u"avi_source" ) );
     }
     else
         _instance->set( device, medium == u"Audio" ? NO_AUDIO : NO_VIDEO );
@@ -187,9 +200,9 @@ void GVideoCaptureService::_publishMedium( GWStringView medium, GWStringView nam
 
 void GVideoCaptureService::_restartStreams( )
 {
-    if( _streams.empty( ) ) return;
+    if ( _streams.empty( ) ) return;
     GLOG( u"Restarting ", _streams.size( ), u" existing capture streams" );
-    for( const auto& [name, stream] : _streams )
+    for ( const auto& [name, stream] : _streams )
     {
         stream->reset( );
         _subscribe( stream );
@@ -201,7 +214,7 @@ void GVideoCaptureService::_onOpen( const GHTTPHeaders& command )
     const GWString name = command.get( u"Buddy-Device-GUID" );
     GLOGIF( 'v', u"Received 'OPEN' request, beginning to capture to '", name );
     const auto old = _streams.find( name );
-    if( old != _streams.end( ) )
+    if ( old != _streams.end( ) )
     {
         GLOG( u"Stream '", name, u"' already open, closing so we can reopen" );
         _deleteStream( old );
@@ -216,7 +229,7 @@ void GVideoCaptureService::_onReset( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
     const auto stream = _streams.find( name );
-    if( stream == _streams.end( ) )
+    if ( stream == _streams.end( ) )
     {
         GLOG( u"WARNING Received 'RESET' request, but no stream named '", name, u"'; ignoring." );
         return;
@@ -230,7 +243,7 @@ void GVideoCaptureService::_onClose( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
     const auto stream = _streams.find( name );
-    if( stream == _streams.end( ) )
+    if ( stream == _streams.end( ) )
     {
         GLOG( u"Received 'CLOSE' request, but no stream named '", name, u"'; ignoring." );
         return;
@@ -253,7 +266,7 @@ void GVideoCaptureService::_unsubscribe( GVideoCaptureStream* stream )
 
 void GVideoCaptureService::_deleteStream( Streams::iterator stream )
 {
-    if( _recorder ) _unsubscribe( stream->second );
+    if ( _recorder ) _unsubscribe( stream->second );
     delete stream->second;
     _streams.erase( stream );
 }
@@ -263,4 +276,23 @@ void GVideoCaptureService::_setStatus( GWStringView status )
     _instance->set( u"Video_Capture_Status", status );
     _instance->set( u"Audio_Capture_Status", status );
     _instance->set( u"Video_Capture_FSM_Status", status );
+}
+
+// A black square with a green midline and a red cross.
+void GVideoCaptureService::_writeNoAudioImage( )
+{
+    constexpr int WIDTH = 300;
+    constexpr int HEIGHT = 100;
+    GImageGDI image;
+    image.resize( { GIT_BGRA32, WIDTH, HEIGHT } );
+    image.clear( u"#000000FF" );
+    image.setColor( u"#00FF00" );
+    image.drawLine( 0, 50, WIDTH, 50 );
+    image.setColor( u"#FF0000" );
+    image.drawLine( 0, 0, WIDTH, HEIGHT );
+    image.drawLine( 0, HEIGHT, WIDTH, 0 );
+    GImageFormat format;
+    GString pixels;
+    image.convertToRGB( format, pixels );
+    GImageTools_instanceWrite( _instance, u"Local_Audio_Image", format, pixels );
 }

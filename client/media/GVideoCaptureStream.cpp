@@ -25,13 +25,17 @@ GRect centredSquare( const GImageFormat& format )
     const int top = ( format.height - edge ) / 2;
     return { left, top, left + edge, top + edge };
 }
-const char16_t* yesNo( bool yes ) { return yes ? u"YES" : u"NO"; }
+const char16_t* yesNo( bool yes )
+{
+    return yes ? u"YES" : u"NO";
+}
 } // namespace
 
 GVideoCaptureStream::GVideoCaptureStream( GInstance* instance, GMegaPort* port, const GHTTPHeaders& headers )
     : _instance( instance ), _port( port ), _audioMutex( GMutexOpen( ) ), _videoMutex( GMutexOpen( ) ),
       _streamName( GConcat( instance->get( u"Local_User_GUID" ), u"@", instance->get( u"Local_Device_GUID" ) ) ),
-      _ssrc( static_cast<uint32_t>( GRandom( ) ) ), _sendToHost( headers.get( u"Send-To" ) ), _sendFromHost( headers.get( u"Send-From" ) )
+      _ssrc( static_cast<uint32_t>( GRandom( ) ) ), _sendToHost( headers.get( u"Send-To" ) ),
+      _sendFromHost( headers.get( u"Send-From" ) )
 {
     GLOGIF( 'v', u"Creating stream" );
     GVERIFY( GValidHost( _sendToHost ) );
@@ -62,13 +66,15 @@ void GVideoCaptureStream::setFormat( const GHTTPHeaders& headers )
     _fps = static_cast<int>( std::clamp<int64_t>( headers.calc( u"Video-FPS" ), 0, MAXIMUM_FPS ) );
     _audioEnabled = headers.test( u"Audio-Enable" );
     _videoEnabled = headers.test( u"Video-Enable" );
-    GLOGIF( 'v', u"Setting video format=( fps=", _fps, u", audioEnabled=", _audioEnabled, u", videoEnabled=", _videoEnabled, u" )" );
+    GLOGIF( 'v', u"Setting video format=( fps=", _fps, u", audioEnabled=", _audioEnabled, u", videoEnabled=",
+            _videoEnabled, u" )" );
 }
 
 void GVideoCaptureStream::reset( )
 {
     const GObjectLock scope( *this );
-    GLOGIF( 'v', u"Resetting stream, shutting down audio (", yesNo( _speexEncoder ), u"), video (", yesNo( _theoraEncoder ), u")" );
+    GLOGIF( 'v', u"Resetting stream, shutting down audio (", yesNo( _speexEncoder ), u"), video (",
+            yesNo( _theoraEncoder ), u")" );
     {
         const GMutexScope audio( _audioMutex );
         _resetAudio( );
@@ -83,8 +89,8 @@ void GVideoCaptureStream::_resetAudio( )
     _speexEncoder = nullptr;
     _audioFormat = { 0, 0, 0 };
     // A receiver drops what is not above the last number, so the remedy goes on counting.
-    if( !_isRobust( ) ) _audioSequence = 0;
-    if( _capturedAudioBytes ) GLOGIF( 'v', u"Captured ", _capturedAudioBytes, u" audio bytes" );
+    if ( !_isRobust( ) ) _audioSequence = 0;
+    if ( _capturedAudioBytes ) GLOGIF( 'v', u"Captured ", _capturedAudioBytes, u" audio bytes" );
     _capturedAudioBytes = 0;
 }
 
@@ -101,10 +107,11 @@ void GVideoCaptureStream::_onVideoFormatSet( const GImageFormat& format )
     _imageFormat = format;
     const GRect cropRect = centredSquare( format );
     const int size = static_cast<int>( _instance->calc( u"Video_Size" ) );
-    if( GRectEmpty( cropRect ) || size <= 0 || size % 16 ) return;
-    if( size != cropRect.width( ) ) GLOG( u"WARNING Non-ideal video match; will resize from ", cropRect.width( ), u" to ", size );
-    GLOGIF( 'v', u"onVideoFormatSet( videoEnabled=", _videoEnabled, u", fps=", _fps, u", _imageFormat=( type=", format.type, u", width=", format.width,
-            u", height=", format.height, u" ) )" );
+    if ( GRectEmpty( cropRect ) || size <= 0 || size % 16 ) return;
+    if ( size != cropRect.width( ) )
+        GLOG( u"WARNING Non-ideal video match; will resize from ", cropRect.width( ), u" to ", size );
+    GLOGIF( 'v', u"onVideoFormatSet( videoEnabled=", _videoEnabled, u", fps=", _fps, u", _imageFormat=( type=",
+            format.type, u", width=", format.width, u", height=", format.height, u" ) )" );
     _theoraEncoder = GSAFENEW( GTheoraEncoder, ( format, cropRect, size, size, std::max( _fps, 1 ) ) );
 }
 
@@ -112,19 +119,21 @@ void GVideoCaptureStream::onVideoFrame( uint64_t timestamp, const GImageFormat& 
 {
     const GMutexScope scope( _videoMutex );
     GPRECONDITION( buffer && length >= 0 );
-    if( !_videoEnabled || _fps <= 0 ) return;
+    if ( !_videoEnabled || _fps <= 0 ) return;
     const bool stale = _isRobust( ) && timestamp - _encoderStart > ENCODER_LIFE;
-    if( !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) && _theoraEncoder && format == _imageFormat ) return;
-    if( !_theoraEncoder || format != _imageFormat || stale )
+    if ( !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) && _theoraEncoder &&
+         format == _imageFormat )
+        return;
+    if ( !_theoraEncoder || format != _imageFormat || stale )
     {
         _onVideoFormatSet( format );
         _encoderStart = timestamp;
     }
-    if( !_theoraEncoder || !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) ) return;
+    if ( !_theoraEncoder || !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) ) return;
     GASSERT( _theoraEncoder->getOutputWidth( ) == _theoraEncoder->getOutputHeight( ) );
     _lastVideoTime = timestamp;
     _theoraEncoder->encode( buffer, length, _videoFrame );
-    if( _videoFrame.empty( ) ) return;
+    if ( _videoFrame.empty( ) ) return;
     GLOGIF( 'V', u"Sending new video frame, timestamp=", timestamp, u" (", _videoFrame.size( ), u" bytes)" );
     _sendFrame( GRTP_VIDEO, ++_videoSequence, static_cast<uint32_t>( timestamp / VIDEO_TIMESTAMP_UNIT ),
                 static_cast<uint32_t>( _theoraEncoder->getOutputWidth( ) ), _videoFrame );
@@ -144,18 +153,19 @@ void GVideoCaptureStream::onAudioFrame( uint64_t timestamp, const GAudioFormat& 
 {
     const GMutexScope scope( _audioMutex );
     GPRECONDITION( buffer && length >= 0 );
-    if( !_audioEnabled ) return;
-    if( !_speexEncoder || format.bytesPerSample != _audioFormat.bytesPerSample || format.frequency != _audioFormat.frequency )
+    if ( !_audioEnabled ) return;
+    if ( !_speexEncoder || format.bytesPerSample != _audioFormat.bytesPerSample ||
+         format.frequency != _audioFormat.frequency )
         _onAudioFormatSet( format );
     int numChunks = 1;
-    while( length / numChunks / ENCODED_SHARE > MAXIMUM_ENCODED_CHUNK ) numChunks *= 2;
+    while ( length / numChunks / ENCODED_SHARE > MAXIMUM_ENCODED_CHUNK ) numChunks *= 2;
     GVERIFY( !(length % numChunks) );
     const int frameSize = _speexEncoder->getFrameSize( );
     const int chunkSize = ( length / numChunks + frameSize - 1 ) / frameSize * frameSize;
-    for( int offset = 0; offset < length; offset += chunkSize )
+    for ( int offset = 0; offset < length; offset += chunkSize )
     {
         const int thisChunkSize = std::min( chunkSize, length - offset );
-        if( !GVERIFY( !(thisChunkSize % frameSize) ) ) return;
+        if ( !GVERIFY( !(thisChunkSize % frameSize) ) ) return;
         _capturedAudioBytes += thisChunkSize;
         _audioFrame.clear( );
         _speexEncoder->encode( buffer + offset, thisChunkSize, _audioFrame );
@@ -165,11 +175,13 @@ void GVideoCaptureStream::onAudioFrame( uint64_t timestamp, const GAudioFormat& 
     }
 }
 
-void GVideoCaptureStream::_sendFrame( int payloadType, uint16_t sequence, uint32_t timestamp, uint32_t formatWord, const GString& frame )
+void GVideoCaptureStream::_sendFrame( int payloadType, uint16_t sequence, uint32_t timestamp, uint32_t formatWord,
+                                      const GString& frame )
 {
     GString& packet = payloadType == GRTP_AUDIO ? _audioPacket : _videoPacket;
     char prefix[4];
     GWriteU32( prefix, formatWord );
-    GRTPCompose( packet, payloadType, sequence, timestamp, _ssrc, prefix, sizeof( prefix ), frame.data( ), static_cast<int>( frame.size( ) ) );
+    GRTPCompose( packet, payloadType, sequence, timestamp, _ssrc, prefix, sizeof( prefix ), frame.data( ),
+                 static_cast<int>( frame.size( ) ) );
     _port->send( _sendFromHost, _sendToHost, packet.data( ), static_cast<int>( packet.size( ) ) );
 }

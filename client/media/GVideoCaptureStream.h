@@ -28,7 +28,8 @@ private:
     void _onVideoFormatSet( const GImageFormat& format );
     void _onAudioFormatSet( const GAudioFormat& format );
     void _sendReport( );
-    void _sendFrame( int payloadType, uint16_t sequence, uint32_t timestamp, uint32_t formatWord, const GString& frame );
+    void _sendFrame( int payloadType, uint16_t sequence, uint32_t timestamp, uint32_t formatWord,
+                     const GString& frame );
     bool _isRobust( ) const { return _instance->test( u"Robust_Media" ); }
 
     GInstance* _instance;

@@ -6,15 +6,21 @@ constexpr int64_t WAIT = 100000;
 constexpr char16_t QUEUE[] = u"GVideoPlaybackService_commandQueue";
 } // namespace
 
-GVideoPlaybackService::GVideoPlaybackService( GInstance* instance, GMegaPort* port ) : _instance( instance ), _port( port ) { }
+GVideoPlaybackService::GVideoPlaybackService( GInstance* instance, GMegaPort* port )
+    : _instance( instance ), _port( port )
+{
+}
 
-GVideoPlaybackService::~GVideoPlaybackService( ) { stop( true ); }
+GVideoPlaybackService::~GVideoPlaybackService( )
+{
+    stop( true );
+}
 
 int GVideoPlaybackService::_bGThreadObject_safe_onLoop( )
 {
     _drainBuckets( );
     _drainCommands( );
-    for( const auto& [name, stream] : _nameStreamMap ) stream->update( );
+    for ( const auto& [name, stream] : _nameStreamMap ) stream->update( );
     unlock( );
     _port->waitForRTPBucket( WAIT, GRTP_AUDIO, GRTP_VIDEO );
     lock( );
@@ -24,16 +30,16 @@ int GVideoPlaybackService::_bGThreadObject_safe_onLoop( )
 void GVideoPlaybackService::_bGThreadObject_safe_onShutdown( )
 {
     GLOGIF( 'v', _nameStreamMap.size( ), u" live playback streams on close, stopping." );
-    while( !_nameStreamMap.empty( ) ) _deleteStream( _nameStreamMap.begin( )->first );
+    while ( !_nameStreamMap.empty( ) ) _deleteStream( _nameStreamMap.begin( )->first );
 }
 
 void GVideoPlaybackService::_drainBuckets( )
 {
-    for( ;; )
+    for ( ;; )
     {
         GMegaPortBucket* bucket = _port->getRTPBucket( GRTP_AUDIO );
-        if( !bucket ) bucket = _port->getRTPBucket( GRTP_VIDEO );
-        if( !bucket ) return;
+        if ( !bucket ) bucket = _port->getRTPBucket( GRTP_VIDEO );
+        if ( !bucket ) return;
         _onBucket( *bucket );
         _port->returnEmptyBucket( bucket );
     }
@@ -44,12 +50,13 @@ void GVideoPlaybackService::_onBucket( const GMegaPortBucket& bucket )
     GLOGIF( 'V', u"Received ", bucket.buffer.size( ), u"bytes from (", bucket.remoteHost, u")" );
     const auto found = _remoteHostStreamMap.find( bucket.remoteHost );
     GVideoPlaybackStream* stream = found == _remoteHostStreamMap.end( ) ? nullptr : found->second;
-    if( GRTPIsRTCPSR( bucket.buffer.data( ), static_cast<int>( bucket.buffer.size( ) ) ) )
+    if ( GRTPIsRTCPSR( bucket.buffer.data( ), static_cast<int>( bucket.buffer.size( ) ) ) )
         _onSenderReport( bucket, stream );
-    else if( stream )
+    else if ( stream )
         stream->recv( bucket );
     else
-        GLOG( u"WARNING Received unexpected ", bucket.buffer.size( ), u"bytes from (", bucket.remoteHost, u"), ignoring." );
+        GLOG( u"WARNING Received unexpected ", bucket.buffer.size( ), u"bytes from (", bucket.remoteHost,
+              u"), ignoring." );
 }
 
 void GVideoPlaybackService::_onSenderReport( const GMegaPortBucket& bucket, const GVideoPlaybackStream* stream )
@@ -57,11 +64,12 @@ void GVideoPlaybackService::_onSenderReport( const GMegaPortBucket& bucket, cons
     const int length = static_cast<int>( bucket.buffer.size( ) );
     GWString cname;
     const bool good = length > GRTCPSR_FIXED_SIZE && GRTCPSRDecompose( bucket.buffer.data( ), length, cname );
-    if( stream && good )
+    if ( stream && good )
         GVERIFY_TEXT( GCaseEquals( stream->getName( ), cname ), "GCaseEquals( stream->getName( ), cname )" );
-    else if( stream )
-        GLOG( u"WARNING Received malformed RTCP-SR from '", stream->getName( ), u"' (", bucket.remoteHost, u"), ignoring." );
-    else if( good )
+    else if ( stream )
+        GLOG( u"WARNING Received malformed RTCP-SR from '", stream->getName( ), u"' (", bucket.remoteHost,
+              u"), ignoring." );
+    else if ( good )
         GLOG( u"WARNING Received unexpected RTCP-SR from '", cname, u"' (", bucket.remoteHost, u"), ignoring." );
     else
         GLOG( u"WARNING Received unexpected ", length, u"bytes from (", bucket.remoteHost, u"), ignoring." );
@@ -70,29 +78,30 @@ void GVideoPlaybackService::_onSenderReport( const GMegaPortBucket& bucket, cons
 void GVideoPlaybackService::_drainCommands( )
 {
     GString item;
-    while( _instance->dequeue( QUEUE, item ) )
+    while ( _instance->dequeue( QUEUE, item ) )
     {
         GHTTPHeaders command;
-        if( !command.deserialize( item ) )
+        if ( !command.deserialize( item ) )
         {
             GLOG( u"WARNING Malformed command sent to 'GVideoPlaybackService_commandQueue', ignoring." );
             continue;
         }
         const GWString method = command.getMethod( );
         GLOGIF( 'v', u"Processing '", method, u"' command" );
-        if( method == u"OPEN" )
+        if ( method == u"OPEN" )
             _onOpen( command );
-        else if( method == u"CLOSE" )
+        else if ( method == u"CLOSE" )
             _onClose( command );
         else
-            GLOG( u"WARNING Unsupported command '", method, u"' sent to GVideoPlaybackService_commandQueue, ignoring." );
+            GLOG( u"WARNING Unsupported command '", method,
+                  u"' sent to GVideoPlaybackService_commandQueue, ignoring." );
     }
 }
 
 void GVideoPlaybackService::_onOpen( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
-    if( GMAPCONTAINS( _nameStreamMap, name ) )
+    if ( GMAPCONTAINS( _nameStreamMap, name ) )
     {
         GLOG( u"Received 'OPEN' request for playback stream '", name, u"' that is already open, resetting." );
         _deleteStream( name );
@@ -107,7 +116,7 @@ void GVideoPlaybackService::_onOpen( const GHTTPHeaders& command )
 void GVideoPlaybackService::_onClose( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
-    if( !GMAPCONTAINS( _nameStreamMap, name ) )
+    if ( !GMAPCONTAINS( _nameStreamMap, name ) )
     {
         GLOG( u"Received 'CLOSE' request, but no stream named '", name, u"'; ignoring." );
         return;
@@ -122,7 +131,8 @@ void GVideoPlaybackService::_deleteStream( const GWString& nameReference )
     GPRECONDITION( GMAPCONTAINS( _nameStreamMap, name ) );
     GVideoPlaybackStream* stream = _nameStreamMap[name];
     // Another device may have taken the host over since.
-    const size_t dead = std::erase_if( _remoteHostStreamMap, [stream]( const auto& entry ) { return entry.second == stream; } );
+    const size_t dead =
+        std::erase_if( _remoteHostStreamMap, [stream]( const auto& entry ) { return entry.second == stream; } );
     GVERIFY_TEXT( dead > 0, "!deadHostList.empty( )" );
     _nameStreamMap.erase( name );
     delete stream;
