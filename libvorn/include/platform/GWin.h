@@ -25,6 +25,8 @@ enum GHitCode
     GHIT_BOTTOMRIGHT = 17
 };
 
+// Input events answer with response flags, which a window hands on from the handler below the pointer; the platform itself pays
+// no heed to them.
 class IGWinListener
 {
 public:
@@ -32,21 +34,21 @@ public:
     virtual int getNCHITTEST( GWin, int /*x*/, int /*y*/ ) { return GHIT_CLIENT; }
     virtual bool getMinSize( GWin, int& /*width*/, int& /*height*/ ) { return false; }
     virtual void onReposition( GWin, const GRect& ) { }
-    virtual void onKeyDown( GWin, int /*key*/ ) { }
-    virtual void onKeyUp( GWin, int /*key*/ ) { }
-    virtual void onKeyPressed( GWin, char16_t /*character*/ ) { }
-    virtual void onMouseMove( GWin, int /*x*/, int /*y*/ ) { }
+    virtual int onKeyDown( GWin, int /*key*/ ) { return 0; }
+    virtual int onKeyUp( GWin, int /*key*/ ) { return 0; }
+    virtual int onKeyPressed( GWin, char16_t /*character*/ ) { return 0; }
+    virtual int onMouseMove( GWin, int /*x*/, int /*y*/ ) { return 0; }
     virtual void onMouseLeft( GWin ) { }
-    virtual void onLButtonDown( GWin, int /*x*/, int /*y*/ ) { }
-    virtual void onLButtonUp( GWin, int /*x*/, int /*y*/ ) { }
-    virtual void onLButtonDblClk( GWin, int /*x*/, int /*y*/ ) { }
-    virtual void onRButtonDown( GWin, int /*x*/, int /*y*/ ) { }
+    virtual int onLButtonDown( GWin, int /*x*/, int /*y*/ ) { return 0; }
+    virtual int onLButtonUp( GWin, int /*x*/, int /*y*/ ) { return 0; }
+    virtual int onLButtonDblClk( GWin, int /*x*/, int /*y*/ ) { return 0; }
+    virtual int onRButtonDown( GWin, int /*x*/, int /*y*/ ) { return 0; }
     virtual void onClose( GWin ) { }
     virtual void onShow( GWin ) { }
     virtual void onReserved( GWin ) { }
-    virtual void onPaste( GWin, const GWString& /*text*/ ) { }
+    virtual int onPaste( GWin, const GWString& /*text*/ ) { return 0; }
     // Wheel steps away from the user are positive.
-    virtual void onMouseWheel( GWin, int /*steps*/ ) { }
+    virtual int onMouseWheel( GWin, int /*steps*/ ) { return 0; }
 };
 
 // Created hidden. With `topmost` it stays above others and never takes the focus. The listener must not be null.

@@ -1,0 +1,28 @@
+// The doors of the command language to the desktop: menus, choosers, documents, hotkeys and foreign windows, as a table of
+// functions. The default table is the platform's; tests put their own in its place.
+#pragma once
+
+#include "base/GRect.h"
+#include "platform/GSystem.h"
+
+#include <functional>
+#include <map>
+
+struct GSkinPlatform
+{
+    GSkinPlatform( );
+
+    // The index chosen, or a negative value.
+    std::function<int( const GStringVector& labels )> executeMenu;
+    // Empty on cancel.
+    std::function<GWString( const GWString& title )> chooseFile;
+    // Opens a document by the system's association; `reason` tells why not.
+    std::function<bool( const GWString& path, GWString& reason )> openDocument;
+    std::function<bool( )> isLeftButtonDown;
+    std::function<GHotkey( const GWString& text, const GWString& name )> openHotkey;
+    std::function<void( GHotkey hotkey )> closeHotkey;
+    // Windows that can be shared: number and title.
+    std::function<void( std::map<uint32_t, GWString>& windows )> listWindows;
+    std::function<void( uint32_t window )> raiseWindow;
+    std::function<GRect( )> getWorkArea;
+};

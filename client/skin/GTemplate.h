@@ -1,0 +1,87 @@
+// The root of the skin engine: owns the node tree, runs its update and render passes, and is the command engine through which the
+// skin, the tray and the client core act on the system. Also talk hotkeys, the chat log and the restart countdown.
+// User-interface thread.
+#pragma once
+
+#include "platform/GNotify.h"
+#include "platform/GSystem.h"
+#include "platform/GTimer.h"
+#include "runtime/GHTTPHeaders.h"
+#include "runtime/GInstance.h"
+#include "client/skin/GSkinPlatform.h"
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/IGCommandEngine.h"
+
+#include <map>
+
+class GTemplate : public GHeapObject, public IGCommandEngine, public IGTimerListener, public IGNotifyListener
+{
+public:
+    // Loads the tree, runs the first pass and assigns the first hotkey. `instance` is borrowed. Tests replace `platform`.
+    GTemplate( GInstance* instance, const GWString& filename, const GSkinPlatform& platform = GSkinPlatform( ) );
+    ~GTemplate( ) override;
+    void invariantTest( ) const override;
+
+    void executeCommand( const GWString& command, GTemplateNode* source, int reserved = 0 ) override;
+    // For the client core and the tray: a command without a source.
+    void command( const GWString& text ) { executeCommand( text, nullptr ); }
+    GNotifyHandle getNotifyListener( ) override { return _notify; }
+    GTemplateNode* getNode( const GWString& path, GTemplateNode* relativeTo ) override;
+
+    void onTimer( GTimer timer ) override;
+    void onNotification( int kind, uint64_t time ) override;
+    // Handed on by the client core, which listens to the system.
+    void onHotkeyDown( GHotkey hotkey, const GWString& name );
+    void onHotkeyUp( GHotkey hotkey, const GWString& name );
+
+    // Wraps the message in a DEVICEBROADCAST for every device of that buddy.
+    void broadcastToBuddy( const GWString& buddy, const GHTTPHeaders& message );
+    // Appends a line to the buddy's chat log below the working directory.
+    void logCHAT( const GWString& buddy, const GHTTPHeaders& message );
+
+    // Runs the two passes over `node` on a fresh stack; `path`: of its parent.
+    void refresh( const GWString& path, GTemplateNode* node, bool refresh ) { _update( path, node, refresh ); }
+    GTemplateNode* getRoot( ) const { return _root; }
+    GInstance* getInstance( ) const { return _instance; }
+    const GSkinPlatform& getPlatform( ) const { return _platform; }
+
+    // Turns the media to each device of the buddy up or down.
+    void resetBuddyTalk( const GWString& buddy, bool enable ) { _resetBuddyTalk( buddy, enable ); }
+    // Assigns or frees the talk hotkey of that name; the text is the key combination.
+    void assignHotkey( const GWString& name, const GWString& text );
+    void clearHotkey( const GWString& name );
+    // Restarts the program at that time, with a countdown window in the last 30 seconds. Microseconds; 0 for none.
+    void setRestartTime( uint64_t time ) { _restartTime = time; }
+
+private:
+    void _update( const GWString& path, GTemplateNode* node, bool refresh );
+    void _executeCommand( const GWString& command, GTemplateNode* source, int reserved );
+    void _resetBuddyTalk( const GWString& buddy, bool enable );
+    void _resetDeviceTalk( const GWString& buddy, const GWString& device, bool enable );
+    void _talkAgain( );
+    void _talkTo( const GWString& buddy );
+    void _updateHotkeys( );
+    void _updateCountdown( );
+    bool _closeHotkey( const GWString& name );
+
+    GInstance* _instance;
+    GSkinPlatform _platform;
+    GTemplateNode* _root = nullptr;
+    GTimer _timer = nullptr;
+    GNotifyHandle _notify = nullptr;
+    GStringList _talkToList;
+    GStringList _lastTalkToList;
+    uint64_t _talkStopTime = 0;
+    uint64_t _restartTime = 0;
+    bool _countdownOpen = false;
+    std::map<GWString, GHotkey> _hotkeys;
+    bool _hotkeyDown = false;
+};
+
+// Splits "Label(command);Label(command)" into pairs, as far as the text fits.
+struct GMenuItem
+{
+    GWString label;
+    GWString command;
+};
+void GParseTools_parseMenu( std::vector<GMenuItem>& items, GWStringView text );

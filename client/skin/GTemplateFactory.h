@@ -1,0 +1,35 @@
+// Turns a skin file into a tree of nodes and element names into node classes. A file that cannot be parsed ends the program after
+// a message box. User-interface thread.
+#pragma once
+
+#include "client/skin/GTemplateNode.h"
+
+#include <vector>
+#include <xercesc/sax2/DefaultHandler.hpp>
+
+class GTemplateFactory : public GHeapObject, public xercesc::DefaultHandler
+{
+public:
+    GTemplateFactory( ) = default;
+    // The root of `filename`; the caller owns it. Null when the file holds no element.
+    GTemplateNode* load( GInstance* instance, IGCommandEngine* commandEngine, const GWString& filename );
+    // A node of the class that belongs to `name`, not linked into `parent`'s children. The caller owns it.
+    static GTemplateNode* create( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent,
+                                  const GWString& name, const GAttributeList& attributes );
+
+    void startElement( const XMLCh* uri, const XMLCh* localName, const XMLCh* qualifiedName,
+                       const xercesc::Attributes& attributes ) override;
+    void characters( const XMLCh* characters, XMLSize_t length ) override;
+    void endElement( const XMLCh* uri, const XMLCh* localName, const XMLCh* qualifiedName ) override;
+    void error( const xercesc::SAXParseException& exception ) override;
+    void fatalError( const xercesc::SAXParseException& exception ) override;
+
+private:
+    [[noreturn]] void _onParseError( const GWString& text, uint64_t line );
+
+    GInstance* _instance = nullptr;
+    IGCommandEngine* _commandEngine = nullptr;
+    GTemplateNode* _root = nullptr;
+    std::vector<GTemplateNode*> _nodeStack;
+    GWString _filename;
+};
