@@ -30,13 +30,13 @@ void GLocalCapture::onVideoFrame( uint64_t timestamp, const GImageFormat& format
     GASSERT_TEXT( _myLastFrameOutputTimestamp == UINT64_MAX || timestamp > _myLastFrameOutputTimestamp,
                   "timestamp > _myLastFrameOutputTimestamp" );
     _myLastFrameOutputTimestamp = timestamp;
-    if ( !_isPreviewDue( enableVideoPreview, _lastVideoPreview ) || length < GImageSize( format ) ) return;
-    if ( format != _imageFormat )
+    if( !_isPreviewDue( enableVideoPreview, _lastVideoPreview ) || length < GImageSize( format ) ) return;
+    if( format != _imageFormat )
     {
         GLOGIF( 'v', u"VIDEOFORMAT: type=#", format.type, u", dimensions=(", format.width, u"x", format.height, u")" );
         _imageFormat = format;
     }
-    if ( format.type == GIT_RGB24 )
+    if( format.type == GIT_RGB24 )
         _rgb.assign( buffer, static_cast<size_t>( GImageSize( format ) ) );
     else
         GImageConvert( format, buffer, GIT_RGB24, _rgb );
@@ -48,19 +48,19 @@ void GLocalCapture::onAudioFrame( uint64_t, const GAudioFormat& format, const ch
 {
     const GObjectLock scope( *this );
     GPRECONDITION( buffer && length >= 0 );
-    if ( !_isPreviewDue( enableAudioPreview, _lastAudioPreview ) ) return;
-    if ( format.bytesPerSample != _audioFormat.bytesPerSample || format.frequency != _audioFormat.frequency )
+    if( !_isPreviewDue( enableAudioPreview, _lastAudioPreview ) ) return;
+    if( format.bytesPerSample != _audioFormat.bytesPerSample || format.frequency != _audioFormat.frequency )
     {
         GLOGIF( 'v', u"AUDIOFORMAT: frequency=", format.frequency, u"Hz, bits=", format.bytesPerSample * 8 );
         _audioFormat = format;
     }
-    if ( format.bytesPerSample != 2 )
+    if( format.bytesPerSample != 2 )
     {
         GLOG( u"ERROR Attempting encoding of unsupported wave bpp ", format.bytesPerSample * 8, u", aborting." );
         GAbort( );
         return;
     }
-    if ( length < 2 ) return;
+    if( length < 2 ) return;
     _lastAudioPreview = GTimeGetTime( );
     _drawLevel( buffer, length / 2 );
 }
@@ -71,12 +71,12 @@ void GLocalCapture::_drawLevel( const char* buffer, int samples )
     const int width = std::min( samples, LEVEL_WIDTH );
     const GImageFormat format = { GIT_RGB24, width, LEVEL_HEIGHT };
     _audioImage.assign( static_cast<size_t>( GImageSize( format ) ), '\0' );
-    for ( int x = 0; x < width; ++x )
+    for( int x = 0; x < width; ++x )
     {
         const int sample = static_cast<int16_t>( GReadU16( buffer + static_cast<ptrdiff_t>( 2 ) * x ) );
         const int height = ( sample + 32768 ) * LEVEL_HEIGHT / 65535;
         const int top = ( LEVEL_HEIGHT - height ) / 2;
-        for ( int y = top; y < top + height; ++y )
+        for( int y = top; y < top + height; ++y )
             _audioImage[static_cast<size_t>( ( y * width + x ) * 3 + 1 )] = '\xFF';
     }
     GImageTools_instanceWrite( _instance, u"Local_Audio_Image", format, _audioImage );
@@ -85,8 +85,8 @@ void GLocalCapture::_drawLevel( const char* buffer, int samples )
 void GLocalCapture::update( bool reset )
 {
     const GObjectLock scope( *this );
-    if ( reset ) _reset( );
-    if ( _rgb.empty( ) && _isPreviewDue( enableVideoPreview, _lastVideoPreview ) ) _writeStatic( );
+    if( reset ) _reset( );
+    if( _rgb.empty( ) && _isPreviewDue( enableVideoPreview, _lastVideoPreview ) ) _writeStatic( );
 }
 
 void GLocalCapture::_reset( )
@@ -100,8 +100,8 @@ void GLocalCapture::_reset( )
     GString file;
     GImageFormat format;
     GString pixels;
-    if ( GFileLoad( u"defaultprofile.png", file ) &&
-         GImageLoad( file.data( ), static_cast<int>( file.size( ) ), format, pixels ) )
+    if( GFileLoad( u"defaultprofile.png", file ) &&
+        GImageLoad( file.data( ), static_cast<int>( file.size( ) ), format, pixels ) )
         GImageTools_instanceWrite( _instance, u"Local_Video_Image", format, pixels );
 }
 
@@ -109,7 +109,7 @@ void GLocalCapture::_writeStatic( )
 {
     _lastVideoPreview = GTimeGetTime( );
     _rgb.resize( static_cast<size_t>( GImageSize( STATIC_FORMAT ) ) );
-    for ( size_t i = 0; i + 2 < _rgb.size( ); i += 3 )
+    for( size_t i = 0; i + 2 < _rgb.size( ); i += 3 )
         _rgb[i] = _rgb[i + 1] = _rgb[i + 2] = static_cast<char>( ( GRandom( ) * GRandom( ) ) % 256 );
     GImageTools_instanceWrite( _instance, u"Local_Video_Image", STATIC_FORMAT, _rgb );
     _rgb.clear( );

@@ -35,7 +35,7 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
     GPRECONDITION( fromSpeexBytes && numSpeexBytes );
     out.clear( );
     const int64_t sampleBufferSize = numSpeexBytes < 4 ? -1 : static_cast<int64_t>( GReadU32( fromSpeexBytes ) );
-    if ( sampleBufferSize != numSpeexBytes - 4 )
+    if( sampleBufferSize != numSpeexBytes - 4 )
     {
         GLOG( u"WARNING Speex packet of ", numSpeexBytes,
               u" bytes tells another length, ignoring. (numSpeexBytes == sampleBufferSize)" );
@@ -43,13 +43,13 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
     }
     speex_bits_read_from( &_bits, const_cast<char*>( fromSpeexBytes + 4 ), numSpeexBytes - 4 );
     const int frameCount = _decodeFrames( );
-    if ( frameCount <= 1 )
+    if( frameCount <= 1 )
     {
         GLOG( u"WARNING Speex packet holds ", frameCount, u" frames, ignoring. (frameCount > 1)" );
         return false;
     }
     out.resize( static_cast<size_t>( frameCount * _frameSize ) * 2 );
-    for ( int i = 0; i < frameCount * _frameSize; ++i )
+    for( int i = 0; i < frameCount * _frameSize; ++i )
     {
         const float sample = decodeBuffer_[static_cast<size_t>( i )];
         const float clamped = std::isfinite( sample ) ? std::clamp( sample, -32768.0F, 32767.0F ) : 0.0F;
@@ -62,14 +62,14 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
 int GSpeexDecoder::_decodeFrames( )
 {
     int frameCount = 0;
-    while ( speex_bits_remaining( &_bits ) > 0 && frameCount < MAXIMUM_FRAMES )
+    while( speex_bits_remaining( &_bits ) > 0 && frameCount < MAXIMUM_FRAMES )
     {
         const size_t needed = static_cast<size_t>( ( frameCount + 1 ) * _frameSize );
-        if ( decodeBuffer_.size( ) < needed ) decodeBuffer_.resize( std::max( needed, decodeBuffer_.size( ) * 2 ) );
+        if( decodeBuffer_.size( ) < needed ) decodeBuffer_.resize( std::max( needed, decodeBuffer_.size( ) * 2 ) );
         const int result =
             speex_decode( _decoderState, &_bits, &decodeBuffer_[needed - static_cast<size_t>( _frameSize )] );
-        if ( result == -1 ) break;
-        if ( result < -1 ) GLOG( u"WARNING Error #", result, u" reported by speex_decode( )." );
+        if( result == -1 ) break;
+        if( result < -1 ) GLOG( u"WARNING Error #", result, u" reported by speex_decode( )." );
         ++frameCount;
     }
     return frameCount;

@@ -40,19 +40,19 @@ GSpeexEncoder::~GSpeexEncoder( )
 
 void GSpeexEncoder::encode( const char* sampleBuffer, int length, GString& packetBuffer )
 {
-    if ( _waveFormat.wBitsPerSample != 16 )
+    if( _waveFormat.wBitsPerSample != 16 )
     {
         GLOG( u"ERROR Attempting to encode unsupported bpp", _waveFormat.wBitsPerSample, u", aborting." );
         GAbort( );
         return;
     }
     _samples.resize( static_cast<size_t>( length / 2 ) );
-    for ( size_t i = 0; i < _samples.size( ); ++i )
+    for( size_t i = 0; i < _samples.size( ); ++i )
         _samples[i] = static_cast<int16_t>( GReadU16( sampleBuffer + 2 * i ) );
     GASSERT_TEXT( !( static_cast<int>( _samples.size( ) ) % _frameSize ),
                   "!( (int)fromSamplesFloat.size( ) % _frameSize )" );
     speex_bits_reset( &_bits );
-    for ( size_t i = 0; i < _samples.size( ); i += static_cast<size_t>( _frameSize ) )
+    for( size_t i = 0; i < _samples.size( ); i += static_cast<size_t>( _frameSize ) )
         speex_encode( _encoderState, &_samples[i], &_bits );
     speex_bits_insert_terminator( &_bits );
     const int numBytes = speex_bits_nbytes( &_bits );

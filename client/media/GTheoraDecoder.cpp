@@ -18,7 +18,7 @@ bool isEdge( uint32_t edge )
 
 char* copyPlane( char* to, const unsigned char* from, int stride, int width, int height )
 {
-    for ( int y = 0; y < height; ++y, to += width, from += stride )
+    for( int y = 0; y < height; ++y, to += width, from += stride )
         std::memcpy( to, from, static_cast<size_t>( width ) );
     return to;
 }
@@ -29,7 +29,7 @@ GTheoraDecoder::GTheoraDecoder( const char* headerPacketBuffer, int headerPacket
     GPRECONDITION( headerPacketBuffer && headerPacketLength >= 0 );
     theora_info_init( &_info );
     theora_comment_init( &_comment );
-    if ( !_readHeaders( headerPacketBuffer, headerPacketLength ) || !isEdge( _info.width ) || !isEdge( _info.height ) )
+    if( !_readHeaders( headerPacketBuffer, headerPacketLength ) || !isEdge( _info.width ) || !isEdge( _info.height ) )
     {
         GLOG( u"WARNING Invalid Theora codebook, ignoring." );
         return;
@@ -39,18 +39,18 @@ GTheoraDecoder::GTheoraDecoder( const char* headerPacketBuffer, int headerPacket
 
 GTheoraDecoder::~GTheoraDecoder( )
 {
-    if ( _stateOpen ) theora_clear( &_state );
+    if( _stateOpen ) theora_clear( &_state );
     theora_comment_clear( &_comment );
     theora_info_clear( &_info );
 }
 
 bool GTheoraDecoder::_readHeaders( const char* buffer, int length )
 {
-    for ( int i = 0; i < HEADER_PACKETS; ++i )
+    for( int i = 0; i < HEADER_PACKETS; ++i )
     {
         ogg_packet oggPacket;
         const int taken = GDeserialize( buffer, length, oggPacket );
-        if ( !taken || theora_decode_header( &_info, &_comment, &oggPacket ) != 0 ) return false;
+        if( !taken || theora_decode_header( &_info, &_comment, &oggPacket ) != 0 ) return false;
         buffer += taken;
         length -= taken;
     }
@@ -61,22 +61,22 @@ bool GTheoraDecoder::decode( const char* packetBuffer, int packetLength, GImageF
 {
     GPRECONDITION( packetBuffer && packetLength >= 0 );
     ogg_packet framePacket;
-    if ( !_valid || GDeserialize( packetBuffer, packetLength, framePacket ) == 0 )
+    if( !_valid || GDeserialize( packetBuffer, packetLength, framePacket ) == 0 )
     {
         GLOG( u"WARNING Malformed Theora frame, ignoring." );
         return false;
     }
     // An empty packet repeats the last picture; before the first one there is nothing to repeat.
-    if ( framePacket.bytes == 0 && !_hasReference ) return false;
+    if( framePacket.bytes == 0 && !_hasReference ) return false;
     const int result = framePacket.bytes == 0 ? 0 : theora_decode_packetin( &_state, &framePacket );
-    if ( result != 0 )
+    if( result != 0 )
     {
         GLOG( u"WARNING Undecodable Theora frame (", result, u"), ignoring." );
         return false;
     }
     _hasReference = true;
     yuv_buffer yuv;
-    if ( theora_decode_YUVout( &_state, &yuv ) != 0 || !yuv.y || !yuv.u || !yuv.v ) return false;
+    if( theora_decode_YUVout( &_state, &yuv ) != 0 || !yuv.y || !yuv.u || !yuv.v ) return false;
     _copyPlanes( yuv );
     const GImageFormat planar = { GIT_IYUY, yuv.y_width, yuv.y_height };
     format = { GIT_RGB24, yuv.y_width, yuv.y_height };

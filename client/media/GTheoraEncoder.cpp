@@ -70,7 +70,7 @@ GTheoraEncoder::GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect&
     GPRECONDITION( fps > 0 );
     GASSERT( !(_outputWidth% 16) && !(_outputHeight% 16) );
     // Packed 4:2:2 shares its chroma between pixel pairs, so a crop must begin at an even column.
-    if ( _srcImageFormat.type == GIT_YUY2 && _cropRect.left % 2 )
+    if( _srcImageFormat.type == GIT_YUY2 && _cropRect.left % 2 )
     {
         --_cropRect.left;
         --_cropRect.right;
@@ -94,7 +94,7 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     GPRECONDITION( sampleBuffer && length >= 0 );
     GLOGIF( 'E', u"GTheoraEncoder::encode( sampleBuffer=..., length=", length, u", packetBuffer=... )" );
     packetBuffer.clear( );
-    if ( !_fillPlanes( sampleBuffer, length ) ) return;
+    if( !_fillPlanes( sampleBuffer, length ) ) return;
     GASSERT_TEXT( _encoderInfo.width == static_cast<ogg_uint32_t>( _outputWidth ) &&
                       _encoderInfo.height == static_cast<ogg_uint32_t>( _outputHeight ),
                   "_encoderInfo.width == _outputWidth && _encoderInfo.height == _outputHeight" );
@@ -111,18 +111,18 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     GASSERT( !theora_encode_YUVin( &_theoraState, &yuv ) );
     GASSERT( theora_encode_packetout( &_theoraState, 0, &oggPacket ) == 1 );
     GSerialize( oggPacket, packetBuffer );
-    if ( GLogTest( 'E' ) ) _verify( packetBuffer );
+    if( GLogTest( 'E' ) ) _verify( packetBuffer );
 }
 
 // Brings the source to planes of the output size in `_scaled`.
 bool GTheoraEncoder::_fillPlanes( const char* sampleBuffer, int length )
 {
-    if ( _srcImageFormat.type != GIT_RGB24 && _srcImageFormat.type != GIT_YUY2 )
+    if( _srcImageFormat.type != GIT_RGB24 && _srcImageFormat.type != GIT_YUY2 )
     {
         GLOG( u"WARNING unsupported format", _srcImageFormat.type, u", ignoring." );
         return false;
     }
-    if ( length < GImageSize( _srcImageFormat ) )
+    if( length < GImageSize( _srcImageFormat ) )
     {
         GLOG( u"WARNING Frame of ", length, u" bytes is too short, ignoring." );
         return false;
@@ -131,7 +131,7 @@ bool GTheoraEncoder::_fillPlanes( const char* sampleBuffer, int length )
     GImageCrop( _srcImageFormat, sampleBuffer, _cropRect, _cropped );
     const bool scale = cropFormat.width != _outputWidth || cropFormat.height != _outputHeight;
     GImageConvertToIYUY( cropFormat, _cropped.data( ), scale ? _planar : _scaled );
-    if ( scale )
+    if( scale )
         GImageResizeIYUY( { GIT_IYUY, cropFormat.width, cropFormat.height }, _planar.data( ),
                           { GIT_IYUY, _outputWidth, _outputHeight }, _scaled );
     return true;

@@ -44,7 +44,7 @@ void GVideoCaptureService::_listDevices( )
     GStringList videoList;
     GAVCaptureGetDeviceList( audioList, videoList );
     const GWString clip = _instance->get( u"avi_source" );
-    if ( !clip.empty( ) )
+    if( !clip.empty( ) )
     {
         audioList.push_front( clip );
         videoList.push_front( clip );
@@ -57,13 +57,13 @@ void GVideoCaptureService::_listDevices( )
 void GVideoCaptureService::_publishDevices( GStringList devices, GWStringView choice, GWStringView none,
                                             GWStringView list )
 {
-    if ( _instance->isSet( choice ) )
+    if( _instance->isSet( choice ) )
     {
         const GWString name = _instance->get( choice );
         devices.remove( name );
         devices.remove( GWString( none ) );
         devices.push_front( name );
-        if ( name != none ) devices.emplace_back( none );
+        if( name != none ) devices.emplace_back( none );
     }
     else
         devices.emplace_front( none );
@@ -86,10 +86,10 @@ void GVideoCaptureService::_enqueueStart( )
 int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
 {
     GString item;
-    while ( _instance->dequeue( QUEUE, item ) )
+    while( _instance->dequeue( QUEUE, item ) )
     {
         GHTTPHeaders command;
-        if ( command.deserialize( item ) )
+        if( command.deserialize( item ) )
             _onCommand( command );
         else
             GLOG( u"WARNING Malformed command sent to 'GVideoCaptureService_commandQueue', ignoring." );
@@ -101,7 +101,7 @@ int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
 void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
 {
     GLOGIF( 'v', u"Stopping local capture" );
-    if ( _recorder )
+    if( _recorder )
     {
         GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
         GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
@@ -109,31 +109,31 @@ void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
     delete _localCapture;
     _localCapture = nullptr;
     GLOGIF( 'v', _streams.size( ), u" capture streams on close, stopping." );
-    while ( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
-    if ( _recorder ) GAVCaptureClose( _recorder );
+    while( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
+    if( _recorder ) GAVCaptureClose( _recorder );
     _recorder = nullptr;
 }
 
 void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
 {
     const GWString method = command.getMethod( );
-    if ( method == u"START" ) return _onStart( command );
-    if ( !_recorder )
+    if( method == u"START" ) return _onStart( command );
+    if( !_recorder )
     {
         GLOG( u"WARNING Unable to execute command '", method, u"' because recorder does not exist, ignoring." );
         return;
     }
-    if ( method == u"OPEN" ) return _onOpen( command );
-    if ( method == u"RESET" ) return _onReset( command );
-    if ( method == u"CLOSE" ) return _onClose( command );
+    if( method == u"OPEN" ) return _onOpen( command );
+    if( method == u"RESET" ) return _onReset( command );
+    if( method == u"CLOSE" ) return _onClose( command );
     const GObjectLock scope( *_localCapture );
-    if ( method == u"STARTAUDIOPREVIEW" )
+    if( method == u"STARTAUDIOPREVIEW" )
         _localCapture->enableAudioPreview = true;
-    else if ( method == u"STOPAUDIOPREVIEW" )
+    else if( method == u"STOPAUDIOPREVIEW" )
         _localCapture->enableAudioPreview = false;
-    else if ( method == u"STARTVIDEOPREVIEW" )
+    else if( method == u"STARTVIDEOPREVIEW" )
         _localCapture->enableVideoPreview = true;
-    else if ( method == u"STOPVIDEOPREVIEW" )
+    else if( method == u"STOPVIDEOPREVIEW" )
         _localCapture->enableVideoPreview = false;
     else
         GLOG( u"WARNING Unsupported command '", method, u"' sent to recorder, ignoring." );
@@ -142,16 +142,16 @@ void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
 void GVideoCaptureService::_onStart( const GHTTPHeaders& command )
 {
     _writeNoAudioImage( );
-    if ( _recorder ) _stopRecorder( );
+    if( _recorder ) _stopRecorder( );
     _instance->set( u"Video_Capture_Status", u"Starting..." );
     _instance->set( u"Audio_Capture_Status", u"Starting..." );
     const int size = static_cast<int>( _instance->calc( u"Video_Size" ) );
     GWString audioName = command.get( u"Audio_Capture_Device" );
     GWString videoName = command.get( u"Video_Capture_Device" );
-    if ( audioName == NO_AUDIO ) audioName.clear( );
-    if ( videoName == NO_VIDEO ) videoName.clear( );
+    if( audioName == NO_AUDIO ) audioName.clear( );
+    if( videoName == NO_VIDEO ) videoName.clear( );
     _recorder = GAVCaptureOpen( audioName, videoName, BYTES_PER_SAMPLE, FREQUENCY, FPS, size, size );
-    if ( !_recorder ) return _onStartFailed( );
+    if( !_recorder ) return _onStartFailed( );
     _publishMedium( u"Audio", audioName, !audioName.empty( ), GAVCaptureIsAudioWorking( _recorder ) );
     _publishMedium( u"Video", videoName, !videoName.empty( ), GAVCaptureIsVideoWorking( _recorder ) );
     _instance->set( u"Video_Capture_FSM_Status", u"Online" );
@@ -165,7 +165,7 @@ void GVideoCaptureService::_stopRecorder( )
 {
     GLOG( u"Recorder already exists; stopping ", _streams.size( ), u" existing capture streams" );
     _setStatus( u"Stopping..." );
-    for ( const auto& [name, stream] : _streams ) _unsubscribe( stream );
+    for( const auto& [name, stream] : _streams ) _unsubscribe( stream );
     GASSERT( _localCapture );
     GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
     GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
@@ -178,7 +178,7 @@ void GVideoCaptureService::_stopRecorder( )
 void GVideoCaptureService::_onStartFailed( )
 {
     GLOG( u"WARNING Unable to open recorder, ignoring." );
-    for ( const GWStringView medium : { GWStringView( u"Audio" ), GWStringView( u"Video" ) } )
+    for( const GWStringView medium : { GWStringView( u"Audio" ), GWStringView( u"Video" ) } )
         _publishMedium( medium, u"", true, false );
 }
 
@@ -188,7 +188,7 @@ void GVideoCaptureService::_publishMedium( GWStringView medium, GWStringView nam
     const GWString device = GConcat( medium, u"_Capture_Device" );
     _instance->set( GConcat( medium, u"_Capture_Status" ), status );
     _instance->set( GConcat( medium, u"_Capture_Online" ), working ? u"true" : u"false" );
-    if ( working )
+    if( working )
     {
         // An equal value would keep its old persist flag. A clip is the device of this run only.
         _instance->clear( device );
@@ -200,9 +200,9 @@ void GVideoCaptureService::_publishMedium( GWStringView medium, GWStringView nam
 
 void GVideoCaptureService::_restartStreams( )
 {
-    if ( _streams.empty( ) ) return;
+    if( _streams.empty( ) ) return;
     GLOG( u"Restarting ", _streams.size( ), u" existing capture streams" );
-    for ( const auto& [name, stream] : _streams )
+    for( const auto& [name, stream] : _streams )
     {
         stream->reset( );
         _subscribe( stream );
@@ -214,7 +214,7 @@ void GVideoCaptureService::_onOpen( const GHTTPHeaders& command )
     const GWString name = command.get( u"Buddy-Device-GUID" );
     GLOGIF( 'v', u"Received 'OPEN' request, beginning to capture to '", name );
     const auto old = _streams.find( name );
-    if ( old != _streams.end( ) )
+    if( old != _streams.end( ) )
     {
         GLOG( u"Stream '", name, u"' already open, closing so we can reopen" );
         _deleteStream( old );
@@ -229,7 +229,7 @@ void GVideoCaptureService::_onReset( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
     const auto stream = _streams.find( name );
-    if ( stream == _streams.end( ) )
+    if( stream == _streams.end( ) )
     {
         GLOG( u"WARNING Received 'RESET' request, but no stream named '", name, u"'; ignoring." );
         return;
@@ -243,7 +243,7 @@ void GVideoCaptureService::_onClose( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
     const auto stream = _streams.find( name );
-    if ( stream == _streams.end( ) )
+    if( stream == _streams.end( ) )
     {
         GLOG( u"Received 'CLOSE' request, but no stream named '", name, u"'; ignoring." );
         return;
@@ -266,7 +266,7 @@ void GVideoCaptureService::_unsubscribe( GVideoCaptureStream* stream )
 
 void GVideoCaptureService::_deleteStream( Streams::iterator stream )
 {
-    if ( _recorder ) _unsubscribe( stream->second );
+    if( _recorder ) _unsubscribe( stream->second );
     delete stream->second;
     _streams.erase( stream );
 }

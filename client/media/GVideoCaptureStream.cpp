@@ -89,8 +89,8 @@ void GVideoCaptureStream::_resetAudio( )
     _speexEncoder = nullptr;
     _audioFormat = { 0, 0, 0 };
     // A receiver drops what is not above the last number, so the remedy goes on counting.
-    if ( !_isRobust( ) ) _audioSequence = 0;
-    if ( _capturedAudioBytes ) GLOGIF( 'v', u"Captured ", _capturedAudioBytes, u" audio bytes" );
+    if( !_isRobust( ) ) _audioSequence = 0;
+    if( _capturedAudioBytes ) GLOGIF( 'v', u"Captured ", _capturedAudioBytes, u" audio bytes" );
     _capturedAudioBytes = 0;
 }
 
@@ -107,8 +107,8 @@ void GVideoCaptureStream::_onVideoFormatSet( const GImageFormat& format )
     _imageFormat = format;
     const GRect cropRect = centredSquare( format );
     const int size = static_cast<int>( _instance->calc( u"Video_Size" ) );
-    if ( GRectEmpty( cropRect ) || size <= 0 || size % 16 ) return;
-    if ( size != cropRect.width( ) )
+    if( GRectEmpty( cropRect ) || size <= 0 || size % 16 ) return;
+    if( size != cropRect.width( ) )
         GLOG( u"WARNING Non-ideal video match; will resize from ", cropRect.width( ), u" to ", size );
     GLOGIF( 'v', u"onVideoFormatSet( videoEnabled=", _videoEnabled, u", fps=", _fps, u", _imageFormat=( type=",
             format.type, u", width=", format.width, u", height=", format.height, u" ) )" );
@@ -119,21 +119,21 @@ void GVideoCaptureStream::onVideoFrame( uint64_t timestamp, const GImageFormat& 
 {
     const GMutexScope scope( _videoMutex );
     GPRECONDITION( buffer && length >= 0 );
-    if ( !_videoEnabled || _fps <= 0 ) return;
+    if( !_videoEnabled || _fps <= 0 ) return;
     const bool stale = _isRobust( ) && timestamp - _encoderStart > ENCODER_LIFE;
-    if ( !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) && _theoraEncoder &&
-         format == _imageFormat )
+    if( !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) && _theoraEncoder &&
+        format == _imageFormat )
         return;
-    if ( !_theoraEncoder || format != _imageFormat || stale )
+    if( !_theoraEncoder || format != _imageFormat || stale )
     {
         _onVideoFormatSet( format );
         _encoderStart = timestamp;
     }
-    if ( !_theoraEncoder || !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) ) return;
+    if( !_theoraEncoder || !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) ) return;
     GASSERT( _theoraEncoder->getOutputWidth( ) == _theoraEncoder->getOutputHeight( ) );
     _lastVideoTime = timestamp;
     _theoraEncoder->encode( buffer, length, _videoFrame );
-    if ( _videoFrame.empty( ) ) return;
+    if( _videoFrame.empty( ) ) return;
     GLOGIF( 'V', u"Sending new video frame, timestamp=", timestamp, u" (", _videoFrame.size( ), u" bytes)" );
     _sendFrame( GRTP_VIDEO, ++_videoSequence, static_cast<uint32_t>( timestamp / VIDEO_TIMESTAMP_UNIT ),
                 static_cast<uint32_t>( _theoraEncoder->getOutputWidth( ) ), _videoFrame );
@@ -153,19 +153,19 @@ void GVideoCaptureStream::onAudioFrame( uint64_t timestamp, const GAudioFormat& 
 {
     const GMutexScope scope( _audioMutex );
     GPRECONDITION( buffer && length >= 0 );
-    if ( !_audioEnabled ) return;
-    if ( !_speexEncoder || format.bytesPerSample != _audioFormat.bytesPerSample ||
-         format.frequency != _audioFormat.frequency )
+    if( !_audioEnabled ) return;
+    if( !_speexEncoder || format.bytesPerSample != _audioFormat.bytesPerSample ||
+        format.frequency != _audioFormat.frequency )
         _onAudioFormatSet( format );
     int numChunks = 1;
-    while ( length / numChunks / ENCODED_SHARE > MAXIMUM_ENCODED_CHUNK ) numChunks *= 2;
+    while( length / numChunks / ENCODED_SHARE > MAXIMUM_ENCODED_CHUNK ) numChunks *= 2;
     GVERIFY( !(length % numChunks) );
     const int frameSize = _speexEncoder->getFrameSize( );
     const int chunkSize = ( length / numChunks + frameSize - 1 ) / frameSize * frameSize;
-    for ( int offset = 0; offset < length; offset += chunkSize )
+    for( int offset = 0; offset < length; offset += chunkSize )
     {
         const int thisChunkSize = std::min( chunkSize, length - offset );
-        if ( !GVERIFY( !(thisChunkSize % frameSize) ) ) return;
+        if( !GVERIFY( !(thisChunkSize % frameSize) ) ) return;
         _capturedAudioBytes += thisChunkSize;
         _audioFrame.clear( );
         _speexEncoder->encode( buffer + offset, thisChunkSize, _audioFrame );

@@ -20,7 +20,7 @@ int GVideoPlaybackService::_bGThreadObject_safe_onLoop( )
 {
     _drainBuckets( );
     _drainCommands( );
-    for ( const auto& [name, stream] : _nameStreamMap ) stream->update( );
+    for( const auto& [name, stream] : _nameStreamMap ) stream->update( );
     unlock( );
     _port->waitForRTPBucket( WAIT, GRTP_AUDIO, GRTP_VIDEO );
     lock( );
@@ -30,16 +30,16 @@ int GVideoPlaybackService::_bGThreadObject_safe_onLoop( )
 void GVideoPlaybackService::_bGThreadObject_safe_onShutdown( )
 {
     GLOGIF( 'v', _nameStreamMap.size( ), u" live playback streams on close, stopping." );
-    while ( !_nameStreamMap.empty( ) ) _deleteStream( _nameStreamMap.begin( )->first );
+    while( !_nameStreamMap.empty( ) ) _deleteStream( _nameStreamMap.begin( )->first );
 }
 
 void GVideoPlaybackService::_drainBuckets( )
 {
-    for ( ;; )
+    for( ;; )
     {
         GMegaPortBucket* bucket = _port->getRTPBucket( GRTP_AUDIO );
-        if ( !bucket ) bucket = _port->getRTPBucket( GRTP_VIDEO );
-        if ( !bucket ) return;
+        if( !bucket ) bucket = _port->getRTPBucket( GRTP_VIDEO );
+        if( !bucket ) return;
         _onBucket( *bucket );
         _port->returnEmptyBucket( bucket );
     }
@@ -50,9 +50,9 @@ void GVideoPlaybackService::_onBucket( const GMegaPortBucket& bucket )
     GLOGIF( 'V', u"Received ", bucket.buffer.size( ), u"bytes from (", bucket.remoteHost, u")" );
     const auto found = _remoteHostStreamMap.find( bucket.remoteHost );
     GVideoPlaybackStream* stream = found == _remoteHostStreamMap.end( ) ? nullptr : found->second;
-    if ( GRTPIsRTCPSR( bucket.buffer.data( ), static_cast<int>( bucket.buffer.size( ) ) ) )
+    if( GRTPIsRTCPSR( bucket.buffer.data( ), static_cast<int>( bucket.buffer.size( ) ) ) )
         _onSenderReport( bucket, stream );
-    else if ( stream )
+    else if( stream )
         stream->recv( bucket );
     else
         GLOG( u"WARNING Received unexpected ", bucket.buffer.size( ), u"bytes from (", bucket.remoteHost,
@@ -64,12 +64,12 @@ void GVideoPlaybackService::_onSenderReport( const GMegaPortBucket& bucket, cons
     const int length = static_cast<int>( bucket.buffer.size( ) );
     GWString cname;
     const bool good = length > GRTCPSR_FIXED_SIZE && GRTCPSRDecompose( bucket.buffer.data( ), length, cname );
-    if ( stream && good )
+    if( stream && good )
         GVERIFY_TEXT( GCaseEquals( stream->getName( ), cname ), "GCaseEquals( stream->getName( ), cname )" );
-    else if ( stream )
+    else if( stream )
         GLOG( u"WARNING Received malformed RTCP-SR from '", stream->getName( ), u"' (", bucket.remoteHost,
               u"), ignoring." );
-    else if ( good )
+    else if( good )
         GLOG( u"WARNING Received unexpected RTCP-SR from '", cname, u"' (", bucket.remoteHost, u"), ignoring." );
     else
         GLOG( u"WARNING Received unexpected ", length, u"bytes from (", bucket.remoteHost, u"), ignoring." );
@@ -78,19 +78,19 @@ void GVideoPlaybackService::_onSenderReport( const GMegaPortBucket& bucket, cons
 void GVideoPlaybackService::_drainCommands( )
 {
     GString item;
-    while ( _instance->dequeue( QUEUE, item ) )
+    while( _instance->dequeue( QUEUE, item ) )
     {
         GHTTPHeaders command;
-        if ( !command.deserialize( item ) )
+        if( !command.deserialize( item ) )
         {
             GLOG( u"WARNING Malformed command sent to 'GVideoPlaybackService_commandQueue', ignoring." );
             continue;
         }
         const GWString method = command.getMethod( );
         GLOGIF( 'v', u"Processing '", method, u"' command" );
-        if ( method == u"OPEN" )
+        if( method == u"OPEN" )
             _onOpen( command );
-        else if ( method == u"CLOSE" )
+        else if( method == u"CLOSE" )
             _onClose( command );
         else
             GLOG( u"WARNING Unsupported command '", method,
@@ -101,7 +101,7 @@ void GVideoPlaybackService::_drainCommands( )
 void GVideoPlaybackService::_onOpen( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
-    if ( GMAPCONTAINS( _nameStreamMap, name ) )
+    if( GMAPCONTAINS( _nameStreamMap, name ) )
     {
         GLOG( u"Received 'OPEN' request for playback stream '", name, u"' that is already open, resetting." );
         _deleteStream( name );
@@ -116,7 +116,7 @@ void GVideoPlaybackService::_onOpen( const GHTTPHeaders& command )
 void GVideoPlaybackService::_onClose( const GHTTPHeaders& command )
 {
     const GWString name = command.get( u"Buddy-Device-GUID" );
-    if ( !GMAPCONTAINS( _nameStreamMap, name ) )
+    if( !GMAPCONTAINS( _nameStreamMap, name ) )
     {
         GLOG( u"Received 'CLOSE' request, but no stream named '", name, u"'; ignoring." );
         return;

@@ -37,10 +37,10 @@ GVideoPlaybackStream::GVideoPlaybackStream( GInstance* instance, GMegaPort* port
 {
     const size_t at = _name.rfind( u'@' );
     _buddyGUID = _name.substr( 0, at );
-    if ( at != GWString::npos ) _deviceGUID = _name.substr( at + 1 );
+    if( at != GWString::npos ) _deviceGUID = _name.substr( at + 1 );
     _imageName = _key( u"_Image" );
     GLOGIF( 'v', u"Creating video stream" );
-    if ( !_instance->isSet( u"Prebuffer_MS" ) ) _instance->set( u"Prebuffer_MS", DEFAULT_PREBUFFER_MS );
+    if( !_instance->isSet( u"Prebuffer_MS" ) ) _instance->set( u"Prebuffer_MS", DEFAULT_PREBUFFER_MS );
     _makeRenderer( );
     _instance->set( _key( u"_Video_Playback_Online" ), u"true" );
 }
@@ -54,7 +54,7 @@ GVideoPlaybackStream::~GVideoPlaybackStream( )
     delete _audioDecoder;
     GVALIDPTR( _videoRenderer );
     delete _videoRenderer;
-    for ( GVideoRenderer* renderer : _sunsetList )
+    for( GVideoRenderer* renderer : _sunsetList )
     {
         GVALIDPTR( renderer );
         delete renderer;
@@ -68,17 +68,17 @@ void GVideoPlaybackStream::recv( const GMegaPortBucket& bucket )
     int length = 0;
     const char* payload =
         GDecomposeRTP( bucket.buffer.data( ), static_cast<int>( bucket.buffer.size( ) ), header, length );
-    if ( !payload )
+    if( !payload )
     {
         GLOG( u"WARNING Malformed RTP packet received from '", _name, u"' (", bucket.remoteHost, u"), ignoring." );
         return;
     }
     const uint64_t timestamp = header.timestamp * TIMESTAMP_SCALE;
-    if ( _isRobust( ) && header.ssrc != _ssrc ) _lastAudioSequence = _lastVideoSequence = 0;
+    if( _isRobust( ) && header.ssrc != _ssrc ) _lastAudioSequence = _lastVideoSequence = 0;
     _ssrc = header.ssrc;
-    if ( header.payloadType == GRTP_AUDIO )
+    if( header.payloadType == GRTP_AUDIO )
         _recvAudio( header, timestamp, payload, length );
-    else if ( header.payloadType == GRTP_VIDEO )
+    else if( header.payloadType == GRTP_VIDEO )
         _recvVideo( header, timestamp, payload, length );
     else
         GLOG( u"WARNING Received unknown RTP payload type #", header.payloadType, u", ignoring." );
@@ -87,27 +87,27 @@ void GVideoPlaybackStream::recv( const GMegaPortBucket& bucket )
 void GVideoPlaybackStream::_recvAudio( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length )
 {
     GLOGIF( 'A', u"Received frame audio packet (", length, u" bytes)" );
-    if ( length < FORMAT_WORD_SIZE || !isAudioRate( GReadU32( payload ) ) )
+    if( length < FORMAT_WORD_SIZE || !isAudioRate( GReadU32( payload ) ) )
     {
         GLOG( u"WARNING Malformed RTP AUDIO DATA packet, ignoring." );
         return;
     }
-    if ( isLate( header.sequence, _lastAudioSequence ) ) return;
+    if( isLate( header.sequence, _lastAudioSequence ) ) return;
     const uint16_t expected = static_cast<uint16_t>( _lastAudioSequence + 1 );
-    if ( header.sequence != expected )
+    if( header.sequence != expected )
         GLOG( u"WARNING Expecting audio packet #", expected, u" but actually received #", header.sequence );
     _lastAudioSequence = header.sequence;
     _resetAudio( GReadU32( payload ) );
-    if ( length == FORMAT_WORD_SIZE ) return;
+    if( length == FORMAT_WORD_SIZE ) return;
     _lastAudioTime = GTimeGetTime( );
-    if ( !_audioDecoder )
+    if( !_audioDecoder )
     {
         GLOG( u"WARNING Received AUDIO DATA packet before audio decoder initialized (maybe we missed the headers?), "
               u"ignoring." );
         return;
     }
     GASSERT( _videoRenderer );
-    if ( !_audioDecoder->decode( payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE, _decodedAudio ) )
+    if( !_audioDecoder->decode( payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE, _decodedAudio ) )
     {
         GLOG( u"WARNING Received invalid audio frame packet, ignoring." );
         return;
@@ -120,20 +120,20 @@ void GVideoPlaybackStream::_recvAudio( const GRTPHeader& header, uint64_t timest
 void GVideoPlaybackStream::_recvVideo( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length )
 {
     GLOGIF( 'V', u"Received frame video packet (", length, u" bytes)" );
-    if ( length < FORMAT_WORD_SIZE || !isVideoEdge( GReadU32( payload ) ) )
+    if( length < FORMAT_WORD_SIZE || !isVideoEdge( GReadU32( payload ) ) )
     {
         GLOG( u"WARNING Malformed RTP VIDEO DATA packet, ignoring." );
         return;
     }
-    if ( isLate( header.sequence, _lastVideoSequence ) ) return;
+    if( isLate( header.sequence, _lastVideoSequence ) ) return;
     const uint16_t expected = static_cast<uint16_t>( _lastVideoSequence + 1 );
-    if ( header.sequence != expected )
+    if( header.sequence != expected )
         GLOG( u"WARNING Expecting video packet #", expected, u" but actually received #", header.sequence );
     _lastVideoSequence = header.sequence;
     const uint32_t edge = GReadU32( payload );
     _resetVideo( edge, edge );
-    if ( length == FORMAT_WORD_SIZE ) return;
-    if ( !_videoDecoder )
+    if( length == FORMAT_WORD_SIZE ) return;
+    if( !_videoDecoder )
     {
         GLOG( u"WARNING Received VIDEO DATA packet before video decoder initialized (maybe we missed the headers?), "
               u"ignoring." );
@@ -143,10 +143,10 @@ void GVideoPlaybackStream::_recvVideo( const GRTPHeader& header, uint64_t timest
     const bool decoded =
         _videoDecoder->decode( payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE, format, _decodedVideo );
     _hasFrame = _hasFrame || decoded;
-    if ( !decoded ) GLOG( u"WARNING Received invalid video frame packet, ignoring." );
-    if ( !_videoRenderer ) GLOG( u"WARNING Received VIDEO packet before video renderer created" );
+    if( !decoded ) GLOG( u"WARNING Received invalid video frame packet, ignoring." );
+    if( !_videoRenderer ) GLOG( u"WARNING Received VIDEO packet before video renderer created" );
     // While this device shares its own screen it shows no video, which saves the processor for the screen.
-    if ( !decoded || !_hasFrame || !_videoRenderer || _instance->test( u"GScreenService_sendStreamActive" ) ) return;
+    if( !decoded || !_hasFrame || !_videoRenderer || _instance->test( u"GScreenService_sendStreamActive" ) ) return;
     _videoRenderer->queueVideo( timestamp, format, _decodedVideo );
     _instance->set( _key( u"_Video_Buffer_Length" ), _videoRenderer->getVideoBufferedLength( ) / 1000 );
 }
@@ -154,7 +154,7 @@ void GVideoPlaybackStream::_recvVideo( const GRTPHeader& header, uint64_t timest
 // The codec's set-up is never sent: both ends compute it from the edge.
 void GVideoPlaybackStream::_resetVideo( uint32_t width, uint32_t height )
 {
-    if ( width == _videoWidth && height == _videoHeight ) return;
+    if( width == _videoWidth && height == _videoHeight ) return;
     GString codebook;
     GTheoraEncoder_generateCodebook( static_cast<int>( width ), static_cast<int>( height ), codebook );
     delete _videoDecoder;
@@ -162,7 +162,7 @@ void GVideoPlaybackStream::_resetVideo( uint32_t width, uint32_t height )
     _videoWidth = _videoHeight = 0;
     _hasFrame = false;
     _videoDecoder = GSAFENEW( GTheoraDecoder, ( codebook.data( ), static_cast<int>( codebook.size( ) ) ) );
-    if ( !_videoDecoder->isValid( ) )
+    if( !_videoDecoder->isValid( ) )
     {
         GLOG( u"WARNING Received invalid video header packet; ignoring." );
         delete _videoDecoder;
@@ -176,13 +176,13 @@ void GVideoPlaybackStream::_resetVideo( uint32_t width, uint32_t height )
 void GVideoPlaybackStream::_resetAudio( uint32_t rate )
 {
     _lastAudioTime = 0;
-    if ( rate == _audioRate ) return;
+    if( rate == _audioRate ) return;
     delete _audioDecoder;
     _audioDecoder = nullptr;
     _audioRate = 0;
     // A sender may count anew at its next spurt.
-    if ( !rate && _isRobust( ) ) _lastAudioSequence = 0;
-    if ( rate )
+    if( !rate && _isRobust( ) ) _lastAudioSequence = 0;
+    if( rate )
         _openAudio( rate );
     else
         _stopListeningTo( );
@@ -204,8 +204,8 @@ void GVideoPlaybackStream::_openAudio( uint32_t rate )
 
 void GVideoPlaybackStream::_retireRenderer( )
 {
-    if ( !_videoRenderer ) return;
-    if ( _videoRenderer->done( ) )
+    if( !_videoRenderer ) return;
+    if( _videoRenderer->done( ) )
     {
         delete _videoRenderer;
         GLOGIF( 'v', u"Discarded renderer" );
@@ -244,15 +244,15 @@ void GVideoPlaybackStream::update( )
 {
     const GObjectLock scope( *this );
     const int64_t silence = _lastAudioTime ? static_cast<int64_t>( GTimeGetTime( ) - _lastAudioTime ) : 0;
-    if ( silence > INACTIVITY_TIMEOUT )
+    if( silence > INACTIVITY_TIMEOUT )
     {
         // A talk spurt ends by a second of silence, not by a message.
         GLOG( u"WARNING Inactivity timeout (", silence / 1000, u"ms), resetting audio." );
         _resetAudio( 0 );
     }
-    if ( _videoRenderer ) _writeBufferLengths( );
-    for ( auto it = _sunsetList.begin( ); it != _sunsetList.end( ); )
-        if ( ( *it )->done( ) )
+    if( _videoRenderer ) _writeBufferLengths( );
+    for( auto it = _sunsetList.begin( ); it != _sunsetList.end( ); )
+        if( ( *it )->done( ) )
         {
             GLOGIF( 'v', u"Self destructing sunset renderer" );
             delete *it;

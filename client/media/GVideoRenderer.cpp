@@ -36,14 +36,14 @@ GVideoRenderer::~GVideoRenderer( )
             u"bytes), numCopied:", _numBytesWritten, u"bytes" );
     const int64_t audio = getAudioBufferedLength( ) / MILLISECOND;
     const int64_t video = getVideoBufferedLength( ) / MILLISECOND;
-    if ( audio || video ) GLOG( u"WARNING Clipping audio=", audio, u", video=", video );
+    if( audio || video ) GLOG( u"WARNING Clipping audio=", audio, u", video=", video );
     GLOGIF( 'v', u"Stopping feeder threads for '", _outImageName, u"'" );
     _stop = true;
     unlock( );
-    if ( _audioFeederThread ) GThreadClose( _audioFeederThread );
-    if ( _videoFeederThread ) GThreadClose( _videoFeederThread );
+    if( _audioFeederThread ) GThreadClose( _audioFeederThread );
+    if( _videoFeederThread ) GThreadClose( _videoFeederThread );
     GLOGIF( 'v', u"Feeder threads stopped for '", _outImageName, u"'" );
-    if ( _secondaryBuffer )
+    if( _secondaryBuffer )
     {
         GSoundRingStop( _secondaryBuffer );
         GSoundRingClose( _secondaryBuffer );
@@ -64,14 +64,14 @@ void GVideoRenderer::queueAudio( uint64_t timestamp, const GWaveFormat& format, 
     _audioFormat = format;
     _audioBuffer.append( samples, static_cast<size_t>( size ) );
     const int64_t limit = MAXIMUM_AUDIO_SECONDS * static_cast<int64_t>( format.nAvgBytesPerSec );
-    if ( static_cast<int64_t>( _audioBuffer.size( ) ) > limit )
+    if( static_cast<int64_t>( _audioBuffer.size( ) ) > limit )
         GConsume( _audioBuffer, static_cast<int>( static_cast<int64_t>( _audioBuffer.size( ) ) - limit ) );
     const int64_t buffered =
         _audioFormat.nSamplesPerSec ? _bytesToTime( static_cast<int64_t>( _audioBuffer.size( ) ) ) : 0;
     GLOGIF( 'A', u"Queuing ", size, u"bytes (", _audioBuffer.size( ), u"bytes total)" );
-    if ( _firstTimestamp == UINT64_MAX ) _firstTimestamp = timestamp;
-    if ( _started ) return;
-    if ( buffered > _prebuffer )
+    if( _firstTimestamp == UINT64_MAX ) _firstTimestamp = timestamp;
+    if( _started ) return;
+    if( buffered > _prebuffer )
         _playNow( );
     else
         GLOGIF( 'A', u"Prebuffered ", size, u" bytes (", buffered / MILLISECOND, u"ms)..." );
@@ -81,13 +81,13 @@ void GVideoRenderer::_playNow( )
 {
     const GObjectLock scope( *this );
     _started = true;
-    if ( _secondaryBuffer || !_audioFormat.nSamplesPerSec ) return;
+    if( _secondaryBuffer || !_audioFormat.nSamplesPerSec ) return;
     GLOGIF( 'v', u"Starting sound..." );
     // One second of sound.
     _ringSize = static_cast<int>( static_cast<int64_t>( _bytesPerSample( ) ) *
                                   static_cast<int64_t>( _audioFormat.nSamplesPerSec ) * 1000 / 1000 );
     _secondaryBuffer = GSoundRingOpen( static_cast<int>( _audioFormat.nSamplesPerSec ), _ringSize );
-    if ( !_secondaryBuffer )
+    if( !_secondaryBuffer )
     {
         GLOG( u"WARNING Cannot play audio, ignoring." );
         return;
@@ -97,7 +97,7 @@ void GVideoRenderer::_playNow( )
     _feed.resize( static_cast<size_t>( _ringSize ), '\0' );
     GConsume( _audioBuffer, copied );
     GSoundRingWrite( _secondaryBuffer, 0, _feed.data( ), _ringSize );
-    if ( copied < _ringSize ) _nextWritePosition = copied;
+    if( copied < _ringSize ) _nextWritePosition = copied;
     _bytesUnplayed = _numBytesWritten = copied;
     GSoundRingPlay( _secondaryBuffer );
     GASSERT( !_audioFeederThread );
@@ -109,7 +109,7 @@ int GVideoRenderer_audioFeederProc( void* data )
     GVideoRenderer* renderer = static_cast<GVideoRenderer*>( data );
     GLOGIF( 'v', u"Started audio feeder for '", renderer->_outImageName, u"'" );
     GThreadSetPriority( 1 );
-    while ( renderer->_onAudioUpdate( ) )
+    while( renderer->_onAudioUpdate( ) )
     {
     }
     GLOGIF( 'v', u"Stopped audio feeder for '", renderer->_outImageName, u"'" );
@@ -121,7 +121,7 @@ int GVideoRenderer_videoFeederProc( void* data )
     GVideoRenderer* renderer = static_cast<GVideoRenderer*>( data );
     GLOGIF( 'v', u"Started video feeder for '", renderer->_outImageName, u"'" );
     GThreadSetPriority( 1 );
-    while ( renderer->_onVideoUpdate( ) )
+    while( renderer->_onVideoUpdate( ) )
     {
     }
     GLOGIF( 'v', u"Stopped video feeder for '", renderer->_outImageName, u"'" );
@@ -133,7 +133,7 @@ bool GVideoRenderer::_onAudioUpdate( )
     const GObjectLock scope( *this );
     int play = 0;
     int write = 0;
-    if ( GSoundRingGetCursors( _secondaryBuffer, play, write ) )
+    if( GSoundRingGetCursors( _secondaryBuffer, play, write ) )
     {
         _skipDangerZone( play, write );
         _bytesUnplayed -= ringDistance( _lastPlayPosition, play, _ringSize );
@@ -143,7 +143,7 @@ bool GVideoRenderer::_onAudioUpdate( )
     }
     else
         _audioBuffer.clear( );
-    if ( _stop ) return false;
+    if( _stop ) return false;
     unlock( );
     GThreadSleep( AUDIO_FEEDER_SLEEP );
     lock( );
@@ -153,7 +153,7 @@ bool GVideoRenderer::_onAudioUpdate( )
 // The device may be reading between its two cursors: writing there would be heard as noise.
 void GVideoRenderer::_skipDangerZone( int play, int write )
 {
-    if ( ringDistance( play, _nextWritePosition, _ringSize ) >= ringDistance( play, write, _ringSize ) ) return;
+    if( ringDistance( play, _nextWritePosition, _ringSize ) >= ringDistance( play, write, _ringSize ) ) return;
     GLOG( u"WARNING Skipping ahead of danger zone" );
     _nextWritePosition = write;
 }
@@ -165,7 +165,7 @@ void GVideoRenderer::_feedRing( int play )
     const int copied = static_cast<int>( std::min<size_t>( _audioBuffer.size( ), static_cast<size_t>( numToLock ) ) );
     _feed.assign( _audioBuffer, 0, static_cast<size_t>( copied ) );
     _feed.resize( static_cast<size_t>( numToLock ), '\0' );
-    if ( !GSoundRingWrite( _secondaryBuffer, _nextWritePosition, _feed.data( ), numToLock ) )
+    if( !GSoundRingWrite( _secondaryBuffer, _nextWritePosition, _feed.data( ), numToLock ) )
     {
         _audioBuffer.clear( );
         return;
@@ -189,30 +189,30 @@ void GVideoRenderer::_updateClock( int64_t samplesBefore )
         _firstTimestamp +
         static_cast<uint64_t>( samplesBefore * SECOND / static_cast<int64_t>( _audioFormat.nSamplesPerSec ) );
     _clockOffset = static_cast<int64_t>( now - mediaTime );
-    if ( !_audioStartTime ) _audioStartTime = now;
+    if( !_audioStartTime ) _audioStartTime = now;
 }
 
 void GVideoRenderer::queueVideo( uint64_t timestamp, const GImageFormat& format, const GString& pixels )
 {
     const GObjectLock scope( *this );
-    if ( _firstTimestamp == UINT64_MAX ) _firstTimestamp = timestamp;
-    if ( !_audioFormat.nSamplesPerSec )
+    if( _firstTimestamp == UINT64_MAX ) _firstTimestamp = timestamp;
+    if( !_audioFormat.nSamplesPerSec )
     {
         GImageTools_instanceWrite( _instance, _outImageName, format, pixels );
         return;
     }
     _videoFrames.push_back( { timestamp, format, pixels } );
-    if ( _videoFrames.size( ) > MAXIMUM_FRAMES ) _videoFrames.pop_front( );
-    if ( !_videoFeederThread )
+    if( _videoFrames.size( ) > MAXIMUM_FRAMES ) _videoFrames.pop_front( );
+    if( !_videoFeederThread )
         _videoFeederThread = GThreadOpen( u"GVideoRenderer.videoFeeder", GVideoRenderer_videoFeederProc, this );
 }
 
 bool GVideoRenderer::_onVideoUpdate( )
 {
     const GObjectLock scope( *this );
-    if ( _videoFrames.empty( ) || !_clockOffset )
+    if( _videoFrames.empty( ) || !_clockOffset )
     {
-        if ( _stop ) return false;
+        if( _stop ) return false;
         unlock( );
         GThreadSleep( VIDEO_FEEDER_SLEEP );
         lock( );
@@ -225,7 +225,7 @@ bool GVideoRenderer::_onVideoUpdate( )
     GImageTools_instanceWrite( _instance, _outImageName, frame.format, frame.pixels );
     lock( );
     _nextFrameTime = GTimeGetTime( );
-    if ( !_videoFrames.empty( ) ) _nextFrameTime += _videoFrames.front( ).timestamp - frame.timestamp;
+    if( !_videoFrames.empty( ) ) _nextFrameTime += _videoFrames.front( ).timestamp - frame.timestamp;
     return !_stop;
 }
 
@@ -246,7 +246,7 @@ bool GVideoRenderer::done( ) const
 int64_t GVideoRenderer::getAudioBufferedLength( ) const
 {
     const GObjectLock scope( *this );
-    if ( !_audioFormat.nSamplesPerSec )
+    if( !_audioFormat.nSamplesPerSec )
     {
         GASSERT( _audioBuffer.empty( ) );
         return 0;
@@ -261,7 +261,7 @@ int64_t GVideoRenderer::getVideoBufferedLength( ) const
     const int64_t span = _videoFrames.empty( )
                              ? 0
                              : static_cast<int64_t>( _videoFrames.back( ).timestamp - _videoFrames.front( ).timestamp );
-    if ( !_audioStartTime ) return span;
+    if( !_audioStartTime ) return span;
     const int64_t ahead = static_cast<int64_t>( _nextFrameTime + static_cast<uint64_t>( span ) - GTimeGetTime( ) );
     return ahead > 0 ? ahead : 0;
 }

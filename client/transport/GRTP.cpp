@@ -36,8 +36,8 @@ bool hasBase( const char* buffer, int length, int minimum, int payloadType )
 // True when the buffer holds an RTPFT packet of at least `minimum` bytes and the wanted type (0: any); fills the common header.
 bool readFT( const char* buffer, int length, int minimum, int type, GRTPFTHeader& header )
 {
-    if ( !hasBase( buffer, length, minimum, GRTP_FILE ) ) return false;
-    if ( type && GReadU8( buffer + 19 ) != type ) return false;
+    if( !hasBase( buffer, length, minimum, GRTP_FILE ) ) return false;
+    if( type && GReadU8( buffer + 19 ) != type ) return false;
     readBase( buffer, header );
     header.fileID = GReadU32( buffer + 12 );
     header.type = GReadU8( buffer + 19 );
@@ -46,9 +46,9 @@ bool readFT( const char* buffer, int length, int minimum, int type, GRTPFTHeader
 
 bool readSS( const char* buffer, int length, int minimum, int firstType, int lastType, GRTPSSHeader& header )
 {
-    if ( !hasBase( buffer, length, minimum, GRTP_SCREEN ) ) return false;
+    if( !hasBase( buffer, length, minimum, GRTP_SCREEN ) ) return false;
     const int type = GReadU8( buffer + 15 );
-    if ( !GWITHIN( firstType, type, lastType ) ) return false;
+    if( !GWITHIN( firstType, type, lastType ) ) return false;
     readBase( buffer, header );
     header.type = static_cast<uint8_t>( type );
     return true;
@@ -64,7 +64,7 @@ const char* rest( const char* buffer, int length, int fixed, int& remaining )
 const char* GDecomposeRTP( const char* buffer, int length, GRTPHeader& header, int& remaining )
 {
     clear( header, remaining );
-    if ( !buffer || length < GRTP_HEADER_SIZE || GReadU8( buffer ) != VERSION_BYTE ) return nullptr;
+    if( !buffer || length < GRTP_HEADER_SIZE || GReadU8( buffer ) != VERSION_BYTE ) return nullptr;
     readBase( buffer, header );
     return rest( buffer, length, GRTP_HEADER_SIZE, remaining );
 }
@@ -76,7 +76,7 @@ const char* GRTPDecompose( const char* buffer, int length, int& payloadType, uin
     sequence = 0;
     timestamp = ssrc = 0;
     remaining = 0;
-    if ( !buffer || length < GRTP_HEADER_SIZE || ( GReadU8( buffer ) & 0xC0 ) != VERSION_BYTE ) return nullptr;
+    if( !buffer || length < GRTP_HEADER_SIZE || ( GReadU8( buffer ) & 0xC0 ) != VERSION_BYTE ) return nullptr;
     GRTPHeader header;
     readBase( buffer, header );
     payloadType = header.payloadType & 0x7F;
@@ -95,7 +95,7 @@ bool GRTCPSRDecompose( const char* buffer, int length, GWString& name )
 {
     GPRECONDITION_TEXT( buffer && length > GRTCPSR_FIXED_SIZE, "buffer && length > 38" );
     const int nameLength = GReadU8( buffer + 37 );
-    if ( length < GRTCPSR_FIXED_SIZE + nameLength ) return false;
+    if( length < GRTCPSR_FIXED_SIZE + nameLength ) return false;
     name = GUTF8ToWide( std::string_view( buffer + GRTCPSR_FIXED_SIZE, static_cast<size_t>( nameLength ) ) );
     return true;
 }
@@ -103,14 +103,14 @@ bool GRTCPSRDecompose( const char* buffer, int length, GWString& name )
 const char* GDecomposeRTPFT( const char* buffer, int length, GRTPFTHeader& header, int& remaining )
 {
     clear( header, remaining );
-    if ( !readFT( buffer, length, GRTPFT_HEADER_SIZE, 0, header ) ) return nullptr;
+    if( !readFT( buffer, length, GRTPFT_HEADER_SIZE, 0, header ) ) return nullptr;
     return rest( buffer, length, GRTPFT_HEADER_SIZE, remaining );
 }
 
 const char* GDecomposeRTPFTINFO( const char* buffer, int length, GRTPFTInfo& info, int& remaining )
 {
     clear( info, remaining );
-    if ( !readFT( buffer, length, GRTPFT_INFO_SIZE, GRTPFT_INFO, info ) ) return nullptr;
+    if( !readFT( buffer, length, GRTPFT_INFO_SIZE, GRTPFT_INFO, info ) ) return nullptr;
     info.fileSize = GReadU64( buffer + 24 );
     std::memcpy( info.sha1, buffer + 40, sizeof( info.sha1 ) );
     return rest( buffer, length, GRTPFT_INFO_SIZE, remaining );
@@ -119,7 +119,7 @@ const char* GDecomposeRTPFTINFO( const char* buffer, int length, GRTPFTInfo& inf
 const char* GDecomposeRTPFTGETBLOCKS( const char* buffer, int length, GRTPFTGetBlocks& getBlocks, int& remaining )
 {
     clear( getBlocks, remaining );
-    if ( !readFT( buffer, length, GRTPFT_BODY_SIZE, GRTPFT_GETBLOCKS, getBlocks ) ) return nullptr;
+    if( !readFT( buffer, length, GRTPFT_BODY_SIZE, GRTPFT_GETBLOCKS, getBlocks ) ) return nullptr;
     getBlocks.chunkOffset = GReadU32( buffer + 20 );
     getBlocks.numChunks = GReadU32( buffer + 24 );
     return rest( buffer, length, GRTPFT_BODY_SIZE, remaining );
@@ -128,7 +128,7 @@ const char* GDecomposeRTPFTGETBLOCKS( const char* buffer, int length, GRTPFTGetB
 const char* GDecomposeRTPFTACK( const char* buffer, int length, GRTPFTAck& ack, int& remaining )
 {
     clear( ack, remaining );
-    if ( !readFT( buffer, length, GRTPFT_BODY_SIZE, GRTPFT_ACK, ack ) ) return nullptr;
+    if( !readFT( buffer, length, GRTPFT_BODY_SIZE, GRTPFT_ACK, ack ) ) return nullptr;
     ack.percent = GReadU8( buffer + 21 );
     ack.highestSequence = GReadU16( buffer + 22 );
     ack.ackVector = GReadU32( buffer + 24 );
@@ -138,7 +138,7 @@ const char* GDecomposeRTPFTACK( const char* buffer, int length, GRTPFTAck& ack, 
 const char* GDecomposeRTPFTBLOCK( const char* buffer, int length, GRTPFTBlock& block, int& remaining )
 {
     clear( block, remaining );
-    if ( !readFT( buffer, length, GRTPFT_BODY_SIZE, GRTPFT_BLOCK, block ) ) return nullptr;
+    if( !readFT( buffer, length, GRTPFT_BODY_SIZE, GRTPFT_BLOCK, block ) ) return nullptr;
     block.blockIndex = GReadU32( buffer + 20 );
     block.blockSize = GReadU16( buffer + 26 );
     return rest( buffer, length, GRTPFT_BODY_SIZE, remaining );
@@ -147,7 +147,7 @@ const char* GDecomposeRTPFTBLOCK( const char* buffer, int length, GRTPFTBlock& b
 const char* GDecomposeRTPSS( const char* buffer, int length, GRTPSSHeader& header, int& remaining )
 {
     clear( header, remaining );
-    if ( !readSS( buffer, length, GRTPSS_HEADER_SIZE, 0, 255, header ) ) return nullptr;
+    if( !readSS( buffer, length, GRTPSS_HEADER_SIZE, 0, 255, header ) ) return nullptr;
     return rest( buffer, length, GRTPSS_HEADER_SIZE, remaining );
 }
 
@@ -155,12 +155,12 @@ const char* GDecomposeRTPSSLAYOUTCHANGED( const char* buffer, int length, GRTPSS
 {
     clear( layout, remaining );
     GRTPSSLayoutChanged read;
-    if ( !readSS( buffer, length, GRTPSS_LAYOUT_SIZE, GRTPSS_LAYOUTCHANGED, GRTPSS_LAYOUTCHANGED, read ) )
+    if( !readSS( buffer, length, GRTPSS_LAYOUT_SIZE, GRTPSS_LAYOUTCHANGED, GRTPSS_LAYOUTCHANGED, read ) )
         return nullptr;
     read.width = GReadU16( buffer + 18 );
     read.height = GReadU16( buffer + 20 );
     read.numWindows = GReadU16( buffer + 22 );
-    if ( length - GRTPSS_LAYOUT_SIZE < GRTPSS_WINDOW_SIZE * read.numWindows ) return nullptr;
+    if( length - GRTPSS_LAYOUT_SIZE < GRTPSS_WINDOW_SIZE * read.numWindows ) return nullptr;
     layout = read;
     return rest( buffer, length, GRTPSS_LAYOUT_SIZE, remaining );
 }
@@ -168,7 +168,7 @@ const char* GDecomposeRTPSSLAYOUTCHANGED( const char* buffer, int length, GRTPSS
 const char* GDecomposeRTPSSMOUSECHANGED( const char* buffer, int length, GRTPSSMouse& mouse, int& remaining )
 {
     clear( mouse, remaining );
-    if ( !readSS( buffer, length, GRTPSS_EVENT_SIZE, GRTPSS_MOUSECHANGED, GRTPSS_MOUSECHANGED, mouse ) ) return nullptr;
+    if( !readSS( buffer, length, GRTPSS_EVENT_SIZE, GRTPSS_MOUSECHANGED, GRTPSS_MOUSECHANGED, mouse ) ) return nullptr;
     mouse.x = GReadU16( buffer + 16 );
     mouse.y = GReadU16( buffer + 18 );
     return rest( buffer, length, GRTPSS_EVENT_SIZE, remaining );
@@ -177,7 +177,7 @@ const char* GDecomposeRTPSSMOUSECHANGED( const char* buffer, int length, GRTPSSM
 const char* GDecomposeRTPSSMOUSEEVENT( const char* buffer, int length, GRTPSSMouse& mouse, int& remaining )
 {
     clear( mouse, remaining );
-    if ( !readSS( buffer, length, GRTPSS_EVENT_SIZE, GRTPSS_MOUSEMOVE, GRTPSS_RBUTTONDOWN, mouse ) ) return nullptr;
+    if( !readSS( buffer, length, GRTPSS_EVENT_SIZE, GRTPSS_MOUSEMOVE, GRTPSS_RBUTTONDOWN, mouse ) ) return nullptr;
     mouse.x = GReadU16( buffer + 16 );
     mouse.y = GReadU16( buffer + 18 );
     return rest( buffer, length, GRTPSS_EVENT_SIZE, remaining );
@@ -186,7 +186,7 @@ const char* GDecomposeRTPSSMOUSEEVENT( const char* buffer, int length, GRTPSSMou
 const char* GDecomposeRTPSSKEYEVENT( const char* buffer, int length, GRTPSSKey& key, int& remaining )
 {
     clear( key, remaining );
-    if ( !readSS( buffer, length, GRTPSS_EVENT_SIZE, GRTPSS_KEYDOWN, GRTPSS_KEYUP, key ) ) return nullptr;
+    if( !readSS( buffer, length, GRTPSS_EVENT_SIZE, GRTPSS_KEYDOWN, GRTPSS_KEYUP, key ) ) return nullptr;
     key.key = GReadU16( buffer + 18 );
     return rest( buffer, length, GRTPSS_EVENT_SIZE, remaining );
 }
@@ -194,7 +194,7 @@ const char* GDecomposeRTPSSKEYEVENT( const char* buffer, int length, GRTPSSKey& 
 const char* GDecomposeRTPSSREGIONCHANGED( const char* buffer, int length, GRTPSSRegionChanged& region, int& remaining )
 {
     clear( region, remaining );
-    if ( !readSS( buffer, length, GRTPSS_REGION_SIZE, GRTPSS_REGIONCHANGED, GRTPSS_REGIONCHANGED, region ) )
+    if( !readSS( buffer, length, GRTPSS_REGION_SIZE, GRTPSS_REGIONCHANGED, GRTPSS_REGIONCHANGED, region ) )
         return nullptr;
     region.windowID = GReadU32( buffer + 16 );
     region.left = static_cast<int16_t>( GReadU16( buffer + 20 ) );
@@ -208,7 +208,7 @@ const char* GDecomposeRTPSSREGIONCHANGED( const char* buffer, int length, GRTPSS
 const char* GDecomposeRTPSSACK( const char* buffer, int length, GRTPSSAck& ack, int& remaining )
 {
     clear( ack, remaining );
-    if ( !readSS( buffer, length, GRTPSS_ACK_SIZE, GRTPSS_ACK, GRTPSS_ACK, ack ) ) return nullptr;
+    if( !readSS( buffer, length, GRTPSS_ACK_SIZE, GRTPSS_ACK, GRTPSS_ACK, ack ) ) return nullptr;
     ack.highestSequence = GReadU16( buffer + 18 );
     ack.ackVector = GReadU32( buffer + 20 );
     return rest( buffer, length, GRTPSS_ACK_SIZE, remaining );
@@ -318,8 +318,8 @@ void GRTPCompose( GString& out, int payloadType, uint16_t sequence, uint32_t tim
     GPRECONDITION( payload && payloadLength >= 0 );
     out.resize( static_cast<size_t>( GRTP_HEADER_SIZE + prefixLength + payloadLength ) );
     GComposeRTP( out.data( ), payloadType & PAYLOAD_TYPE_MASK, sequence, timestamp, ssrc );
-    if ( prefixLength ) std::memcpy( out.data( ) + GRTP_HEADER_SIZE, prefix, static_cast<size_t>( prefixLength ) );
-    if ( payloadLength )
+    if( prefixLength ) std::memcpy( out.data( ) + GRTP_HEADER_SIZE, prefix, static_cast<size_t>( prefixLength ) );
+    if( payloadLength )
         std::memcpy( out.data( ) + GRTP_HEADER_SIZE + prefixLength, payload, static_cast<size_t>( payloadLength ) );
 }
 
