@@ -1,0 +1,52 @@
+// A push button with a sprite sheet of three columns (normal, under the pointer, disabled) and two rows (plain, latched), a
+// caption, and commands for press, release and double click. Type "push" latches. With "$focusable" it is a stop of the tab key,
+// and space and return press it. User-interface thread.
+#pragma once
+
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/IGInputHandler.h"
+#include "client/skin/nodes/GNodeTools.h"
+
+class GButtonNode : public GTemplateNode, public IGInputHandler
+{
+public:
+    using GTemplateNode::GTemplateNode;
+    void calcMinSize( int& width, int& height ) override;
+    bool isLatched( ) const { return _latched; }
+
+    bool wantsKeyboardFocus( ) override { return _focusable && !_disabled; }
+    int onKeyboardFocusChanged( bool focus ) override;
+    int onMouseoverChanged( bool mouseover ) override;
+    int onKeyPressed( GWin win, char16_t character ) override;
+    int onLButtonDown( GWin win, int x, int y ) override;
+    int onLButtonUp( GWin win, int x, int y ) override;
+    int onLButtonDblClk( GWin win, int x, int y ) override;
+
+protected:
+    bool _postChildUpdate( GAttributeStack& stack ) override;
+    bool _preChildRender( GImageStack& images ) override;
+    void _postChildRender( GImageStack& images ) override;
+
+private:
+    bool _isPush( ) const;
+    int _press( );
+    int _release( );
+    void _drawPicture( GImageStack& images );
+    void _drawCaption( GImageStack& images );
+
+    GWString _command;
+    GWString _downCommand;
+    GWString _upCommand;
+    GWString _dblClkCommand;
+    bool _disabled = false;
+    bool _focusable = false;
+    GWString _type;
+    GWString _text;
+    GNodeFont _font;
+    GNodeFont _mouseoverFont;
+    GWString _src;
+    GWString _focusColour;
+    bool _mouseover = false;
+    bool _focus = false;
+    bool _latched = false;
+};

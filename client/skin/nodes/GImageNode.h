@@ -1,0 +1,26 @@
+// Shows an image source, scaled, tiled or aligned in its frame. A blackboard image repaints the window when it changes.
+// User-interface thread.
+#pragma once
+
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/nodes/GNodeTools.h"
+
+class GImageNode : public GTemplateNode
+{
+public:
+    using GTemplateNode::GTemplateNode;
+    void calcMinSize( int& width, int& height ) override;
+
+protected:
+    bool _postChildUpdate( GAttributeStack& stack ) override;
+    bool _preChildRender( GImageStack& images ) override;
+
+private:
+    GWString _src;
+    GWString _mode;
+    bool _disabled = false;
+    int _flags = 0;
+    int _x = 0;
+    int _y = 0;
+    GNodeWatch _watch{ GWATCH_RENDER };
+};

@@ -1,0 +1,23 @@
+// A horizontal line whose length follows a number on the blackboard. User-interface thread.
+#pragma once
+
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/nodes/GNodeTools.h"
+
+class GProgressNode : public GTemplateNode
+{
+public:
+    using GTemplateNode::GTemplateNode;
+
+protected:
+    bool _postChildUpdate( GAttributeStack& stack ) override;
+    bool _preChildRender( GImageStack& images ) override;
+
+private:
+    int _x = 0;
+    int _y = 0;
+    int _width = 0;
+    int _scale = 1;
+    GWString _src;
+    GNodeWatch _watch{ GWATCH_RENDER };
+};

@@ -1,0 +1,48 @@
+// A track with a handle: gives its position in thousandths as an attribute to the nodes below, after and around it, and jumps to
+// the end when the list that it follows changes its length. User-interface thread.
+#pragma once
+
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/IGInputHandler.h"
+#include "client/skin/nodes/GNodeTools.h"
+
+class GScrollBarNode : public GTemplateNode, public IGInputHandler
+{
+public:
+    using GTemplateNode::GTemplateNode;
+    void calcMinSize( int& width, int& height ) override;
+
+    // 0 to 1, held within. Seen by the other nodes at the next update.
+    void setFrac( double frac );
+    double getFrac( ) const { return _frac; }
+
+    int onMouseMove( GWin win, int x, int y ) override;
+    int onLButtonDown( GWin win, int x, int y ) override;
+    int onLButtonUp( GWin win, int x, int y ) override;
+    int onMouseWheel( GWin win, int steps ) override;
+
+protected:
+    bool _preChildUpdate( GAttributeStack& stack ) override;
+    bool _postChildUpdate( GAttributeStack& stack ) override;
+    bool _preChildRender( GImageStack& images ) override;
+    // True while the left mouse button is down; the platform's answer.
+    virtual bool _isButtonDown( ) const;
+
+private:
+    void _updateFrac( int x, int y );
+    bool _followList( GAttributeStack& stack );
+    void _publish( );
+    GTemplateNode* _findHolder( ) const;
+
+    double _frac = 0;
+    GWString _name;
+    bool _horiz = false;
+    GWString _handleSrc;
+    GWString _backSrc;
+    GWString _watchName;
+    int _watchLength = -1;
+    bool _changed = false;
+    int _trackStart = 0;
+    int _trackLength = 0;
+    GNodeWatch _watch{ GWATCH_UPDATE };
+};

@@ -1,0 +1,131 @@
+// Joins the tree to a layered top-level window: owns the layer its subtree draws into and the map that tells which handler owns
+// each pixel, routes every event, keeps focus and pointer, holds repaints to a set rate, fades in and out.
+// User-interface thread.
+#pragma once
+
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/IGInputHandler.h"
+#include "image/GImageFormat.h"
+#include "platform/GTimer.h"
+#include "platform/GWin.h"
+
+class GWindowNode : public GTemplateNode, public IGInputHandler, public IGNotifyListener, public IGTimerListener
+{
+public:
+    using GTemplateNode::GTemplateNode;
+    ~GWindowNode( ) override;
+
+    // Runs "$onopen" or "$onclose" with this node as its source.
+    void open( );
+    void close( );
+    // Microseconds. A fade-in of a window that shows already only raises it; a fade-out of a hidden one does nothing.
+    void fadeIn( int64_t duration );
+    void fadeOut( int64_t duration );
+    // Sizes the window to what its children need.
+    void fit( );
+    // Toggles.
+    void maximize( );
+    void minimize( );
+    // Flashes the task bar entry of an open window and opens a closed one.
+    void flash( );
+
+    void calcMinSize( int& width, int& height ) override;
+
+    // Takes handlers below `node` out of focus, capture, pointer and input map.
+    void forget( GTemplateNode* node );
+    // Hides at once, without a fade.
+    void hide( );
+
+    GWin getWin( ) const { return _win; }
+    GNotifyHandle getNotify( ) const { return _notify; }
+    const GRect& getRect( ) const { return _rect; }
+    int getAlpha( ) const { return _alpha; }
+    bool isRenderPending( ) const { return _renderPending; }
+    IGInputHandler* getKeyFocus( ) const { return _keyFocus; }
+    IGInputHandler* getCapture( ) const { return _capture; }
+    IGInputHandler* getMouseover( ) const { return _mouseover; }
+    // The layer as it was drawn last: premultiplied GIT_RGBA32.
+    const GImageFormat& getLayerFormat( ) const { return _format; }
+    const GString& getLayerPixels( ) const { return _pixels; }
+
+    int getNCHITTEST( GWin win, int x, int y ) override;
+    bool getMinSize( GWin win, int& width, int& height ) override;
+    void onReposition( GWin win, const GRect& rect ) override;
+    int onKeyDown( GWin win, int key ) override;
+    int onKeyUp( GWin win, int key ) override;
+    int onKeyPressed( GWin win, char16_t character ) override;
+    int onMouseMove( GWin win, int x, int y ) override;
+    void onMouseLeft( GWin win ) override;
+    int onLButtonDown( GWin win, int x, int y ) override;
+    int onLButtonUp( GWin win, int x, int y ) override;
+    int onLButtonDblClk( GWin win, int x, int y ) override;
+    int onRButtonDown( GWin win, int x, int y ) override;
+    void onClose( GWin win ) override;
+    void onShow( GWin win ) override;
+    int onPaste( GWin win, const GWString& text ) override;
+    int onMouseWheel( GWin win, int steps ) override;
+    void onNotification( int kind, uint64_t time ) override;
+    void onTimer( GTimer timer ) override;
+
+protected:
+    bool _preChildUpdate( GAttributeStack& stack ) override;
+    bool _postChildUpdate( GAttributeStack& stack ) override;
+    bool _preChildRender( GImageStack& images ) override;
+    void _postChildRender( GImageStack& images ) override;
+
+private:
+    using PointerEvent = int ( IGWinListener::* )( GWin, int, int );
+
+    void _create( GAttributeStack& stack );
+    void _restorePlace( );
+    void _rememberPlace( );
+    void _respond( int flags, IGInputHandler* handler = nullptr );
+    bool _updateSelf( );
+    void _renderSelf( );
+    void _advanceFade( uint64_t now );
+    void _prepareLayer( );
+    void _logRate( uint64_t now );
+    int _pointer( PointerEvent event, int x, int y );
+    IGInputHandler* _getHandler( int x, int y ) const;
+    IGInputHandler* _getTarget( int x, int y ) const;
+    int _setKeyFocus( IGInputHandler* handler );
+    int _setMouseover( IGInputHandler* handler );
+    int _updateKeyFocus( int x, int y );
+    int _updateMouseover( int x, int y );
+    bool _moveKeyFocus( bool backward );
+    bool _isFocusable( GTemplateNode* node ) const;
+
+    GWin _win = nullptr;
+    GTimer _timer = nullptr;
+    GNotifyHandle _notify = nullptr;
+    std::vector<IGInputHandler*> _inputMap;
+    GRect _rect;
+    GImageFormat _format;
+    GString _pixels;
+    int _alpha = 0;
+    bool _enableAlpha = false;
+    GWString _onOpen;
+    GWString _onClose;
+    IGInputHandler* _keyFocus = nullptr;
+    IGInputHandler* _capture = nullptr;
+    IGInputHandler* _mouseover = nullptr;
+    GWString _path;
+    GWString _remember;
+    bool _firstUpdate = false;
+    int _minWidth = 0;
+    int _minHeight = 0;
+    uint64_t _fadeInStart = 0;
+    uint64_t _fadeInEnd = 0;
+    uint64_t _fadeOutStart = 0;
+    uint64_t _fadeOutEnd = 0;
+    uint64_t _notifyTimes[3] = { };
+    int64_t _logInterval = 2000000;
+    uint64_t _lastLog = 0;
+    int _frameCount = 0;
+    int64_t _renderInterval = 66666;
+    uint64_t _lastRender = 0;
+    bool _focusFade = false;
+    bool _renderPending = false;
+    bool _updating = false;
+    bool _rendering = false;
+};

@@ -1,0 +1,47 @@
+// Shows one of its pages, with optional header, footer and sidebar; pages are reached in order or by name. The current page is
+// the node's own attribute "page". User-interface thread.
+#pragma once
+
+#include "client/skin/GTemplateNode.h"
+
+class GDefaultNode;
+
+class GWizardNode : public GTemplateNode
+{
+public:
+    using GTemplateNode::GTemplateNode;
+    void calcMinSize( int& width, int& height ) override;
+
+    // Past the ends nothing happens.
+    void next( );
+    void back( );
+    // Runs "$ondone".
+    void done( );
+    // To the first page with that title, or failing that with that id, ignoring case.
+    void jump( const GWString& target );
+
+protected:
+    bool _preChildUpdate( GAttributeStack& stack ) override;
+    bool _updateChildren( GAttributeStack& stack ) override;
+    bool _postChildUpdate( GAttributeStack& stack ) override;
+    void _renderChildren( GImageStack& images ) override;
+
+private:
+    GTemplateNode* _getHeader( ) const;
+    GTemplateNode* _getSidebar( ) const;
+    GTemplateNode* _getFooter( ) const;
+    GDefaultNode* _getPage( ) const;
+    GDefaultNode* _getNextPage( ) const;
+    GDefaultNode* _getBackPage( ) const;
+    GTemplateNode* _getNamed( GWStringView name ) const;
+    static GDefaultNode* _asPage( GTemplateNode* child );
+    bool _isCurrent( const GTemplateNode& child ) const;
+    void _setPage( GDefaultNode* page );
+    void _updateSidebar( const GDefaultNode& page );
+    void _refreshWindow( );
+
+    GWString _onDone;
+    GWString _windowPath;
+    GWString _titles; // Joined titles of all pages; kept for its capacity.
+    bool _layoutDirty = false;
+};
