@@ -14,17 +14,26 @@ public:
     ~GHTTPClient( ) override;
 
     void send( const GHTTPHeaders& request );
+    // Bytes that are a message already, or the rest of one whose beginning another writer has sent.
+    void sendRaw( const GString& bytes );
     bool recv( GHTTPHeaders& response ); // True once a whole message has arrived.
-    void update( int64_t timeout );      // Microseconds; precondition "timeout >= 0".
+    // Pushes what is unsent, then waits for something to read. Microseconds; precondition "timeout >= 0". Closes the socket when
+    // unsent bytes have not moved for 5 s, counted from the creation of the client on.
+    void update( int64_t timeout );
     bool isAlive( ) const;
     void shutdown( );
     GWString getLocalHost( ) const; // "0.0.0.0:0" without a socket.
     GWString getRemoteHost( ) const;
     GNetTCPSocket* getTCPSocket( ) const { return _socket; }
+    int getUnsent( ) const { return static_cast<int>( _sendBuffer.size( ) ); }
     // Ends an exchange without a byte for 30 s.
     void setRobust( bool robust ) { _robust = robust; }
 
 private:
+    int _sendPending( );
+    void _close( );
+    bool _hasTimedOut( ) const;
+
     GWString _host;
     GNetTCPSocket* _socket = nullptr;
     GString _sendBuffer;

@@ -50,6 +50,8 @@ public:
     void setRobust( bool robust );
     // Pushes what the relay's buffer still holds; the dispatch loop calls it.
     void flush( );
+    // Lets go of the relay; what its buffer still held, for the writer that takes over.
+    GString takeUnsent( );
 
 private:
     struct BucketList
@@ -57,8 +59,10 @@ private:
         std::deque<GMegaPortBucket*> buckets;
         GEvent event = nullptr;
     };
+    GMegaPortBucket* _append( BucketList& list, GMegaPortBucket* bucket );
     GMegaPortBucket* _take( BucketList& list );
     void _sendRelayed( const GWString& to, const char* buffer, int length );
+    void _pushRelayed( );
 
     GWString _name;
     GMutex _sendMutex = nullptr;

@@ -1,0 +1,304 @@
+#include "client/transport/GMegaPort.h"
+
+#include "base/GUtil.h"
+#include "client/transport/GRTP.h"
+#include "protocol/GProtocol.h"
+#include "runtime/GHTTPHeaders.h"
+
+#include <utility>
+
+namespace
+{
+constexpr int NUM_PAYLOAD_TYPES = 256;
+constexpr char16_t NO_HOST[] = u"0.0.0.0:0";
+// A consumer that has stopped loses its oldest datagrams beyond this many.
+constexpr size_t MAX_BUCKETS_PER_LIST = 2048;
+constexpr size_t MAX_RELAY_BYTES = 256 * 1024;
+constexpr int SUPPORTED_TYPES[] = { GRTP_AUDIO, GRTP_VIDEO, GRTP_FILE, GRTP_SCREEN };
+} // namespace
+
+GMegaPort::GMegaPort( const GWString& name )
+    : _name( name.empty( ) ? GWString( u"(unknown)" ) : name ), _sendMutex( GMutexOpen( ) ), _recvMutex( GMutexOpen( ) ),
+      _rtpBucketListArray( NUM_PAYLOAD_TYPES ), _localHost( NO_HOST ), _globalHost( NO_HOST )
+{
+    GCALL( GMegaPort );
+    GASSERT_TEXT( ( _sipBucketList.event = GEventOpen( ) ), "_sipBucketList.event = CreateEventW( 0, false, false, 0 )" );
+    GASSERT_TEXT( ( _rtpBucketListArray[GRTP_AUDIO].event = GEventOpen( ) ),
+                  "_rtpBucketListArray[GRTP_AUDIO].event = CreateEventW( 0, false, false, 0 )" );
+    GASSERT_TEXT( ( _rtpBucketListArray[GRTP_VIDEO].event = GEventOpen( ) ),
+                  "_rtpBucketListArray[GRTP_VIDEO].event = CreateEventW( 0, false, false, 0 )" );
+    GASSERT_TEXT( ( _rtpBucketListArray[GRTP_FILE].event = GEventOpen( ) ),
+                  "_rtpBucketListArray[GRTP_FILE].event = CreateEventW( 0, false, false, 0 )" );
+    GASSERT_TEXT( ( _rtpBucketListArray[GRTP_SCREEN].event = GEventOpen( ) ),
+                  "_rtpBucketListArray[GRTP_SCREEN].event = CreateEventW( 0, false, false, 0 )" );
+    invariantTest( );
+}
+
+GMegaPort::~GMegaPort( )
+{
+    GVERIFY( _numBucketsCreated == (int)_emptyBucketList.size( ) );
+    GEventClose( _sipBucketList.event );
+    for( GMegaPortBucket* bucket : _sipBucketList.buckets ) delete bucket;
+    for( BucketList& list : _rtpBucketListArray )
+    {
+        if( list.event ) GEventClose( list.event );
+        for( GMegaPortBucket* bucket : list.buckets ) delete bucket;
+    }
+    GMutexClose( _sendMutex );
+    GMutexClose( _recvMutex );
+    for( GMegaPortBucket* bucket : _emptyBucketList ) delete bucket;
+}
+
+void GMegaPort::invariantTest( ) const
+{
+    GThreadSafeObject::invariantTest( );
+    GASSERT( _sendMutex );
+    GASSERT( _recvMutex );
+    GASSERT( !_localHost.empty( ) );
+    GASSERT( !_globalHost.empty( ) );
+    GASSERT_TEXT( GValidHost( _localHost ) || GCaseEquals( _localHost, NO_HOST ),
+                  "GValidHost( _localHost ) || GCaseEquals( _localHost, L\"0.0.0.0:0\" )" );
+    GASSERT_TEXT( GValidHost( _globalHost ) || GCaseEquals( _globalHost, NO_HOST ),
+                  "GValidHost( _globalHost ) || GCaseEquals( _globalHost, L\"0.0.0.0:0\" )" );
+}
+
+// ---- Sockets, lent by the dispatch service.
+
+void GMegaPort::setUDPPort( GNetUDPPort* udpPort )
+{
+    GCALL( GMegaPort );
+    GPRECONDITION( udpPort );
+    const GMutexScope scope( _sendMutex );
+    _udpPort = udpPort;
+    _localHost = GNetUDPPortGetLocalHost( udpPort );
+}
+
+void GMegaPort::setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHost )
+{
+    GCALL( GMegaPort );
+    GPRECONDITION( tcpSocket );
+    GPRECONDITION( GValidHost( globalHost ) );
+    const GMutexScope scope( _sendMutex );
+    _tcpSocket = tcpSocket;
+    _globalHost = globalHost;
+    _relayBuffer.clear( );
+}
+
+GWString GMegaPort::getLocalHost( ) const
+{
+    const GMutexScope scope( _sendMutex );
+    return _localHost;
+}
+
+GWString GMegaPort::getGlobalHost( ) const
+{
+    const GMutexScope scope( _sendMutex );
+    return _globalHost;
+}
+
+void GMegaPort::setRobust( bool robust )
+{
+    const GMutexScope scope( _sendMutex );
+    _robust = robust;
+}
+
+void GMegaPort::reset( )
+{
+    GCALL( GMegaPort );
+    {
+        const GMutexScope scope( _sendMutex );
+        _udpPort = nullptr;
+        _tcpSocket = nullptr;
+        _localHost = NO_HOST;
+        _globalHost = NO_HOST;
+        _relayBuffer.clear( );
+    }
+    while( GMegaPortBucket* bucket = getSIPBucket( ) ) returnEmptyBucket( bucket );
+    for( const int type : SUPPORTED_TYPES )
+        while( GMegaPortBucket* bucket = getRTPBucket( type ) ) returnEmptyBucket( bucket );
+}
+
+// ---- Buckets.
+
+GMegaPortBucket* GMegaPort::getEmtpyBucket( )
+{
+    const GObjectLock lock( *this );
+    if( _emptyBucketList.empty( ) )
+    {
+        ++_numBucketsCreated;
+        return new GMegaPortBucket;
+    }
+    GMegaPortBucket* bucket = _emptyBucketList.front( );
+    _emptyBucketList.pop_front( );
+    return bucket;
+}
+
+void GMegaPort::returnEmptyBucket( GMegaPortBucket* bucket )
+{
+    const GObjectLock lock( *this );
+    _emptyBucketList.push_back( bucket );
+}
+
+// Appends the bucket; the oldest one, when the list is full, or null.
+GMegaPortBucket* GMegaPort::_append( BucketList& list, GMegaPortBucket* bucket )
+{
+    const GMutexScope scope( _recvMutex );
+    list.buckets.push_back( bucket );
+    if( list.buckets.size( ) <= MAX_BUCKETS_PER_LIST ) return nullptr;
+    GMegaPortBucket* oldest = list.buckets.front( );
+    list.buckets.pop_front( );
+    return oldest;
+}
+
+GMegaPortBucket* GMegaPort::_take( BucketList& list )
+{
+    const GMutexScope scope( _recvMutex );
+    if( list.buckets.empty( ) ) return nullptr;
+    GMegaPortBucket* bucket = list.buckets.front( );
+    list.buckets.pop_front( );
+    return bucket;
+}
+
+void GMegaPort::fillSIPBucket( GMegaPortBucket* bucket )
+{
+    if( GMegaPortBucket* oldest = _append( _sipBucketList, bucket ) ) returnEmptyBucket( oldest );
+    GVERIFY_TEXT( GEventSet( _sipBucketList.event ), "SetEvent( _sipBucketList.event)" );
+}
+
+void GMegaPort::fillRTPBucket( GMegaPortBucket* bucket )
+{
+    GRTPHeader header;
+    int remaining = 0;
+    if( !GDecomposeRTP( bucket->buffer.data( ), static_cast<int>( bucket->buffer.size( ) ), header, remaining ) )
+    {
+        GLOG( u"WARNING Trying to fill bucket with malformed RTP buffer; ignoring." );
+        returnEmptyBucket( bucket );
+        return;
+    }
+    // Sender reports travel with the sound.
+    const int type = header.payloadType == GRTP_RTCPSR ? int( GRTP_AUDIO ) : header.payloadType;
+    BucketList& list = _rtpBucketListArray[static_cast<size_t>( type )];
+    if( !list.event )
+    {
+        GLOG( u"WARNING Attempting to fill RTP bucket for unsupported payload type #", type, u", ignoring." );
+        returnEmptyBucket( bucket );
+        return;
+    }
+    if( GMegaPortBucket* oldest = _append( list, bucket ) ) returnEmptyBucket( oldest );
+    GVERIFY_TEXT( GEventSet( list.event ), "SetEvent( hEvent )" );
+}
+
+GMegaPortBucket* GMegaPort::getSIPBucket( )
+{
+    return _take( _sipBucketList );
+}
+
+GMegaPortBucket* GMegaPort::getRTPBucket( int payloadType )
+{
+    GPRECONDITION( GWITHIN( 0, payloadType, 255 ) );
+    return _take( _rtpBucketListArray[static_cast<size_t>( payloadType )] );
+}
+
+// ---- Waiting. The events are handles that live as long as the object, so no lock is needed to read them.
+
+void GMegaPort::waitForSIPBucket( int64_t timeout )
+{
+    GPRECONDITION( timeout >= 0 );
+    GEventWait( _sipBucketList.event, timeout );
+}
+
+void GMegaPort::waitForRTPBucket( int64_t timeout, int payloadType )
+{
+    GPRECONDITION( timeout >= 0 );
+    GPRECONDITION( GWITHIN( 0, payloadType, 255 ) );
+    if( const GEvent event = _rtpBucketListArray[static_cast<size_t>( payloadType )].event )
+    {
+        GEventWait( event, timeout );
+        return;
+    }
+    GLOG( u"WARNING Trying to wait on unsupported RTP payload type #", payloadType, u", ignoring." );
+    GThreadSleep( timeout );
+}
+
+void GMegaPort::waitForRTPBucket( int64_t timeout, int payloadTypeA, int payloadTypeB )
+{
+    GPRECONDITION( timeout >= 0 );
+    GPRECONDITION( GWITHIN( 0, payloadTypeA, 255 ) && GWITHIN( 0, payloadTypeB, 255 ) );
+    const GEvent a = _rtpBucketListArray[static_cast<size_t>( payloadTypeA )].event;
+    const GEvent b = _rtpBucketListArray[static_cast<size_t>( payloadTypeB )].event;
+    if( a && b )
+        GEventWaitAny( a, b, timeout );
+    else if( a || b )
+        GEventWait( a ? a : b, timeout );
+    else
+    {
+        GLOG( u"WARNING Trying to wait on unsupported RTP payload types #", payloadTypeA, u" and #", payloadTypeB,
+              u", ignoring." );
+        GThreadSleep( timeout );
+    }
+}
+
+// ---- Sending. The lock is held around the socket call: two senders' framing can't interleave, and no reset removes a port in use.
+
+void GMegaPort::send( const GWString& from, const GWString& to, const char* buffer, int length )
+{
+    const GMutexScope scope( _sendMutex );
+    if( _tcpSocket && ( from.empty( ) || GCaseEquals( from, _globalHost ) ) )
+    {
+        _sendRelayed( to, buffer, length );
+        return;
+    }
+    if( !_udpPort )
+    {
+        GLOG( u"WARNING Cannot send from (", from, u") to (", to, u") because not connected, ignoring." );
+        return;
+    }
+    if( !from.empty( ) && !GCaseEquals( from, _localHost ) )
+        GLOG( u"WARNING Possibly send from mismatch: from=(", from, u"), localHost=(", _localHost, u"), globalHost=(",
+              _globalHost, u")" );
+    GNetUDPPortSend( _udpPort, to, buffer, length );
+}
+
+void GMegaPort::_sendRelayed( const GWString& to, const char* buffer, int length )
+{
+    GHTTPHeaders message( GProtocol::SENDUDP );
+    message.set( GProtocol::REMOTE_HOST, to );
+    message.addContent( buffer, length );
+    const GString text = message.serialize( );
+    if( !_robust )
+    {
+        GNetTCPSocketSend( _tcpSocket, text.data( ), static_cast<int>( text.size( ) ) );
+        return;
+    }
+    if( _relayBuffer.size( ) + text.size( ) > MAX_RELAY_BYTES )
+    {
+        GLOGIF( 'K', _name, u": relay is busy, dropping ", length, u" bytes to (", to, u")" );
+        return;
+    }
+    _relayBuffer += text;
+    _pushRelayed( );
+}
+
+void GMegaPort::_pushRelayed( )
+{
+    while( _tcpSocket && !_relayBuffer.empty( ) )
+    {
+        const int sent =
+            GNetTCPSocketSend( _tcpSocket, _relayBuffer.data( ), static_cast<int>( _relayBuffer.size( ) ) );
+        if( sent <= 0 ) return;
+        GConsume( _relayBuffer, sent );
+    }
+}
+
+void GMegaPort::flush( )
+{
+    const GMutexScope scope( _sendMutex );
+    _pushRelayed( );
+}
+
+GString GMegaPort::takeUnsent( )
+{
+    const GMutexScope scope( _sendMutex );
+    _tcpSocket = nullptr;
+    return std::exchange( _relayBuffer, { } );
+}

@@ -1,0 +1,188 @@
+#include "client/transport/GHTTPClient.h"
+
+#include "support/TestClock.h"
+#include "support/TestLog.h"
+#include "support/TestTcpServer.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace
+{
+std::unique_ptr<GHTTPClient> makeClient( const GWString& host, const GHTTPHeaders& request )
+{
+    return std::unique_ptr<GHTTPClient>( GSAFENEW( GHTTPClient, ( host, request ) ) );
+}
+GHTTPHeaders makeResponse( const GString& content )
+{
+    GHTTPHeaders response;
+    response.setResponse( 200, u"OK" );
+    response.addContent( content );
+    return response;
+}
+// Polls as an owner does, until a message is there or the socket has been silent for 2 s.
+bool receive( GHTTPClient& client, GHTTPHeaders& response )
+{
+    for( int i = 0; i < 40; ++i )
+    {
+        if( client.recv( response ) ) return true;
+        client.update( 50000 );
+    }
+    return false;
+}
+} // namespace
+
+TEST( HTTPClient, SendsItsRequestAndTakesTheAnswer )
+{
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"AUTHENTICATE" ) );
+    ASSERT_TRUE( server.accept( ) );
+    client->update( 0 );
+    GHTTPHeaders heard;
+    ASSERT_TRUE( server.hear( heard ) );
+    EXPECT_TRUE( heard.isMethod( u"AUTHENTICATE" ) );
+    server.say( makeResponse( "hello" ) );
+    GHTTPHeaders response;
+    ASSERT_TRUE( receive( *client, response ) );
+    EXPECT_EQ( response.getResponse( ), 200 );
+    EXPECT_EQ( response.getContent( 0 ), "hello" );
+    EXPECT_TRUE( client->isAlive( ) );
+    EXPECT_EQ( client->getRemoteHost( ), server.host( ) );
+    EXPECT_EQ( client->getLocalHost( ).substr( 0, 10 ), u"127.0.0.1:" );
+}
+
+TEST( HTTPClient, AnswerSplitOverManyReadsComesOnceWholeAndTheNextOneStays )
+{
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    ASSERT_TRUE( server.accept( ) );
+    const GString text = makeResponse( "first" ).serialize( ) + makeResponse( "second" ).serialize( );
+    const size_t firstLength = makeResponse( "first" ).serialize( ).size( );
+    GHTTPHeaders response;
+    for( size_t i = 0; i + 1 < firstLength; i += 7 )
+    {
+        server.say( text.substr( i, std::min<size_t>( 7, firstLength - 1 - i ) ) );
+        client->update( 50000 );
+        ASSERT_FALSE( client->recv( response ) ) << i;
+    }
+    server.say( text.substr( firstLength - 1 ) );
+    ASSERT_TRUE( receive( *client, response ) );
+    EXPECT_EQ( response.getContent( 0 ), "first" );
+    server.hangUp( );
+    ASSERT_TRUE( receive( *client, response ) );
+    EXPECT_EQ( response.getContent( 0 ), "second" );
+    EXPECT_FALSE( client->recv( response ) );
+    EXPECT_FALSE( client->isAlive( ) );
+}
+
+TEST( HTTPClient, RequestThatStallsIsClosedAfterFiveSeconds )
+{
+    TestClock clock;
+    TestTcpServer server( 4096 );
+    GHTTPHeaders request( u"LOGFILE" );
+    request.addContent( GString( 32 * 1024 * 1024, 'x' ) );
+    const auto client = makeClient( server.host( ), request );
+    ASSERT_TRUE( server.accept( ) );
+    // The kernel's buffers take a part, and then nothing moves any more.
+    int unsent = -1;
+    while( unsent != client->getUnsent( ) )
+    {
+        unsent = client->getUnsent( );
+        client->update( 0 );
+    }
+    ASSERT_GT( unsent, 0 );
+    clock.advance( 4900000 );
+    client->update( 0 );
+    EXPECT_TRUE( client->isAlive( ) );
+    TestLog::expect( "timed out, cancelling." );
+    clock.advance( 200000 );
+    client->update( 0 );
+    EXPECT_FALSE( client->isAlive( ) );
+    EXPECT_EQ( client->getLocalHost( ), u"0.0.0.0:0" );
+}
+
+TEST( HTTPClient, AnExchangeWithoutAByteEndsAfterThirtySecondsOnlyWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        TestClock clock;
+        TestTcpServer server;
+        const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+        client->setRobust( robust );
+        ASSERT_TRUE( server.accept( ) );
+        client->update( 0 );
+        clock.advance( 29000000 );
+        client->update( 0 );
+        EXPECT_TRUE( client->isAlive( ) );
+        if( robust ) TestLog::expect( "timed out, cancelling." );
+        clock.advance( 2000000 );
+        client->update( 0 );
+        EXPECT_EQ( client->isAlive( ), !robust );
+    }
+}
+
+TEST( HTTPClient, UpdateOfZeroNeverBlocks )
+{
+    // A virtual clock that any sleep would move.
+    TestClock clock;
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    const uint64_t before = TestClock::now( );
+    for( int i = 0; i < 1000; ++i ) client->update( 0 );
+    EXPECT_EQ( TestClock::now( ), before );
+    EXPECT_TRUE( client->isAlive( ) );
+}
+
+TEST( HTTPClient, UnusableHostGivesAnObjectWithoutASocketThatSleeps )
+{
+    TestClock clock;
+    TestLog::expect( "WARNING Cannot contact '999.1.1.1:80', ignoring request." );
+    TestLog::allow( "WARNING" );
+    const auto client = makeClient( u"999.1.1.1:80", GHTTPHeaders( u"A" ) );
+    EXPECT_FALSE( client->isAlive( ) );
+    EXPECT_EQ( client->getTCPSocket( ), nullptr );
+    EXPECT_EQ( client->getLocalHost( ), u"0.0.0.0:0" );
+    const uint64_t before = TestClock::now( );
+    client->update( 20000 );
+    EXPECT_EQ( TestClock::now( ), before + 20000 );
+    GHTTPHeaders response;
+    EXPECT_FALSE( client->recv( response ) );
+    client->shutdown( );
+}
+
+TEST( HTTPClient, StreamThatIsNoMessageIsClosed )
+{
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    ASSERT_TRUE( server.accept( ) );
+    TestLog::expect( "sends what is no message, closing." );
+    server.say( GString( 80 * 1024, 'y' ) );
+    GHTTPHeaders response;
+    for( int i = 0; i < 100 && client->isAlive( ); ++i )
+    {
+        EXPECT_FALSE( client->recv( response ) );
+        client->update( 50000 );
+    }
+    EXPECT_FALSE( client->isAlive( ) );
+}
+
+TEST( HTTPClient, ShutdownTellsTheServerThatNothingMoreComes )
+{
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    ASSERT_TRUE( server.accept( ) );
+    GHTTPHeaders heard;
+    ASSERT_TRUE( server.hear( heard ) );
+    client->shutdown( );
+    EXPECT_FALSE( server.hear( heard ) );
+    server.say( makeResponse( "late" ) );
+    GHTTPHeaders response;
+    EXPECT_TRUE( receive( *client, response ) );
+}
+
+TEST( HTTPClientDeathTest, NegativeTimeoutAborts )
+{
+    TestTcpServer server;
+    EXPECT_DEATH( makeClient( server.host( ), GHTTPHeaders( u"A" ) )->update( -1 ), "timeout >= 0" );
+}
