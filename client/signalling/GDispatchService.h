@@ -43,7 +43,7 @@ public:
     ~GDispatchService( ) override;
     void invariantTest( ) const override;
 
-    void _bGThreadObject_safe_onStartup( ) override { }
+    void _bGThreadObject_safe_onStartup( ) override {}
     int _bGThreadObject_safe_onLoop( ) override;
     void _bGThreadObject_safe_onShutdown( ) override;
 
@@ -79,7 +79,10 @@ private:
 
         bool isUpdate( ) const { return eventID == UPDATE; }
         bool isCommand( GWStringView name ) const { return GCaseEquals( command, name ); }
-        bool isResponse( GWStringView method ) const { return recvResponse && GCaseEquals( originalRequest->getMethod( ), method ); }
+        bool isResponse( GWStringView method ) const
+        {
+            return recvResponse && GCaseEquals( originalRequest->getMethod( ), method );
+        }
         bool succeeded( ) const { return recvResponse->getResponse( ) == GHTTP_SUCCESS; }
     };
 

@@ -60,9 +60,8 @@ bool GDispatchService::_connect( )
     const GWString localHost = GNetUDPPortGetLocalHost( _udpPort );
     GVERIFY( GValidHost( localHost ) );
     _instance->set( u"Local_Host", localHost );
-    _upnpMapping =
-        GSAFENEW( GUPnPTask, ( localHost, static_cast<int>( _instance->calc( u"UPnP_Low_Port" ) ),
-                               static_cast<int>( _instance->calc( u"UPnP_High_Port" ) ), _upnpFunctions ) );
+    _upnpMapping = GSAFENEW( GUPnPTask, ( localHost, static_cast<int>( _instance->calc( u"UPnP_Low_Port" ) ),
+                                          static_cast<int>( _instance->calc( u"UPnP_High_Port" ) ), _upnpFunctions ) );
     GStringList stunHostList;
     _instance->get( u"Global_STUN_Host_List", stunHostList );
     _stunTest.setHosts( stunHostList );
@@ -112,7 +111,7 @@ bool GDispatchService::_classify( )
         GLOG( u"STUN found 'SYMMETRIC' NAT, treating it like firewall." );
         return _openRelay( );
     }
-    GStringList routeList { makeRoute( u"local", localHost ) };
+    GStringList routeList{ makeRoute( u"local", localHost ) };
     if( GCaseEquals( connectionClass, u"PUBLIC" ) ) return _foundRoute( localHost, routeList );
     routeList.push_back( makeRoute( GToLower( connectionClass ), _stunTest.getGlobalHost( ) ) );
     return _foundRoute( _stunTest.getGlobalHost( ), routeList );
@@ -152,7 +151,8 @@ bool GDispatchService::_relayOpened( const Input& in )
         GLOG( u"WARNING 'TURN' request failed with response ", text, u", disconnecting." );
         return _disconnect( );
     }
-    GStringList routeList { makeRoute( u"local", GNetUDPPortGetLocalHost( _udpPort ) ), makeRoute( u"turn", globalHost ) };
+    GStringList routeList{ makeRoute( u"local", GNetUDPPortGetLocalHost( _udpPort ) ),
+                           makeRoute( u"turn", globalHost ) };
     const bool isSymmetric = GCaseEquals( _instance->get( u"Connection_Class" ), u"SYMMETRIC" );
     if( _robust && isSymmetric && !_stunTest.getGlobalHost( ).empty( ) )
         routeList.push_back( makeRoute( u"symmetric", _stunTest.getGlobalHost( ) ) );

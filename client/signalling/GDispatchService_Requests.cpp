@@ -53,7 +53,8 @@ bool GDispatchService::_retryLastRequest( )
 {
     if( !_udpPort )
     {
-        GLOG( u"WARNING Cannot re-send request '", _lastRequest.getMethod( ), u"' because no UDP port open, ignoring." );
+        GLOG( u"WARNING Cannot re-send request '", _lastRequest.getMethod( ),
+              u"' because no UDP port open, ignoring." );
         return true;
     }
     GLOG( u"Retrying '", _lastRequest.getMethod( ), u"' to (", _lastRequestHost, u")" );
@@ -104,7 +105,8 @@ void GDispatchService::_requestSTUN( )
 {
     _sendHOLEPUNCH( );
     GHTTPHeaders headers( GProtocol::STUN );
-    headers.set( GProtocol::INDIRECT_HOST_LIST, GStringList { _stunTest.getPunchedHost( ), _stunTest.getUnpunchedHost( ) } );
+    headers.set( GProtocol::INDIRECT_HOST_LIST,
+                 GStringList{ _stunTest.getPunchedHost( ), _stunTest.getUnpunchedHost( ) } );
     _request( _stunTest.getDirectHost( ), headers );
 }
 

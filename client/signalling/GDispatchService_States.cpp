@@ -54,8 +54,8 @@ void GDispatchService::_logInput( const Input& in ) const
         GWString text;
         const int code = in.recvResponse->getResponse( text );
         const GWString method = in.originalRequest->getMethod( );
-        GLOGIF( 'p', u"Received response #", code, u" '", text, u"' to request '", method, u"' from (", in.fromRemoteHost,
-                u")" );
+        GLOGIF( 'p', u"Received response #", code, u" '", text, u"' to request '", method, u"' from (",
+                in.fromRemoteHost, u")" );
         if( code != GHTTP_SUCCESS )
             GLOG( u"WARNING Request '", method, u"' failed with response #", code, u" '", text, u"'." );
     }
@@ -71,8 +71,9 @@ void GDispatchService::_verifyInput( const Input& in ) const
     const GWString requestMethod = in.recvRequest ? in.recvRequest->getMethod( ) : GWString( );
     if( in.recvResponse )
     {
-        GVERIFY_TEXT( GCaseEquals( in.originalRequest->get( GProtocol::CSEQ ), in.recvResponse->get( GProtocol::CSEQ ) ),
-                      "GCaseEquals( originalRequest.get( L\"CSeq\" ), recvResponse.get( L\"CSeq\" ) )" );
+        GVERIFY_TEXT(
+            GCaseEquals( in.originalRequest->get( GProtocol::CSEQ ), in.recvResponse->get( GProtocol::CSEQ ) ),
+            "GCaseEquals( originalRequest.get( L\"CSeq\" ), recvResponse.get( L\"CSeq\" ) )" );
         GVERIFY_TEXT( GValidHost( in.fromRemoteHost ), "GValidHost( fromRemoteHost )" );
         GVERIFY( !eventID );
         GVERIFY( commandMethod.empty( ) );
@@ -190,7 +191,8 @@ bool GDispatchService::_onChooseServer( const Input& in )
 {
     if( in.isUpdate( ) && _requestTimer.hasElapsed( ) )
     {
-        GLOG( u"WARNING 'PING' requests timed out to '", _instance->get( u"Global_SIP_Host_List" ), u"', disconnecting." );
+        GLOG( u"WARNING 'PING' requests timed out to '", _instance->get( u"Global_SIP_Host_List" ),
+              u"', disconnecting." );
         return _disconnect( );
     }
     if( in.isUpdate( ) && _retryTimer.hasElapsed( ) )

@@ -31,7 +31,7 @@ public:
     int64_t getPingPeriod( int64_t onTrial ) const;
 
 private:
-    GIntervalTimer _natRefreshTimer { FIRST_DELAY };
+    GIntervalTimer _natRefreshTimer{ FIRST_DELAY };
     int64_t _lastSuccess = FIRST_DELAY;
     int _cseq = 0;
     bool _robust = false;

@@ -100,8 +100,8 @@ int GHTTPClient::_sendPending( )
     }
     if( total > static_cast<int>( _sendBuffer.size( ) ) )
     {
-        GLOG( u"ERROR We've sent more bytes than we have: totalSent=", total, u", sendBuffer.size()=", _sendBuffer.size( ),
-              u"( originally", debug_sendBufferSize, u")" );
+        GLOG( u"ERROR We've sent more bytes than we have: totalSent=", total, u", sendBuffer.size()=",
+              _sendBuffer.size( ), u"( originally", debug_sendBufferSize, u")" );
         GAbort( );
     }
     GVERIFY( debug_sendBufferSize == (int)_sendBuffer.size( ) );

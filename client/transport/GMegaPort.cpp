@@ -18,11 +18,13 @@ constexpr int SUPPORTED_TYPES[] = { GRTP_AUDIO, GRTP_VIDEO, GRTP_FILE, GRTP_SCRE
 } // namespace
 
 GMegaPort::GMegaPort( const GWString& name )
-    : _name( name.empty( ) ? GWString( u"(unknown)" ) : name ), _sendMutex( GMutexOpen( ) ), _recvMutex( GMutexOpen( ) ),
-      _rtpBucketListArray( NUM_PAYLOAD_TYPES ), _localHost( NO_HOST ), _globalHost( NO_HOST )
+    : _name( name.empty( ) ? GWString( u"(unknown)" ) : name ), _sendMutex( GMutexOpen( ) ),
+      _recvMutex( GMutexOpen( ) ), _rtpBucketListArray( NUM_PAYLOAD_TYPES ), _localHost( NO_HOST ),
+      _globalHost( NO_HOST )
 {
     GCALL( GMegaPort );
-    GASSERT_TEXT( ( _sipBucketList.event = GEventOpen( ) ), "_sipBucketList.event = CreateEventW( 0, false, false, 0 )" );
+    GASSERT_TEXT( ( _sipBucketList.event = GEventOpen( ) ),
+                  "_sipBucketList.event = CreateEventW( 0, false, false, 0 )" );
     GASSERT_TEXT( ( _rtpBucketListArray[GRTP_AUDIO].event = GEventOpen( ) ),
                   "_rtpBucketListArray[GRTP_AUDIO].event = CreateEventW( 0, false, false, 0 )" );
     GASSERT_TEXT( ( _rtpBucketListArray[GRTP_VIDEO].event = GEventOpen( ) ),

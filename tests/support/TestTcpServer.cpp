@@ -10,7 +10,7 @@ namespace
 {
 bool waitFor( int handle, int milliseconds )
 {
-    pollfd entry { handle, POLLIN, 0 };
+    pollfd entry{ handle, POLLIN, 0 };
     return ::poll( &entry, 1, milliseconds ) > 0;
 }
 } // namespace
@@ -19,7 +19,7 @@ TestTcpServer::TestTcpServer( int receiveBuffer )
 {
     _listener = ::socket( AF_INET, SOCK_STREAM, 0 );
     if( receiveBuffer ) ::setsockopt( _listener, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof( receiveBuffer ) );
-    sockaddr_in address { };
+    sockaddr_in address{ };
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl( INADDR_LOOPBACK );
     ::bind( _listener, reinterpret_cast<sockaddr*>( &address ), sizeof( address ) );
@@ -73,7 +73,9 @@ bool TestTcpServer::hear( GHTTPHeaders& message )
 
 bool TestTcpServer::hearNow( GHTTPHeaders& message )
 {
-    while( _read( 0 ) ) { }
+    while( _read( 0 ) )
+    {
+    }
     const int used = message.deserialize( _heard );
     if( used ) GConsume( _heard, used );
     return used > 0;

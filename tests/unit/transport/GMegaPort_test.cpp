@@ -23,7 +23,7 @@ GString makePacket( int secondByte )
 class MegaPort : public testing::Test
 {
 protected:
-    MegaPort( ) : _port( GSAFENEW( GMegaPort, ( u"me@velmora.local" ) ) ) { }
+    MegaPort( ) : _port( GSAFENEW( GMegaPort, ( u"me@velmora.local" ) ) ) {}
     ~MegaPort( ) override
     {
         if( _port ) delete _port;
