@@ -29,3 +29,6 @@ if(VELMORA_SANITIZE)
 endif()
 # One definition for the whole build: the grammars share a global object supply that is not safe without it.
 add_compile_definitions(BOOST_SPIRIT_THREADSAFE BOOST_BIND_GLOBAL_PLACEHOLDERS)
+# Libraries call into the platform backend that a program chose and the backends call back: let the linker go round in circles.
+set(CMAKE_CXX_LINK_EXECUTABLE
+    "<CMAKE_CXX_COMPILER> <FLAGS> <CMAKE_CXX_LINK_FLAGS> <LINK_FLAGS> <OBJECTS> -o <TARGET> -Wl,--start-group <LINK_LIBRARIES> -Wl,--end-group")

@@ -9,6 +9,7 @@
 // Decodes one to three byte sequences; a lead byte of four, a stray continuation or a truncated sequence gives "X". With
 // GTextKeepAstral( true ) four-byte sequences become two units instead (and back).
 GWString GUTF8ToWide( std::string_view text );
+void GUTF8ToWide( std::string_view text, GWString& out ); // The same into a string that keeps its room.
 GString GWideToUTF8( GWStringView text );
 void GTextKeepAstral( bool keep );
 // The 26 ASCII capitals only.
@@ -21,6 +22,7 @@ int64_t GCalc( GWStringView text );
 int64_t GCalc( std::string_view text );
 // True for "true" in any case, or a number above 0.
 bool GTest( GWStringView text );
+bool GTest( std::string_view text );
 // Tab, newline, return and backslash become two-byte escapes; any character of `extra` gets a backslash.
 GString GEscape( std::string_view text, std::string_view extra );
 GString GUnescape( std::string_view text );

@@ -4,6 +4,8 @@
 
 #include "runtime/GThreadSafeObject.h"
 
+#include <atomic>
+
 class GThreadObject : public GThreadSafeObject
 {
 public:
@@ -11,9 +13,9 @@ public:
     ~GThreadObject( ) override;
 
     // Run on the thread, under the lock. onLoop returns the milliseconds to sleep, or a negative value to end.
-    virtual void _bGThreadObject_safe_onStartup( ) { }
+    virtual void _bGThreadObject_safe_onStartup( ) {}
     virtual int _bGThreadObject_safe_onLoop( ) { return -1; }
-    virtual void _bGThreadObject_safe_onShutdown( ) { }
+    virtual void _bGThreadObject_safe_onShutdown( ) {}
 
     void start( const GWString& name );
     void stop( bool join );
@@ -27,6 +29,6 @@ protected:
 private:
     friend int GThreadObject_ThreadProc( void* data );
     GWString _threadName;
-    volatile bool _stop = false;
-    GThreadID _thread = 0;
+    std::atomic<bool> _stop = false; // Read once a round.
+    std::atomic<GThreadID> _thread = 0;
 };

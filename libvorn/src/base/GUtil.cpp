@@ -1,0 +1,372 @@
+#include "base/GUtil.h"
+
+#include "base/GBytes.h"
+#include "base/GDebug.h"
+#include "platform/GTime.h"
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cmath>
+
+namespace
+{
+std::atomic<bool> keepAstral_ = false;
+
+constexpr char16_t REPLACEMENT = u'X';
+
+bool isContinuation( char unit )
+{
+    return ( unit & 0xC0 ) == 0x80;
+}
+// Continuations that a lead byte announces; -1 for a byte that can't lead.
+int continuationsOf( unsigned char lead )
+{
+    if( lead < 0x80 ) return 0;
+    if( lead < 0xC0 ) return -1;
+    if( lead < 0xE0 ) return 1;
+    if( lead < 0xF0 ) return 2;
+    return lead < 0xF8 ? 3 : -1;
+}
+void appendCodePoint( GWString& out, uint32_t code )
+{
+    if( code < 0x10000 )
+        out += static_cast<char16_t>( code );
+    else if( code > 0x10FFFF || !keepAstral_.load( std::memory_order_relaxed ) )
+        out += REPLACEMENT;
+    else
+    {
+        out += static_cast<char16_t>( 0xD800 + ( ( code - 0x10000 ) >> 10 ) );
+        out += static_cast<char16_t>( 0xDC00 + ( code & 0x3FF ) );
+    }
+}
+} // namespace
+
+void GUTF8ToWide( std::string_view text, GWString& out )
+{
+    out.clear( );
+    for( size_t i = 0; i < text.size( ); )
+    {
+        const auto lead = static_cast<unsigned char>( text[i++] );
+        const int wanted = continuationsOf( lead );
+        if( wanted <= 0 )
+        {
+            out += wanted ? REPLACEMENT : static_cast<char16_t>( lead );
+            continue;
+        }
+        uint32_t code = lead & ( 0x3F >> wanted );
+        int got = 0;
+        for( ; got < wanted && i < text.size( ) && isContinuation( text[i] ); ++got )
+            code = code << 6 | ( text[i++] & 0x3F );
+        if( got == wanted && ( wanted < 3 || code >= 0x10000 ) )
+            appendCodePoint( out, code );
+        else
+            out += REPLACEMENT;
+    }
+}
+GWString GUTF8ToWide( std::string_view text )
+{
+    GWString out;
+    out.reserve( text.size( ) );
+    GUTF8ToWide( text, out );
+    return out;
+}
+
+GString GWideToUTF8( GWStringView text )
+{
+    GString out;
+    out.reserve( text.size( ) );
+    const bool keepAstral = keepAstral_.load( std::memory_order_relaxed );
+    for( size_t i = 0; i < text.size( ); ++i )
+    {
+        uint32_t code = text[i];
+        const bool isPair =
+            keepAstral && ( code & 0xFC00 ) == 0xD800 && i + 1 < text.size( ) && ( text[i + 1] & 0xFC00 ) == 0xDC00;
+        if( isPair ) code = 0x10000 + ( ( code & 0x3FF ) << 10 ) + ( text[++i] & 0x3FF );
+        if( code < 0x80 )
+        {
+            out += static_cast<char>( code );
+            continue;
+        }
+        const int continuations = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+        out += static_cast<char>( ( 0xF00 >> continuations & 0xF0 ) | code >> 6 * continuations );
+        for( int shift = continuations - 1; shift >= 0; --shift )
+            out += static_cast<char>( 0x80 | ( code >> 6 * shift & 0x3F ) );
+    }
+    return out;
+}
+void GTextKeepAstral( bool keep )
+{
+    keepAstral_.store( keep, std::memory_order_relaxed );
+}
+
+namespace
+{
+template <typename Unit>
+constexpr bool isOneOf( Unit unit, std::basic_string_view<Unit> set )
+{
+    return set.find( unit ) != std::basic_string_view<Unit>::npos;
+}
+template <typename Unit>
+constexpr Unit lowerUnit( Unit unit )
+{
+    return unit >= 'A' && unit <= 'Z' ? static_cast<Unit>( unit + ( 'a' - 'A' ) ) : unit;
+}
+template <typename Unit>
+constexpr bool isDigit( Unit unit )
+{
+    return unit >= '0' && unit <= '9';
+}
+
+// Case folding of the scripts whose capitals lie at a fixed distance; the C library's own depends on the locale.
+char16_t foldUnit( char16_t unit )
+{
+    if( unit < 0x80 ) return lowerUnit( unit );
+    if( GWITHIN( 0xC0, unit, 0xDE ) && unit != 0xD7 ) return static_cast<char16_t>( unit + 0x20 );
+    if( GWITHIN( 0x100, unit, 0x12F ) || GWITHIN( 0x132, unit, 0x137 ) || GWITHIN( 0x14A, unit, 0x177 ) )
+        return static_cast<char16_t>( unit | 1 );
+    if( GWITHIN( 0x139, unit, 0x148 ) || GWITHIN( 0x179, unit, 0x17E ) )
+        return static_cast<char16_t>( ( unit + 1 ) & ~1 );
+    if( GWITHIN( 0x391, unit, 0x3A9 ) || GWITHIN( 0x410, unit, 0x42F ) ) return static_cast<char16_t>( unit + 0x20 );
+    if( GWITHIN( 0x400, unit, 0x40F ) ) return static_cast<char16_t>( unit + 0x50 );
+    return unit;
+}
+
+template <typename Unit>
+int64_t calcUnits( std::basic_string_view<Unit> text )
+{
+    const bool negative = !text.empty( ) && text[0] == '-';
+    int64_t value = 0;
+    for( size_t i = negative ? 1 : 0; i < text.size( ) && isDigit( text[i] ); ++i )
+    {
+        const int digit = static_cast<int>( text[i] ) - '0';
+        const bool over = negative ? value < ( INT64_MIN + digit ) / 10 : value > ( INT64_MAX - digit ) / 10;
+        if( over ) return negative ? INT64_MIN : INT64_MAX;
+        value = value * 10 + ( negative ? -digit : digit );
+    }
+    return value;
+}
+template <typename Unit>
+std::basic_string<Unit> lowerUnits( std::basic_string_view<Unit> text )
+{
+    std::basic_string<Unit> out( text );
+    for( Unit& unit : out ) unit = lowerUnit( unit );
+    return out;
+}
+} // namespace
+
+GWString GToLower( GWStringView text )
+{
+    return lowerUnits( text );
+}
+GString GToLower( std::string_view text )
+{
+    return lowerUnits( text );
+}
+bool GCaseEquals( GWStringView a, GWStringView b )
+{
+    return std::equal( a.begin( ), a.end( ), b.begin( ), b.end( ),
+                       []( char16_t x, char16_t y ) { return foldUnit( x ) == foldUnit( y ); } );
+}
+
+namespace
+{
+GWStringView trimmed( GWStringView text )
+{
+    constexpr GWStringView BLANKS = u"\n\r\t ";
+    const size_t begin = text.find_first_not_of( BLANKS );
+    return begin == GWStringView::npos ? GWStringView( )
+                                       : text.substr( begin, text.find_last_not_of( BLANKS ) + 1 - begin );
+}
+} // namespace
+
+GWString GTrim( GWStringView text )
+{
+    return GWString( trimmed( text ) );
+}
+int64_t GCalc( GWStringView text )
+{
+    return calcUnits( text );
+}
+int64_t GCalc( std::string_view text )
+{
+    return calcUnits( text );
+}
+bool GTest( GWStringView text )
+{
+    return GCaseEquals( text, u"true" ) || GCalc( text ) > 0;
+}
+bool GTest( std::string_view text )
+{
+    constexpr std::string_view TRUE_TEXT = "true";
+    const auto isSame = []( char x, char y ) { return lowerUnit( x ) == y; };
+    return std::equal( text.begin( ), text.end( ), TRUE_TEXT.begin( ), TRUE_TEXT.end( ), isSame ) || GCalc( text ) > 0;
+}
+
+GString GEscape( std::string_view text, std::string_view extra )
+{
+    GString out;
+    out.reserve( text.size( ) );
+    for( const char unit : text ) switch( unit )
+        {
+        case '\t': out += "\\t"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\\': out += "\\\\"; break;
+        default:
+            if( isOneOf( unit, extra ) ) out += '\\';
+            out += unit;
+        }
+    return out;
+}
+GString GUnescape( std::string_view text )
+{
+    GString out;
+    out.reserve( text.size( ) );
+    for( size_t i = 0; i < text.size( ); ++i )
+    {
+        if( text[i] != '\\' )
+        {
+            out += text[i];
+            continue;
+        }
+        if( ++i == text.size( ) ) break;
+        switch( text[i] )
+        {
+        case 't': out += '\t'; break;
+        case 'n': out += '\n'; break;
+        case 'r': out += '\r'; break;
+        default: out += text[i];
+        }
+    }
+    return out;
+}
+
+GWString GSanitizeName( GWStringView text )
+{
+    GWString out;
+    for( const char16_t unit : text )
+    {
+        const char16_t lower = lowerUnit( unit );
+        if( GWITHIN( u'a', lower, u'z' ) || isDigit( lower ) || isOneOf( lower, GWStringView( u"-_@." ) ) )
+            out += lower;
+    }
+    return out;
+}
+
+GStringList GSplitList( GWStringView text, GWStringView delimiters )
+{
+    GStringList list;
+    for( size_t begin = 0; begin <= text.size( ); )
+    {
+        const size_t end = std::min( text.find_first_of( delimiters, begin ), text.size( ) );
+        const GWStringView item = trimmed( text.substr( begin, end - begin ) );
+        if( !item.empty( ) ) list.emplace_back( item );
+        begin = end + 1;
+    }
+    return list;
+}
+GWString GJoinList( const GStringList& list )
+{
+    GWString out;
+    for( const GWString& item : list )
+    {
+        if( !out.empty( ) ) out += u", ";
+        out += item;
+    }
+    return out;
+}
+bool GListContains( const GStringList& list, GWStringView item )
+{
+    return std::find( list.begin( ), list.end( ), item ) != list.end( );
+}
+
+bool GValidHost( GWStringView text )
+{
+    return !text.empty( ) && text != u"0.0.0.0:0";
+}
+
+GWString GFormatSize( int64_t bytes )
+{
+    constexpr int64_t KILO = 1024;
+    if( bytes < KILO ) return GNumber( bytes ) + u"B";
+    const auto value = static_cast<double>( bytes );
+    if( bytes < KILO * KILO ) return GFormatDouble( value / KILO, 2 ) + u"KB";
+    if( bytes < KILO * KILO * KILO ) return GFormatDouble( value / ( KILO * KILO ), 2 ) + u"MB";
+    return GFormatDouble( value / ( KILO * KILO * KILO ), 2 ) + u"GB";
+}
+GWString GFormatDouble( double value, int decimals )
+{
+    char text[512];
+    const int precision = std::clamp( decimals, 0, 60 );
+    const std::to_chars_result result =
+        std::to_chars( text, text + sizeof( text ), value, std::chars_format::fixed, precision );
+    return GWString( text, result.ptr );
+}
+GWString GNumber( int64_t value )
+{
+    GWString out;
+    GAppendNumber( out, value );
+    return out;
+}
+GWString GTimeComposeTime( uint64_t time )
+{
+    const GTimeFields fields = GTimeSplitUTC( time );
+    const int hour = fields.hour % 12 ? fields.hour % 12 : 12;
+    return GConcat( hour, fields.minute < 10 ? u":0" : u":", fields.minute, fields.hour < 12 ? u"am" : u"pm" );
+}
+
+bool GValidUserID( GWStringView text )
+{
+    const size_t at = text.find( u'@' );
+    return at != GWStringView::npos && at > 0 && at + 1 < text.size( ) && text.rfind( u'@' ) == at &&
+           GSanitizeName( text ) == text;
+}
+bool GValidDeviceID( GWStringView text )
+{
+    constexpr size_t MAX_LENGTH = 64;
+    if( text.empty( ) || text.size( ) > MAX_LENGTH ) return false;
+    return std::all_of( text.begin( ), text.end( ),
+                        []( char16_t unit )
+                        { return unit == u'-' || isDigit( unit ) || GWITHIN( u'a', lowerUnit( unit ), u'z' ); } );
+}
+
+void GSerialize( const void* value, int valueSize, GString& buffer )
+{
+    GPRECONDITION( value && valueSize >= 0 );
+    buffer.append( static_cast<const char*>( value ), static_cast<size_t>( valueSize ) );
+}
+void GSerialize( uint64_t value, GString& buffer )
+{
+    char bytes[8];
+    GWriteU64( bytes, value );
+    buffer.append( bytes, sizeof( bytes ) );
+}
+void GSerialize( uint32_t value, GString& buffer )
+{
+    char bytes[4];
+    GWriteU32( bytes, value );
+    buffer.append( bytes, sizeof( bytes ) );
+}
+int GDeserialize( const char* buffer, int length, uint64_t& out )
+{
+    if( length < 8 ) return 0;
+    out = GReadU64( buffer );
+    return 8;
+}
+int GDeserialize( const char* buffer, int length, uint32_t& out )
+{
+    if( length < 4 ) return 0;
+    out = GReadU32( buffer );
+    return 4;
+}
+void GConsume( GString& buffer, int num )
+{
+    GPRECONDITION( num <= (int)buffer.size( ) );
+    if( num > 0 ) buffer.erase( 0, static_cast<size_t>( num ) );
+}
+
+GWString GLogMask( const GWString& name, const GWString& value )
+{
+    return GToLower( name ).ends_with( u"password" ) && !value.empty( ) ? GWString( u"********" ) : value;
+}
