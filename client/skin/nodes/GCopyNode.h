@@ -16,5 +16,4 @@ private:
     bool _isAncestor( const GTemplateNode* node ) const;
 
     GWString _src;
-    bool _done = false;
 };

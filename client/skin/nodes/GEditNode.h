@@ -32,7 +32,7 @@ private:
     void _executeOnEnter( );
     void _executeOnType( );
     void _executeOnClear( );
-    void _removeLast( );
+    static void _removeLast( GWString& text );
     void _drawText( GImageStack& images, const GRect& box );
 
     GWString _text;

@@ -25,10 +25,9 @@ private:
 
     GWString _list;
     GWString _as;
-    GWString _text; // The list's value at the last pass.
     bool _changed = false;
     bool _warned = false;
     GNodeWatchList _watches{ GWATCH_UPDATE };
     GStringList _entries;
-    ChildList _retired; // Removed while an event ran through them; deleted at the next pass.
+    ChildList _retired; // Removed while a command ran; deleted at the next pass.
 };

@@ -42,7 +42,6 @@ private:
     GWString _frameColour;
     bool _persist = false;
     bool _focusable = false;
-    bool _focus = false;
     GStringVector _rows;
     GWString _selection;
     int _mouseoverRow = -1;

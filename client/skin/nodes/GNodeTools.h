@@ -65,9 +65,14 @@ public:
     bool read( GAttributeStack& stack, GWStringView expression );
     // "$name", or the other font's text when that attribute is empty.
     bool read( GAttributeStack& stack, GWStringView expression, const GNodeFont& fallback );
-    GFont& get( ) { return _font; }
-    operator GFont&( ) { return _font; }
-    int getHeight( ) { return _font.getHeight( ); }
+    // Built on first use when nothing was read yet.
+    GFont& get( )
+    {
+        _apply( false );
+        return _font;
+    }
+    operator GFont&( ) { return get( ); }
+    int getHeight( ) { return get( ).getHeight( ); }
     const GWString& getText( ) const { return _text; }
 
 private:
@@ -104,7 +109,7 @@ struct GNodeField
     GRect draw( GImageStack& images, bool focus ) const;
 };
 
-// Held while an event or a pass runs through the nodes: whoever removes a node meanwhile keeps it until later.
+// Held while a node handles an event or runs a command: whoever removes a node meanwhile keeps it until later.
 class GNodeBusy
 {
 public:

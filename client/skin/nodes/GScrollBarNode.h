@@ -30,7 +30,8 @@ protected:
 
 private:
     void _updateFrac( int x, int y );
-    bool _followList( GAttributeStack& stack );
+    void _followList( GAttributeStack& stack );
+    void _draw( GImageStack& images, const GWString& source, const GRect& target, int mode );
     void _publish( );
     GTemplateNode* _findHolder( ) const;
 
@@ -40,7 +41,8 @@ private:
     GWString _handleSrc;
     GWString _backSrc;
     GWString _watchName;
-    int _watchLength = -1;
+    int _watchLength = 0;
+    GNotifyHandle _listener = nullptr; // Of the last update.
     bool _changed = false;
     int _trackStart = 0;
     int _trackLength = 0;

@@ -31,6 +31,7 @@ private:
     // The key of the row at `y` in layer coordinates; empty outside the rows.
     GWString _getPrefix( int y );
     void _drawTitles( GImageStack& images, int width );
+    static void _drawCell( GImageStack& images, const GWString& text, GNodeFont& font, const GRect& cell );
     void _drawRow( GImageStack& images, const GWString& key, int top, int width );
     GRect _getCell( int column, int columns, int top, int width );
 
@@ -50,6 +51,8 @@ private:
     GWString _selection;
     GWString _mouseoverKey;
     int _originY = 0;
+    GWString _cellName; // Of the cell being drawn; kept for their capacity.
+    GWString _cellText;
     GNodeWatch _keyWatch{ GWATCH_UPDATE };
     GNodeWatchList _cellWatches{ GWATCH_RENDER };
 };

@@ -93,6 +93,7 @@ private:
     int _updateKeyFocus( int x, int y );
     int _updateMouseover( int x, int y );
     bool _moveKeyFocus( bool backward );
+    bool _isDrawn( const IGInputHandler* handler ) const;
     bool _isFocusable( GTemplateNode* node ) const;
 
     GWin _win = nullptr;

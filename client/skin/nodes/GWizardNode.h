@@ -36,12 +36,15 @@ private:
     GTemplateNode* _getNamed( GWStringView name ) const;
     static GDefaultNode* _asPage( GTemplateNode* child );
     bool _isCurrent( const GTemplateNode& child ) const;
+    void _choosePage( GAttributeStack& stack );
+    GWString _joinTitles( ) const;
     void _setPage( GDefaultNode* page );
     void _updateSidebar( const GDefaultNode& page );
     void _refreshWindow( );
 
     GWString _onDone;
     GWString _windowPath;
-    GWString _titles; // Joined titles of all pages; kept for its capacity.
+    GWString _titles; // Of all pages, as the last pass saw them.
+    GNotifyHandle _listener = nullptr;
     bool _layoutDirty = false;
 };

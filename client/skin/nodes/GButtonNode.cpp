@@ -1,0 +1,160 @@
+#include "client/skin/nodes/GButtonNode.h"
+
+#include "client/drawing/GImageStack.h"
+#include "client/drawing/GImageTools.h"
+
+#include <algorithm>
+
+bool GButtonNode::_isPush( ) const
+{
+    return GCaseEquals( _type, u"push" );
+}
+
+bool GButtonNode::_postChildUpdate( GAttributeStack& stack )
+{
+    bool changed = stack.read( u"$command", _command );
+    changed |= stack.read( u"$downcommand", _downCommand );
+    changed |= stack.read( u"$upcommand", _upCommand );
+    changed |= stack.read( u"$dblclkcommand", _dblClkCommand );
+    changed |= stack.read( u"$disabled", _disabled );
+    changed |= stack.read( u"$focusable", _focusable );
+    changed |= stack.read( u"$type", _type );
+    changed |= stack.read( u"$text", _text );
+    changed |= _font.read( stack, u"$font" );
+    changed |= _mouseoverFont.read( stack, u"$mouseoverfont", _font );
+    changed |= stack.read( u"$src", _src );
+    changed |= GNodeTools_readOr( stack, u"$focuscolor", u"#000000FF", _focusColour );
+    return changed;
+}
+
+void GButtonNode::calcMinSize( int& width, int& height )
+{
+    GTemplateNode::calcMinSize( width, height );
+    GImageFormat format;
+    GRect rect;
+    if( !_src.empty( ) && GImageTools_instanceReadCheck( _instance, _src, format, rect ) )
+    {
+        width = std::max( width, rect.width( ) );
+        height = std::max( height, rect.height( ) );
+    }
+    if( !_text.empty( ) ) height = std::max( height, _font.getHeight( ) );
+}
+
+// ---- Drawing.
+
+bool GButtonNode::_preChildRender( GImageStack& images )
+{
+    int width = 0;
+    int height = 0;
+    images.getDimensions( width, height );
+    GImageFormat format;
+    GRect rect;
+    if( !_src.empty( ) && GImageTools_instanceReadCheck( _instance, _src, format, rect ) )
+    {
+        width = std::min( width, rect.width( ) );
+        height = std::min( height, rect.height( ) );
+    }
+    images.pushTarget( { 0, 0, std::max( 0, width ), std::max( 0, height ) } );
+    images.setInputHandler( this );
+    _drawPicture( images );
+    _drawCaption( images );
+    if( _focus && _focusable ) images.drawRect( { 0, 0, std::max( 0, width ), std::max( 0, height ) }, _focusColour );
+    return true;
+}
+
+void GButtonNode::_drawPicture( GImageStack& images )
+{
+    if( _src.empty( ) ) return;
+    int column = 0;
+    if( _mouseover ) column = 1;
+    if( _disabled ) column = 2;
+    GImageFormat format;
+    GRect rect;
+    const char* pixels = GImageTools_instanceReadOpen( _instance, _src, format, rect, column, _latched );
+    if( !pixels ) return;
+    if( GRectEmpty( rect ) )
+    {
+        // A picture without that state shows its first one.
+        GImageTools_instanceReadClose( _instance, _src );
+        pixels = GImageTools_instanceReadOpen( _instance, _src, format, rect );
+        if( !pixels ) return;
+    }
+    images.drawBitmap( format, pixels, rect, 0 );
+    GImageTools_instanceReadClose( _instance, _src );
+}
+
+void GButtonNode::_drawCaption( GImageStack& images )
+{
+    if( _text.empty( ) ) return;
+    GNodeFont& font = _mouseover && !_disabled ? _mouseoverFont : _font;
+    int width = 0;
+    int height = 0;
+    images.getDimensions( width, height );
+    const int top = ( height - font.getHeight( ) ) / 2;
+    images.drawText( _text, font, { 0, top, std::max( 0, width ), std::max( top, height ) } );
+}
+
+void GButtonNode::_postChildRender( GImageStack& images )
+{
+    images.pop( );
+}
+
+// ---- Input.
+
+int GButtonNode::_press( )
+{
+    if( !_isPush( ) ) GNodeTools_execute( this, _downCommand );
+    return GRESPONSE_NONE;
+}
+
+int GButtonNode::_release( )
+{
+    if( _isPush( ) )
+    {
+        _latched = !_latched;
+        GNodeTools_execute( this, _latched ? _downCommand : _upCommand );
+        return GRESPONSE_RENDER;
+    }
+    // Taken before the first command runs: it may change what this button is.
+    const GWString up = _upCommand;
+    GNodeTools_execute( this, _command );
+    GNodeTools_execute( this, up );
+    return GRESPONSE_NONE;
+}
+
+int GButtonNode::onLButtonDown( GWin, int, int )
+{
+    if( _disabled ) return GRESPONSE_NONE;
+    // The release belongs to this button wherever the pointer is by then.
+    return _press( ) | GRESPONSE_CAPTURE;
+}
+
+int GButtonNode::onLButtonUp( GWin, int, int )
+{
+    // A button that was disabled while it was down still lets go of the mouse.
+    return ( _disabled ? GRESPONSE_NONE : _release( ) ) | GRESPONSE_RELEASE;
+}
+
+int GButtonNode::onLButtonDblClk( GWin, int, int )
+{
+    if( !_disabled ) GNodeTools_execute( this, _dblClkCommand );
+    return GRESPONSE_NONE;
+}
+
+int GButtonNode::onMouseoverChanged( bool mouseover )
+{
+    _mouseover = mouseover;
+    return GRESPONSE_RENDER;
+}
+
+int GButtonNode::onKeyboardFocusChanged( bool focus )
+{
+    _focus = focus;
+    return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
+}
+
+int GButtonNode::onKeyPressed( GWin, char16_t character )
+{
+    if( !_focusable || _disabled || ( character != u' ' && character != u'\r' ) ) return GRESPONSE_NONE;
+    return _press( ) | _release( ) | GRESPONSE_RENDER;
+}

@@ -1,0 +1,80 @@
+#include "client/skin/nodes/GCellNode.h"
+
+#include "client/drawing/GImageStack.h"
+#include "client/skin/nodes/GNodeTools.h"
+
+#include <algorithm>
+
+namespace
+{
+struct Span
+{
+    int offset;
+    int size;
+};
+
+Span place( int frame, int min, bool fill, bool stretch, bool middle, bool end )
+{
+    if( fill || frame <= min || stretch ) return { 0, frame };
+    return { GNodeTools_offset( frame, min, middle, end ), min };
+}
+} // namespace
+
+int GCellNode::getExtra( ) const
+{
+    return std::clamp( _extra, 0, 100 );
+}
+
+bool GCellNode::_preChildUpdate( GAttributeStack& stack )
+{
+    stack.push( );
+    stack.set( u"x", 0 );
+    stack.set( u"y", 0 );
+    return true;
+}
+
+bool GCellNode::_postChildUpdate( GAttributeStack& stack )
+{
+    stack.pop( );
+    bool changed = stack.read( u"$fixedwidth", _fixedWidth );
+    changed |= stack.read( u"$fixedheight", _fixedHeight );
+    changed |= stack.read( u"$extra", _extra );
+    changed |= stack.read( u"$x", _x );
+    changed |= stack.read( u"$y", _y );
+    changed |= GNodeTools_readAlign( stack, _flags );
+    return changed;
+}
+
+void GCellNode::calcMinSize( int& width, int& height )
+{
+    int childWidth = 0;
+    int childHeight = 0;
+    GTemplateNode::calcMinSize( childWidth, childHeight );
+    width = std::max( width, _fixedWidth ? _fixedWidth : childWidth );
+    height = std::max( height, _fixedHeight ? _fixedHeight : childHeight );
+}
+
+bool GCellNode::_preChildRender( GImageStack& images )
+{
+    int width = 0;
+    int height = 0;
+    images.getDimensions( width, height );
+    if( _fixedWidth ) width = _fixedWidth;
+    if( _fixedHeight ) height = _fixedHeight;
+    int minWidth = 0;
+    int minHeight = 0;
+    calcMinSize( minWidth, minHeight );
+
+    const bool fill = _extra != 0;
+    const Span x = place( width, minWidth, fill, _flags & GIC_STRETCH_X, _flags & GIC_CENTER, _flags & GIC_RIGHT );
+    const Span y = place( height, minHeight, fill, _flags & GIC_STRETCH_Y, _flags & GIC_MIDDLE, _flags & GIC_BOTTOM );
+    const int left = x.offset + _x;
+    const int top = y.offset + _y;
+    images.pushTarget( { left, top, left + std::max( 0, x.size ), top + std::max( 0, y.size ) } );
+    return true;
+}
+
+void GCellNode::_postChildRender( GImageStack& images )
+{
+    images.pop( );
+}

@@ -1,0 +1,106 @@
+#include "client/skin/nodes/GForeachNode.h"
+
+#include "client/drawing/GImageStack.h"
+
+GForeachNode::~GForeachNode( )
+{
+    for( GTemplateNode* node : _retired ) delete node;
+}
+
+bool GForeachNode::_preChildUpdate( GAttributeStack& stack )
+{
+    _deleteRetired( );
+    _changed = false;
+    // A former list stays watched: it costs a pass at most, and lists hardly ever change their names.
+    if( stack.read( u"$list", _list ) ) _watches.add( _instance, _list, stack.getListener( ) );
+    stack.read( u"$as", _as );
+    _entries.clear( );
+    if( !_list.empty( ) ) _instance->get( _list, _entries );
+    if( _as.empty( ) ) _entries.clear( );
+    for( const GWString& entry : _entries )
+    {
+        if( !_findClone( entry ) ) _addClone( stack, entry );
+    }
+    if( !_as.empty( ) ) _removeMissing( _entries );
+    return true;
+}
+
+GTemplateNode* GForeachNode::_findClone( GWStringView entry ) const
+{
+    for( GTemplateNode* child : _children )
+    {
+        if( child->getAttribute( _as ) == entry ) return child;
+    }
+    return nullptr;
+}
+
+void GForeachNode::_addClone( GAttributeStack& stack, const GWString& entry )
+{
+    GTemplateNode* pattern = _findClone( u"" );
+    if( !pattern )
+    {
+        if( !_warned )
+            GLOG( u"WARNING Foreach '", getPath( ), u"' has no child to repeat for '", entry, u"', ignoring." );
+        _warned = true;
+        return;
+    }
+    GTemplateNode* copy = pattern->clone( this );
+    copy->setAttribute( _as, entry );
+    appendChild( copy );
+    _changed = true;
+    if( !copy->update( stack ) ) return;
+    // So that a new window shows without waiting.
+    GImageStack images;
+    copy->render( images );
+}
+
+void GForeachNode::_removeMissing( const GStringList& entries )
+{
+    for( auto it = _children.begin( ); it != _children.end( ); )
+    {
+        GTemplateNode* child = *it;
+        const GWString& entry = child->getAttribute( _as );
+        if( entry.empty( ) || GListContains( entries, entry ) )
+        {
+            ++it;
+            continue;
+        }
+        GNodeTools_retire( child );
+        if( GNodeBusy::isBusy( ) )
+            GLOG( u"WARNING Cannot delete '", child->getPath( ), u"' while it is in use, deleting it later." );
+        it = _children.erase( it );
+        _retired.push_back( child );
+        _changed = true;
+    }
+    _deleteRetired( );
+}
+
+void GForeachNode::_deleteRetired( )
+{
+    if( GNodeBusy::isBusy( ) ) return;
+    for( GTemplateNode* node : _retired ) delete node;
+    _retired.clear( );
+}
+
+bool GForeachNode::_updateChildren( GAttributeStack& stack )
+{
+    bool changed = false;
+    for( GTemplateNode* child : _children )
+    {
+        if( !child->getAttribute( _as ).empty( ) ) changed |= child->update( stack );
+    }
+    return changed;
+}
+
+bool GForeachNode::_postChildUpdate( GAttributeStack& )
+{
+    return _changed;
+}
+
+void GForeachNode::_renderChildren( GImageStack& images )
+{
+    for( GTemplateNode* child : _children )
+    {
+        if( !child->getAttribute( _as ).empty( ) ) child->render( images );
+    }
+}

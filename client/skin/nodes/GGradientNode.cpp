@@ -1,0 +1,19 @@
+#include "client/skin/nodes/GGradientNode.h"
+
+#include "client/drawing/GImageStack.h"
+#include "client/skin/nodes/GNodeTools.h"
+
+bool GGradientNode::_postChildUpdate( GAttributeStack& stack )
+{
+    bool changed = GNodeTools_readOr( stack, u"$from", u"#FFFFFFFF", _from );
+    changed |= GNodeTools_readOr( stack, u"$to", u"#000000FF", _to );
+    changed |= stack.read( u"$alphaonly", _alphaOnly );
+    changed |= stack.read( u"$vertical", _vertical );
+    return changed;
+}
+
+bool GGradientNode::_preChildRender( GImageStack& images )
+{
+    images.drawGradient( GColorFromText( _from ), GColorFromText( _to ), _vertical, _alphaOnly );
+    return true;
+}

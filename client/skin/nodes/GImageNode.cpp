@@ -1,0 +1,49 @@
+#include "client/skin/nodes/GImageNode.h"
+
+#include "client/drawing/GImageStack.h"
+#include "client/drawing/GImageTools.h"
+
+#include <algorithm>
+
+bool GImageNode::_postChildUpdate( GAttributeStack& stack )
+{
+    bool changed = stack.read( u"$x", _x );
+    changed |= stack.read( u"$y", _y );
+    changed |= stack.read( u"$src", _src );
+    changed |= stack.read( u"$disabled", _disabled );
+    changed |= GNodeTools_readAlign( stack, _flags );
+    changed |= stack.read( u"$mode", _mode );
+    if( GCaseEquals( _mode, u"copy" ) ) _flags |= GIC_OPAQUE;
+    _watch.update( _instance, _disabled ? GWStringView( ) : GNodeTools_imageName( _src ), stack.getListener( ) );
+    return changed;
+}
+
+void GImageNode::calcMinSize( int& width, int& height )
+{
+    GTemplateNode::calcMinSize( width, height );
+    GImageFormat format;
+    GRect rect;
+    if( _src.empty( ) || !GImageTools_instanceReadCheck( _instance, _src, format, rect ) ) return;
+    width = std::max( width, rect.width( ) );
+    height = std::max( height, rect.height( ) );
+}
+
+bool GImageNode::_preChildRender( GImageStack& images )
+{
+    GImageFormat format;
+    GRect rect;
+    const char* pixels = _src.empty( ) ? nullptr : GImageTools_instanceReadOpen( _instance, _src, format, rect );
+    if( !pixels ) return true;
+    int width = 0;
+    int height = 0;
+    images.getDimensions( width, height );
+    GRect target{ _x, _y, _x + width, _y + height };
+    // A picture smaller than its frame stands where the alignment says; a larger one is cut there by the copy.
+    if( !( _flags & ( GIC_STRETCH_X | GIC_TILE_X | GIC_ASPECT ) ) )
+        target.left += GNodeTools_offset( width, rect.width( ), _flags & GIC_CENTER, _flags & GIC_RIGHT );
+    if( !( _flags & ( GIC_STRETCH_Y | GIC_TILE_Y | GIC_ASPECT ) ) )
+        target.top += GNodeTools_offset( height, rect.height( ), _flags & GIC_MIDDLE, _flags & GIC_BOTTOM );
+    images.drawBitmap( format, pixels, rect, target, _flags );
+    GImageTools_instanceReadClose( _instance, _src );
+    return true;
+}

@@ -1,0 +1,40 @@
+#include "client/skin/nodes/GInputNode.h"
+
+#include "client/drawing/GImageStack.h"
+
+namespace
+{
+struct Edge
+{
+    GWStringView text;
+    GHitCode code;
+};
+constexpr Edge EDGES[] = {
+    { u"topleft", GHIT_TOPLEFT },   { u"top", GHIT_TOP },
+    { u"topright", GHIT_TOPRIGHT }, { u"left", GHIT_LEFT },
+    { u"right", GHIT_RIGHT },       { u"bottomleft", GHIT_BOTTOMLEFT },
+    { u"bottom", GHIT_BOTTOM },     { u"bottomright", GHIT_BOTTOMRIGHT },
+};
+} // namespace
+
+bool GInputNode::_postChildUpdate( GAttributeStack& stack )
+{
+    if( !stack.read( u"$edge", _edge ) ) return false;
+    _hitCode = GHIT_CLIENT;
+    for( const Edge& edge : EDGES )
+    {
+        if( GCaseEquals( _edge, edge.text ) ) _hitCode = edge.code;
+    }
+    return true;
+}
+
+bool GInputNode::_preChildRender( GImageStack& images )
+{
+    images.setInputHandler( this );
+    return true;
+}
+
+int GInputNode::getNCHITTEST( GWin, int, int )
+{
+    return _hitCode;
+}

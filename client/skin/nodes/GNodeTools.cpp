@@ -1,0 +1,181 @@
+#include "client/skin/nodes/GNodeTools.h"
+
+#include "client/drawing/GImageStack.h"
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/nodes/GWindowNode.h"
+
+#include <algorithm>
+
+// ---- Watches.
+
+bool GNodeWatch::update( GInstance* instance, GWStringView name, GNotifyHandle listener )
+{
+    if( name == _name ) return false;
+    clear( );
+    _instance = instance;
+    _listener = listener;
+    _name = name;
+    if( !_name.empty( ) ) _instance->watch( _name, _listener, _kind );
+    return true;
+}
+
+void GNodeWatch::clear( )
+{
+    if( !_name.empty( ) ) _instance->unwatch( _name, _listener, _kind );
+    _name.clear( );
+}
+
+void GNodeWatchList::update( GInstance* instance, const GStringList& names, GNotifyHandle listener )
+{
+    for( auto it = _names.begin( ); it != _names.end( ); )
+    {
+        if( GListContains( names, *it ) )
+        {
+            ++it;
+            continue;
+        }
+        _instance->unwatch( *it, _listener, _kind );
+        it = _names.erase( it );
+    }
+    for( const GWString& name : names ) add( instance, name, listener );
+}
+
+void GNodeWatchList::add( GInstance* instance, const GWString& name, GNotifyHandle listener )
+{
+    if( name.empty( ) || GListContains( _names, name ) ) return;
+    // One listener for all: a node keeps its window for life.
+    if( _names.empty( ) ) _listener = listener;
+    _instance = instance;
+    _instance->watch( name, _listener, _kind );
+    _names.push_back( name );
+}
+
+void GNodeWatchList::clear( )
+{
+    for( const GWString& name : _names ) _instance->unwatch( name, _listener, _kind );
+    _names.clear( );
+}
+
+// ---- Fonts.
+
+bool GNodeFont::_apply( bool changed )
+{
+    if( !changed && _built ) return false;
+    _built = true;
+    return _font.update( _text ) || changed;
+}
+
+bool GNodeFont::read( GAttributeStack& stack, GWStringView expression )
+{
+    return _apply( stack.read( expression, _text ) );
+}
+
+bool GNodeFont::read( GAttributeStack& stack, GWStringView expression, const GNodeFont& fallback )
+{
+    return _apply( GNodeTools_readOr( stack, expression, fallback._text, _text ) );
+}
+
+// ---- Attributes.
+
+bool GNodeTools_readOr( GAttributeStack& stack, GWStringView expression, GWStringView fallback, GWString& value )
+{
+    // The scratch keeps its capacity, so an unchanged pass allocates nothing. It is never held across another read.
+    static GWString scratch;
+    stack.read( expression, scratch );
+    const GWStringView text = scratch.empty( ) ? fallback : GWStringView( scratch );
+    if( value == text ) return false;
+    value = text;
+    return true;
+}
+
+namespace
+{
+struct AlignFlag
+{
+    GWStringView text;
+    int horizontal;
+    int vertical;
+};
+// "fit" holds for both axes and stands in "$align" alone.
+constexpr AlignFlag ALIGN_FLAGS[] = {
+    { u"center", GIC_CENTER, GIC_MIDDLE },        { u"right", GIC_RIGHT, 0 },          { u"bottom", 0, GIC_BOTTOM },
+    { u"stretch", GIC_STRETCH_X, GIC_STRETCH_Y }, { u"tile", GIC_TILE_X, GIC_TILE_Y }, { u"fit", GIC_ASPECT, 0 },
+};
+} // namespace
+
+bool GNodeTools_readAlign( GAttributeStack& stack, int& flags )
+{
+    static GWString align;
+    static GWString valign;
+    stack.read( u"$align", align );
+    stack.read( u"$valign", valign );
+    int found = flags;
+    for( const AlignFlag& flag : ALIGN_FLAGS )
+    {
+        if( GCaseEquals( align, flag.text ) ) found |= flag.horizontal;
+        if( GCaseEquals( valign, flag.text ) ) found |= flag.vertical;
+    }
+    const bool changed = found != flags;
+    flags = found;
+    return changed;
+}
+
+int GNodeTools_offset( int room, int size, bool middle, bool end )
+{
+    if( size >= room ) return 0;
+    if( middle ) return ( room - size ) / 2;
+    return end ? room - size : 0;
+}
+
+GWStringView GNodeTools_imageName( GWStringView source )
+{
+    return source.substr( 0, source.find( u'(' ) );
+}
+
+void GNodeTools_execute( GTemplateNode* node, const GWString& command )
+{
+    if( command.empty( ) ) return;
+    const GNodeBusy busy;
+    // A copy: the command may run an update that writes the member it came from.
+    node->getCommandEngine( )->executeCommand( GWString( command ), node );
+}
+
+// ---- Fields.
+
+bool GNodeField::read( GAttributeStack& stack )
+{
+    bool changed = stack.read( u"$inner", inner );
+    changed |= stack.read( u"$outer", outer );
+    inner = std::clamp( inner, 0, 1000 );
+    outer = std::clamp( outer, 0, 1000 );
+    changed |= GNodeTools_readOr( stack, u"$framecolor", u"#000000FF", frameColour );
+    changed |= GNodeTools_readOr( stack, u"$focuscolor", frameColour, focusColour );
+    return changed;
+}
+
+GRect GNodeField::draw( GImageStack& images, bool focus ) const
+{
+    int width = 0;
+    int height = 0;
+    images.getDimensions( width, height );
+    const GRect frame{ outer, outer, width - outer, height - outer };
+    if( GRectHasVolume( frame ) ) images.drawRect( frame, focus ? focusColour : frameColour );
+    const int margin = getMargin( ) / 2;
+    return { margin, margin, std::max( margin, width - margin ), std::max( margin, height - margin ) };
+}
+
+// ---- Removal.
+
+int GNodeBusy::_depth = 0;
+
+void GNodeTools_retire( GTemplateNode* node )
+{
+    for( GTemplateNode* at = node; at; at = at->getNext( node ) )
+    {
+        if( auto* window = dynamic_cast<GWindowNode*>( at ) ) window->hide( );
+    }
+    for( GTemplateNode* at = node->getParent( ); at; at = at->getParent( ) )
+    {
+        if( auto* window = dynamic_cast<GWindowNode*>( at ) ) window->forget( node );
+    }
+}

@@ -1,0 +1,191 @@
+#include "client/skin/nodes/GScrollBarNode.h"
+
+#include "client/drawing/GImageStack.h"
+#include "client/drawing/GImageTools.h"
+#include "platform/GSystem.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+constexpr int KEY_LBUTTON = 1;
+constexpr double WHEEL_STEP = 0.1;
+constexpr int TRACK_MODE = GIC_TILE_X | GIC_TILE_Y;
+constexpr int HANDLE_MODE = GIC_CENTER | GIC_MIDDLE;
+
+int toThousandths( double frac )
+{
+    return static_cast<int>( std::lround( frac * 1000 ) );
+}
+} // namespace
+
+// ---- Position.
+
+void GScrollBarNode::setFrac( double frac )
+{
+    const double held = std::clamp( std::isfinite( frac ) ? frac : 0.0, 0.0, 1.0 );
+    if( toThousandths( held ) != toThousandths( _frac ) ) _changed = true;
+    _frac = held;
+    if( !_changed ) return;
+    _publish( );
+    // The nodes that read the position are updated by the window's next pass.
+    if( _listener ) GNotify( _listener, GWATCH_UPDATE );
+}
+
+// An ancestor that bears the attribute hands it to everything below it, wherever the bar itself stands.
+GTemplateNode* GScrollBarNode::_findHolder( ) const
+{
+    if( _name.empty( ) ) return nullptr;
+    GTemplateNode* at = _parent;
+    while( at && at->getAttribute( _name ).empty( ) ) at = at->getParent( );
+    return at;
+}
+
+void GScrollBarNode::_publish( )
+{
+    if( GTemplateNode* holder = _findHolder( ) ) holder->setAttribute( _name, GNumber( toThousandths( _frac ) ) );
+}
+
+void GScrollBarNode::_updateFrac( int x, int y )
+{
+    const int pointer = _horiz ? x : y;
+    const double frac = _trackLength > 0 ? static_cast<double>( pointer - _trackStart ) / _trackLength : 0.0;
+    const GNotifyHandle listener = _listener;
+    // The answer to the event asks for the pass already.
+    _listener = nullptr;
+    setFrac( frac );
+    _listener = listener;
+}
+
+// ---- Update.
+
+bool GScrollBarNode::_preChildUpdate( GAttributeStack& stack )
+{
+    _listener = stack.getListener( );
+    if( stack.read( u"$name", _name ) ) _name = GToLower( _name );
+    _followList( stack );
+    if( !_name.empty( ) ) stack.set( _name, toThousandths( _frac ) );
+    return true;
+}
+
+void GScrollBarNode::_followList( GAttributeStack& stack )
+{
+    stack.read( u"$watch", _watchName );
+    _watch.update( _instance, _watchName, _listener );
+    if( _watchName.empty( ) ) return;
+    // A list may be a queue or a value.
+    int length = _instance->length( _watchName );
+    if( _instance->isSet( _watchName ) )
+    {
+        GStringList items;
+        _instance->get( _watchName, items );
+        length += static_cast<int>( items.size( ) );
+    }
+    if( length == _watchLength ) return;
+    _watchLength = length;
+    setFrac( 1.0 );
+}
+
+bool GScrollBarNode::_postChildUpdate( GAttributeStack& stack )
+{
+    bool changed = _changed;
+    _changed = false;
+    changed |= stack.read( u"$horiz", _horiz );
+    changed |= stack.read( u"$handlesrc", _handleSrc );
+    changed |= stack.read( u"$backsrc", _backSrc );
+    if( _name.empty( ) ) return changed;
+    // Into the scope around this node, for the siblings that follow; an empty one takes its place for the pop to come.
+    stack.pop( );
+    stack.set( _name, toThousandths( _frac ) );
+    stack.push( );
+    return changed;
+}
+
+void GScrollBarNode::calcMinSize( int& width, int& height )
+{
+    GTemplateNode::calcMinSize( width, height );
+    for( const GWString* source : { &_handleSrc, &_backSrc } )
+    {
+        GImageFormat format;
+        GRect rect;
+        if( source->empty( ) || !GImageTools_instanceReadCheck( _instance, *source, format, rect ) ) continue;
+        width = std::max( width, rect.width( ) );
+        height = std::max( height, rect.height( ) );
+    }
+}
+
+// ---- Drawing.
+
+bool GScrollBarNode::_preChildRender( GImageStack& images )
+{
+    images.setInputHandler( this );
+    int width = 0;
+    int height = 0;
+    images.getDimensions( width, height );
+    _draw( images, _backSrc, { 0, 0, std::max( 0, width ), std::max( 0, height ) }, TRACK_MODE );
+
+    GImageFormat format;
+    GRect handle;
+    if( _handleSrc.empty( ) || !GImageTools_instanceReadCheck( _instance, _handleSrc, format, handle ) )
+        handle = GRect( );
+    const int room = _horiz ? width : height;
+    const int extent = std::min( room, _horiz ? handle.width( ) : handle.height( ) );
+    int originX = 0;
+    int originY = 0;
+    images.getPosition( originX, originY );
+    // The middle of the handle runs from one end to the other, so that all of it stays in the frame.
+    _trackStart = ( _horiz ? originX : originY ) + extent / 2;
+    _trackLength = std::max( 0, room - extent );
+    const int along = static_cast<int>( std::lround( _frac * _trackLength ) );
+    const int across =
+        GNodeTools_offset( _horiz ? height : width, _horiz ? handle.height( ) : handle.width( ), true, false );
+    if( _horiz )
+        _draw( images, _handleSrc, { along, across, along + extent, std::max( across, height ) }, HANDLE_MODE );
+    else
+        _draw( images, _handleSrc, { across, along, std::max( across, width ), along + extent }, HANDLE_MODE );
+    return true;
+}
+
+void GScrollBarNode::_draw( GImageStack& images, const GWString& source, const GRect& target, int mode )
+{
+    if( source.empty( ) ) return;
+    GImageFormat format;
+    GRect rect;
+    const char* pixels = GImageTools_instanceReadOpen( _instance, source, format, rect );
+    if( !pixels ) return;
+    images.drawBitmap( format, pixels, rect, target, mode );
+    GImageTools_instanceReadClose( _instance, source );
+}
+
+// ---- Input.
+
+bool GScrollBarNode::_isButtonDown( ) const
+{
+    return GSystemIsKeyDown( KEY_LBUTTON );
+}
+
+int GScrollBarNode::onLButtonDown( GWin, int x, int y )
+{
+    _updateFrac( x, y );
+    return GRESPONSE_UPDATE | GRESPONSE_CAPTURE;
+}
+
+int GScrollBarNode::onLButtonUp( GWin, int, int )
+{
+    return GRESPONSE_RELEASE;
+}
+
+int GScrollBarNode::onMouseMove( GWin, int x, int y )
+{
+    if( !_isButtonDown( ) ) return GRESPONSE_RELEASE;
+    _updateFrac( x, y );
+    return GRESPONSE_UPDATE;
+}
+
+int GScrollBarNode::onMouseWheel( GWin, int steps )
+{
+    if( _trackLength < 1 ) return GRESPONSE_NONE;
+    setFrac( _frac - steps * WHEEL_STEP );
+    return GRESPONSE_UPDATE;
+}

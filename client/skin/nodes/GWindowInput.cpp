@@ -1,0 +1,255 @@
+// The input half of GWindowNode: which handler an event belongs to, focus and pointer.
+#include "client/skin/nodes/GNodeTools.h"
+#include "client/skin/nodes/GWindowNode.h"
+#include "platform/GSystem.h"
+
+#include <algorithm>
+
+namespace
+{
+constexpr int KEY_TAB = 9;
+constexpr int KEY_SHIFT = 16;
+
+// The answer of a handler that may be removed, but not deleted, by what it runs.
+template <typename Call>
+int ask( IGInputHandler* handler, Call call )
+{
+    if( !handler ) return GRESPONSE_NONE;
+    const GNodeBusy busy;
+    return call( *handler );
+}
+} // namespace
+
+// ---- Who takes an event.
+
+IGInputHandler* GWindowNode::_getHandler( int x, int y ) const
+{
+    if( x < 0 || y < 0 || x >= _format.width || y >= _format.height ) return nullptr;
+    return _inputMap[static_cast<size_t>( y ) * _format.width + x];
+}
+
+// Null for what belongs to the window itself.
+IGInputHandler* GWindowNode::_getTarget( int x, int y ) const
+{
+    IGInputHandler* target = _capture ? _capture : _getHandler( x, y );
+    return target == this ? nullptr : target;
+}
+
+void GWindowNode::forget( GTemplateNode* node )
+{
+    for( GTemplateNode* at = node; at; at = at->getNext( node ) )
+    {
+        auto* handler = dynamic_cast<IGInputHandler*>( at );
+        if( !handler ) continue;
+        if( _keyFocus == handler ) _keyFocus = nullptr;
+        if( _mouseover == handler ) _mouseover = nullptr;
+        if( _capture == handler ) _capture = nullptr;
+        std::replace( _inputMap.begin( ), _inputMap.end( ), handler, static_cast<IGInputHandler*>( this ) );
+    }
+}
+
+// ---- Pointer.
+
+int GWindowNode::_pointer( PointerEvent event, int x, int y )
+{
+    IGInputHandler* target = _getTarget( x, y );
+    const int flags = ask( target, [&]( IGInputHandler& handler ) { return ( handler.*event )( _win, x, y ); } );
+    _respond( flags, target );
+    return flags;
+}
+
+int GWindowNode::getNCHITTEST( GWin win, int x, int y )
+{
+    IGInputHandler* target = _getTarget( x, y );
+    const int code = target ? target->getNCHITTEST( win, x, y ) : GHIT_CAPTION;
+    _respond( _updateMouseover( x, y ) );
+    return code;
+}
+
+bool GWindowNode::getMinSize( GWin, int& width, int& height )
+{
+    width = 0;
+    height = 0;
+    calcMinSize( width, height );
+    return true;
+}
+
+void GWindowNode::onReposition( GWin, const GRect& rect )
+{
+    _rect = rect;
+    _rememberPlace( );
+    _respond( GRESPONSE_RENDER );
+}
+
+int GWindowNode::onMouseMove( GWin, int x, int y )
+{
+    return _pointer( &IGWinListener::onMouseMove, x, y );
+}
+
+void GWindowNode::onMouseLeft( GWin )
+{
+    _respond( _setMouseover( nullptr ) );
+}
+
+int GWindowNode::onLButtonDown( GWin win, int x, int y )
+{
+    IGInputHandler* target = _getTarget( x, y );
+    const int flags = ask( target, [&]( IGInputHandler& handler ) { return handler.onLButtonDown( win, x, y ); } );
+    const int result = std::max( flags, _updateKeyFocus( x, y ) );
+    _respond( result, target );
+    return result;
+}
+
+int GWindowNode::onLButtonUp( GWin, int x, int y )
+{
+    return _pointer( &IGWinListener::onLButtonUp, x, y );
+}
+
+int GWindowNode::onLButtonDblClk( GWin, int x, int y )
+{
+    return _pointer( &IGWinListener::onLButtonDblClk, x, y );
+}
+
+int GWindowNode::onRButtonDown( GWin, int x, int y )
+{
+    return _pointer( &IGWinListener::onRButtonDown, x, y );
+}
+
+// The wheel goes to the handler below the pointer, and failing that to the nearest handler beside or above it that takes it.
+int GWindowNode::onMouseWheel( GWin win, int steps )
+{
+    auto* below = dynamic_cast<GTemplateNode*>( _mouseover );
+    const auto turn = [&]( IGInputHandler& handler ) { return handler.onMouseWheel( win, steps ); };
+    if( int flags = ask( _mouseover, turn ) )
+    {
+        _respond( flags, _mouseover );
+        return flags;
+    }
+    for( GTemplateNode* at = below; at && at != this; at = at->getParent( ) )
+    {
+        GTemplateNode* scope = at->getParent( );
+        for( GTemplateNode* node = scope; node; node = node->getNext( scope ) )
+        {
+            auto* handler = dynamic_cast<IGInputHandler*>( node );
+            if( !handler || handler == this || node == below || !_isDrawn( handler ) ) continue;
+            const int flags = ask( handler, turn );
+            if( !flags ) continue;
+            _respond( flags );
+            return flags;
+        }
+    }
+    return GRESPONSE_NONE;
+}
+
+int GWindowNode::_setMouseover( IGInputHandler* handler )
+{
+    if( handler == this ) handler = nullptr;
+    if( handler == _mouseover ) return GRESPONSE_NONE;
+    IGInputHandler* old = _mouseover;
+    _mouseover = handler;
+    const int left = ask( old, []( IGInputHandler& node ) { return node.onMouseoverChanged( false ); } );
+    const int entered = ask( handler, []( IGInputHandler& node ) { return node.onMouseoverChanged( true ); } );
+    return std::max( left, entered );
+}
+
+int GWindowNode::_updateMouseover( int x, int y )
+{
+    return _setMouseover( _getHandler( x, y ) );
+}
+
+// ---- Keyboard.
+
+int GWindowNode::_setKeyFocus( IGInputHandler* handler )
+{
+    if( handler == this ) handler = nullptr;
+    if( handler == _keyFocus ) return GRESPONSE_NONE;
+    IGInputHandler* old = _keyFocus;
+    _keyFocus = handler;
+    const int lost = ask( old, []( IGInputHandler& node ) { return node.onKeyboardFocusChanged( false ); } );
+    const int gained = ask( handler, []( IGInputHandler& node ) { return node.onKeyboardFocusChanged( true ); } );
+    return std::max( lost, gained );
+}
+
+int GWindowNode::_updateKeyFocus( int x, int y )
+{
+    return _setKeyFocus( _getHandler( x, y ) );
+}
+
+// A layer that was never drawn hides nothing.
+bool GWindowNode::_isDrawn( const IGInputHandler* handler ) const
+{
+    return _inputMap.empty( ) || std::find( _inputMap.begin( ), _inputMap.end( ), handler ) != _inputMap.end( );
+}
+
+// What is not on the screen, such as a field on another page, is no stop of the tab key.
+bool GWindowNode::_isFocusable( GTemplateNode* node ) const
+{
+    auto* handler = dynamic_cast<IGInputHandler*>( node );
+    return handler && handler != this && handler->wantsKeyboardFocus( ) && _isDrawn( handler );
+}
+
+bool GWindowNode::_moveKeyFocus( bool backward )
+{
+    std::vector<GTemplateNode*> stops;
+    auto* current = dynamic_cast<GTemplateNode*>( _keyFocus );
+    size_t next = 0; // The stop after the one that has the focus, wherever in the tree that is.
+    for( GTemplateNode* node = _children.front( ); node; node = node->getNext( this ) )
+    {
+        if( node != current && _isFocusable( node ) ) stops.push_back( node );
+        if( node == current ) next = stops.size( );
+    }
+    if( stops.empty( ) ) return false;
+    const size_t index = backward ? ( next + stops.size( ) - 1 ) % stops.size( ) : next % stops.size( );
+    auto* handler = dynamic_cast<IGInputHandler*>( stops[index] );
+    _respond( _setKeyFocus( handler ), handler );
+    return true;
+}
+
+int GWindowNode::onKeyDown( GWin win, int key )
+{
+    IGInputHandler* focus = _keyFocus;
+    const int flags = ask( focus, [&]( IGInputHandler& handler ) { return handler.onKeyDown( win, key ); } );
+    if( flags )
+    {
+        _respond( flags, focus );
+        return flags;
+    }
+    if( key == KEY_TAB && !_children.empty( ) ) _moveKeyFocus( GSystemIsKeyDown( KEY_SHIFT ) );
+    return GRESPONSE_NONE;
+}
+
+int GWindowNode::onKeyUp( GWin win, int key )
+{
+    IGInputHandler* focus = _keyFocus;
+    const int flags = ask( focus, [&]( IGInputHandler& handler ) { return handler.onKeyUp( win, key ); } );
+    _respond( flags, focus );
+    return flags;
+}
+
+int GWindowNode::onKeyPressed( GWin win, char16_t character )
+{
+    IGInputHandler* focus = _keyFocus;
+    const int flags = ask( focus, [&]( IGInputHandler& handler ) { return handler.onKeyPressed( win, character ); } );
+    _respond( flags, focus );
+    return flags;
+}
+
+int GWindowNode::onPaste( GWin win, const GWString& text )
+{
+    IGInputHandler* focus = _keyFocus;
+    const int flags = ask( focus, [&]( IGInputHandler& handler ) { return handler.onPaste( win, text ); } );
+    _respond( flags, focus );
+    return flags;
+}
+
+// ---- The window itself.
+
+void GWindowNode::onClose( GWin )
+{
+    close( );
+}
+
+void GWindowNode::onShow( GWin )
+{
+    _respond( GRESPONSE_RENDER );
+}

@@ -1,0 +1,324 @@
+#include "client/skin/nodes/GWindowNode.h"
+
+#include "client/drawing/GImageStack.h"
+#include "client/skin/nodes/GNodeTools.h"
+#include "platform/GTime.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+// Timers run in whole milliseconds: the next one above the interval, so that every tick may draw.
+int64_t tickOf( int64_t interval )
+{
+    return ( interval + 999 ) / 1000 * 1000;
+}
+// A layer is held to what a desktop can show, whatever the skin says.
+constexpr int MAX_EDGE = 16384;
+
+// Premultiplied pixels on black.
+void makeOpaque( GString& pixels )
+{
+    for( size_t i = 3; i < pixels.size( ); i += 4 ) pixels[i] = static_cast<char>( 255 );
+}
+} // namespace
+
+GWindowNode::~GWindowNode( )
+{
+    if( _timer ) GTimerClose( _timer );
+    if( _notify ) GNotifyClose( _notify );
+    if( _win ) GWinClose( _win );
+}
+
+// ---- Update.
+
+bool GWindowNode::_preChildUpdate( GAttributeStack& stack )
+{
+    if( !_win ) _create( stack );
+    stack.set( u"x", 0 );
+    stack.set( u"y", 0 );
+    stack.set( u"width", _rect.width( ) );
+    stack.set( u"height", _rect.height( ) );
+    stack.set( u"windowpath", getPath( ) );
+    stack.push( _notify );
+    return true;
+}
+
+void GWindowNode::_create( GAttributeStack& stack )
+{
+    const GWString path = stack.eval( u"$path" );
+    const size_t slash = path.rfind( u'/' );
+    _path = slash == GWString::npos ? GWString( ) : path.substr( 0, slash );
+    _rect.left = stack.calc( u"$x" );
+    _rect.top = stack.calc( u"$y" );
+    _rect.right = _rect.left + std::clamp( stack.calc( u"$width" ), 0, MAX_EDGE );
+    _rect.bottom = _rect.top + std::clamp( stack.calc( u"$height" ), 0, MAX_EDGE );
+    stack.read( u"$remember", _remember );
+    _restorePlace( );
+    const bool hidden = stack.test( u"$hidden" );
+    _notify = GNotifyOpen( this );
+    _win = GWinOpen( stack.eval( u"$title" ), _rect, stack.test( u"$topmost" ), this );
+    _timer = GTimerOpen( tickOf( _renderInterval ), this );
+    _firstUpdate = true;
+    _alpha = hidden ? 0 : 255;
+    if( !hidden ) GWinShow( _win );
+}
+
+bool GWindowNode::_postChildUpdate( GAttributeStack& stack )
+{
+    stack.pop( );
+    bool changed = _firstUpdate;
+    _firstUpdate = false;
+    changed |= stack.read( u"$enablealpha", _enableAlpha );
+    changed |= stack.read( u"$onopen", _onOpen );
+    changed |= stack.read( u"$onclose", _onClose );
+    changed |= stack.read( u"$minwidth", _minWidth );
+    changed |= stack.read( u"$minheight", _minHeight );
+    changed |= stack.read( u"$focusfade", _focusFade );
+    return changed;
+}
+
+// ---- Place on the desktop. A window with "$remember" keeps its rectangle in settings that begin with that name.
+
+void GWindowNode::_restorePlace( )
+{
+    if( _remember.empty( ) || !_instance->isSet( _remember + u"_Width" ) ) return;
+    const auto read = [&]( const char16_t* suffix )
+    { return static_cast<int>( std::clamp<int64_t>( _instance->calc( _remember + suffix ), -MAX_EDGE, MAX_EDGE ) ); };
+    GRect rect{ read( u"_Left" ), read( u"_Top" ), 0, 0 };
+    const int width = read( u"_Width" );
+    const int height = read( u"_Height" );
+    if( width < 1 || height < 1 ) return;
+    // Screens come and go: a window that would lie outside stays where the skin puts it.
+    const GRect area = GWinGetWorkArea( rect.left, rect.top );
+    rect.right = rect.left + width;
+    rect.bottom = rect.top + height;
+    if( GRectHasVolume( GRectIntersect( area, rect ) ) ) _rect = rect;
+}
+
+void GWindowNode::_rememberPlace( )
+{
+    if( _remember.empty( ) || GWinIsMaximized( _win ) || GWinIsMinimized( _win ) ) return;
+    _instance->set( _remember + u"_Left", _rect.left, true );
+    _instance->set( _remember + u"_Top", _rect.top, true );
+    _instance->set( _remember + u"_Width", _rect.width( ), true );
+    _instance->set( _remember + u"_Height", _rect.height( ), true );
+}
+
+// ---- Responses.
+
+void GWindowNode::_respond( int flags, IGInputHandler* handler )
+{
+    // Taken before the passes: they may remove the handler, and then forget( ) takes it back.
+    if( flags & GRESPONSE_CAPTURE ) _capture = handler;
+    if( ( flags & GRESPONSE_UPDATE ) && _updateSelf( ) ) flags |= GRESPONSE_RENDER;
+    if( flags & GRESPONSE_RENDER ) _renderSelf( );
+    if( ( flags & GRESPONSE_CAPTURE ) && _win ) GWinMouseCapture( _win );
+    if( flags & GRESPONSE_RELEASE )
+    {
+        _capture = nullptr;
+        if( _win ) GWinMouseRelease( _win );
+    }
+}
+
+bool GWindowNode::_updateSelf( )
+{
+    if( _updating || !_notify ) return false;
+    _updating = true;
+    GAttributeStack stack( _instance, _commandEngine->getNotifyListener( ) );
+    stack.set( u"path", _path );
+    stack.push( _notify );
+    const bool changed = update( stack );
+    stack.pop( );
+    _updating = false;
+    return changed;
+}
+
+void GWindowNode::_renderSelf( )
+{
+    const uint64_t now = GTimeGetTime( );
+    if( _rendering || _firstUpdate || static_cast<int64_t>( now - _lastRender ) <= _renderInterval )
+    {
+        _renderPending = true;
+        return;
+    }
+    _lastRender = now;
+    _renderPending = false;
+    _rendering = true;
+    GImageStack images;
+    render( images );
+    _rendering = false;
+}
+
+void GWindowNode::onNotification( int kind, uint64_t time )
+{
+    if( kind < 0 || kind > 2 ) return;
+    if( time < _notifyTimes[kind] ) return;
+    _notifyTimes[kind] = GTimeGetTime( );
+    _respond( kind );
+}
+
+void GWindowNode::onTimer( GTimer )
+{
+    if( _fadeInEnd || _fadeOutEnd || _renderPending ) _respond( GRESPONSE_RENDER );
+}
+
+// ---- Render.
+
+void GWindowNode::_advanceFade( uint64_t now )
+{
+    if( _fadeInEnd && now >= _fadeInStart )
+    {
+        if( now < _fadeInEnd )
+        {
+            _alpha = static_cast<int>( 255 * ( now - _fadeInStart ) / ( _fadeInEnd - _fadeInStart ) );
+            return;
+        }
+        _fadeInStart = _fadeInEnd = 0;
+        _alpha = 255;
+        return;
+    }
+    if( !_fadeOutEnd ) return;
+    if( now < _fadeOutStart )
+        _alpha = 255;
+    else if( now < _fadeOutEnd )
+        _alpha = static_cast<int>( 255 * ( _fadeOutEnd - now ) / ( _fadeOutEnd - _fadeOutStart ) );
+    else
+        hide( );
+}
+
+void GWindowNode::_prepareLayer( )
+{
+    const GImageFormat format{ GIT_RGBA32, std::min( _rect.width( ), MAX_EDGE ),
+                               std::min( _rect.height( ), MAX_EDGE ) };
+    const size_t count = static_cast<size_t>( format.width ) * format.height;
+    if( !( format == _format ) )
+    {
+        _format = format;
+        _pixels.resize( count * 4 );
+        _inputMap.resize( count );
+    }
+    std::memset( _pixels.data( ), 0, _pixels.size( ) );
+    std::fill( _inputMap.begin( ), _inputMap.end( ), nullptr );
+}
+
+bool GWindowNode::_preChildRender( GImageStack& images )
+{
+    GASSERT( _win );
+    _advanceFade( GTimeGetTime( ) );
+    if( !_alpha || GRectEmpty( _rect ) || GWinIsMinimized( _win ) ) return false;
+    _prepareLayer( );
+    images.pushLayer( _format, _pixels.data( ), _inputMap.data( ) );
+    images.setInputHandler( this );
+    return true;
+}
+
+void GWindowNode::_postChildRender( GImageStack& images )
+{
+    GASSERT( _win );
+    if( !_alpha ) return;
+    images.pop( );
+    if( !_enableAlpha ) makeOpaque( _pixels );
+    const int alpha = _focusFade && !GWinHasKeyFocus( _win ) ? _alpha / 2 : _alpha;
+    GWinRepaint( _win, _format.width, _format.height, _pixels.data( ), alpha );
+    _logRate( GTimeGetTime( ) );
+}
+
+void GWindowNode::_logRate( uint64_t now )
+{
+    ++_frameCount;
+    const int64_t elapsed = static_cast<int64_t>( now - _lastLog );
+    if( elapsed < _logInterval ) return;
+    if( _lastLog ) GLOGIF( 'W', u"'", getPath( ), u"' draws ", _frameCount * 1000000LL / elapsed, u" frames a second" );
+    _lastLog = now;
+    _frameCount = 0;
+}
+
+// ---- Operations.
+
+void GWindowNode::open( )
+{
+    GNodeTools_execute( this, _onOpen );
+}
+
+void GWindowNode::close( )
+{
+    GNodeTools_execute( this, _onClose );
+}
+
+void GWindowNode::fadeIn( int64_t duration )
+{
+    if( !_win ) return;
+    GWinSetForeground( _win );
+    // A window that was on its way out comes back at once.
+    if( _fadeOutEnd && _instance->isRobust( u"Robust_Client" ) )
+    {
+        _fadeOutStart = _fadeOutEnd = 0;
+        _alpha = 255;
+        _respond( GRESPONSE_RENDER );
+    }
+    if( _alpha ) return;
+    _fadeInStart = GTimeGetTime( );
+    _fadeInEnd = _fadeInStart + static_cast<uint64_t>( std::max<int64_t>( duration, 0 ) );
+    GWinShow( _win );
+    GWinSetForeground( _win );
+}
+
+void GWindowNode::fadeOut( int64_t duration )
+{
+    if( !_win || !_alpha ) return;
+    _fadeOutStart = GTimeGetTime( );
+    _fadeOutEnd = _fadeOutStart + static_cast<uint64_t>( std::max<int64_t>( duration, 0 ) );
+    _respond( GRESPONSE_RENDER );
+}
+
+void GWindowNode::hide( )
+{
+    _fadeInStart = _fadeInEnd = _fadeOutStart = _fadeOutEnd = 0;
+    _alpha = 0;
+    if( _win ) GWinHide( _win );
+}
+
+void GWindowNode::calcMinSize( int& width, int& height )
+{
+    width = std::max( width, _minWidth );
+    height = std::max( height, _minHeight );
+    GTemplateNode::calcMinSize( width, height );
+}
+
+void GWindowNode::fit( )
+{
+    if( !_win ) return;
+    int width = 0;
+    int height = 0;
+    calcMinSize( width, height );
+    _rect.right = _rect.left + std::clamp( width, 0, MAX_EDGE );
+    _rect.bottom = _rect.top + std::clamp( height, 0, MAX_EDGE );
+    if( GRectHasVolume( _rect ) ) GWinMove( _win, GRect( _rect ) );
+    _respond( GRESPONSE_RENDER );
+}
+
+void GWindowNode::maximize( )
+{
+    if( !_win ) return;
+    GWinIsMaximized( _win ) ? GWinRestore( _win ) : GWinMaximize( _win );
+    GWinGetScreenPosition( _win, _rect );
+    _respond( GRESPONSE_RENDER );
+}
+
+void GWindowNode::minimize( )
+{
+    if( !_win ) return;
+    GWinIsMinimized( _win ) ? GWinRestore( _win ) : GWinMinimize( _win );
+    GWinGetScreenPosition( _win, _rect );
+    _respond( GRESPONSE_RENDER );
+}
+
+void GWindowNode::flash( )
+{
+    if( _win && _alpha && GWinIsVisible( _win ) )
+        GWinFlash( _win );
+    else
+        open( );
+}
