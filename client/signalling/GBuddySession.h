@@ -1,0 +1,66 @@
+// A person: one GDeviceSession for each device on which the person is on line. Invites through the server, learns from its answer
+// where the devices are, hands every message to the right device session and sums up the person's presence for the skin.
+// Only on GSIPService's thread.
+#pragma once
+
+#include "client/signalling/GSIPClient.h"
+#include "runtime/GIntervalTimer.h"
+
+#include <map>
+#include <set>
+
+class GDeviceSession;
+class GInstance;
+
+class GBuddySession : public GHeapObject, public IGSIPClientListener
+{
+public:
+    // Both pointers are borrowed; preconditions "instance" and "sipClient".
+    GBuddySession( GInstance* instance, GSIPClient* sipClient, const GWString& buddyGUID );
+    ~GBuddySession( ) override; // Resets.
+    void invariantTest( ) const override;
+
+    void reset( );
+    void invite( );
+    // `remove` takes the buddy off the list for good.
+    void bye( bool remove );
+    bool isOffline( ) const;
+    bool isOnline( ) const;
+    // True while a handshake is under way, which wants shorter rounds.
+    bool isConnecting( ) const;
+    void update( ); // Once a round.
+    void onCaptureChanged( );
+    void onRequest( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request ) override;
+    void onResponse( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request,
+                     const GHTTPHeaders& response ) override;
+    const GWString& getBuddyGUID( ) const { return _buddyGUID; }
+    GDeviceSession* findDevice( GWStringView deviceGUID ) const; // Null when there is none.
+    // A datagram that only opens a way: its host becomes a route to that device.
+    void onHOLEPUNCH( const GWString& remoteHost, const GHTTPHeaders& request );
+
+private:
+    GWString _name( GWStringView suffix ) const;
+    bool _isRobust( ) const;
+    void _invite( );
+    void _inviteAgain( );
+    void _restartInviteTimer( );
+    void _addToBuddyList( const GHTTPHeaders& request );
+    GDeviceSession* _createDevice( const GWString& deviceGUID );
+    bool _makeRoomForDevice( );
+    void _deleteDevice( const GWString& deviceGUID );
+    bool _mayBegin( const GWString& remoteHost, const GHTTPHeaders& request, const GWString& deviceGUID ) const;
+    void _onDeviceResponse( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request,
+                            const GHTTPHeaders& response );
+    void _onServerResponse( const GWString& remoteHost, const GHTTPHeaders& response );
+    void _onWhereabouts( const GWString& remoteHost, const GHTTPHeaders& response );
+    void _runCommands( );
+
+    GInstance* _instance;
+    GSIPClient* _sipClient;
+    GWString _buddyGUID;
+    std::map<GWString, GDeviceSession*, std::less<>> _deviceSessionMap;
+    std::deque<GWString> _deviceOrder; // Oldest first.
+    std::set<GWString, std::less<>> _namedDevices; // Named by the server's last answer.
+    GIntervalTimer _inviteTimer;
+    bool _leaving = false;
+};
