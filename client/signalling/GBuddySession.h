@@ -59,7 +59,7 @@ private:
     GSIPClient* _sipClient;
     GWString _buddyGUID;
     std::map<GWString, GDeviceSession*, std::less<>> _deviceSessionMap;
-    std::deque<GWString> _deviceOrder; // Oldest first.
+    std::deque<GWString> _deviceOrder;             // Oldest first.
     std::set<GWString, std::less<>> _namedDevices; // Named by the server's last answer.
     GIntervalTimer _inviteTimer;
     bool _leaving = false;

@@ -119,8 +119,9 @@ private:
     void _setHeaders( GHTTPHeaders& message ) const;
     static void _setMediaHeaders( GInstance* instance, GHTTPHeaders& message );
     void _randomiseReinviteTimer( );
-    void _updateRoute( const GWString& sendFrom, const GWString& sendTo, const GWString& sendToType, const GWString& recvFrom,
-                       const GWString& recvFromType, const GWString& recvTo, const GWString& recvToType );
+    void _updateRoute( const GWString& sendFrom, const GWString& sendTo, const GWString& sendToType,
+                       const GWString& recvFrom, const GWString& recvFromType, const GWString& recvTo,
+                       const GWString& recvToType );
     void _takeRemoteState( const GHTTPHeaders& message );
     void _updateRemoteMedia( bool audioEnabled, bool videoEnabled );
     GStringList _routesOf( const GHTTPHeaders& message, const GWString& remoteHost ) const;
@@ -185,10 +186,10 @@ private:
     GWString _sendToType;
     GStringList _tryRouteList;
 
-    GWString _inviteHost;         // The host from which the stored INVITE or its response came.
-    GIntervalTimer _mediaTimer;   // Paces the restarts that a peer may ask for.
+    GWString _inviteHost;       // The host from which the stored INVITE or its response came.
+    GIntervalTimer _mediaTimer; // Paces the restarts that a peer may ask for.
     bool _mediaRestartDue = false;
-    GIntervalTimer _anewTimer;    // When to invite anew without a response.
+    GIntervalTimer _anewTimer; // When to invite anew without a response.
     bool _invitedAnew = false;
     bool _invitedAtEnd = false;
     GIntervalTimer _firstRepeatTimer;

@@ -56,7 +56,8 @@ GStringList GRouteListFilter( const GStringList& routes, const GWString& fromHos
             break;
         }
         GRoute route;
-        if( !GRouteSplit( text, route ) || !GRouteIsScheme( route.scheme ) || !GRouteIsUsableHost( route.host, fromHost ) )
+        if( !GRouteSplit( text, route ) || !GRouteIsScheme( route.scheme ) ||
+            !GRouteIsUsableHost( route.host, fromHost ) )
         {
             GLOG( u"WARNING Received invalid route '", GRouteCleanText( text, MAX_LOGGED_LENGTH ), u"' via (", fromHost,
                   u"), ignoring." );

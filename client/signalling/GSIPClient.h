@@ -32,8 +32,10 @@ public:
     void sendRequest( const GWString& from, const GWString& to, const GHTTPHeaders& request, bool retransmit );
     void sendRequestToRouteList( const GStringList& routeList, const GHTTPHeaders& request, bool retransmit );
     // Cached: the same request is answered with the same bytes again, without asking the listener.
-    void sendResponse( const GWString& from, const GWString& to, const GHTTPHeaders& request, const GHTTPHeaders& response );
-    void sendResponseToRouteList( const GStringList& routeList, const GHTTPHeaders& request, const GHTTPHeaders& response );
+    void sendResponse( const GWString& from, const GWString& to, const GHTTPHeaders& request,
+                       const GHTTPHeaders& response );
+    void sendResponseToRouteList( const GStringList& routeList, const GHTTPHeaders& request,
+                                  const GHTTPHeaders& response );
 
     // Drains the port's signalling list into the listener, then repeats what is due. Precondition "listener".
     void dispatch( IGSIPClientListener* listener );
@@ -86,10 +88,14 @@ private:
     void _label( GHTTPHeaders& message, const FromTo& fromTo ) const;
     GWString _nextCSeq( );
     GWString _responseKey( const GHTTPHeaders& request ) const;
-    void _recordRequest( const GWString& cseq, const GWString& from, const GWString& to, const GHTTPHeaders& message, bool retransmit );
-    void _onBucket( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost, const GString& buffer );
-    void _onRequest( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request );
-    void _onResponse( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& response );
+    void _recordRequest( const GWString& cseq, const GWString& from, const GWString& to, const GHTTPHeaders& message,
+                         bool retransmit );
+    void _onBucket( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost,
+                    const GString& buffer );
+    void _onRequest( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost,
+                     const GHTTPHeaders& request );
+    void _onResponse( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost,
+                      const GHTTPHeaders& response );
     void _markGroup( const GHTTPHeaders& request, const GHTTPHeaders& response );
     void _retransmit( );
     void _dropOldRecords( );

@@ -15,7 +15,10 @@ struct GSIPInput
     int event = 0;
 
     static GSIPInput ofEvent( int event ) { return { { }, { }, none( ), none( ), none( ), none( ), event }; }
-    static GSIPInput ofCommand( const GHTTPHeaders& command ) { return { { }, { }, none( ), none( ), none( ), command, 0 }; }
+    static GSIPInput ofCommand( const GHTTPHeaders& command )
+    {
+        return { { }, { }, none( ), none( ), none( ), command, 0 };
+    }
     static GSIPInput ofRequest( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request )
     {
         return { localHost, remoteHost, request, none( ), none( ), none( ), 0 };

@@ -2,6 +2,8 @@
 // Tests replace the source to run in virtual time; passing null restores the system clock.
 #pragma once
 
+#include "base/GTypes.h"
+
 #include <cstdint>
 
 uint64_t GTimeGetTime( );
@@ -9,6 +11,8 @@ using GTimeSource = uint64_t ( * )( );
 void GTimeSetSource( GTimeSource source );
 // Minutes to add to local time to get UTC; negative east of Greenwich.
 int GTimeGetBias( );
+// The name of the local time zone; "UTC" when the system reports none.
+GWString GTimeGetZone( );
 struct GTimeFields
 {
     int year, month, day, hour, minute, second;

@@ -14,6 +14,8 @@ public:
         _duration = duration;
         start( );
     }
+    // As if started at `time`: a moment in the past shortens the period that runs now.
+    void startAt( uint64_t time ) { _start = time; }
     // The next test answers true.
     void expire( ) { _start = 0; }
     void setDuration( int64_t duration ) { _duration = duration; }
