@@ -165,10 +165,19 @@ void GVideoCaptureStream::onAudioFrame( uint64_t timestamp, const GAudioFormat& 
     for( int offset = 0; offset < length; offset += chunkSize )
     {
         const int thisChunkSize = std::min( chunkSize, length - offset );
-        if( !GVERIFY( !(thisChunkSize % frameSize) ) ) return;
+        const bool whole = GVERIFY( !(thisChunkSize % frameSize) );
         _capturedAudioBytes += thisChunkSize;
         _audioFrame.clear( );
-        _speexEncoder->encode( buffer + offset, thisChunkSize, _audioFrame );
+        if( whole )
+            _speexEncoder->encode( buffer + offset, thisChunkSize, _audioFrame );
+        else
+        {
+            // A device that delivers broken frames is heard all the same, with silence up to the next frame.
+            _audioPadded.assign( buffer + offset, static_cast<size_t>( thisChunkSize ) );
+            _audioPadded.resize( static_cast<size_t>( ( thisChunkSize + frameSize - 1 ) / frameSize * frameSize ),
+                                 '\0' );
+            _speexEncoder->encode( _audioPadded.data( ), static_cast<int>( _audioPadded.size( ) ), _audioFrame );
+        }
         GLOGIF( 'A', u"Sending new audio frame, timestamp=", timestamp, u" (", _audioFrame.size( ), u" bytes)" );
         _sendFrame( GRTP_AUDIO, ++_audioSequence, static_cast<uint32_t>( timestamp / AUDIO_TIMESTAMP_UNIT ),
                     static_cast<uint32_t>( _audioFormat.frequency ), _audioFrame );

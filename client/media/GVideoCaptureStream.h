@@ -51,6 +51,7 @@ private:
     GString _audioPacket;
     GString _videoFrame;
     GString _audioFrame;
+    GString _audioPadded;
     GImageFormat _imageFormat;
     GAudioFormat _audioFormat;
     int64_t _capturedAudioBytes = 0;
