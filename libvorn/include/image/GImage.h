@@ -19,11 +19,14 @@ bool GImageLoad( const char* buffer, int length, GImageFormat& format, GString& 
 bool GImageLoadPNG( const char* buffer, int length, int64_t maxPixels, GImageFormat& format, GString& pixels );
 void GImageConvert( GImageFormat& format, char* buffer, int targetType );
 void GImageConvert( const GImageFormat& fromFormat, const char* fromBuffer, int targetType, GString& out );
-void GImageConvert( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& rect, int targetType, GString& out );
-void GImageConvertFromIYUY( const GImageFormat& fromFormat, const char* fromBuffer, GImageFormat& toFormat, GString& out );
+void GImageConvert( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& rect, int targetType,
+                    GString& out );
+void GImageConvertFromIYUY( const GImageFormat& fromFormat, const char* fromBuffer, GImageFormat& toFormat,
+                            GString& out );
 void GImageConvertToIYUY( const GImageFormat& fromFormat, const char* fromBuffer, GString& out );
 void GImageResize( const GImageFormat& fromFormat, const char* fromBuffer, const GImageFormat& toFormat, GString& out );
-void GImageResizeIYUY( const GImageFormat& fromFormat, const char* fromBuffer, const GImageFormat& toFormat, GString& out );
+void GImageResizeIYUY( const GImageFormat& fromFormat, const char* fromBuffer, const GImageFormat& toFormat,
+                       GString& out );
 
 enum GImageCopyFlags
 {
@@ -41,8 +44,11 @@ enum GImageCopyFlags
     GIC_PREMULTIPLIED = 0x20000
 };
 // The rectangle of the target that was touched; GRectAccumulator( ) when none.
-GRect GImageCopy( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& fromRect, const GImageFormat& toFormat, char* toBuffer,
-                  const GRect& toRect, int flags );
+GRect GImageCopy( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& fromRect,
+                  const GImageFormat& toFormat, char* toBuffer, const GRect& toRect, int flags );
+// The same, and nothing outside `clipRect` is changed; where the picture lies does not depend on the clip.
+GRect GImageCopy( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& fromRect,
+                  const GImageFormat& toFormat, char* toBuffer, const GRect& toRect, const GRect& clipRect, int flags );
 void GImageCrop( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& fromRect, GString& out );
 void GImageReframe( GImageFormat& format, GString& buffer, int newWidth, int newHeight, uint32_t background );
 void GImageVertMirror( const GImageFormat& format, char* buffer );
