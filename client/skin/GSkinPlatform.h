@@ -25,4 +25,8 @@ struct GSkinPlatform
     std::function<void( std::map<uint32_t, GWString>& windows )> listWindows;
     std::function<void( uint32_t window )> raiseWindow;
     std::function<GRect( )> getWorkArea;
+    // A modal box with the stop icon and no owner.
+    std::function<void( const GWString& title, const GWString& text )> showError;
+    // Closes the log file under its dated name and opens a new one.
+    std::function<void( )> rollLog;
 };

@@ -3,16 +3,18 @@
 // User-interface thread.
 #pragma once
 
+#include "client/skin/GSkinPlatform.h"
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/IGCommandEngine.h"
 #include "platform/GNotify.h"
 #include "platform/GSystem.h"
 #include "platform/GTimer.h"
 #include "runtime/GHTTPHeaders.h"
 #include "runtime/GInstance.h"
-#include "client/skin/GSkinPlatform.h"
-#include "client/skin/GTemplateNode.h"
-#include "client/skin/IGCommandEngine.h"
 
 #include <map>
+
+struct GCommand;
 
 class GTemplate : public GHeapObject, public IGCommandEngine, public IGTimerListener, public IGNotifyListener
 {
@@ -56,8 +58,9 @@ public:
 private:
     void _update( const GWString& path, GTemplateNode* node, bool refresh );
     void _executeCommand( const GWString& command, GTemplateNode* source, int reserved );
+    void _dispatch( const GCommand& command );
     void _resetBuddyTalk( const GWString& buddy, bool enable );
-    void _resetDeviceTalk( const GWString& buddy, const GWString& device, bool enable );
+    void _resetDeviceTalk( const GWString& id, bool enable );
     void _talkAgain( );
     void _talkTo( const GWString& buddy );
     void _updateHotkeys( );
@@ -77,11 +80,3 @@ private:
     std::map<GWString, GHotkey> _hotkeys;
     bool _hotkeyDown = false;
 };
-
-// Splits "Label(command);Label(command)" into pairs, as far as the text fits.
-struct GMenuItem
-{
-    GWString label;
-    GWString command;
-};
-void GParseTools_parseMenu( std::vector<GMenuItem>& items, GWStringView text );

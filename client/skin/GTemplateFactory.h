@@ -2,6 +2,7 @@
 // a message box. User-interface thread.
 #pragma once
 
+#include "client/skin/GSkinPlatform.h"
 #include "client/skin/GTemplateNode.h"
 
 #include <vector>
@@ -10,7 +11,7 @@
 class GTemplateFactory : public GHeapObject, public xercesc::DefaultHandler
 {
 public:
-    GTemplateFactory( ) = default;
+    explicit GTemplateFactory( const GSkinPlatform& platform = GSkinPlatform( ) );
     // The root of `filename`; the caller owns it. Null when the file holds no element.
     GTemplateNode* load( GInstance* instance, IGCommandEngine* commandEngine, const GWString& filename );
     // A node of the class that belongs to `name`, not linked into `parent`'s children. The caller owns it.
@@ -23,13 +24,19 @@ public:
     void endElement( const XMLCh* uri, const XMLCh* localName, const XMLCh* qualifiedName ) override;
     void error( const xercesc::SAXParseException& exception ) override;
     void fatalError( const xercesc::SAXParseException& exception ) override;
+    // External entities are never fetched.
+    xercesc::InputSource* resolveEntity( const XMLCh* publicId, const XMLCh* systemId ) override;
 
 private:
-    [[noreturn]] void _onParseError( const GWString& text, uint64_t line );
+    void _parse( );
+    void _flushCharacters( );
+    [[noreturn]] void _onParseError( const XMLCh* text, uint64_t line );
 
+    GSkinPlatform _platform;
     GInstance* _instance = nullptr;
     IGCommandEngine* _commandEngine = nullptr;
     GTemplateNode* _root = nullptr;
     std::vector<GTemplateNode*> _nodeStack;
     GWString _filename;
+    GWString _characters; // Of the open element, since the last tag.
 };

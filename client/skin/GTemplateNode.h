@@ -2,10 +2,10 @@
 // attributes and reports changes, `render` draws. The tree belongs to the user-interface thread; a parent owns its children.
 #pragma once
 
-#include "runtime/GInstance.h"
-#include "runtime/GObject.h"
 #include "client/skin/GAttributeStack.h"
 #include "client/skin/IGCommandEngine.h"
+#include "runtime/GInstance.h"
+#include "runtime/GObject.h"
 
 #include <list>
 

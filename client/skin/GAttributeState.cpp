@@ -1,0 +1,161 @@
+#include "client/skin/GAttributeState.h"
+
+namespace
+{
+GExpressionTable& sharedTable( )
+{
+    static thread_local GExpressionTable table;
+    return table;
+}
+std::vector<std::unique_ptr<GAttributeState>>& pool( )
+{
+    static thread_local std::vector<std::unique_ptr<GAttributeState>> states;
+    return states;
+}
+} // namespace
+
+int GExpressionTable::intern( GWStringView name )
+{
+    const auto found = _symbols.find( name );
+    if( found != _symbols.end( ) ) return found->second;
+    const int symbol = static_cast<int>( _symbols.size( ) );
+    _symbols.emplace( GWString( name ), symbol );
+    return symbol;
+}
+
+int GExpressionTable::find( GWStringView name ) const
+{
+    const auto found = _symbols.find( name );
+    return found == _symbols.end( ) ? -1 : found->second;
+}
+
+void GExpressionTable::_resolve( GExpression& expression )
+{
+    for( GExpressionPart& part : expression )
+        if( part.isName ) part.symbol = _symbols.size( ) < MAX_SYMBOLS ? intern( part.text ) : find( part.text );
+}
+
+const GExpression* GExpressionTable::parse( GWStringView text )
+{
+    const auto found = _expressions.find( text );
+    if( found != _expressions.end( ) ) return &found->second;
+    if( !_evaluator.parse( text, _passing ) ) return nullptr;
+    if( text.size( ) > MAX_KEPT_LENGTH ) return &_passing;
+    if( _expressions.size( ) >= MAX_EXPRESSIONS ) _expressions.clear( );
+    _resolve( _passing );
+    return &_expressions.emplace( GWString( text ), std::move( _passing ) ).first->second;
+}
+
+std::unique_ptr<GAttributeState> GAttributeState::acquire( GInstance* instance )
+{
+    std::unique_ptr<GAttributeState> state;
+    if( pool( ).empty( ) )
+        state = std::make_unique<GAttributeState>( );
+    else
+    {
+        state = std::move( pool( ).back( ) );
+        pool( ).pop_back( );
+    }
+    state->_instance = instance;
+    state->_table = &sharedTable( );
+    return state;
+}
+
+void GAttributeState::release( std::unique_ptr<GAttributeState> state )
+{
+    while( !state->_stateStack.empty( ) ) state->pop( );
+    state->_instance = nullptr;
+    pool( ).push_back( std::move( state ) );
+}
+
+void GAttributeState::push( GNotifyHandle listener )
+{
+    _stateStack.push_back( { listener, _bindingCount } );
+}
+
+void GAttributeState::pop( )
+{
+    GASSERT( !_stateStack.empty( ) );
+    const int first = _stateStack.back( ).firstBinding;
+    while( _bindingCount > first )
+    {
+        const Binding& binding = _bindings[static_cast<size_t>( --_bindingCount )];
+        _newest[static_cast<size_t>( binding.symbol )] = binding.shadowed;
+    }
+    _stateStack.pop_back( );
+}
+
+GNotifyHandle GAttributeState::getListener( ) const
+{
+    GASSERT( !_stateStack.empty( ) );
+    return _stateStack.back( ).listener;
+}
+
+void GAttributeState::set( GWStringView name, GWStringView value )
+{
+    GASSERT( !_stateStack.empty( ) );
+    const int symbol = _table->intern( name );
+    if( static_cast<size_t>( symbol ) >= _newest.size( ) ) _newest.resize( static_cast<size_t>( symbol ) + 64, -1 );
+    int& newest = _newest[static_cast<size_t>( symbol )];
+    if( newest < _stateStack.back( ).firstBinding )
+    {
+        if( static_cast<size_t>( _bindingCount ) == _bindings.size( ) ) _bindings.emplace_back( );
+        Binding& binding = _bindings[static_cast<size_t>( _bindingCount )];
+        binding.symbol = symbol;
+        binding.shadowed = newest;
+        newest = _bindingCount++;
+    }
+    _bindings[static_cast<size_t>( newest )].value.assign( value );
+}
+
+void GAttributeState::append( int symbol, GWStringView name, GWString& out )
+{
+    if( name.empty( ) ) return;
+    if( symbol < 0 ) symbol = _table->find( name );
+    const int newest =
+        symbol >= 0 && static_cast<size_t>( symbol ) < _newest.size( ) ? _newest[static_cast<size_t>( symbol )] : -1;
+    if( newest >= 0 )
+    {
+        out += _bindings[static_cast<size_t>( newest )].value;
+        return;
+    }
+    _instance->get( name, _value );
+    out += _value;
+}
+
+GWStringView GAttributeState::eval( GWStringView expression )
+{
+    if( expression.find( u'$' ) == GWStringView::npos ) return expression;
+    GWStringView work = expression;
+    for( int round = 0; round < MAX_ROUNDS; ++round )
+    {
+        if( work.size( ) > MAX_EXPANDED_LENGTH || !_expand( work, _next ) ) return _stop( expression, work );
+        const bool unchanged = work == _next;
+        _work.swap( _next );
+        work = _work;
+        if( unchanged || work.find( u'$' ) == GWStringView::npos ) return work;
+    }
+    return _stop( expression, work );
+}
+
+bool GAttributeState::_expand( GWStringView work, GWString& out )
+{
+    out.clear( );
+    const GExpression* parts = _table->parse( work );
+    if( !parts ) return false;
+    for( const GExpressionPart& part : *parts )
+    {
+        if( part.isName )
+            append( part.symbol, part.text, out );
+        else
+            out += part.text;
+        if( out.size( ) > MAX_VALUE_LENGTH ) return false;
+    }
+    return true;
+}
+
+GWStringView GAttributeState::_stop( GWStringView expression, GWStringView reached ) const
+{
+    GLOG( u"WARNING Expression '", expression.substr( 0, 64 ), u"' does not end, ignoring." );
+    return reached;
+}

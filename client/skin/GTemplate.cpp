@@ -1,0 +1,368 @@
+#include "client/skin/GTemplate.h"
+
+#include "base/GUtil.h"
+#include "client/drawing/GImageStack.h"
+#include "client/skin/GTemplateFactory.h"
+#include "client/skin/GUserName.h"
+#include "client/skin/commands/GAccountCommands.h"
+#include "client/skin/commands/GBuddyCommands.h"
+#include "client/skin/commands/GDeviceCommands.h"
+#include "client/skin/commands/GFileCommands.h"
+#include "client/skin/commands/GNodeCommands.h"
+#include "client/skin/commands/GSystemCommands.h"
+#include "client/skin/nodes/GNodeTools.h"
+#include "platform/GTime.h"
+
+#include <algorithm>
+
+namespace
+{
+constexpr int64_t TIMER_PERIOD = 50000;
+// How long after the release of the key the media are turned down.
+constexpr uint64_t TALK_STOP_DELAY = 500000;
+constexpr uint64_t COUNTDOWN_LENGTH = 30000000;
+// A message to a buddy without a session waits on his queue; older ones make room.
+constexpr int LONGEST_BUDDY_QUEUE = 256;
+constexpr GWStringView SKIN_PATH = u"/skin/";
+constexpr GWStringView TALK_AGAIN = u"Talk_Again";
+constexpr GWStringView HOTKEY_PROMPT = u"    (click here and press keys)";
+constexpr GWStringView TALKING_TO_LIST = u"Talking_To_List";
+
+bool startsWith( GWStringView text, GWStringView prefix )
+{
+    return text.size( ) >= prefix.size( ) && GCaseEquals( text.substr( 0, prefix.size( ) ), prefix );
+}
+
+template <typename MODULE>
+void run( GTemplate& engine, const GCommand& command )
+{
+    MODULE( engine ).execute( command );
+}
+
+// Path families in the order in which they are tested.
+struct Family
+{
+    GWStringView prefix;
+    void ( *run )( GTemplate& engine, const GCommand& command );
+};
+const Family families_[] = {
+    { u"/buddies", run<GBuddyCommands> },    { u"/account", run<GAccountCommands> }, { u"/dev", run<GDeviceCommands> },
+    { u"/fileservice", run<GFileCommands> }, { u"/system", run<GSystemCommands> },
+};
+} // namespace
+
+GTemplate::GTemplate( GInstance* instance, const GWString& filename, const GSkinPlatform& platform )
+    : _instance( instance ), _platform( platform )
+{
+    GCALL( GTemplate );
+    GPRECONDITION( instance );
+    _timer = GTimerOpen( TIMER_PERIOD, this );
+    _notify = GNotifyOpen( this );
+    GTemplateFactory factory( _platform );
+    GASSERT( _root = factory.load( _instance, this, filename ) );
+    _update( GWString( ), _root, false );
+
+    _instance->set( u"Misc_Hotkey_List", TALK_AGAIN );
+    _instance->set( u"Working_Hotkey", _instance->get( u"Talk_Again_Hotkey" ) );
+    command( u"(/system?assignhotkey+name=Talk_Again)" );
+    _instance->set( u"Working_Hotkey", HOTKEY_PROMPT );
+}
+
+GTemplate::~GTemplate( )
+{
+    GASSERT( _root );
+    delete _root;
+    _root = nullptr;
+    GTimerClose( _timer );
+    GNotifyClose( _notify );
+    for( const auto& [name, hotkey] : _hotkeys ) _platform.closeHotkey( hotkey );
+}
+
+void GTemplate::invariantTest( ) const
+{
+    GASSERT( _instance );
+    GHeapObject::invariantTest( );
+}
+
+// ---- The two passes.
+
+void GTemplate::_update( const GWString& path, GTemplateNode* node, bool refresh )
+{
+    GCALL( GTemplate );
+    GAttributeStack stack( _instance, _notify );
+    const GRect area = _platform.getWorkArea( );
+    stack.set( u"screenleft", area.left );
+    stack.set( u"screentop", area.top );
+    stack.set( u"screenright", area.right );
+    stack.set( u"screenbottom", area.bottom );
+    stack.set( u"screenwidth", area.width( ) );
+    stack.set( u"screenheight", area.height( ) );
+    stack.set( u"path", path );
+    if( refresh ) stack.set( u"refresh", true );
+    if( !node->update( stack ) ) return;
+    GImageStack images;
+    node->render( images );
+}
+
+void GTemplate::onNotification( int, uint64_t )
+{
+    GCALL( GTemplate );
+    _update( GWString( ), _root, false );
+}
+
+// ---- Nodes by path.
+
+GTemplateNode* GTemplate::getNode( const GWString& path, GTemplateNode* relativeTo )
+{
+    GPRECONDITION( !path.empty( ) );
+    // An empty step is a mistake of the skin, and is answered as one.
+    const bool walkable = path.find( u"//" ) == GWString::npos;
+    if( walkable && _root && startsWith( path, SKIN_PATH ) && path.size( ) > SKIN_PATH.size( ) )
+        return _root->getChild( GWStringView( path ).substr( SKIN_PATH.size( ) ) );
+    GTemplateNode* node = walkable && relativeTo && path.starts_with( u".." ) ? relativeTo : nullptr;
+    GWStringView rest = path;
+    while( node && rest.size( ) >= 2 && rest.starts_with( u".." ) )
+    {
+        node = node->getParent( );
+        const size_t end = rest.find_first_of( u"/?" );
+        rest = end == GWStringView::npos ? GWStringView( ) : rest.substr( end + 1 );
+    }
+    if( node ) return rest.empty( ) ? node : node->getChild( rest );
+    GLOG( u"WARNING Requesting non-existent node '", path, u"', ignoring." );
+    return nullptr;
+}
+
+// ---- Commands.
+
+void GTemplate::executeCommand( const GWString& command, GTemplateNode* source, int reserved )
+{
+    GCALL( GTemplate );
+    // A menu or a chooser runs the message loop: the source must outlive it.
+    const GNodeBusy busy;
+    std::vector<GMenuItem> items;
+    GParseTools_parseMenu( items, command );
+    if( items.empty( ) ) return;
+    if( items.size( ) == 1 && items.front( ).label.empty( ) )
+        return _executeCommand( items.front( ).command, source, reserved );
+    GStringVector labels;
+    for( const GMenuItem& item : items ) labels.push_back( item.label );
+    const int choice = _platform.executeMenu( labels );
+    if( choice >= 0 && choice < static_cast<int>( items.size( ) ) )
+        _executeCommand( items[static_cast<size_t>( choice )].command, source, reserved );
+}
+
+void GTemplate::_executeCommand( const GWString& command, GTemplateNode* source, int )
+{
+    for( const GWString& piece : GSplitList( command ) ) _dispatch( GCommandMake( piece, source ) );
+}
+
+void GTemplate::_dispatch( const GCommand& command )
+{
+    if( command.path.empty( ) )
+    {
+        if( command.source ) return GNodeCommands( *this, *command.source ).execute( command );
+        GLOG( u"WARNING Missing target for action '", command.action, u"', ignoring." );
+        return;
+    }
+    if( startsWith( command.path, u"/skin" ) || command.path.starts_with( u".." ) )
+    {
+        GTemplateNode* target = getNode( command.path, command.source );
+        if( target ) return GNodeCommands( *this, *target ).execute( command );
+        GLOG( u"WARNING Invalid path '", command.path, u"', ignoring." );
+        return;
+    }
+    for( const Family& family : families_ )
+        if( startsWith( command.path, family.prefix ) ) return family.run( *this, command );
+    GLOG( u"WARNING Unknown path '", command.path, u"', ignoring." );
+}
+
+void GTemplate::broadcastToBuddy( const GWString& buddy, const GHTTPHeaders& message )
+{
+    GHTTPHeaders wrapper( u"DEVICEBROADCAST" );
+    wrapper.addContent( message.serialize( ) );
+    const GWString queue = GConcat( buddy, u"_commandQueue" );
+    GString oldest;
+    while( _instance->length( queue ) >= LONGEST_BUDDY_QUEUE ) _instance->dequeue( queue, oldest );
+    _instance->enqueue( queue, wrapper );
+}
+
+void GTemplate::logCHAT( const GWString& buddy, const GHTTPHeaders& message )
+{
+    GCALL( GTemplate );
+    const GWString name = GUserNameGetChatLog( buddy );
+    if( name.empty( ) ) return;
+    const int64_t bias = static_cast<int64_t>( GTimeGetBias( ) ) * 60000000;
+    const GWString text = message.hasContent( ) ? GUTF8ToWide( message.getContent( 0 ) ) : GWString( );
+    const GString line =
+        GWideToUTF8( GConcat( u"[", GTimeComposeTime( GTimeGetTime( ) - static_cast<uint64_t>( bias ) ), u"] ",
+                              GUserNameGetUser( message.get( u"From" ) ), u": ", text, u"\r\n" ) );
+    GFileAppend( name, line.data( ), static_cast<int64_t>( line.size( ) ) );
+}
+
+// ---- Hotkeys.
+
+bool GTemplate::_closeHotkey( const GWString& name )
+{
+    const auto found = _hotkeys.find( name );
+    if( found == _hotkeys.end( ) ) return false;
+    _platform.closeHotkey( found->second );
+    _hotkeys.erase( found );
+    return true;
+}
+
+void GTemplate::assignHotkey( const GWString& name, const GWString& text )
+{
+    const GWString key = GConcat( name, u"_Hotkey" );
+    _closeHotkey( key );
+    const GHotkey hotkey = _platform.openHotkey( text, name );
+    if( !hotkey )
+    {
+        _instance->set( key, u"<key combination in use>" );
+        return;
+    }
+    _hotkeys[key] = hotkey;
+    _instance->set( key, text, true );
+}
+
+void GTemplate::clearHotkey( const GWString& name )
+{
+    const GWString key = GConcat( name, u"_Hotkey" );
+    _closeHotkey( key );
+    _instance->clear( key );
+}
+
+void GTemplate::onHotkeyDown( GHotkey, const GWString& name )
+{
+    GCALL( GTemplate );
+    if( name == TALK_AGAIN )
+        _talkAgain( );
+    else if( _instance->contains( u"Local_Buddy_List", name ) )
+        _talkTo( name );
+    else
+        GLOG( u"WARNING Unrecognized hotkey '", name, u"', ignoring." );
+}
+
+void GTemplate::onHotkeyUp( GHotkey, const GWString& name )
+{
+    GCALL( GTemplate );
+    if( name == TALK_AGAIN )
+        GLOG( u"STOPTALKAGAIN" );
+    else if( _instance->contains( u"Local_Buddy_List", name ) )
+        GLOG( u"STOPTALK(", name, u")" );
+    else
+        return;
+    _hotkeyDown = false;
+    _updateHotkeys( );
+}
+
+// ---- Talk.
+
+void GTemplate::_talkAgain( )
+{
+    const GStringList talkToList = _lastTalkToList;
+    GLOG( u"STARTTALKAGAIN(", GJoinList( talkToList ), u")" );
+    if( !_instance->test( u"Audio_Capture_Online" ) )
+    {
+        GLOG( u"WARNING Trying to 'TALKAGAIN' but no audio device configured, ignoring." );
+        return;
+    }
+    if( talkToList.empty( ) ) return;
+    for( const GWString& buddy : talkToList ) _resetBuddyTalk( buddy, true );
+    GVERIFY( talkToList == _lastTalkToList );
+    _hotkeyDown = true;
+}
+
+void GTemplate::_talkTo( const GWString& name )
+{
+    GLOG( u"STARTTALK(", name, u")" );
+    if( !_instance->test( u"Audio_Capture_Online" ) )
+        GLOG( u"WARNING Cannot talk to '", name, u"' as no audio device is configured, ignoring." );
+    else if( !_instance->test( GConcat( name, u"_Online" ) ) )
+        GLOG( u"WARNING Cannot talk to '", name, u"' as buddy is not online, ignoring." );
+    else
+    {
+        _resetBuddyTalk( name, true );
+        _hotkeyDown = true;
+    }
+}
+
+void GTemplate::_resetBuddyTalk( const GWString& buddy, bool enable )
+{
+    GCALL( GTemplate );
+    GStringList devices;
+    _instance->get( GConcat( buddy, u"_Device_List" ), devices );
+    for( const GWString& device : devices ) _resetDeviceTalk( GConcat( buddy, u'@', device ), enable );
+    if( !enable ) return;
+    _instance->insert( TALKING_TO_LIST, buddy );
+    _instance->get( TALKING_TO_LIST, _lastTalkToList );
+}
+
+void GTemplate::_resetDeviceTalk( const GWString& id, bool enable )
+{
+    const auto isChosen = [this]( GWStringView name, GWStringView text ) { return _instance->get( name ) == text; };
+    const bool isPrivate = isChosen( u"Video_Privacy_Choice_Mode", u"Private - Allow nobody to see me" );
+    const bool always = isChosen( u"Video_Privacy_Choice_When", u"Always" );
+    const bool all = isChosen( u"Video_Privacy_Choice_Who", u"All my buddies" );
+    const bool allowed = _instance->test( GConcat( id, u"_Video_Enabled" ) );
+    const bool video = !isPrivate && ( enable || always ) && ( all || allowed );
+
+    GHTTPHeaders message( u"RESET" );
+    message.set( u"Buddy-Device-GUID", id );
+    message.set( u"Video-FPS", enable ? 5 : 1 );
+    message.set( u"Audio-Enable", enable ? u"true" : u"false" );
+    message.set( u"Video-Enable", video ? u"true" : u"false" );
+    _instance->enqueue( u"GVideoCaptureService_commandQueue", message );
+}
+
+void GTemplate::_updateHotkeys( )
+{
+    const uint64_t now = GTimeGetTime( );
+    GStringList talking;
+    _instance->get( TALKING_TO_LIST, talking );
+    if( !talking.empty( ) && !_hotkeyDown && !_platform.isLeftButtonDown( ) &&
+        !_instance->test( u"Talking_Hands_Free" ) )
+    {
+        GLOG( u"Hotkey up, stopping talk to '", GJoinList( talking ), u"'" );
+        _instance->clear( TALKING_TO_LIST );
+        // Whoever waits for his stop already keeps waiting beside the new ones.
+        for( const GWString& buddy : talking )
+            if( !GListContains( _talkToList, buddy ) ) _talkToList.push_back( buddy );
+        talking.clear( );
+        _talkStopTime = now;
+    }
+    if( _talkToList.empty( ) || now - _talkStopTime <= TALK_STOP_DELAY ) return;
+    _talkStopTime = now;
+    // A press within the delay leaves the stream up: that buddy is being talked to again.
+    for( const GWString& buddy : _talkToList )
+        if( !GListContains( talking, buddy ) ) _resetBuddyTalk( buddy, false );
+    _talkToList.clear( );
+}
+
+// ---- Timer.
+
+void GTemplate::onTimer( GTimer timer )
+{
+    GCALL( GTemplate );
+    GASSERT( timer == _timer );
+    _updateHotkeys( );
+    _updateCountdown( );
+}
+
+void GTemplate::_updateCountdown( )
+{
+    const uint64_t now = GTimeGetTime( );
+    if( !_restartTime || _restartTime >= now + COUNTDOWN_LENGTH ) return;
+    if( _restartTime > now )
+    {
+        _instance->set( u"Seconds_Until_Auto_Restart", static_cast<int64_t>( ( _restartTime - now ) / 1000000 ) );
+        if( _countdownOpen ) return;
+        _countdownOpen = true;
+        command( u"(/skin/window_countdown?open)" );
+        return;
+    }
+    GLOG( u"ACTIVITY: AUTO-RESTARTING" );
+    command( u"(/skin/window_countdown?close)" );
+    command( u"(/system?restart)" );
+    _restartTime = 0;
+    _countdownOpen = false;
+}

@@ -1,0 +1,37 @@
+#include "client/skin/commands/GFileCommands.h"
+
+#include "client/skin/GTemplate.h"
+
+GFileCommands::GFileCommands( GTemplate& engine ) : _instance( *engine.getInstance( ) ) {}
+
+void GFileCommands::execute( const GCommand& command )
+{
+    static const GCommandRow<GFileCommands> ROWS[] = {
+        { u"open", true, &GFileCommands::_open },
+        { u"cancel", true, &GFileCommands::_cancel },
+    };
+    if( !GCommandRun( *this, ROWS, command, command.selection ) )
+        GLOG( u"WARNING Unrecognized fileservice action '", command.action, u"', ignoring." );
+}
+
+void GFileCommands::_open( const GCommand& command )
+{
+    _send( u"OPEN", command );
+}
+
+void GFileCommands::_cancel( const GCommand& command )
+{
+    _send( u"CANCEL", command );
+}
+
+void GFileCommands::_send( GWStringView method, const GCommand& command )
+{
+    if( command.selection.empty( ) )
+    {
+        GLOG( u"WARNING Unable to 'OPEN' because nothing selected, ignoring." );
+        return;
+    }
+    GHTTPHeaders message( method );
+    message.set( u"File-ID", command.selection );
+    _instance.enqueue( u"GFileService_commandQueue", message );
+}

@@ -1,0 +1,131 @@
+#include "client/skin/commands/GNodeCommands.h"
+
+#include "client/skin/GTemplate.h"
+#include "client/skin/nodes/GEditNode.h"
+#include "client/skin/nodes/GListNode.h"
+#include "client/skin/nodes/GWindowNode.h"
+#include "client/skin/nodes/GWizardNode.h"
+
+#include <algorithm>
+
+namespace
+{
+// A day is as long as any fade may take.
+constexpr int64_t LONGEST_FADE = 86400000;
+
+int64_t getDuration( const GCommand& command )
+{
+    return std::clamp<int64_t>( command.calc( u"duration" ), 0, LONGEST_FADE ) * 1000;
+}
+} // namespace
+
+GNodeCommands::GNodeCommands( GTemplate& engine, GTemplateNode& target )
+    : _engine( engine ), _target( target ), _window( dynamic_cast<GWindowNode*>( &target ) ),
+      _wizard( dynamic_cast<GWizardNode*>( &target ) )
+{
+}
+
+void GNodeCommands::execute( const GCommand& command )
+{
+    static const GCommandRow<GNodeCommands> ROWS[] = {
+        { u"fadein", false, &GNodeCommands::_fadeIn },     { u"fadeout", false, &GNodeCommands::_fadeOut },
+        { u"open", false, &GNodeCommands::_open },         { u"close", false, &GNodeCommands::_close },
+        { u"maximize", false, &GNodeCommands::_maximize }, { u"minimize", false, &GNodeCommands::_minimize },
+        { u"flash", false, &GNodeCommands::_flash },       { u"refresh", false, &GNodeCommands::_refresh },
+        { u"next", false, &GNodeCommands::_next },         { u"back", false, &GNodeCommands::_back },
+        { u"done", false, &GNodeCommands::_done },         { u"jump", false, &GNodeCommands::_jump },
+        { u"clear", false, &GNodeCommands::_clear },       { u"fit", false, &GNodeCommands::_fit },
+    };
+    if( !GCommandRun( *this, ROWS, command, _target.getPath( ) ) ) _warn( u"WARNING Unknown skin action '" );
+}
+
+void GNodeCommands::_warn( GWStringView text ) const
+{
+    GLOG( text, _target.getPath( ), u"', ignoring." );
+}
+
+void GNodeCommands::_fadeIn( const GCommand& command )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'fadein' non-window node '" );
+    _window->fadeIn( getDuration( command ) );
+}
+
+void GNodeCommands::_fadeOut( const GCommand& command )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'fadeout' non-window node '" );
+    _window->fadeOut( getDuration( command ) );
+}
+
+void GNodeCommands::_open( const GCommand& )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'open' non-window node '" );
+    _window->open( );
+}
+
+void GNodeCommands::_close( const GCommand& )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'close' non-window node '" );
+    _window->close( );
+}
+
+void GNodeCommands::_maximize( const GCommand& )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'maximize' non-window node '" );
+    _window->maximize( );
+}
+
+void GNodeCommands::_minimize( const GCommand& )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'minimize' non-window node '" );
+    _window->minimize( );
+}
+
+void GNodeCommands::_flash( const GCommand& )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'flash' non-window node '" );
+    _window->flash( );
+}
+
+void GNodeCommands::_refresh( const GCommand& )
+{
+    _engine.refresh( _target.getParentPath( ), &_target, true );
+}
+
+void GNodeCommands::_next( const GCommand& )
+{
+    if( !_wizard ) return _warn( u"WARNING Trying to 'next' on non-wizard node '" );
+    _wizard->next( );
+}
+
+void GNodeCommands::_back( const GCommand& )
+{
+    if( !_wizard ) return _warn( u"WARNING Trying to 'back' on non-wizard node '" );
+    _wizard->back( );
+}
+
+void GNodeCommands::_done( const GCommand& )
+{
+    if( !_wizard ) return _warn( u"WARNING Trying to 'done' on non-wizard node '" );
+    _wizard->done( );
+}
+
+void GNodeCommands::_jump( const GCommand& command )
+{
+    const GWString target = command.list ? command.list->getSelection( ) : command.get( u"target" );
+    if( !_wizard || target.empty( ) )
+        return _warn( u"WARNING Trying to 'jump' on non-wizard node, with no target, or with non-list source '" );
+    _wizard->jump( target );
+}
+
+void GNodeCommands::_clear( const GCommand& command )
+{
+    // The edit that issued the command is emptied, whatever node the path names.
+    if( !command.edit ) return _warn( u"WARNING Trying to 'clear' on non-edit node '" );
+    command.edit->setText( GWString( ) );
+}
+
+void GNodeCommands::_fit( const GCommand& )
+{
+    if( !_window ) return _warn( u"WARNING Trying to 'fit' on a non-screen/window node '" );
+    _window->fit( );
+}

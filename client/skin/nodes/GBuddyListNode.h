@@ -1,0 +1,87 @@
+// Draws the buddies with their live pictures, those on line first, and talks to the one whose picture is held down. Presence and
+// pictures come from the blackboard; a new picture repaints the window without an update pass. User-interface thread.
+#pragma once
+
+#include "base/GRect.h"
+#include "client/skin/GTemplateNode.h"
+#include "client/skin/IGInputHandler.h"
+#include "client/skin/nodes/GNodeTools.h"
+
+class GBuddyListNode : public GTemplateNode, public IGInputHandler
+{
+public:
+    // One of two places of a buddy, or the title's with an empty GUID; in coordinates of the node's frame.
+    struct Region
+    {
+        GRect rect;
+        GWString guid;
+        GWString list;
+        bool picture = false;
+    };
+
+    using GTemplateNode::GTemplateNode;
+    ~GBuddyListNode( ) override;
+    void calcMinSize( int& width, int& height ) override;
+
+    // Of the last draw, in drawing order.
+    const std::vector<Region>& getRegions( ) const { return _regions; }
+    // Empty when none is.
+    const GWString& getSelected( ) const { return _selected.guid; }
+    const GWString& getMouseover( ) const { return _mouseover.guid; }
+
+    int onMouseoverChanged( bool mouseover ) override;
+    int onMouseMove( GWin win, int x, int y ) override;
+    int onLButtonDown( GWin win, int x, int y ) override;
+    int onLButtonUp( GWin win, int x, int y ) override;
+    int onLButtonDblClk( GWin win, int x, int y ) override;
+    int onRButtonDown( GWin win, int x, int y ) override;
+    int onKeyPressed( GWin win, char16_t character ) override;
+
+protected:
+    bool _postChildUpdate( GAttributeStack& stack ) override;
+    bool _preChildRender( GImageStack& images ) override;
+
+private:
+    // A buddy in a list, as it was clicked or pointed at.
+    struct Place
+    {
+        GWString guid;
+        GWString list;
+        friend bool operator==( const Place&, const Place& ) = default;
+    };
+
+    bool _updateList( );
+    void _addWatches( );
+    void _removeWatches( );
+    void _watchBuddy( const GWString& buddy, bool watch );
+    void _drawList( GImageStack& images, const GRect& rect, const GWString& list, const GWString& title );
+    void _drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online );
+    void _drawGround( GImageStack& images, const GRect& row, const Place& place );
+    void _drawPicture( GImageStack& images, const GRect& rect, const GWString& buddy, bool live );
+    bool _drawImage( GImageStack& images, const GRect& rect, const GWString& name );
+    void _makeGrey( const GWString& buddy );
+    GWString _getText( const GWString& buddy );
+    bool _isOnline( const GWString& buddy );
+    const Region* _getRegion( int x, int y ) const;
+    Place _getPlace( int x, int y ) const;
+    void _execute( GWStringView before, const GWString& buddy, GWStringView after );
+
+    GNodeFont _titleFont;
+    GNodeFont _normalFont;
+    GNodeFont _mouseoverFont;
+    GNodeFont _offlineFont;
+    GWString _selectedBGColor;
+    GWString _mouseoverBGColor;
+    int _pictureSize = 0; // Rows are at least this high; 0 for the height of the font.
+    GWString _buddyListText;
+    GStringList _buddies;
+    GStringList _watched;
+    std::vector<Region> _regions;
+    Place _selected;
+    Place _mouseover;
+    int _originX = 0;
+    int _originY = 0;
+    GNotifyHandle _listener = nullptr;
+    GNodeWatch _listWatch{ GWATCH_UPDATE };
+    GNodeWatch _talkWatch{ GWATCH_RENDER };
+};
