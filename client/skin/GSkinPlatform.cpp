@@ -1,6 +1,7 @@
 #include "client/skin/GSkinPlatform.h"
 
 #include "base/GDebug.h"
+#include "base/GPortable.h"
 #include "platform/GIcon.h"
 #include "platform/GWin.h"
 
