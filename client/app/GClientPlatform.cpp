@@ -1,0 +1,18 @@
+#include "client/app/GClientPlatform.h"
+
+#include "client/app/GClientServices.h"
+#include "platform/GNet.h"
+#include "platform/GSound.h"
+#include "platform/GSystem.h"
+#include "platform/GWin.h"
+
+GClientPlatform::GClientPlatform( )
+    : services( GClientServicesGet( ) ), openSkin( GClientSkinOpen ), openTimer( GTimerOpen ), closeTimer( GTimerClose ),
+      openIcon( GIconOpen ), closeIcon( GIconClose ), setIconState( GIconSetState ), setIconText( GIconSetText ),
+      setIconBubble( GIconSetBubble ), executeMenu( GMenuExecute ),
+      openDocument( []( const GWString& path, GWString& reason ) { return GSystemExecute( path, u"", reason ); } ),
+      chooseFileSave( GSystemChooseFileSave ), registerListener( GSystemRegisterListener ),
+      resignListener( GSystemResignListener ), postQuit( GWinPostQuit ), listIPs( GNetListIPs ), playSound( GSoundPlay ),
+      isMuted( GSoundIsMuted ), setMute( GSoundSetMute ), getVolume( GSoundGetVolume ), setVolumeLines( GSoundSetLines )
+{
+}
