@@ -193,7 +193,8 @@ void GClient::_updateIconText( )
 {
     GWString text = _instance->get( u"Client_Status" );
     if( _instance->test( u"Upgrade_In_Progress" ) )
-        text = GConcat( u"Upgrading: ", GFormatSize( _instance->calc( u"Upgrade_Bytes_Downloaded" ) ), u" downloaded..." );
+        text =
+            GConcat( u"Upgrading: ", GFormatSize( _instance->calc( u"Upgrade_Bytes_Downloaded" ) ), u" downloaded..." );
     if( text == _iconText ) return;
     _iconText = text;
     _platform.setIconText( _icon, text );

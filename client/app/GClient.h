@@ -43,8 +43,8 @@ public:
         EVENT_NETWORKCHANGED = 12
     };
 
-    GClient( const GWString& settingsPath, const GWString& avi, const GWString& host, const GWString& keepLogfiles, bool upgraded,
-             bool uploadlogfiles, bool forceturn, const GClientPlatform& platform = GClientPlatform( ) );
+    GClient( const GWString& settingsPath, const GWString& avi, const GWString& host, const GWString& keepLogfiles,
+             bool upgraded, bool uploadlogfiles, bool forceturn, const GClientPlatform& platform = GClientPlatform( ) );
     // Stops and deletes the services in the order of their creation, then skin, port and blackboard.
     ~GClient( ) override;
     void invariantTest( ) const override;

@@ -18,7 +18,7 @@ GThreadObject* create( GInstance* instance, GMegaPort* port )
 class TemplateSkin : public IGClientSkin
 {
 public:
-    explicit TemplateSkin( GInstance* instance ) : _template( GSAFENEW( GTemplate, ( instance, u"template.xml" ) ) ) { }
+    explicit TemplateSkin( GInstance* instance ) : _template( GSAFENEW( GTemplate, ( instance, u"template.xml" ) ) ) {}
     void command( const GWString& text ) override { _template->command( text ); }
     void onHotkeyDown( GHotkey hotkey, const GWString& name ) override { _template->onHotkeyDown( hotkey, name ); }
     void onHotkeyUp( GHotkey hotkey, const GWString& name ) override { _template->onHotkeyUp( hotkey, name ); }
@@ -26,7 +26,10 @@ public:
     {
         _template->broadcastToBuddy( buddy, message );
     }
-    void logCHAT( const GWString& buddy, const GHTTPHeaders& message ) override { _template->logCHAT( buddy, message ); }
+    void logCHAT( const GWString& buddy, const GHTTPHeaders& message ) override
+    {
+        _template->logCHAT( buddy, message );
+    }
 
 private:
     std::unique_ptr<GTemplate> _template;

@@ -20,10 +20,14 @@ bool GClient::_onDeviceBroadcast( const GHTTPHeaders& command )
         void ( GClient::*handler )( const Broadcast& broadcast );
     };
     static constexpr Row ROWS[] = {
-        { u"CALLINVITE", &GClient::_onCallInvite },         { u"CALLCANCEL", &GClient::_onCallCancel },
-        { u"CALLACCEPT", &GClient::_onCallAccept },         { u"CHATDONE", &GClient::_onChatDone },
-        { u"CHAT", &GClient::_onChat },                     { u"SENDFILE", &GClient::_onSendFile },
-        { u"CANCELSENDFILE", &GClient::_onCancelSendFile }, { u"SHARESCREEN", &GClient::_onShareScreen },
+        { u"CALLINVITE", &GClient::_onCallInvite },
+        { u"CALLCANCEL", &GClient::_onCallCancel },
+        { u"CALLACCEPT", &GClient::_onCallAccept },
+        { u"CHATDONE", &GClient::_onChatDone },
+        { u"CHAT", &GClient::_onChat },
+        { u"SENDFILE", &GClient::_onSendFile },
+        { u"CANCELSENDFILE", &GClient::_onCancelSendFile },
+        { u"SHARESCREEN", &GClient::_onShareScreen },
     };
     Broadcast broadcast;
     if( !_readBroadcast( command, broadcast ) ) return true;

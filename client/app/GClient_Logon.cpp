@@ -204,7 +204,8 @@ void GClient::_requestBUDDYLOGOFF( )
 // All services start over. The STUN hosts and the local address stay until the next logon overwrites them.
 void GClient::_reset( )
 {
-    for( const GWStringView queue : { DISPATCH_QUEUE, SIP_QUEUE, u"GFileService_commandQueue" } ) _enqueue( queue, u"RESET" );
+    for( const GWStringView queue : { DISPATCH_QUEUE, SIP_QUEUE, u"GFileService_commandQueue" } )
+        _enqueue( queue, u"RESET" );
     for( const GWStringView name : { u"Prompt_On_AUTHENTICATE_Failure", u"Global_SIP_Host", u"Global_SIP_Host_List",
                                      u"Global_TURN_Host", u"Global_Logfile_Host" } )
         _instance->clear( name );

@@ -68,8 +68,8 @@ bool GClient::_onTransferComplete( const GHTTPHeaders& command, bool received )
     const GWString file = GClientGetBaseName( command.get( u"Path" ) );
     const GWString name = GClientGetUserName( command.get( u"Buddy-Device-GUID" ) );
     _bubble( u"File transfer complete",
-             GConcat( received ? u"You have received '" : u"You have sent '", file, received ? u"' from " : u"' to ", name,
-                      u".  Click here to open the file transfer dialog." ),
+             GConcat( received ? u"You have received '" : u"You have sent '", file, received ? u"' from " : u"' to ",
+                      name, u".  Click here to open the file transfer dialog." ),
              EVENT_SHOWTRANSFER );
     return true;
 }
@@ -98,7 +98,8 @@ bool GClient::_bumpVolume( )
 bool GClient::_configureAudio( )
 {
     GLOG( u"ACTIVITY: ", u"CONFIGAUDIO" );
-    _template->command( u"(/skin/window_options/copy/border/inside/wizard?jump+target=audio;/skin/window_options?open)" );
+    _template->command(
+        u"(/skin/window_options/copy/border/inside/wizard?jump+target=audio;/skin/window_options?open)" );
     return true;
 }
 

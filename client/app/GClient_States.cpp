@@ -24,7 +24,7 @@ void GClient::_changeState( int state )
 void GClient::_onInput( int eventID, const GHTTPHeaders& eventHeaders )
 {
     GCALL( GClient );
-    const Input in { eventID, eventHeaders, eventID == EVENT_COMMAND ? eventHeaders.getMethod( ) : GWString( ) };
+    const Input in{ eventID, eventHeaders, eventID == EVENT_COMMAND ? eventHeaders.getMethod( ) : GWString( ) };
     if( eventID == EVENT_COMMAND ) GLOGIF( 'c', u"Received '", in.method, u"' event" );
     if( _onEveryState( in ) || _onState( in ) || _onAnyState( in ) ) return;
     GLOG( u"WARNING Ignored input eventID #", eventID, u", eventHeaders='", eventHeaders.getDebugText( ), u"'" );
@@ -150,7 +150,8 @@ bool GClient::_onOnline( const Input& in )
         _instance->set( u"Reconnect_On_Resume", 1 );
         return _logOff( );
     }
-    if( in.is( u"DISCONNECTED" ) || in.eventID == EVENT_RESUME || in.eventID == EVENT_NETWORKCHANGED ) return _reconnect( );
+    if( in.is( u"DISCONNECTED" ) || in.eventID == EVENT_RESUME || in.eventID == EVENT_NETWORKCHANGED )
+        return _reconnect( );
     if( in.is( u"UPGRADEDOWNLOADED" ) ) return _promptForUpgrade( );
     return _onOnlineCommand( in );
 }
@@ -164,7 +165,8 @@ bool GClient::_onLoggingOff( const Input& in )
         _changeState( DISCONNECTING );
         return true;
     }
-    if( in.is( u"DISCONNECTED" ) || in.is( u"LOGOFF" ) || in.eventID == EVENT_NETWORKCHANGED ) return _resetToOffline( );
+    if( in.is( u"DISCONNECTED" ) || in.is( u"LOGOFF" ) || in.eventID == EVENT_NETWORKCHANGED )
+        return _resetToOffline( );
     if( in.eventID == EVENT_RESUME ) return _reconnectIfResumed( );
     return in.eventID == EVENT_SUSPEND;
 }
@@ -343,12 +345,12 @@ bool GClient::_showMenu( )
                                              u"(/system?reconnect)",
                                              nullptr,
                                              u"(/skin/window_buddylist?close;/system?exit)" };
-    const GStringVector labels { u"&Show Buddylist",
-                                 u"&Add Buddy",
-                                 u"&Options",
-                                 u"&Reconnect",
-                                 _isPublic( ) ? u"Go P&rivate (disable video)" : u"Go P&ublic (see and be seen)",
-                                 u"E&xit" };
+    const GStringVector labels{ u"&Show Buddylist",
+                                u"&Add Buddy",
+                                u"&Options",
+                                u"&Reconnect",
+                                _isPublic( ) ? u"Go P&rivate (disable video)" : u"Go P&ublic (see and be seen)",
+                                u"E&xit" };
     const int choice = _platform.executeMenu( labels );
     if( choice == TOGGLE )
         _togglePrivacy( );

@@ -13,11 +13,13 @@ bool GWinMain( const GString& commandLineText )
     if( commandLine.contains( "reset" ) ) GFileDelete( GUTF8ToWide( settingsPath ) );
     GClient* client = GTRACK(
         GClient, ( new GClient( GUTF8ToWide( settingsPath ), GUTF8ToWide( commandLine.get( "avi" ) ),
-                                GUTF8ToWide( commandLine.get( "host" ) ), GUTF8ToWide( commandLine.get( "keeplogfiles" ) ),
-                                commandLine.contains( "upgraded" ), commandLine.contains( "uploadlogfiles" ),
-                                commandLine.contains( "forceturn" ) ) ) );
+                                GUTF8ToWide( commandLine.get( "host" ) ),
+                                GUTF8ToWide( commandLine.get( "keeplogfiles" ) ), commandLine.contains( "upgraded" ),
+                                commandLine.contains( "uploadlogfiles" ), commandLine.contains( "forceturn" ) ) ) );
     bool restart = false;
-    while( GWinUpdate( restart ) ) { }
+    while( GWinUpdate( restart ) )
+    {
+    }
     GVALIDPTR( client );
     delete client;
     return restart;
