@@ -1,0 +1,331 @@
+#include "GSkinCheck.h"
+
+#include "base/GUtil.h"
+#include "image/GImage.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+namespace
+{
+constexpr GWStringView ELEMENTS[] = {
+    u"skin",  u"window", u"image",     u"border",     u"row",      u"col",        u"cell",     u"foreach",
+    u"input", u"button", u"buddylist", u"edit",       u"copy",     u"history",    u"gradient", u"scrollbar",
+    u"text",  u"wizard", u"list",      u"screen",     u"progress", u"table",      u"hotkey",   u"on",
+    u"if",    u"page",   u"header",    u"sidebar",    u"footer",   u"topleft",    u"top",      u"topright",
+    u"left",  u"inside", u"right",     u"bottomleft", u"bottom",   u"bottomright" };
+
+// What some node reads or the engine sets.
+constexpr GWStringView ATTRIBUTES[] = { u"id",
+                                        u"text",
+                                        u"title",
+                                        u"x",
+                                        u"y",
+                                        u"width",
+                                        u"height",
+                                        u"topmost",
+                                        u"hidden",
+                                        u"enablealpha",
+                                        u"onopen",
+                                        u"onclose",
+                                        u"minwidth",
+                                        u"minheight",
+                                        u"focusfade",
+                                        u"remember",
+                                        u"event",
+                                        u"watch",
+                                        u"cond",
+                                        u"equals",
+                                        u"align",
+                                        u"valign",
+                                        u"fixedwidth",
+                                        u"fixedheight",
+                                        u"extra",
+                                        u"aspect",
+                                        u"edge",
+                                        u"list",
+                                        u"as",
+                                        u"src",
+                                        u"done",
+                                        u"command",
+                                        u"downcommand",
+                                        u"upcommand",
+                                        u"dblclkcommand",
+                                        u"disabled",
+                                        u"type",
+                                        u"font",
+                                        u"mouseoverfont",
+                                        u"focusable",
+                                        u"focuscolor",
+                                        u"framecolor",
+                                        u"emptyfont",
+                                        u"emptytext",
+                                        u"inner",
+                                        u"outer",
+                                        u"onenter",
+                                        u"ontype",
+                                        u"onclear",
+                                        u"password",
+                                        u"vscroll",
+                                        u"untouchable",
+                                        u"var",
+                                        u"refresh",
+                                        u"onselect",
+                                        u"listname",
+                                        u"varname",
+                                        u"persist",
+                                        u"select",
+                                        u"prefixlistsrc",
+                                        u"suffixlist",
+                                        u"onrightclick",
+                                        u"ondblclk",
+                                        u"cellfont",
+                                        u"headerfont",
+                                        u"name",
+                                        u"horiz",
+                                        u"handlesrc",
+                                        u"backsrc",
+                                        u"mode",
+                                        u"from",
+                                        u"to",
+                                        u"alphaonly",
+                                        u"vertical",
+                                        u"scale",
+                                        u"color",
+                                        u"page",
+                                        u"ondone",
+                                        u"onshow",
+                                        u"onhide",
+                                        u"titlefont",
+                                        u"normalfont",
+                                        u"offlinefont",
+                                        u"selectedbgcolor",
+                                        u"mouseoverbgcolor",
+                                        u"basefont",
+                                        u"localtitlefont",
+                                        u"remotetitlefont",
+                                        u"vscrollfrac",
+                                        u"guid",
+                                        u"scrollpath",
+                                        u"zoomfactor",
+                                        u"path",
+                                        u"windowpath",
+                                        u"wizardtitle",
+                                        u"wizardtext",
+                                        u"wizardpath",
+                                        u"backdisabled",
+                                        u"nextdisabled" };
+constexpr GWStringView SOURCES[] = { u"src", u"handlesrc", u"backsrc" };
+constexpr GWStringView COMMANDS[] = { u"command", u"downcommand", u"upcommand", u"dblclkcommand", u"onenter",
+                                      u"ontype",  u"onclear",     u"onselect",  u"onrightclick",  u"ondblclk",
+                                      u"onopen",  u"onclose",     u"ondone",    u"onshow",        u"onhide" };
+
+template <typename Table>
+bool holds( const Table& table, GWStringView text )
+{
+    return std::find( std::begin( table ), std::end( table ), text ) != std::end( table );
+}
+
+bool isNameCharacter( char16_t c )
+{
+    return ( c >= u'a' && c <= u'z' ) || ( c >= u'A' && c <= u'Z' ) || ( c >= u'0' && c <= u'9' ) || c == u'.' ||
+           c == u'_' || c == u'@';
+}
+
+// Calls for every "$name" of an expression, in lower case.
+template <typename Call>
+void forEachName( const GWString& expression, Call call )
+{
+    for( size_t at = expression.find( u'$' ); at != GWString::npos; at = expression.find( u'$', at + 1 ) )
+    {
+        size_t end = at + 1;
+        while( end < expression.size( ) && isNameCharacter( expression[end] ) ) ++end;
+        if( end > at + 1 ) call( GToLower( GWStringView( expression ).substr( at + 1, end - at - 1 ) ) );
+    }
+}
+
+class Checker
+{
+public:
+    explicit Checker( const std::vector<GSkinElement>& elements ) : _elements( elements ) {}
+
+    std::vector<GSkinFinding> run( )
+    {
+        _collect( );
+        for( const GSkinElement& element : _elements )
+        {
+            _checkElement( element );
+            for( const auto& [name, value] : element.attributes ) _checkAttribute( element, name, value );
+        }
+        return std::move( _findings );
+    }
+
+private:
+    template <typename... Parts>
+    void _report( const GSkinElement& element, const Parts&... parts )
+    {
+        _findings.push_back( { element.line, GConcat( parts... ) } );
+    }
+
+    void _collect( )
+    {
+        for( const GSkinElement& element : _elements )
+        {
+            for( const auto& [name, value] : element.attributes )
+            {
+                forEachName( value, [&]( const GWString& used ) { _usedNames.insert( used ); } );
+                for( const GWString& step : GSplitList( value, u"/?();" ) ) _steps.insert( GToLower( step ) );
+            }
+        }
+    }
+
+    bool _isAddressed( const GSkinElement& element ) const
+    {
+        const GWString* id = element.find( u"id" );
+        const GWString name = GToLower( element.name );
+        return _steps.contains( name ) || ( id && _steps.contains( name + u"_" + GToLower( *id ) ) );
+    }
+
+    void _checkElement( const GSkinElement& element )
+    {
+        if( !holds( ELEMENTS, GToLower( element.name ) ) && !_isAddressed( element ) )
+            _report( element, u"element <", element.name, u"> has no meaning and nothing refers to it" );
+        const int parent = element.parent;
+        const GWString around = parent < 0 ? GWString( ) : GToLower( _elements[static_cast<size_t>( parent )].name );
+        if( ( around == u"row" || around == u"col" ) && !GCaseEquals( element.name, u"cell" ) )
+            _report( element, u"<", element.name, u"> directly inside <", around,
+                     u"> is never drawn: put it into a Cell" );
+    }
+
+    void _checkAttribute( const GSkinElement& element, const GWString& name, const GWString& value )
+    {
+        if( !holds( ATTRIBUTES, name ) && !_usedNames.contains( name ) && !_isDynamic( name ) )
+            _report( element, u"attribute '", name, u"' of <", element.name,
+                     u"> is read by no node and no expression" );
+        if( holds( SOURCES, name ) && !GCaseEquals( element.name, u"copy" ) ) _checkSource( element, value );
+        if( holds( COMMANDS, name ) ) _checkCommand( element, name, value );
+        if( GCaseEquals( element.name, u"copy" ) && name == u"src" ) _checkPath( element, value );
+        forEachName( value, [&]( const GWString& used ) { _checkVisible( element, used ); } );
+    }
+
+    // "e_$list" builds names at run time: what begins like such a prefix may be meant by it.
+    bool _isDynamic( const GWString& name ) const { return name.ends_with( u"_" ); }
+
+    void _checkSource( const GSkinElement& element, const GWString& value )
+    {
+        const size_t bracket = value.find( u'(' );
+        const GWString file = value.substr( 0, bracket );
+        if( file.find( u'$' ) != GWString::npos || file.find( u'.' ) == GWString::npos ) return;
+        const GImageFormat* format = _load( file );
+        if( !format )
+        {
+            _report( element, u"file '", file, u"' is missing or no picture" );
+            return;
+        }
+        if( bracket == GWString::npos ) return;
+        GStringVector numbers;
+        for( const GWString& number : GSplitList( value.substr( bracket ), u"(,)" ) ) numbers.push_back( number );
+        if( numbers.size( ) != 4 )
+        {
+            _report( element, u"'", value, u"' needs four numbers" );
+            return;
+        }
+        const auto at = [&]( size_t i ) { return static_cast<int>( GCalc( numbers[i] ) ); };
+        const GRect rect{ at( 0 ), at( 1 ), at( 2 ), at( 3 ) };
+        if( GRectEmpty( rect ) || !GRectWithin( rect, format->width, format->height ) )
+            _report( element, u"'", value, u"' lies outside the picture of ", format->width, u" by ", format->height );
+    }
+
+    const GImageFormat* _load( const GWString& file )
+    {
+        const auto known = _pictures.find( file );
+        if( known != _pictures.end( ) ) return known->second.width ? &known->second : nullptr;
+        GImageFormat& format = _pictures[file];
+        GString bytes;
+        GString pixels;
+        if( GFileLoad( file, bytes ) && GImageLoad( bytes.data( ), static_cast<int>( bytes.size( ) ), format, pixels ) )
+            return &format;
+        format = { };
+        return nullptr;
+    }
+
+    void _checkCommand( const GSkinElement& element, const GWString& name, const GWString& value )
+    {
+        if( value.empty( ) || value.front( ) == u'$' ) return;
+        if( value.find( u'(' ) == GWString::npos )
+        {
+            _report( element, u"command '", name, u"' of <", element.name, u"> has no parentheses and does nothing" );
+            return;
+        }
+        for( const GWString& piece : GSplitList( value, u"();," ) )
+            if( piece.starts_with( u"/skin/" ) ) _checkPath( element, piece.substr( 0, piece.find( u'?' ) ) );
+    }
+
+    void _checkPath( const GSkinElement& element, const GWString& path )
+    {
+        if( path.find( u'$' ) != GWString::npos || !path.starts_with( u"/skin/" ) ) return;
+        int at = 0;
+        bool first = true;
+        for( const GWString& step : GSplitList( path, u"/" ) )
+        {
+            // Below a copy or a repetition the tree grows at run time.
+            if( !first && at >= 0 ) at = _findChild( at, step );
+            if( at == GROWS ) return;
+            first = false;
+        }
+        if( at < 0 ) _report( element, u"path '", path, u"' leads nowhere" );
+    }
+
+    static constexpr int NOWHERE = -1;
+    static constexpr int GROWS = -2;
+
+    int _findChild( int parent, const GWString& step ) const
+    {
+        const GWString& around = _elements[static_cast<size_t>( parent )].name;
+        if( GCaseEquals( around, u"copy" ) || GCaseEquals( around, u"foreach" ) ) return GROWS;
+        for( size_t i = 0; i < _elements.size( ); ++i )
+        {
+            if( _elements[i].parent != parent ) continue;
+            const GWString* id = _elements[i].find( u"id" );
+            const GWString full = id && !id->empty( ) ? _elements[i].name + u"_" + *id : _elements[i].name;
+            if( GCaseEquals( full, step ) ) return static_cast<int>( i );
+        }
+        return NOWHERE;
+    }
+
+    // A window that updates by itself sees its own subtree and the blackboard, not what stands around it.
+    void _checkVisible( const GSkinElement& element, const GWString& used )
+    {
+        bool insideWindow = false;
+        const GSkinElement* at = &element;
+        for( ; at; at = at->parent < 0 ? nullptr : &_elements[static_cast<size_t>( at->parent )] )
+        {
+            if( insideWindow && at->find( used ) )
+            {
+                _report( element, u"'$", used, u"' is set on <", at->name, u"> around the window (line ", at->line,
+                         u"), which the window does not see when it updates by itself" );
+                return;
+            }
+            // First-update attributes of the window itself are read from the full pass.
+            if( at != &element && at->find( used ) ) return;
+            if( GCaseEquals( at->name, u"window" ) )
+            {
+                if( at == &element ) return;
+                insideWindow = true;
+            }
+        }
+    }
+
+    const std::vector<GSkinElement>& _elements;
+    std::vector<GSkinFinding> _findings;
+    std::set<GWString, std::less<>> _usedNames;
+    std::set<GWString, std::less<>> _steps;
+    std::map<GWString, GImageFormat> _pictures;
+};
+} // namespace
+
+std::vector<GSkinFinding> GSkinCheck( const std::vector<GSkinElement>& elements )
+{
+    return Checker( elements ).run( );
+}

@@ -1,0 +1,108 @@
+#include "GSkinSample.h"
+
+#include "client/drawing/GImageTools.h"
+
+namespace
+{
+struct Setting
+{
+    const char16_t* name;
+    const char16_t* value;
+};
+constexpr Setting SETTINGS[] = {
+    { u"Client_Status", u"Online" },
+    { u"Logon_Status", u"-- Missing name or password --" },
+    { u"Local_User_GUID", u"ada@example.org" },
+    { u"Local_Username", u"ada" },
+    { u"Local_Password", u"secret" },
+    { u"Local_Email", u"ada@example.org" },
+    { u"Default_Domain", u"example.org" },
+    { u"Add_Buddy_GUID", u"grace" },
+    { u"Add_Buddy_Status", u"Verifying..." },
+    { u"Talk_Again_Hotkey", u"CONTROL+SPACE" },
+    { u"Seconds_Until_Auto_Restart", u"24" },
+    { u"Connection_Class", u"Port-restricted" },
+    { u"Global_Host", u"192.0.2.7:40100" },
+    { u"Current_Version", u"764" },
+    { u"Audio_Capture_Online", u"1" },
+    { u"Video_Capture_Online", u"1" },
+    { u"Audio_Capture_Status", u"Capturing" },
+    { u"Video_Capture_Status", u"Capturing" },
+    { u"Available_Video_Capture_Devices", u"Integrated camera, USB camera, (none - disable video capture)" },
+    { u"Available_Audio_Capture_Devices", u"Built-in microphone, Headset, (none - disable audio capture)" },
+    { u"Video_Capture_Device", u"USB camera" },
+    { u"Audio_Capture_Device", u"Headset" },
+    { u"Video_Privacy_Options_Mode", u"Public - Allow some people to see me, Private - Allow nobody to see me" },
+    { u"Video_Privacy_Options_Who", u"Only buddies who I can see, All my buddies" },
+    { u"Video_Privacy_Options_When", u"Always, Only when I'm talking" },
+    { u"Video_Privacy_Choice_Mode", u"Public - Allow some people to see me" },
+    { u"Video_Privacy_Choice_Who", u"All my buddies" },
+    { u"Video_Privacy_Choice_When", u"Always" },
+    { u"File_Send_List", u"send_1, send_2" },
+    { u"send_1_Filename", u"holiday pictures.zip" },
+    { u"send_1_Size", u"48.2MB" },
+    { u"send_1_Speed", u"1.2MB/s" },
+    { u"send_1_Complete", u"37%" },
+    { u"send_2_Filename", u"notes.txt" },
+    { u"send_2_Size", u"4.1KB" },
+    { u"send_2_Speed", u"--BPS" },
+    { u"send_2_Complete", u"Scanning..." },
+    { u"File_Recv_List", u"recv_1" },
+    { u"recv_1_Filename", u"a rather long name of a file that somebody sent to me today.pdf" },
+    { u"recv_1_Size", u"812KB" },
+    { u"recv_1_Speed", u"90KB/s" },
+    { u"recv_1_Complete", u"82%" },
+};
+constexpr const char16_t* NAMES[] = { u"grace@example.org",
+                                      u"linus@example.org",
+                                      u"margaret@example.org",
+                                      u"dennis@example.org",
+                                      u"barbara@example.org",
+                                      u"katherine@other.org",
+                                      u"a-name-of-forty-letters-is-quite-a-thing@x.org",
+                                      u"ken@example.org" };
+constexpr int NAME_COUNT = sizeof( NAMES ) / sizeof( NAMES[0] );
+
+void addChat( GInstance* instance, const GWString& buddy, GWStringView from, const char* text )
+{
+    GHTTPHeaders message( u"CHAT" );
+    message.set( u"From", from );
+    message.addContent( GString( text ) );
+    instance->enqueue( buddy + u"_Chat_Queue", message );
+}
+
+void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool picture )
+{
+    instance->insert( u"Local_Buddy_List", buddy );
+    instance->set( buddy + u"_Name", buddy.substr( 0, buddy.find( u'@' ) ) );
+    instance->set( buddy + ( online ? u"_Online" : u"_Offline" ), 1 );
+    GImageFormat format;
+    GRect rect;
+    const GWString source = picture ? u"defaultprofile_av.png" : u"defaultprofile.png";
+    if( GImageTools_instanceReadCheck( instance, source, format, rect ) )
+        GImageTools_instanceCopy( instance, source, buddy + u"_Image" );
+    instance->set( buddy + u"_Call_Status", u"Calling " + buddy + u"..." );
+    instance->set( buddy + u"_Call_State", u"calling" );
+    addChat( instance, buddy, buddy, "Good morning! Did the new build work for you?" );
+    addChat( instance, buddy, u"ada@example.org",
+             "It did. The picture is much steadier now, also over the slow line." );
+    addChat( instance, buddy, buddy, "Very good. Then let us talk at ten, and show me the screen with the figures." );
+}
+} // namespace
+
+void GSkinFillSample( GInstance* instance, int buddies )
+{
+    for( const Setting& setting : SETTINGS ) instance->set( setting.name, setting.value );
+    for( const GWString list : { u"Video_Capture_Device", u"Audio_Capture_Device" } )
+        instance->set( u"Available_" + list + u"s", instance->get( u"Available_" + list + u"s" ) );
+    for( int i = 0; i < buddies; ++i )
+    {
+        const GWString name = NAMES[i % NAME_COUNT];
+        addBuddy( instance, i < NAME_COUNT ? name : GConcat( u"b", i, name ), i % 3 != 2, i % 2 == 0 );
+    }
+    if( buddies > 0 ) instance->set( u"Talking_To_List", NAMES[0] );
+    GImageFormat format;
+    GRect rect;
+    if( GImageTools_instanceReadCheck( instance, u"defaultprofile_av.png", format, rect ) )
+        GImageTools_instanceCopy( instance, u"defaultprofile_av.png", u"Local_Video_Image" );
+}
