@@ -1,0 +1,67 @@
+// Host text: the form "ip:port" and what a stranger may name in it. Pure text, no sockets.
+#include "base/GUtil.h"
+#include "platform/GNet.h"
+
+namespace
+{
+constexpr uint32_t BROADCAST = 0xFFFFFFFF;
+
+// Decimal digits only, 0 to `limit`; false for anything else.
+bool parseNumber( GWStringView text, uint32_t limit, uint32_t& value )
+{
+    if( text.empty( ) || text.size( ) > 5 ) return false;
+    value = 0;
+    for( const char16_t c : text )
+    {
+        if( c < u'0' || c > u'9' ) return false;
+        value = value * 10 + static_cast<uint32_t>( c - u'0' );
+    }
+    return value <= limit;
+}
+} // namespace
+
+bool GNetSplitHost( const GWString& host, GWString& address, int& port )
+{
+    address.clear( );
+    port = 0;
+    const size_t colon = host.find( u':' );
+    if( colon == GWString::npos || colon == 0 ) return false;
+    uint32_t number = 0;
+    if( !parseNumber( GWStringView( host ).substr( colon + 1 ), 65535, number ) || !number ) return false;
+    address = host.substr( 0, colon );
+    port = static_cast<int>( number );
+    return true;
+}
+
+bool GNetParseAddress( const GWString& address, uint32_t& value )
+{
+    value = 0;
+    GWStringView rest = address;
+    for( int part = 0; part < 4; ++part )
+    {
+        const size_t dot = rest.find( u'.' );
+        if( ( dot == GWStringView::npos ) != ( part == 3 ) ) return false;
+        const GWStringView text = rest.substr( 0, dot );
+        uint32_t number = 0;
+        if( text.size( ) > 3 || !parseNumber( text, 255, number ) ) return false;
+        value = value << 8 | number;
+        rest = part == 3 ? GWStringView( ) : rest.substr( dot + 1 );
+    }
+    return true;
+}
+
+bool GNetIsUnicastHost( const GWString& host )
+{
+    GWString address;
+    int port = 0;
+    uint32_t value = 0;
+    if( !GNetSplitHost( host, address, port ) || !GNetParseAddress( address, value ) ) return false;
+    const uint32_t network = value >> 24;
+    return network != 0 && network < 224 && value != BROADCAST;
+}
+
+bool GNetIsLoopbackHost( const GWString& host )
+{
+    uint32_t value = 0;
+    return GNetParseAddress( host.substr( 0, host.find( u':' ) ), value ) && value >> 24 == 127;
+}

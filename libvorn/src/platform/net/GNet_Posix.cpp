@@ -1,0 +1,434 @@
+// Sockets by BSD calls. ECONNREFUSED stands beside ECONNRESET in the datagram filter: it is how an ICMP port-unreachable shows here.
+#include "base/GPortable.h"
+#include "base/GUtil.h"
+#include "platform/GNet.h"
+#include "platform/GThread.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <map>
+#include <mutex>
+#include <net/if.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr int MTU = 1472; // 1500 less the IPv4 and UDP headers.
+constexpr int RECV_SIZE = 4 * MTU;
+constexpr int LARGE_RECV_SIZE = 65535;
+constexpr int BLOCK_SIZE = 2048;
+constexpr size_t MAX_WAIT = 64;
+constexpr char16_t NO_HOST[] = u"0.0.0.0:0";
+
+std::atomic<int> lastError_ = 0;
+
+// Options of a port that its record does not show.
+struct PortOptions
+{
+    bool large = false;
+    bool forgiving = false;
+};
+std::mutex optionsMutex_;
+std::map<const GNetUDPPort*, PortOptions> optionsMap_;
+
+PortOptions options( const GNetUDPPort* port )
+{
+    const std::scoped_lock lock( optionsMutex_ );
+    const auto it = optionsMap_.find( port );
+    return it == optionsMap_.end( ) ? PortOptions( ) : it->second;
+}
+
+GWString lastErrorText( )
+{
+    std::array<char, 256> buffer{ };
+    return GConcat( u" (", std::string_view( ::strerror_r( lastError_, buffer.data( ), buffer.size( ) ) ), u")" );
+}
+
+// The error filters: true when the last call failed for good.
+bool failedDatagram( )
+{
+    const int error = lastError_ = errno;
+    return error != EWOULDBLOCK && error != EAGAIN && error != EINTR && error != ECONNRESET && error != ECONNREFUSED &&
+           error != EHOSTUNREACH && error != ENOTCONN;
+}
+bool failedStream( )
+{
+    const int error = lastError_ = errno;
+    return error != EWOULDBLOCK && error != EAGAIN && error != EINTR && error != EINPROGRESS && error != ENOTCONN;
+}
+bool brokenSocket( )
+{
+    return lastError_ == EBADF || lastError_ == ENOTSOCK || lastError_ == EINVAL;
+}
+
+// A blocking look-up; 0 when the name stays unresolved. Dotted addresses never come here.
+in_addr_t resolve( const GString& name )
+{
+    addrinfo hints{ };
+    hints.ai_family = AF_INET;
+    addrinfo* found = nullptr;
+    if( ::getaddrinfo( name.c_str( ), nullptr, &hints, &found ) != 0 || !found ) return 0;
+    sockaddr_in address{ };
+    std::memcpy( &address, found->ai_addr, sizeof( address ) );
+    ::freeaddrinfo( found );
+    return address.sin_addr.s_addr;
+}
+
+sockaddr_in parseHost( const GWString& host )
+{
+    sockaddr_in address{ };
+    address.sin_family = AF_INET;
+    const size_t colon = std::min( host.find( u':' ), host.size( ) );
+    const GString name = GWideToUTF8( GWStringView( host ).substr( 0, colon ) );
+    if( colon < host.size( ) )
+    {
+        const int64_t port = GCalc( GWStringView( host ).substr( colon + 1 ) );
+        address.sin_port = htons( static_cast<uint16_t>( port > 0 && port <= 65535 ? port : 0 ) );
+    }
+    address.sin_addr.s_addr = ::inet_addr( name.c_str( ) );
+    if( address.sin_addr.s_addr != 0 && address.sin_addr.s_addr != INADDR_NONE ) return address;
+    // "0.0.0.0" is no address; a look-up would only say so slowly.
+    uint32_t dotted = 0;
+    const bool isDotted = GNetParseAddress( host.substr( 0, colon ), dotted );
+    address.sin_addr.s_addr = isDotted ? htonl( dotted ) : name.empty( ) ? 0 : resolve( name );
+    return address;
+}
+
+GWString composeHost( const sockaddr_in& address )
+{
+    const uint32_t ip = ntohl( address.sin_addr.s_addr );
+    return GConcat( ip >> 24, u'.', ip >> 16 & 255, u'.', ip >> 8 & 255, u'.', ip & 255, u':',
+                    static_cast<unsigned>( ntohs( address.sin_port ) ) );
+}
+
+const sockaddr* generic( const sockaddr_in& address )
+{
+    return reinterpret_cast<const sockaddr*>( &address );
+}
+
+bool setNonBlocking( int handle )
+{
+    const int flags = ::fcntl( handle, F_GETFL );
+    return flags >= 0 && ::fcntl( handle, F_SETFL, flags | O_NONBLOCK ) == 0;
+}
+
+// Logs "<before> <host><after> (<error>)" and closes a handle that is not worth keeping.
+std::nullptr_t abandon( int handle, GWStringView before, const GWString& host, GWStringView after )
+{
+    lastError_ = errno;
+    GLOG( u"WARNING ", before, host, after, lastErrorText( ) );
+    if( handle >= 0 ) ::close( handle );
+    return nullptr;
+}
+} // namespace
+
+GNetUDPPort* GNetUDPPortOpen( const GWString& localHost )
+{
+    GCALL( GNetUDPPortOpen );
+    if( GIsShuttingDown( ) ) return nullptr;
+    GLOG( u"Opening port to host '", localHost, u"'" );
+    sockaddr_in address = parseHost( localHost );
+    if( !address.sin_addr.s_addr )
+    {
+        GLOG( u"WARNING Could not resolve host '", localHost, u"', ignoring." );
+        return nullptr;
+    }
+    const int handle = ::socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP );
+    if( handle < 0 ) return abandon( handle, u"Could not open port on ", localHost, u", ignoring." );
+    const int on = 1;
+    if( ::setsockopt( handle, SOL_SOCKET, SO_REUSEADDR, &on, sizeof( on ) ) != 0 )
+        return abandon( handle, u"Could not set REUSEADDR on port ", localHost, u", closing." );
+    if( !setNonBlocking( handle ) )
+        return abandon( handle, u"Could not set port ", localHost, u" to be non-blocking, closing." );
+    if( ::bind( handle, generic( address ), sizeof( address ) ) != 0 )
+        return abandon( handle, u"Could not bind port ", localHost, u", closing." );
+    socklen_t size = sizeof( address );
+    if( ::getsockname( handle, reinterpret_cast<sockaddr*>( &address ), &size ) != 0 )
+        return abandon( handle, u"Could not 'getsockname' on port ", localHost, u", closing." );
+    GNetUDPPort* port = new GNetUDPPort;
+    port->handle = handle;
+    port->alive = true;
+    port->host = composeHost( address );
+    return port;
+}
+
+int GNetUDPPortGetMTU( const GNetUDPPort* port )
+{
+    GPRECONDITION( port );
+    return MTU;
+}
+
+bool GNetUDPPortIsAlive( const GNetUDPPort* port )
+{
+    GPRECONDITION( port );
+    return port->alive;
+}
+
+GWString GNetUDPPortGetLocalHost( const GNetUDPPort* port )
+{
+    GPRECONDITION( port );
+    return port->host;
+}
+
+void GNetUDPPortSetLargeReads( GNetUDPPort* port, bool large )
+{
+    GPRECONDITION( port );
+    const std::scoped_lock lock( optionsMutex_ );
+    optionsMap_[port].large = large;
+}
+
+void GNetUDPPortSetForgiving( GNetUDPPort* port, bool forgiving )
+{
+    GPRECONDITION( port );
+    const std::scoped_lock lock( optionsMutex_ );
+    optionsMap_[port].forgiving = forgiving;
+}
+
+void GNetUDPPortClose( GNetUDPPort* port )
+{
+    GCALL( GNetUDPPortClose );
+    GPRECONDITION( port );
+    GLOG( u"Closing port bound to '", port->host, u"'" );
+    ::close( port->handle );
+    {
+        const std::scoped_lock lock( optionsMutex_ );
+        optionsMap_.erase( port );
+    }
+    delete port;
+}
+
+bool GNetUDPPortRecv( GNetUDPPort* port, GString& buffer, GWString& remoteHost )
+{
+    GPRECONDITION( port );
+    buffer.clear( );
+    remoteHost.clear( );
+    if( GIsShuttingDown( ) || !port->alive ) return false;
+    const PortOptions settings = options( port );
+    buffer.resize( settings.large ? LARGE_RECV_SIZE : RECV_SIZE );
+    sockaddr_in address{ };
+    socklen_t size = sizeof( address );
+    const ssize_t length =
+        ::recvfrom( port->handle, buffer.data( ), buffer.size( ), 0, reinterpret_cast<sockaddr*>( &address ), &size );
+    if( length < 1 )
+    {
+        buffer.clear( );
+        if( length < 0 && failedDatagram( ) && ( !settings.forgiving || brokenSocket( ) ) )
+        {
+            GLOG( u"WARNING Error when receiving via port '", port->host, u"', closing.", lastErrorText( ) );
+            port->alive = false;
+        }
+        return false;
+    }
+    buffer.resize( static_cast<size_t>( length ) );
+    remoteHost = composeHost( address );
+    return true;
+}
+
+void GNetUDPPortSend( GNetUDPPort* port, const GWString& remoteHost, const char* buffer, int length )
+{
+    GPRECONDITION_TEXT( port && buffer, "p && buffer" );
+    GVERIFY( length > 0 );
+    if( GIsShuttingDown( ) || !port->alive ) return;
+    if( length > MTU ) GLOG( u"WARNING Packet size (", length, u") exceeds recommended MTU (", MTU, u")" );
+    const sockaddr_in address = parseHost( remoteHost );
+    const bool hostIP = address.sin_addr.s_addr != 0;
+    const bool hostPort = address.sin_port != 0;
+    if( !GVERIFY( hostIP && hostPort ) )
+    {
+        GLOG( u"WARNING Could not resolve host '", remoteHost, u"', ignoring." );
+        return;
+    }
+    const size_t size = static_cast<size_t>( std::max( length, 0 ) );
+    const ssize_t sent = ::sendto( port->handle, buffer, size, MSG_NOSIGNAL, generic( address ), sizeof( address ) );
+    if( sent < 0 )
+    {
+        if( !failedDatagram( ) ) return;
+        const bool forgiven = options( port ).forgiving && !brokenSocket( );
+        GLOG( u"WARNING Error when sending via port '", port->host, forgiven ? u"', ignoring." : u"', closing.",
+              lastErrorText( ) );
+        port->alive = forgiven;
+    }
+    else if( sent < static_cast<ssize_t>( size ) )
+        GLOG( u"WARNING Send buffer overflow; ", sent, u" of ", length, u" bytes sent, ignoring." );
+}
+
+bool GNetWait( const GNetSourceList& a, const GNetSourceList& b, const GNetSourceList& c, int64_t timeout )
+{
+    GPRECONDITION( timeout >= 0 );
+    if( GIsShuttingDown( ) ) return false;
+    std::array<pollfd, MAX_WAIT> set{ };
+    size_t live = 0;
+    for( const GNetSourceList* list : { &a, &b, &c } )
+        for( const GNetSource* source : *list )
+        {
+            if( !source || !source->alive ) continue;
+            if( live < MAX_WAIT ) set[live] = { source->handle, POLLIN, 0 };
+            ++live;
+        }
+    if( !live )
+    {
+        GThreadSleep( timeout );
+        return false;
+    }
+    const nfds_t count = std::min( live, MAX_WAIT );
+    const timespec wait{ timeout / 1000000, timeout % 1000000 * 1000 };
+    int ready = ::ppoll( set.data( ), count, &wait, nullptr );
+    // A poll takes a closed handle for an event; here it is the failure of the whole call.
+    for( nfds_t i = 0; ready > 0 && i < count; ++i )
+        if( set[i].revents & POLLNVAL )
+        {
+            errno = EBADF;
+            ready = -1;
+        }
+    if( ready < 0 && errno == EINTR ) return false;
+    if( ready < 0 && failedDatagram( ) )
+    {
+        GLOG( u"WARNING Error while polling, resetting everything .", lastErrorText( ) );
+        for( const GNetSourceList* list : { &a, &b, &c } )
+            for( GNetSource* source : *list )
+                if( source ) source->alive = false;
+    }
+    return ready != 0;
+}
+
+GNetTCPSocket* GNetTCPSocketOpen( const GWString& remoteHost )
+{
+    GCALL( GNetTCPSocketOpen );
+    if( GIsShuttingDown( ) ) return nullptr;
+    GVERIFY( GValidHost( remoteHost ) );
+    GLOG( u"Opening socket to '", remoteHost, u"'" );
+    const sockaddr_in address = parseHost( remoteHost );
+    if( !address.sin_addr.s_addr )
+    {
+        GLOG( u"WARNING Could not resolve host '", remoteHost, u"', ignoring." );
+        return nullptr;
+    }
+    const int handle = ::socket( AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP );
+    if( handle < 0 ) return abandon( handle, u"Could not open socket to ", remoteHost, u", ignoring." );
+    if( !setNonBlocking( handle ) )
+        return abandon( handle, u"Could not set non-blocking mode on ", remoteHost, u", closing." );
+    if( ::connect( handle, generic( address ), sizeof( address ) ) != 0 && errno != EINPROGRESS && errno != EWOULDBLOCK )
+        return abandon( handle, u"Could not connect to ", remoteHost, u", closing." );
+    GNetTCPSocket* socket = new GNetTCPSocket;
+    socket->handle = handle;
+    socket->alive = true;
+    socket->host = remoteHost;
+    return socket;
+}
+
+GWString GNetTCPSocketGetLocalHost( GNetTCPSocket* socket )
+{
+    GPRECONDITION( socket );
+    if( GIsShuttingDown( ) ) return NO_HOST;
+    sockaddr_in address{ };
+    socklen_t size = sizeof( address );
+    if( ::getsockname( socket->handle, reinterpret_cast<sockaddr*>( &address ), &size ) != 0 && failedStream( ) )
+    {
+        GLOG( u"WARNING Could not 'getsockname' on socket ", socket->host, u", closing.", lastErrorText( ) );
+        return NO_HOST;
+    }
+    return composeHost( address );
+}
+
+int GNetTCPSocketSend( GNetTCPSocket* socket, const char* buffer, int length )
+{
+    GPRECONDITION( socket );
+    if( GIsShuttingDown( ) || !socket->alive || length < 1 ) return 0;
+    const ssize_t numSent = ::send( socket->handle, buffer, static_cast<size_t>( length ), MSG_NOSIGNAL );
+    if( numSent < 0 )
+    {
+        if( failedStream( ) )
+        {
+            std::array<char, 256> text{ };
+            const std::string_view error = ::strerror_r( lastError_, text.data( ), text.size( ) );
+            GLOG( u"WARNING Connection failed on send, error '", error, u"'" );
+            socket->alive = false;
+        }
+        return 0;
+    }
+    GVERIFY( numSent <= length );
+    return static_cast<int>( numSent );
+}
+
+bool GNetTCPSocketRecv( GNetTCPSocket* socket, GString& buffer )
+{
+    GPRECONDITION( socket );
+    if( GIsShuttingDown( ) ) return false;
+    bool received = false;
+    std::array<char, BLOCK_SIZE> block;
+    while( socket->alive )
+    {
+        const ssize_t length = ::recv( socket->handle, block.data( ), block.size( ), 0 );
+        if( length > 0 )
+        {
+            buffer.append( block.data( ), static_cast<size_t>( length ) );
+            received = true;
+        }
+        else if( length == 0 || failedStream( ) )
+            socket->alive = false;
+        else
+            break;
+    }
+    return received;
+}
+
+void GNetTCPSocketShutdown( GNetTCPSocket* socket )
+{
+    GPRECONDITION( socket );
+    if( GIsShuttingDown( ) ) return;
+    GLOG( u"Shutting down socket '", socket->host, u"'" );
+    ::shutdown( socket->handle, SHUT_WR );
+}
+
+bool GNetTCPSocketIsAlive( const GNetTCPSocket* socket )
+{
+    GPRECONDITION( socket );
+    return socket->alive;
+}
+
+void GNetTCPSocketClose( GNetTCPSocket* socket )
+{
+    GCALL( GNetTCPSocketClose );
+    GPRECONDITION( socket );
+    GLOG( u"Closing socket '", socket->host, u"'" );
+    ::shutdown( socket->handle, SHUT_RDWR );
+    ::close( socket->handle );
+    delete socket;
+}
+
+// The name of a machine resolves to a loopback address on many systems, so its interfaces are asked; loopback stands in when the
+// machine has no other address, for that is what the name then means.
+bool GNetListIPs( GStringList& list )
+{
+    list.clear( );
+    if( GIsShuttingDown( ) ) return false;
+    ifaddrs* interfaces = nullptr;
+    if( ::getifaddrs( &interfaces ) != 0 )
+    {
+        GLOG( u"WARNING Unable to 'gethostbyname', ignoring." );
+        return false;
+    }
+    GStringList loopback;
+    for( const ifaddrs* it = interfaces; it; it = it->ifa_next )
+    {
+        if( !it->ifa_addr || it->ifa_addr->sa_family != AF_INET || !( it->ifa_flags & IFF_UP ) ) continue;
+        sockaddr_in address{ };
+        std::memcpy( &address, it->ifa_addr, sizeof( address ) );
+        const GWString host = composeHost( address );
+        GStringList& target = it->ifa_flags & IFF_LOOPBACK ? loopback : list;
+        target.push_back( host.substr( 0, host.find( u':' ) ) );
+    }
+    ::freeifaddrs( interfaces );
+    if( list.empty( ) ) list = loopback;
+    return !list.empty( );
+}
