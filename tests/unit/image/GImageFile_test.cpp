@@ -1,0 +1,183 @@
+#include "image/GColor.h"
+#include "image/GImage.h"
+
+#include "support/TestLog.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace
+{
+GString picture( const GImageFormat& format )
+{
+    GString out( static_cast<size_t>( GImageSize( format ) ), static_cast<char>( 255 ) );
+    const int step = GImageBytesPerPixel( format.type );
+    for( int i = 0; i < format.width * format.height; i++ )
+        for( int channel = 0; channel < 3; channel++ )
+            out[static_cast<size_t>( i * step + channel )] = static_cast<char>( i * 5 + channel * 60 );
+    return out;
+}
+// An 8 by 2 one-bit picture with a white first and a black second row.
+const unsigned char ONE_BIT_PNG[] = {
+    0x89, 0x50, 0x4E, 0x47, 0x0D, 0x0A, 0x1A, 0x0A, 0x00, 0x00, 0x00, 0x0D, 0x49, 0x48, 0x44, 0x52, 0x00, 0x00,
+    0x00, 0x08, 0x00, 0x00, 0x00, 0x02, 0x01, 0x00, 0x00, 0x00, 0x00, 0x4D, 0xEF, 0xA0, 0x40, 0x00, 0x00, 0x00,
+    0x0C, 0x49, 0x44, 0x41, 0x54, 0x78, 0x9C, 0x63, 0xF8, 0xCF, 0xC0, 0x00, 0x00, 0x03, 0x01, 0x01, 0x00, 0xC9,
+    0xFE, 0x92, 0xEF, 0x00, 0x00, 0x00, 0x00, 0x49, 0x45, 0x4E, 0x44, 0xAE, 0x42, 0x60, 0x82 };
+} // namespace
+
+TEST( GImagePNG, EveryLayoutComesBackAsRedGreenBlue )
+{
+    for( const int type : { GIT_RGB24, GIT_RGBA32, GIT_BGR24, GIT_BGRA32 } )
+    {
+        const GImageFormat format{ type, 7, 5 };
+        const GString image = picture( format );
+        GString png, expected, pixels;
+        GImageConvert( format, image.data( ), { 0, 0, 7, 5 }, GIT_PNG, png );
+        if( type == GIT_RGB24 )
+            expected = image;
+        else
+            GImageConvert( format, image.data( ), GIT_RGB24, expected );
+        GImageFormat loaded;
+        ASSERT_TRUE( GImageLoad( png.data( ), static_cast<int>( png.size( ) ), loaded, pixels ) ) << type;
+        EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGB24, 7, 5 } ) );
+        EXPECT_EQ( pixels, expected ) << type;
+        GImageFormat checked;
+        GString own;
+        ASSERT_TRUE( GImageLoadPNG( png.data( ), static_cast<int>( png.size( ) ), 35, checked, own ) );
+        EXPECT_EQ( checked, loaded );
+        EXPECT_EQ( own, expected );
+    }
+}
+
+TEST( GImagePNG, SixteenBitSourcesAreExpanded )
+{
+    const char words[] = { 0x00, static_cast<char>( 0xF8 ), static_cast<char>( 0xE0 ), 0x07 };
+    GString png, pixels;
+    GImageFormat loaded;
+    GImageConvert( { GIT_RGB565, 2, 1 }, words, { 0, 0, 2, 1 }, GIT_PNG, png );
+    ASSERT_TRUE( GImageLoadPNG( png.data( ), static_cast<int>( png.size( ) ), 100, loaded, pixels ) );
+    EXPECT_EQ( pixels, GString( "\xFF\0\0\0\xFF\0", 6 ) );
+    const char fifteen[] = { 0x1F, 0x00 };
+    GImageConvert( { GIT_RGB555, 1, 1 }, fifteen, { 0, 0, 1, 1 }, GIT_PNG, png );
+    ASSERT_TRUE( GImageLoadPNG( png.data( ), static_cast<int>( png.size( ) ), 100, loaded, pixels ) );
+    EXPECT_EQ( pixels, GString( "\0\0\xFF", 3 ) );
+}
+
+TEST( GImagePNG, EncodesARectangleOfALargerImage )
+{
+    const GImageFormat format{ GIT_RGB24, 8, 8 };
+    const GString image = picture( format );
+    GString png, pixels, crop;
+    GImageConvert( format, image.data( ), { 3, 2, 8, 7 }, GIT_PNG, png );
+    GImageFormat loaded;
+    ASSERT_TRUE( GImageLoadPNG( png.data( ), static_cast<int>( png.size( ) ), 100, loaded, pixels ) );
+    GImageCrop( format, image.data( ), { 3, 2, 8, 7 }, crop );
+    EXPECT_EQ( pixels, crop );
+}
+
+TEST( GImagePNG, ALargePictureIsRefusedBeforeDecoding )
+{
+    const GString image( 100 * 100 * 3, 0 );
+    GString png, pixels;
+    GImageConvert( { GIT_RGB24, 100, 100 }, image.data( ), { 0, 0, 100, 100 }, GIT_PNG, png );
+    GImageFormat loaded;
+    EXPECT_FALSE( GImageLoadPNG( png.data( ), static_cast<int>( png.size( ) ), 9999, loaded, pixels ) );
+    EXPECT_TRUE( pixels.empty( ) );
+    EXPECT_TRUE( GImageLoadPNG( png.data( ), static_cast<int>( png.size( ) ), 10000, loaded, pixels ) );
+}
+
+TEST( GImagePNG, CutAnywhereItIsRefused )
+{
+    const GImageFormat format{ GIT_RGB24, 6, 6 };
+    const GString image = picture( format );
+    GString png, pixels;
+    GImageConvert( format, image.data( ), { 0, 0, 6, 6 }, GIT_PNG, png );
+    GImageFormat loaded;
+    // The checksum and the end mark after the last row need not be there.
+    for( int length = 0; length < static_cast<int>( png.size( ) ) - 24; length++ )
+        EXPECT_FALSE( GImageLoadPNG( png.data( ), length, 100, loaded, pixels ) ) << length;
+}
+
+TEST( GImagePNG, FlippedBitsNeverDoHarm )
+{
+    const GImageFormat format{ GIT_RGB24, 9, 9 };
+    const GString image = picture( format );
+    GString png;
+    GImageConvert( format, image.data( ), { 0, 0, 9, 9 }, GIT_PNG, png );
+    srand( 7 );
+    for( int round = 0; round < 2000; round++ )
+    {
+        GString bad = png;
+        for( int i = 0; i < 4; i++ )
+            bad[static_cast<size_t>( rand( ) ) % bad.size( )] ^= static_cast<char>( 1 << rand( ) % 8 );
+        GImageFormat loaded;
+        GString pixels;
+        if( GImageLoadPNG( bad.data( ), static_cast<int>( bad.size( ) ), 100, loaded, pixels ) )
+            ASSERT_EQ( static_cast<int64_t>( pixels.size( ) ), GImageSize( loaded ) );
+    }
+}
+
+TEST( GImageLoad, OneBitPictureBecomesTwentyFourBits )
+{
+    GImageFormat loaded;
+    GString pixels;
+    ASSERT_TRUE( GImageLoad( reinterpret_cast<const char*>( ONE_BIT_PNG ), sizeof( ONE_BIT_PNG ), loaded, pixels ) );
+    EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGB24, 8, 2 } ) );
+    EXPECT_EQ( pixels, GString( 24, static_cast<char>( 255 ) ) + GString( 24, 0 ) );
+}
+
+TEST( GImageLoad, JPEGBothWaysKeepsColoursAndTheRowsFromTheTop )
+{
+    for( const int type : { GIT_RGB24, GIT_RGBA32, GIT_BGR24, GIT_BGRA32 } )
+    {
+        const GImageFormat format{ type, 32, 32 };
+        const bool redFirst = type == GIT_RGB24 || type == GIT_RGBA32;
+        GString image( static_cast<size_t>( GImageSize( format ) ), 0 );
+        GImageFillRect( format, image.data( ), { 0, 0, 32, 16 }, GColorFromText( u"#C01020" ) );
+        GImageFillRect( format, image.data( ), { 0, 16, 32, 32 }, GColorFromText( u"#1020C0" ) );
+        EXPECT_EQ( static_cast<unsigned char>( image[redFirst ? 0 : 2] ), 0xC0 );
+        GString jpeg, pixels;
+        GImageConvert( format, image.data( ), { 0, 0, 32, 32 }, GIT_JPEG, jpeg );
+        GImageFormat loaded;
+        ASSERT_TRUE( GImageLoad( jpeg.data( ), static_cast<int>( jpeg.size( ) ), loaded, pixels ) );
+        EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGB24, 32, 32 } ) );
+        EXPECT_NEAR( static_cast<unsigned char>( pixels[0] ), 0xC0, 12 );
+        EXPECT_NEAR( static_cast<unsigned char>( pixels[2] ), 0x20, 12 );
+        EXPECT_NEAR( static_cast<unsigned char>( pixels[pixels.size( ) - 3] ), 0x10, 12 );
+        EXPECT_NEAR( static_cast<unsigned char>( pixels[pixels.size( ) - 1] ), 0xC0, 12 );
+    }
+}
+
+TEST( GImageLoad, RubbishIsReportedAndIgnored )
+{
+    TestLog::expect( "WARNING Unrecognized format, ignoring." );
+    GImageFormat loaded;
+    GString pixels;
+    EXPECT_FALSE( GImageLoad( "no picture at all", 17, loaded, pixels ) );
+}
+
+TEST( GImageLoad, TruncatedFileIsReportedAndIgnored )
+{
+    TestLog::expect( "WARNING Unable to load image, ignoring." );
+    GImageFormat loaded;
+    GString pixels;
+    EXPECT_FALSE( GImageLoad( reinterpret_cast<const char*>( ONE_BIT_PNG ), 30, loaded, pixels ) );
+}
+
+TEST( GColor, ReadsSixAndEightDigits )
+{
+    EXPECT_EQ( GColorFromText( u"#FF8000" ), 0xFFFF8000U );
+    EXPECT_EQ( GColorFromText( u"#11223380" ), 0x80112233U );
+    EXPECT_EQ( GColorFromText( u"880000" ), 0xFF880000U );
+    EXPECT_EQ( GColorFromText( u"#c1d2ee" ), 0xFFC1D2EEU );
+    EXPECT_EQ( GColorFromText( u"", 5 ), 5U );
+    EXPECT_EQ( GColorFromText( u"#12345G", 6 ), 6U );
+}
+
+TEST( GColor, PremultipliesByItsAlpha )
+{
+    EXPECT_EQ( GColorPremultiply( 0xFF102030 ), 0xFF102030U );
+    EXPECT_EQ( GColorPremultiply( 0x00102030 ), 0U );
+    EXPECT_EQ( GColorPremultiply( 0x80FF00FF ), 0x80800080U );
+}
