@@ -62,7 +62,7 @@ private:
     bool _right = false;
 
     std::unique_ptr<Platform> _platform;
-    GString _gdiBuffer; // White paper with black text; only grows.
+    GString _gdiBuffer; // Coverage of the text, one byte a pixel; only grows.
     GWString _text;     // What `_image` shows.
     GImageFormat _imageFormat;
     GString _image; // GIT_BGRA32 with straight alpha.

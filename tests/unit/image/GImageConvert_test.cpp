@@ -290,7 +290,19 @@ TEST( GImageResize, KeepsFlatColourInEveryChannelCount )
         const GString image( static_cast<size_t>( GImageSize( { type, 8, 8 } ) ), 77 );
         GString out;
         GImageResize( { type, 8, 8 }, image.data( ), { type, 5, 13 }, out );
-        EXPECT_EQ( out, GString( static_cast<size_t>( GImageSize( { type, 5, 13 } ) ), 77 ) ) << type;
+        ASSERT_EQ( out.size( ), static_cast<size_t>( GImageSize( { type, 5, 13 } ) ) );
+        for( size_t i = 0; i < out.size( ); i++ ) ASSERT_NEAR( at( out, i ), 77, 1 ) << type;
+    }
+}
+
+TEST( GImageResize, WhatIsOpaqueStaysOpaque )
+{
+    for( const int edge : { 3, 7, 31, 100 } )
+    {
+        const GString image( static_cast<size_t>( edge * edge * 4 ), static_cast<char>( 255 ) );
+        GString out;
+        GImageResize( { GIT_RGBA32, edge, edge }, image.data( ), { GIT_RGBA32, 5, 6 }, out );
+        for( size_t i = 3; i < out.size( ); i += 4 ) ASSERT_EQ( at( out, i ), 255 ) << edge;
     }
 }
 

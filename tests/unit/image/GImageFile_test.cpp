@@ -113,8 +113,8 @@ TEST( GImagePNG, FlippedBitsNeverDoHarm )
             bad[static_cast<size_t>( rand( ) ) % bad.size( )] ^= static_cast<char>( 1 << rand( ) % 8 );
         GImageFormat loaded;
         GString pixels;
-        if( GImageLoadPNG( bad.data( ), static_cast<int>( bad.size( ) ), 100, loaded, pixels ) )
-            ASSERT_EQ( static_cast<int64_t>( pixels.size( ) ), GImageSize( loaded ) );
+        const bool good = GImageLoadPNG( bad.data( ), static_cast<int>( bad.size( ) ), 100, loaded, pixels );
+        EXPECT_TRUE( !good || static_cast<int64_t>( pixels.size( ) ) == GImageSize( loaded ) );
     }
 }
 

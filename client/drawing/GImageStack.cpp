@@ -1,0 +1,209 @@
+#include "client/drawing/GImageStack.h"
+
+#include "client/drawing/GFont.h"
+
+#include <algorithm>
+
+namespace
+{
+uint8_t mix( uint32_t from, uint32_t to, int shift, int position, int length )
+{
+    const int a = static_cast<int>( from >> shift & 255 ), b = static_cast<int>( to >> shift & 255 );
+    return static_cast<uint8_t>( length < 2 ? a : a + ( b - a ) * position / ( length - 1 ) );
+}
+
+uint32_t mixColour( uint32_t from, uint32_t to, int position, int length )
+{
+    uint32_t colour = 0;
+    for( int shift = 0; shift < 32; shift += 8 )
+        colour |= static_cast<uint32_t>( mix( from, to, shift, position, length ) ) << shift;
+    return colour;
+}
+
+// Gives a premultiplied pixel another alpha and keeps its straight colour.
+void setAlpha( uint8_t* pixel, uint32_t alpha )
+{
+    const uint32_t old = pixel[3];
+    for( int i = 0; i < 3 && old; i++ )
+        pixel[i] = static_cast<uint8_t>( std::min( 255U, ( pixel[i] * alpha + old / 2 ) / old ) );
+    pixel[3] = static_cast<uint8_t>( alpha );
+}
+
+// A premultiplied channel lies between 0 and its alpha, and is mirrored in there.
+void invertPixel( uint8_t* pixel )
+{
+    for( int i = 0; i < 3; i++ ) pixel[i] = static_cast<uint8_t>( std::max( 0, pixel[3] - pixel[i] ) );
+}
+} // namespace
+
+GImageStack::GImageStack( ) : _dirty( GRectAccumulator( ) )
+{
+    _frames.emplace_back( );
+}
+
+void GImageStack::pushLayer( const GImageFormat& format, char* pixels, IGInputHandler** inputMap )
+{
+    GPRECONDITION( format.width >= 1 && format.height >= 1 );
+    GPRECONDITION( format.type == GIT_RGBA32 );
+    GASSERT( !_frames.empty( ) );
+    Frame frame;
+    frame.rect = { _frames.back( ).rect.left, _frames.back( ).rect.top, format.width, format.height };
+    frame.format = format;
+    frame.pixels = pixels;
+    frame.inputMap = inputMap;
+    _frames.push_back( frame );
+    _dirty = GRectAccumulator( );
+}
+
+void GImageStack::pushTarget( const GRect& rect )
+{
+    GPRECONDITION( rect.right >= rect.left && rect.bottom >= rect.top );
+    GASSERT( !_frames.empty( ) );
+    Frame frame = _frames.back( );
+    if( frame.pixels ) frame.rect = GRectIntersect( _moved( rect ), frame.rect );
+    _frames.push_back( frame );
+}
+
+void GImageStack::pop( )
+{
+    GASSERT( !_frames.empty( ) );
+    _frames.pop_back( );
+}
+
+void GImageStack::getPosition( int& x, int& y ) const
+{
+    GASSERT( !_frames.empty( ) );
+    x = _frames.back( ).rect.left;
+    y = _frames.back( ).rect.top;
+}
+
+void GImageStack::getDimensions( int& width, int& height ) const
+{
+    GASSERT( !_frames.empty( ) );
+    width = _frames.back( ).rect.width( );
+    height = _frames.back( ).rect.height( );
+}
+
+bool GImageStack::_drawable( ) const
+{
+    GASSERT( !_frames.empty( ) );
+    return _frames.back( ).pixels && GRectHasVolume( _frames.back( ).rect );
+}
+
+GRect GImageStack::_moved( const GRect& rect ) const
+{
+    const GRect& frame = _frames.back( ).rect;
+    return { rect.left + frame.left, rect.top + frame.top, rect.right + frame.left, rect.bottom + frame.top };
+}
+
+void GImageStack::_touch( const GRect& rect )
+{
+    _dirty = GRectUnion( _dirty, rect );
+}
+
+void GImageStack::drawBitmap( const GImageFormat& format, const char* pixels, const GRect& sourceRect, int mode )
+{
+    if( !_drawable( ) || !pixels || GRectEmpty( sourceRect ) ) return;
+    const Frame& frame = _frames.back( );
+    _touch(
+        GImageCopy( format, pixels, sourceRect, frame.format, frame.pixels, frame.rect, mode | GIC_PREMULTIPLIED ) );
+}
+
+void GImageStack::drawBitmap( const GImageFormat& format, const char* pixels, const GRect& sourceRect,
+                              const GRect& destRect, int mode )
+{
+    if( !_drawable( ) || !pixels || GRectEmpty( sourceRect ) || GRectEmpty( destRect ) ) return;
+    const Frame& frame = _frames.back( );
+    _touch( GImageCopy( format, pixels, sourceRect, frame.format, frame.pixels, _moved( destRect ), frame.rect,
+                        mode | GIC_PREMULTIPLIED ) );
+}
+
+void GImageStack::drawGradient( uint32_t from, uint32_t to, bool vertical, bool alphaOnly )
+{
+    if( !_drawable( ) ) return;
+    const Frame& frame = _frames.back( );
+    const GRect area = GRectIntersect( frame.rect, { 0, 0, frame.format.width, frame.format.height } );
+    const int length = vertical ? frame.rect.height( ) : frame.rect.width( );
+    const int begin = vertical ? area.top : area.left, end = vertical ? area.bottom : area.right;
+    for( int i = begin; i < end; i++ )
+    {
+        const int position = i - ( vertical ? frame.rect.top : frame.rect.left );
+        const uint32_t straight = mixColour( from, to, position, length );
+        const GRect line =
+            vertical ? GRect{ area.left, i, area.right, i + 1 } : GRect{ i, area.top, i + 1, area.bottom };
+        if( !alphaOnly )
+        {
+            GImageFillRect( frame.format, frame.pixels, line, GColorPremultiply( straight ) );
+            continue;
+        }
+        uint8_t* pixels = reinterpret_cast<uint8_t*>( frame.pixels );
+        for( int y = line.top; y < line.bottom; y++ )
+            for( int x = line.left; x < line.right; x++ )
+                setAlpha( pixels + ( static_cast<ptrdiff_t>( y ) * frame.format.width + x ) * 4, straight >> 24 );
+    }
+    if( GRectHasVolume( area ) ) _touch( area );
+}
+
+int GImageStack::drawText( const GWString& text, GFont& font, const GRect& rect )
+{
+    GASSERT( !_frames.empty( ) );
+    const Frame& frame = _frames.back( );
+    return font.drawText( frame.format, frame.pixels, text, _moved( rect ), frame.rect, &_dirty );
+}
+
+int GImageStack::drawText( const GWString& text, GFont& font )
+{
+    int width, height;
+    getDimensions( width, height );
+    return drawText( text, font, { 0, 0, width, height } );
+}
+
+void GImageStack::drawHorizLine( int x, int y, int width, uint32_t colour )
+{
+    fillRect( { x, y, x + width, y + 1 }, colour );
+}
+
+void GImageStack::drawRect( const GRect& rect, uint32_t colour )
+{
+    if( !_drawable( ) ) return;
+    const Frame& frame = _frames.back( );
+    const GRect area = GRectIntersect( _moved( rect ), frame.rect );
+    if( GRectEmpty( area ) ) return;
+    GImageDrawRect( frame.format, frame.pixels, area, GColorPremultiply( colour ) );
+    _touch( area );
+}
+
+void GImageStack::fillRect( const GRect& rect, uint32_t colour )
+{
+    if( !_drawable( ) ) return;
+    const Frame& frame = _frames.back( );
+    const GRect area = GRectIntersect( _moved( rect ), frame.rect );
+    if( GRectEmpty( area ) ) return;
+    GImageFillRect( frame.format, frame.pixels, area, GColorPremultiply( colour ) );
+    _touch( area );
+}
+
+void GImageStack::invertRect( const GRect& rect )
+{
+    if( !_drawable( ) ) return;
+    const Frame& frame = _frames.back( );
+    const GRect layer{ 0, 0, frame.format.width, frame.format.height };
+    const GRect area = GRectIntersect( GRectIntersect( _moved( rect ), frame.rect ), layer );
+    if( GRectEmpty( area ) ) return;
+    uint8_t* pixels = reinterpret_cast<uint8_t*>( frame.pixels );
+    for( int y = area.top; y < area.bottom; y++ )
+        for( int x = area.left; x < area.right; x++ )
+            invertPixel( pixels + ( static_cast<ptrdiff_t>( y ) * frame.format.width + x ) * 4 );
+    _touch( area );
+}
+
+void GImageStack::setInputHandler( IGInputHandler* handler )
+{
+    if( !_drawable( ) || !_frames.back( ).inputMap ) return;
+    const Frame& frame = _frames.back( );
+    const GRect area = GRectIntersect( frame.rect, { 0, 0, frame.format.width, frame.format.height } );
+    if( GRectEmpty( area ) ) return;
+    for( int y = area.top; y < area.bottom; y++ )
+        std::fill_n( frame.inputMap + static_cast<ptrdiff_t>( y ) * frame.format.width + area.left, area.width( ),
+                     handler );
+}
