@@ -1,0 +1,217 @@
+"""What the system tests share: the real programs on a private desktop, driven by xdotool, seen by screenshots, heard by recordings.
+
+Run the tests below tests/support/with-desktop and tests/support/with-sound. Waiting always ends on a condition with a deadline.
+"""
+import array
+import glob
+import os
+import re
+import subprocess
+import tempfile
+import time
+import wave
+
+TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+
+
+def run(*command, check=True, **more):
+    return subprocess.run(command, check=check, capture_output=True, text=True, **more).stdout
+
+
+def wait(seconds, condition, what):
+    """The first true value of the condition; fails with `what` at the deadline."""
+    deadline = time.monotonic() + seconds
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError(f"waited {seconds} s in vain for {what}")
+        time.sleep(0.1)
+
+
+class Server:
+    """velmora-server in a folder of its own, on a range of ports of its own."""
+
+    def __init__(self, binaries, folder, base):
+        self.program = os.path.join(binaries, "velmora-server")
+        self.folder, self.base, self.process = folder, base, None
+        os.makedirs(folder, exist_ok=True)
+        with open(os.path.join(folder, "velmora-server.ini"), "w") as out:
+            out.write(f"domain = velmora.local\nport_base = {base}\nallow_private_relay = true\n")
+
+    @property
+    def host(self):
+        return f"127.0.0.1:{self.base}"
+
+    def command(self, *words):
+        return run(self.program, "--config", "velmora-server.ini", *words, cwd=self.folder)
+
+    def start(self):
+        log = os.path.join(self.folder, f"server-{time.monotonic_ns()}.log")
+        self.process = subprocess.Popen([self.program, "--config", "velmora-server.ini"], cwd=self.folder, stdout=open(log, "w"),
+                                        stderr=subprocess.STDOUT)
+        wait(20, lambda: re.search("^ready", open(log).read(), re.M), "the server's ready line")
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+
+    def stop(self):
+        if self.process and self.process.poll() is None:
+            self.process.terminate()
+            self.process.wait(20)
+
+
+class Client:
+    """velmora in a working directory of its own, with a clip as camera and microphone."""
+
+    def __init__(self, binaries, folder, name, server, clip, sink, settings=()):
+        self.program, self.folder, self.name, self.sink = os.path.join(binaries, "velmora"), folder, name, sink
+        self.clip, self.process = clip, None
+        run(os.path.join(TOP, "tools/make-home"), folder, f"AUTHENTICATE_Host={server.host}", "First_Run_Complete=1", *settings)
+
+    def start(self, *options):
+        self.process = subprocess.Popen([self.program, "-log", "xV", "-silent", "-norestart", "-avi", self.clip, *options], cwd=self.folder,
+                                        env={**os.environ, "PULSE_SINK": self.sink},
+                                        stdout=open(os.path.join(self.folder, "stdout.txt"), "a"), stderr=subprocess.STDOUT)
+
+    @property
+    def log(self):
+        try:
+            with open(os.path.join(self.folder, "velmora.log"), errors="replace") as source:
+                return source.read()
+        except FileNotFoundError:
+            return ""
+
+    def clean_logs(self):
+        return glob.glob(os.path.join(self.folder, "velmora_*_clean.log"))
+
+    def said(self, text, seconds=20):
+        wait(seconds, lambda: text in self.log or self.process.poll() is not None, f"{self.name}'s log line '{text}'")
+        assert text in self.log, f"{self.name} ended before its log said '{text}'"
+
+    def window(self, title, seconds=20):
+        def find():
+            found = run("xdotool", "search", "--pid", str(self.process.pid), "--onlyvisible", "--name", f"^{title}$", check=False).split()
+            return Window(found[0]) if found else None
+        return wait(seconds, find, f"{self.name}'s window '{title}'")
+
+    def has_window(self, title):
+        return bool(run("xdotool", "search", "--pid", str(self.process.pid), "--onlyvisible", "--name", f"^{title}$", check=False).split())
+
+    def pictures(self):
+        return self.log.count("Received frame video packet")
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+
+
+class Window:
+    def __init__(self, number):
+        self.number = number
+
+    def geometry(self):
+        out = dict(line.split("=") for line in run("xdotool", "getwindowgeometry", "--shell", self.number).split() if "=" in line)
+        return int(out["X"]), int(out["Y"]), int(out["WIDTH"]), int(out["HEIGHT"])
+
+    def move(self, x, y):
+        run("xdotool", "windowmove", "--sync", self.number, str(x), str(y), check=False)
+        wait(5, lambda: self.geometry()[:2] == (x, y), "a window's move")
+
+    def raise_up(self):
+        run("xdotool", "windowactivate", "--sync", self.number, check=False)
+
+    def pointer(self, x, y):
+        left, top, _, _ = self.geometry()
+        run("xdotool", "mousemove", "--sync", str(left + x), str(top + y))
+
+    def click(self, x, y):
+        self.pointer(x, y)
+        time.sleep(0.15)
+        run("xdotool", "mousedown", "1")
+        time.sleep(0.05)
+        run("xdotool", "mouseup", "1")
+        time.sleep(0.15)
+
+    def type(self, text):
+        run("xdotool", "type", "--delay", "30", text)
+        time.sleep(0.1)
+
+    def key(self, key):
+        run("xdotool", "key", key)
+        time.sleep(0.1)
+
+    def pixels(self, x, y, width, height):
+        """Bytes R, G, B of a part of the screen below the window."""
+        left, top, _, _ = self.geometry()
+        crop = f"{width}x{height}+{left + x}+{top + y}"
+        return subprocess.run(["import", "-silent", "-window", "root", "-crop", crop, "-depth", "8", "rgb:-"], check=True,
+                              capture_output=True).stdout
+
+
+def difference(a, b):
+    return sum(abs(p - q) for p, q in zip(a, b)) / max(len(a), 1)
+
+
+def mean_colour(pixels):
+    return tuple(sum(pixels[c::3]) / (len(pixels) / 3) for c in range(3))
+
+
+class Recording:
+    """What a sink plays, as WAV, from now until stop()."""
+
+    def __init__(self, sink, path):
+        self.path = path
+        self.process = subprocess.Popen(["parec", "-d", f"{sink}.monitor", "--rate=16000", "--channels=1", "--format=s16le",
+                                         "--latency-msec=20", "--raw", path])
+        wait(10, lambda: os.path.exists(path) and os.path.getsize(path) > 0, "the recorder's first samples")
+
+    def seconds(self):
+        return os.path.getsize(self.path) / 32000
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait()
+        with open(self.path, "rb") as source:
+            data = source.read()
+        samples = array.array("h", data[:len(data) // 2 * 2])
+        with wave.open(self.path + ".wav", "wb") as out:
+            out.setnchannels(1)
+            out.setsampwidth(2)
+            out.setframerate(16000)
+            out.writeframes(samples.tobytes())
+        return samples
+
+
+def clip_samples(path):
+    raw = subprocess.run(["ffmpeg", "-v", "error", "-i", path, "-ac", "1", "-ar", "16000", "-f", "s16le", "-"], check=True, capture_output=True).stdout
+    return array.array("h", raw)
+
+
+def envelope(samples, step=320):
+    """Loudness in slices of 20 ms."""
+    return [(sum(s * s for s in samples[i:i + step]) / step) ** 0.5 for i in range(0, len(samples) - step, step)]
+
+
+def likeness(part, whole):
+    """The best correlation of a piece's loudness curve with a place of a looping clip's; 1 is the same voice."""
+    n = len(part)
+    mean = sum(part) / n
+    a = [v - mean for v in part]
+    norm_a = sum(v * v for v in a) ** 0.5
+    loop = whole + whole[:n]
+    best = -1.0
+    for lag in range(len(whole)):
+        piece = loop[lag:lag + n]
+        mean_b = sum(piece) / n
+        b = [v - mean_b for v in piece]
+        norm_b = sum(v * v for v in b) ** 0.5
+        if norm_a and norm_b:
+            best = max(best, sum(p * q for p, q in zip(a, b)) / (norm_a * norm_b))
+    return best
+
+
+def scratch():
+    return tempfile.mkdtemp(prefix="velmora-system.")

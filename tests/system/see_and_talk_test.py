@@ -1,0 +1,216 @@
+#!/usr/bin/env python3
+"""The main job on real programs: two people log on through the windows, see each other, and one is heard while a key is held.
+
+Usage: see_and_talk_test.py BIN      below tests/support/with-desktop --picom --trayer and tests/support/with-sound
+"""
+import os
+import shutil
+import sys
+import time
+import traceback
+
+import desk
+
+LOUD = 300
+QUIET = 40
+
+
+class Story:
+    def __init__(self, binaries):
+        self.binaries, self.room = binaries, desk.scratch()
+        base = 20000 + os.getpid() % 400 * 100
+        self.server = desk.Server(binaries, os.path.join(self.room, "server"), base)
+        clips = os.path.join(self.room, "clips")
+        desk.run(os.path.join(desk.TOP, "tools/demo/make-clips"), clips)
+        for sink in ("ann", "ben"):
+            desk.run("pactl", "load-module", "module-null-sink", f"sink_name={sink}", "rate=48000")
+        # An idle sink asks for data only after seconds; silence keeps it awake.
+        self.keepers = [desk.subprocess.Popen(["pacat", "--latency-msec=20", "-d", sink, "/dev/zero"]) for sink in ("ann", "ben")]
+        self.ann = self.client("ann", clips)
+        self.ben = self.client("ben", clips)
+        self.clips = clips
+
+    def client(self, name, clips):
+        return desk.Client(self.binaries, os.path.join(self.room, name), name, self.server, os.path.join(clips, name + ".webm"), name)
+
+    # ---- Chapters, in order.
+
+    def a_new_account_is_made_through_its_window(self):
+        self.server.start()
+        self.server.command("user", "add", "ben", "right horse", "ben@example.org")
+        self.ann.start()
+        login = self.ann.window("Log on")
+        time.sleep(0.5)
+        login.click(184, 420)  # "Create a new account"
+        form = self.ann.window("New account")
+        time.sleep(0.5)
+        for y, text in ((172, "ann"), (236, "battery staple"), (300, "ann@example.org")):
+            form.click(184, y)
+            form.type(text)
+        form.key("Return")
+        self.ann.said("created new account 'ann@velmora.local'")
+        self.ann.said("Changing state to 'Online'", 30)
+        self.ann_list = self.ann.window("Velmora")
+
+    def a_wrong_password_is_refused(self):
+        self.ben.start()
+        login = self.ben.window("Log on")
+        time.sleep(0.5)
+        login.click(184, 236)
+        login.type("ben")
+        login.click(184, 300)
+        login.type("wrong")
+        login.key("Return")
+        self.ben.said("Request 'AUTHENTICATE' failed with response 403")
+        desk.wait(10, lambda: self.ben.has_window("Log on"), "the logon window after a wrong password")
+
+    def the_right_password_is_accepted(self):
+        login = self.ben.window("Log on")
+        time.sleep(0.5)
+        login.click(184, 300)
+        login.key("Escape")  # Empties the field.
+        login.type("right horse")
+        login.key("Return")
+        self.ben.said("logged into account 'ben@velmora.local'")
+        self.ben.said("Changing state to 'Online'", 30)
+        self.ben_list = self.ben.window("Velmora")
+
+    def a_buddy_is_added_through_the_window(self):
+        self.ann_list.move(80, 60)
+        self.ben_list.move(500, 60)
+        self.ann_list.click(234, 78)  # "+"
+        form = self.ann.window("Add a buddy")
+        time.sleep(0.5)
+        form.click(184, 108)
+        form.type("ben")
+        form.key("Return")
+        form.raise_up()
+        desk.wait(30, lambda: self.ann.pictures() >= 3 and self.ben.pictures() >= 3, "pictures on both sides")
+        form.click(340, 40)  # Close
+        self.both_pictures_change()
+
+    def both_pictures_change(self):
+        for window, warm, name in ((self.ann_list, False, "ben's picture at ann's"), (self.ben_list, True, "ann's picture at ben's")):
+            first = window.pixels(*PICTURE)
+
+            def moved():
+                return desk.difference(first, window.pixels(*PICTURE)) > 2
+            desk.wait(20, moved, f"{name} to change on the screen")
+
+            def right_colour():
+                red, _, blue = desk.mean_colour(window.pixels(*PICTURE))
+                return red > blue + 10 if warm else blue > red - 10
+            desk.wait(20, right_colour, f"{name} to show the right face")
+
+    def a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held(self):
+        recording = desk.Recording("ben", os.path.join(self.room, "ben.raw"))
+        x, y, width, height = PICTURE
+        self.ann_list.pointer(x + width // 2, y + height // 2)
+        desk.run("xdotool", "mousedown", "1")
+        time.sleep(4)
+        desk.run("xdotool", "mouseup", "1")
+        desk.run("xdotool", "mousemove", "40", "760")
+        time.sleep(3)
+        pressed = recording.seconds()
+        desk.run("xdotool", "keydown", "ctrl", "keydown", "space")
+        time.sleep(6)
+        desk.run("xdotool", "keyup", "space", "keyup", "ctrl")
+        released = recording.seconds()
+        time.sleep(4)
+        samples = recording.stop()
+        loudness = desk.envelope(samples)
+        speech = loudness[int(pressed * 50) + 75:int(released * 50) - 10]
+        silence = loudness[int(released * 50) + 125:]
+        assert max(speech) > LOUD, f"no speech while the key was held (loudest {max(speech):.0f})"
+        own = desk.likeness(speech, desk.envelope(desk.clip_samples(self.ann.clip)))
+        other = desk.likeness(speech, desk.envelope(desk.clip_samples(self.ben.clip)))
+        print(f"    likeness to ann's voice {own:.2f}, to ben's {other:.2f}")
+        assert own > 0.7 and own > other + 0.15, f"not ann's voice: {own:.2f} against {other:.2f}"
+        assert max(silence) < QUIET, f"not silent after the release (loudest {max(silence):.0f})"
+        heard = next(i for i in range(int(pressed * 50), len(loudness)) if loudness[i] > LOUD) / 50 - pressed
+        print(f"    from key to ear {heard * 1000:.0f} ms")
+
+    def server_and_client_come_back_by_themselves(self):
+        self.server.kill()
+        time.sleep(1)
+        self.server.start()
+        self.ben.kill()
+        begin = time.monotonic()
+        self.ben.start()
+        self.ben.said("Changing state to 'Online'", 40)
+        self.ben_list = self.ben.window("Velmora")
+        self.ben_list.move(500, 60)
+        before = self.ann.pictures()
+        desk.wait(60, lambda: self.ann.pictures() > before + 3 and self.ben.pictures() > 3, "pictures after the restart")
+        print(f"    back after {time.monotonic() - begin:.1f} s")
+        self.both_pictures_change()
+
+    def both_end_clean(self):
+        for person in (self.ann, self.ben):
+            person.kept = person.log
+            self.quit(person)
+        for person in (self.ann, self.ben):
+            person.process.wait(30)
+            newest = max(desk.wait(10, person.clean_logs, f"{person.name}'s clean log"), key=os.path.getmtime)
+            text = open(newest, errors="replace").read()
+            errors = [line for line in text.splitlines() if "ERROR" in line]
+            assert not errors, f"{person.name}'s log holds errors: {errors[:3]}"
+            assert "Leaked Object Tally: (none)" in text, f"{person.name} leaked: " + text[text.find("Leaked Object Tally"):][:800]
+            assert "---- Closed, Clean shutdown ----" in text[-200:]
+            assert person.process.returncode == 0
+
+    def quit(self, person):
+        """Through the tray's menu: the icon whose menu belongs to this program."""
+        for icon in desk.run("xdotool", "search", "--class", "trayer").split():
+            x, y, width, height = desk.Window(icon).geometry()
+            slots = max(1, round(width / 24))
+            for slot in range(slots):
+                if person.process.poll() is not None:
+                    return
+                desk.run("xdotool", "mousemove", "--sync", str(x + width * (2 * slot + 1) // (2 * slots)), str(y + height // 2))
+                desk.run("xdotool", "click", "3")
+                time.sleep(0.6)
+                desk.run("xdotool", "key", "x")
+                time.sleep(0.6)
+
+    def tell(self):
+        chapters = [self.a_new_account_is_made_through_its_window, self.a_wrong_password_is_refused, self.the_right_password_is_accepted,
+                    self.a_buddy_is_added_through_the_window,
+                    self.a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held,
+                    self.server_and_client_come_back_by_themselves, self.both_end_clean]
+        for chapter in chapters:
+            begin = time.monotonic()
+            print(f"-- {chapter.__name__.replace('_', ' ')}", flush=True)
+            chapter()
+            print(f"   ok, {time.monotonic() - begin:.1f} s", flush=True)
+
+    def clean_up(self):
+        for person in (self.ann, self.ben):
+            if person.process and person.process.poll() is None:
+                person.kill()
+        self.server.stop()
+        for keeper in self.keepers:
+            keeper.kill()
+
+
+# The buddy's picture within the window at scale 1: x, y, width, height.
+PICTURE = (42, 130, 44, 44)
+
+
+def main():
+    story = Story(sys.argv[1])
+    try:
+        story.tell()
+    except Exception:
+        traceback.print_exc()
+        desk.run("import", "-window", "root", os.path.join(story.room, "screen.png"), check=False)
+        for person in (story.ann, story.ben):
+            print(f"---- the end of {person.name}'s log\n" + person.log[-4000:])
+        print(f"kept for a look: {story.room}")
+        story.clean_up()
+        sys.exit(1)
+    story.clean_up()
+    shutil.rmtree(story.room)
+
+
+main()
