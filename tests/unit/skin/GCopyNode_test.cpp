@@ -1,0 +1,91 @@
+#include "client/skin/nodes/GCopyNode.h"
+
+#include "NodeTest.h"
+#include "client/skin/nodes/GInputNode.h"
+
+class GCopyNodeTest : public NodeTest
+{
+protected:
+    void loadTwo( const Spec& first, const Spec& second )
+    {
+        root.reset( make( { u"skin", { }, { first, second } }, nullptr ) );
+        engine->root = root.get( );
+    }
+    static Spec library( )
+    {
+        return { u"if", { { u"cond", u"0" } }, { { u"frame", { }, { { u"Input", { }, {} } } } } };
+    }
+};
+
+TEST_F( GCopyNodeTest, GraftsACloneAndPutsItsOwnChildrenInside )
+{
+    loadTwo( library( ), { u"Copy", { { u"src", u"/skin/if/frame" } }, { { u"mine", { }, {} } } } );
+    update( );
+    ASSERT_TRUE( find( u"copy/frame" ) );
+    EXPECT_EQ( find( u"copy" )->getChildren( ).size( ), 1u );
+    ASSERT_TRUE( find( u"copy/frame/mine" ) );
+    EXPECT_EQ( find( u"copy/frame/mine" )->getParent( ), find( u"copy/frame" ) );
+    EXPECT_EQ( find( u"copy/frame" )->getChildren( ).back( ), find( u"copy/frame/mine" ) );
+    EXPECT_EQ( find( u"copy" )->getAttribute( u"done" ), u"true" );
+    EXPECT_EQ( find( u"if/frame" )->getChildren( ).size( ), 1u );
+}
+
+TEST_F( GCopyNodeTest, CopiesOnce )
+{
+    loadTwo( library( ), { u"Copy", { { u"src", u"/skin/if/frame" } }, {} } );
+    update( );
+    GTemplateNode* copy = find( u"copy/frame" );
+    update( );
+    EXPECT_EQ( find( u"copy/frame" ), copy );
+    EXPECT_EQ( find( u"copy" )->getChildren( ).size( ), 1u );
+}
+
+TEST_F( GCopyNodeTest, DrawsTheCopy )
+{
+    loadTwo( library( ), { u"Copy", { { u"src", u"/skin/if/frame" } }, {} } );
+    update( );
+    EXPECT_EQ( draw( 3, 2 ).owned( handler( u"copy/frame/input" ) ), ( GRect{ 0, 0, 3, 2 } ) );
+}
+
+TEST_F( GCopyNodeTest, ACopyInsideACopyIsGraftedToo )
+{
+    loadTwo( library( ),
+             { u"Copy", { { u"src", u"/skin/if/frame" } }, { { u"Copy", { { u"src", u"/skin/if/frame" } }, {} } } } );
+    update( );
+    EXPECT_TRUE( find( u"copy/frame/copy/frame/input" ) );
+}
+
+TEST_F( GCopyNodeTest, AMissingSourceLeavesTheChildren )
+{
+    loadTwo( library( ), { u"Copy", { { u"src", u"/skin/nowhere" } }, { { u"mine", { }, {} } } } );
+    update( );
+    EXPECT_TRUE( find( u"copy/mine" ) );
+    EXPECT_EQ( find( u"copy" )->getAttribute( u"done" ), u"true" );
+}
+
+TEST_F( GCopyNodeTest, WithoutASourceItWaitsForOne )
+{
+    loadTwo( library( ), { u"Copy", { { u"src", u"$Which" } }, {} } );
+    update( );
+    EXPECT_TRUE( find( u"copy" )->getAttribute( u"done" ).empty( ) );
+    instance->set( u"Which", u"/skin/if/frame" );
+    update( );
+    EXPECT_TRUE( find( u"copy/frame" ) );
+}
+
+TEST_F( GCopyNodeTest, ACopyOfWhatHoldsItIsRefused )
+{
+    TestLog::expect( "WARNING '/skin/outer/Copy' would copy itself from '/skin/outer', ignoring." );
+    load( { u"outer", { }, { { u"Copy", { { u"src", u"/skin/outer" } }, {} } } } );
+    update( );
+    EXPECT_TRUE( find( u"outer/copy" )->getChildren( ).empty( ) );
+}
+
+TEST_F( GCopyNodeTest, WatchesOfTheCopyReportToItsWindow )
+{
+    const Spec source{ u"if", { { u"cond", u"0" } }, { { u"Text", { { u"text", u"$T" }, { u"watch", u"T" } }, {} } } };
+    loadTwo( source, { u"Copy", { { u"src", u"/skin/if/text" } }, {} } );
+    update( );
+    instance->set( u"T", 1 );
+    EXPECT_EQ( notifications( ), std::vector<int>{ 2 } );
+}
