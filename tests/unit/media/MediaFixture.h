@@ -27,11 +27,11 @@ protected:
         GTimeSetSource( [] { return now.load( ); } );
         FakeSound::get( ).reset( );
         FakeCapture::get( ) = FakeCapture( );
-        instance = std::make_unique<GInstance>( u"media-test-settings.ini" );
+        instance.reset( GSAFENEW( GInstance, ( u"media-test-settings.ini" ) ) );
         instance->set( u"Local_User_GUID", u"ann@velmora.local" );
         instance->set( u"Local_Device_GUID", u"dev1" );
         instance->set( u"Video_Size", 48 );
-        port = std::make_unique<GMegaPort>( u"test" );
+        port.reset( GSAFENEW( GMegaPort, ( u"test" ) ) );
         sender = GNetUDPPortOpen( u"127.0.0.1:0" );
         receiver = GNetUDPPortOpen( u"127.0.0.1:0" );
         port->setUDPPort( sender );
