@@ -8,6 +8,8 @@
 
 // Stores the restart command, brings the platform up (GInitializeNonPortable) and fills the hooks of GPortable.
 void GDebugOpen( const GString& restartPath, const GString& restartArgs );
+// Replaces the arguments of a crash restart, e.g. by the options that this run was started with.
+void GDebugSetRestartArgs( const GString& restartArgs );
 // Moves an old live log aside ("_clean" or "_dirty" by its last 32 bytes), opens the new one. False when another instance holds it.
 bool GLogOpen( const GWString& base, bool echo );
 // Writes the closing marker and renames; the final path, or empty when no log was open.
@@ -20,6 +22,8 @@ bool GDebugCaptureCrashInfo( );
 double GDebugGetPerformance( std::vector<std::pair<double, GWString>>& threads );
 // Signal and exception entry points.
 void _GPOnSignal( int signal );
+// Logs the exception's name. No heap.
+void _GPNameException( unsigned code );
 bool GIsSystemTerminating( );
 // Masks values of names that end in "password" before a line leaves the process.
 GWString GLogMask( const GWString& name, const GWString& value );

@@ -1,36 +1,47 @@
 // Failure entry points of the platform: signals and escaped exceptions arrive here and end in the crash handler. Also what the
-// crash handler needs while the heap can't be trusted: a bare log file, the dialog in a program of its own, a restart.
+// crash handler needs while the heap can't be trusted: the dialog in a program of its own, a restart, an exit.
 #pragma once
 
 #include "base/GTypes.h"
 
+// The signal number that stands for the language's terminate.
+constexpr int GCRASH_TERMINATE = -2;
+
 // Handles SIGABRT, SIGFPE, SIGILL, SIGSEGV, SIGBUS and SIGTERM and the language's terminate on an alternate stack, and prepares all
 // that a crash needs. Called once by GInitializeNonPortable, on the main thread.
 void GCrashInstall( void ( *crashHandler )( ) );
+// The handler given to GCrashInstall, or null before.
+using GCrashHandler = void ( * )( );
+GCrashHandler GCrashGetHandler( );
 // Gives the calling thread its alternate signal stack, until GCrashCloseThread. GThreadOpen does it for its own threads.
 void GCrashOpenThread( );
 void GCrashCloseThread( );
-// The display connection's descriptor: a crash on the user-interface thread shuts it down, which frees pointer grabs. -1: none.
+// The display connection's descriptor: a crash on the main thread shuts it down, which frees pointer grabs. -1: none.
 void GCrashSetDisplaySocket( int descriptor );
-void ( *GCrashGetHandler( ) )( );
 
-// The exception's code is 0xC0000005 and its kin; answers 0x80010001 for codes that are let through, else logs, aborts, answers 1.
+// For the codes of exceptions, 0xC0000005 and its kin: answers 0x80010001 at once for those that are let through (breakpoint,
+// single step, 0x40000005); logs and aborts for all others, and answers 1 should the crash handler be unset.
 unsigned _GPInfoExceptFilter( unsigned code );
-// The nearest exception code of a signal and its detail.
-unsigned GCrashCodeOfSignal( int signal, int detail );
-const char* GCrashNameOfCode( unsigned code );
+// The nearest exception code of a signal and its detail, and the code's name; "(unknown)" for any other.
+unsigned GCrashGetCode( int signal, int detail );
+const char* GCrashGetCodeName( unsigned code );
 
-// What the user answered to the crash dialog. `comment` is empty when it was left as it was preset.
+// Notes the helper program and the environment for GCrashAsk. Heap only here.
+void GCrashPrepareDialog( );
+// What the user answered to the crash dialog. Without `commented` the text was left as it was preset.
 struct GCrashAnswer
 {
     bool restart = false;
     bool commented = false;
-    char comment[4097] = { };
+    char comment[4096] = { };
 };
 // Shows the dialog of the helper program and waits for it. False on Cancel, on close and without a display. No heap is used.
 bool GCrashAsk( GCrashAnswer& answer );
-// Prepares the program and the arguments (cut at single blanks) of a restart, and starts it. The start uses no heap.
+// Prepares program and arguments (cut at single blanks) of a restart; an empty path: none. Heap only here.
 void GCrashPrepareRestart( const GString& path, const GString& arguments );
+bool GCrashCanRestart( );
 bool GCrashRestart( );
+// Real time, whatever clock the threads run on.
+void GCrashSleep( int64_t microseconds );
 // Ends the process at once with that status: no destructors, no exit handlers.
 [[noreturn]] void GCrashExit( int status );

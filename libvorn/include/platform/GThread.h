@@ -25,6 +25,7 @@ struct GThreadTime
     uint64_t cpuTime; // Microseconds of CPU used so far.
 };
 std::vector<GThreadTime> GThreadListTimes( );
+uint64_t GThreadGetProcessTime( ); // Microseconds of CPU that the whole process has used.
 
 struct GMutexRecord;
 using GMutex = GMutexRecord*;

@@ -1,6 +1,7 @@
 #include "base/GCallStack.h"
 
 #include "base/GPortable.h"
+#include "platform/GCrash.h"
 #include "platform/GThread.h"
 #include "platform/GTime.h"
 
@@ -74,7 +75,7 @@ public:
         for( int i = 0; i < DUMP_TRIES && !_owns; ++i )
         {
             _owns = _mutex.try_lock( );
-            if( !_owns ) GThreadSleep( DUMP_PAUSE );
+            if( !_owns ) GCrashSleep( DUMP_PAUSE );
         }
     }
     ~PatientLock( )

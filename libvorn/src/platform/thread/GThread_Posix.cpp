@@ -194,3 +194,9 @@ std::vector<GThreadTime> GThreadListTimes( )
         times.push_back( { thread, record->name, record->ended ? record->cpuTime : cpuTimeOf( record->handle ) } );
     return times;
 }
+uint64_t GThreadGetProcessTime( )
+{
+    timespec time = { };
+    clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &time );
+    return static_cast<uint64_t>( time.tv_sec ) * 1000000 + static_cast<uint64_t>( time.tv_nsec ) / 1000;
+}

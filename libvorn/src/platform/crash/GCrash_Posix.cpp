@@ -1,0 +1,141 @@
+#include "platform/GCrash.h"
+
+#include "base/GDebug.h"
+#include "base/GPortable.h"
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <exception>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace
+{
+GCrashHandler handler_ = nullptr;
+pthread_t mainThread_;
+volatile int displaySocket_ = -1;
+
+struct CodeName
+{
+    unsigned code;
+    const char* name;
+};
+constexpr CodeName CODE_NAMES[] = {
+    { 0x00000000, "STATUS_WAIT_0" },
+    { 0x00000080, "STATUS_ABANDONED_WAIT_0" },
+    { 0x00000103, "STATUS_PENDING" },
+    { 0x00000102, "STATUS_TIMEOUT" },
+    { 0x000000C0, "STATUS_USER_APC" },
+    { 0x80000002, "STATUS_DATATYPE_MISALIGNMENT" },
+    { 0x80000001, "STATUS_GUARD_PAGE_VIOLATION" },
+    { 0xC0000005, "STATUS_ACCESS_VIOLATION" },
+    { 0xC0000006, "STATUS_IN_PAGE_ERROR" },
+    { 0xC0000017, "STATUS_NO_MEMORY" },
+    { 0xC000001D, "STATUS_ILLEGAL_INSTRUCTION" },
+    { 0xC0000025, "STATUS_NONCONTINUABLE_EXCEPTION" },
+    { 0xC0000026, "STATUS_INVALID_DISPOSITION" },
+    { 0xC000008C, "STATUS_ARRAY_BOUNDS_EXCEEDED" },
+    { 0xC000008D, "STATUS_FLOAT_DENORMAL_OPERAND" },
+    { 0xC000008E, "STATUS_FLOAT_DIVIDE_BY_ZERO" },
+    { 0xC000008F, "STATUS_FLOAT_INEXACT_RESULT" },
+    { 0xC0000090, "STATUS_FLOAT_INVALID_OPERATION" },
+    { 0xC0000091, "STATUS_FLOAT_OVERFLOW" },
+    { 0xC0000092, "STATUS_FLOAT_STACK_CHECK" },
+    { 0xC0000093, "STATUS_FLOAT_UNDERFLOW" },
+    { 0xC0000094, "STATUS_INTEGER_DIVIDE_BY_ZERO" },
+    { 0xC0000095, "STATUS_INTEGER_OVERFLOW" },
+    { 0xC0000096, "STATUS_PRIVILEGED_INSTRUCTION" },
+    { 0xC00000FD, "STATUS_STACK_OVERFLOW" },
+    { 0xC000013A, "STATUS_CONTROL_C_EXIT" },
+    { 0xE06D7363, "'int' to 'int64' upcast exception?" },
+};
+constexpr unsigned BREAKPOINT = 0x80000003;
+constexpr unsigned SINGLE_STEP = 0x80000004;
+constexpr unsigned LET_THROUGH = 0x40000005;
+constexpr unsigned PASSED_ON = 0x80010001;
+constexpr unsigned UNKNOWN = 0xFFFFFFFF;
+
+void onSignal( int signal, siginfo_t* info, void* )
+{
+    const int savedError = errno;
+    // A popup menu's pointer grab would keep all input from the dialog. Another thread's crash leaves the display alone, since the
+    // user-interface thread would take the process with it.
+    if( signal != SIGTERM && displaySocket_ >= 0 && pthread_equal( pthread_self( ), mainThread_ ) )
+        shutdown( displaySocket_, SHUT_RDWR );
+    const unsigned code = GCrashGetCode( signal, info->si_code );
+    if( code != UNKNOWN ) _GPNameException( code );
+    _GPOnSignal( signal );
+    errno = savedError;
+}
+} // namespace
+
+void GCrashInstall( void ( *crashHandler )( ) )
+{
+    handler_ = crashHandler;
+    mainThread_ = pthread_self( );
+    GCrashOpenThread( );
+    struct sigaction action = { };
+    action.sa_sigaction = onSignal;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART | SA_NODEFER;
+    sigemptyset( &action.sa_mask );
+    for( const int signal : { SIGABRT, SIGFPE, SIGILL, SIGSEGV, SIGBUS, SIGTERM } )
+        sigaction( signal, &action, nullptr );
+    signal( SIGPIPE, SIG_IGN );
+    std::set_terminate( []( ) { _GPOnSignal( GCRASH_TERMINATE ); } );
+    GCrashPrepareDialog( );
+}
+GCrashHandler GCrashGetHandler( )
+{
+    return handler_;
+}
+void GCrashSetDisplaySocket( int descriptor )
+{
+    displaySocket_ = descriptor;
+}
+
+unsigned GCrashGetCode( int signal, int detail )
+{
+    switch( signal )
+    {
+    case SIGSEGV: return 0xC0000005;
+    case SIGBUS: return detail == BUS_ADRALN ? 0x80000002 : 0xC0000006;
+    case SIGILL: return detail == ILL_PRVOPC || detail == ILL_PRVREG ? 0xC0000096 : 0xC000001D;
+    case SIGFPE: break;
+    default: return UNKNOWN;
+    }
+    switch( detail )
+    {
+    case FPE_INTDIV: return 0xC0000094;
+    case FPE_INTOVF: return 0xC0000095;
+    case FPE_FLTDIV: return 0xC000008E;
+    case FPE_FLTOVF: return 0xC0000091;
+    case FPE_FLTUND: return 0xC0000093;
+    case FPE_FLTRES: return 0xC000008F;
+    case FPE_FLTSUB: return 0xC000008C;
+    default: return 0xC0000090;
+    }
+}
+const char* GCrashGetCodeName( unsigned code )
+{
+    for( const CodeName& entry : CODE_NAMES )
+        if( entry.code == code ) return entry.name;
+    return "(unknown)";
+}
+unsigned _GPInfoExceptFilter( unsigned code )
+{
+    if( code == BREAKPOINT || code == SINGLE_STEP || code == LET_THROUGH ) return PASSED_ON;
+    _GPNameException( code );
+    GAbort( );
+    return 1;
+}
+
+void GCrashSleep( int64_t microseconds )
+{
+    timespec left = { static_cast<time_t>( microseconds / 1000000 ),
+                      static_cast<long>( microseconds % 1000000 * 1000 ) };
+    while( nanosleep( &left, &left ) && errno == EINTR )
+    {
+    }
+}
