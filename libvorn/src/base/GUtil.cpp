@@ -89,7 +89,7 @@ GString GWideToUTF8( GWStringView text )
             continue;
         }
         const int continuations = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
-        out += static_cast<char>( ( 0xF00 >> continuations & 0xF0 ) | code >> 6 * continuations );
+        out += static_cast<char>( ( 0xFF00 >> ( continuations + 1 ) & 0xFF ) | code >> 6 * continuations );
         for( int shift = continuations - 1; shift >= 0; --shift )
             out += static_cast<char>( 0x80 | ( code >> 6 * shift & 0x3F ) );
     }
