@@ -82,35 +82,34 @@ private:
     void _logInput( const GSIPInput& in ) const;
     void _ignoreInput( const GSIPInput& in ) const;
     void _checkState( ) const;
-    void _checkHandshakeState( ) const;
-    void _checkRunningState( ) const;
     bool _drop( );
     bool _dropBecause( GWStringView reason );
     bool _reinvite( );
     bool _reinviteBecause( GWStringView reason );
     void _reset( );
+    bool _writeStatus( );
     bool _writeStatusLine( const GIntervalTimer& timer );
-    bool _done( ) const { return true; }
+    void _writeChatStatus( );
+    bool _answerBye( const GSIPInput& in );
 
     // ---- Handshake.
     bool _awaitInviteResponse( );
-    bool _punchHoles( );
-    bool _inviteAnew( );
+    void _inviteAnewWhenDue( );
     bool _giveUpInvite( );
     bool _reinviteNow( );
     bool _acceptInvite( const GSIPInput& in );
-    bool _acceptInviteWhileWaiting( const GSIPInput& in );
     bool _answerBusy( const GSIPInput& in, GWStringView reason );
-    bool _repeatInviteOk( GWStringView reason );
+    bool _onSecondInvite( const GSIPInput& in );
+    bool _isFirstRepeatDue( );
+    bool _repeatInviteOk( );
     bool _onInviteResponse( const GSIPInput& in );
     bool _handleInviteResponse( );
     bool _repeatAck( );
     bool _acceptAck( const GSIPInput& in );
     bool _acceptAckOk( const GSIPInput& in );
-    bool _ackFailed( );
     bool _lateResponse( const GSIPInput& in ) const;
     void _enterConnected( );
-    bool _isUsableProof( const GHTTPHeaders& message, const GWString& remoteHost ) const;
+    bool _provesRoute( const GHTTPHeaders& message, const GWString& remoteHost ) const;
     void _sendINVITE( );
     void _sendHOLEPUNCH( );
     void _sendINVITEResponse( const GHTTPHeaders& request, int code );
@@ -124,29 +123,29 @@ private:
                        const GWString& recvToType );
     void _takeRemoteState( const GHTTPHeaders& message );
     void _updateRemoteMedia( bool audioEnabled, bool videoEnabled );
-    GStringList _routesOf( const GHTTPHeaders& message, const GWString& remoteHost ) const;
-    GStringList _withSeenRoutes( const GStringList& routeList ) const;
+    GHTTPHeaders _withUsableRoutes( const GHTTPHeaders& message, const GWString& remoteHost ) const;
+    GStringList _withSeenRoutes( GStringList routeList ) const;
 
     // ---- Running.
     bool _onRunningUpdate( );
+    bool _onOwnCaptureChanged( );
     bool _onRemoteUpdate( const GSIPInput& in );
     bool _onRemoteBye( const GSIPInput& in );
     bool _onRemotePing( const GSIPInput& in );
     bool _onRemoteBroadcast( const GSIPInput& in );
     bool _onPingResponse( const GSIPInput& in );
-    bool _onAnswered( const GSIPInput& in ) const;
+    bool _onAnswer( const GSIPInput& in ) const;
     bool _onByeResponse( const GSIPInput& in );
     bool _onInviteWhileConnected( const GSIPInput& in );
-    bool _onOwnCaptureChanged( );
     bool _beginBye( bool remove );
     bool _isFromStranger( const GSIPInput& in ) const;
-    bool _answerBye( const GSIPInput& in );
     void _sendPING( );
     void _sendUPDATE( );
     void _sendBYE( bool remove );
     void _sendOK( const GHTTPHeaders& request );
     void _sendRunning( GHTTPHeaders& request, bool retransmit );
     void _addPingTime( double time );
+    void _writePing( uint64_t time );
     void _writeLoss( );
     void _updateClock( );
     void _startServices( );
@@ -155,7 +154,6 @@ private:
     void _restartMedia( );
     void _restartMediaWhenDue( );
     bool _mayPeerSeeVideo( ) const;
-    void _command( GWStringView service, const GHTTPHeaders& command );
     void _offerFile( const GHTTPHeaders& inner, GHTTPHeaders& copy );
     void _offerScreen( GHTTPHeaders& copy );
     void _removeFromBuddyList( );
@@ -186,13 +184,13 @@ private:
     GWString _sendToType;
     GStringList _tryRouteList;
 
-    GWString _inviteHost;       // The host from which the stored INVITE or its response came.
     GIntervalTimer _mediaTimer; // Paces the restarts that a peer may ask for.
     bool _mediaRestartDue = false;
-    GIntervalTimer _anewTimer; // When to invite anew without a response.
+    // The remedies: an INVITE anew when nobody answers, an early repetition of the first response, hosts seen (newest first).
+    GIntervalTimer _anewTimer;
     bool _invitedAnew = false;
     bool _invitedAtEnd = false;
     GIntervalTimer _firstRepeatTimer;
-    bool _firstRepeatDone = false;
-    GStringList _seenHosts; // Newest first.
+    bool _firstRepeatDone = true;
+    GStringList _seenHosts;
 };

@@ -1,0 +1,349 @@
+#include "client/signalling/GBuddySession.h"
+
+#include "base/GRandom.h"
+#include "client/drawing/GImageTools.h"
+#include "client/signalling/GDeviceSession.h"
+#include "client/signalling/GRoute.h"
+#include "protocol/GProtocol.h"
+#include "runtime/GInstance.h"
+
+namespace
+{
+constexpr int ONLINE_CODE = 100;
+constexpr int OFFLINE_CODE = 400;
+constexpr size_t MAX_DEVICES = 16;
+constexpr size_t MAX_LIST = 1024;
+constexpr uint64_t REMOVAL_MEMORY = 60000000;
+// An absent buddy is invited again after 3 to 5 minutes, so that many clients do not ask at once.
+constexpr int64_t INVITE_PERIOD = 180000000;
+constexpr int64_t INVITE_JITTER = 120000000;
+} // namespace
+
+GBuddySession::GBuddySession( GInstance* instance, GSIPClient* sipClient, const GWString& buddyGUID )
+    : _instance( instance ), _sipClient( sipClient ), _buddyGUID( buddyGUID )
+{
+    GPRECONDITION( instance );
+    GPRECONDITION( sipClient );
+    invariantTest( );
+    GImageTools_instanceCopy( _instance, u"defaultprofile.png", _name( u"_Image" ) );
+    GImageTools_instanceCopy( _instance, u"defaultprofile_BW.png", _name( u"_Image_BW" ) );
+    _instance->set( _name( u"_Time" ), u"-:--pm" );
+    _restartInviteTimer( );
+}
+
+GBuddySession::~GBuddySession( )
+{
+    reset( );
+}
+
+void GBuddySession::invariantTest( ) const
+{
+    GHeapObject::invariantTest( );
+    GASSERT( _instance );
+    GASSERT( _sipClient );
+    GASSERT( !_buddyGUID.empty( ) );
+}
+
+GWString GBuddySession::_name( GWStringView suffix ) const
+{
+    return GConcat( _buddyGUID, suffix );
+}
+
+bool GBuddySession::_isRobust( ) const
+{
+    return _instance->isRobust( u"Robust_Signalling" );
+}
+
+void GBuddySession::reset( )
+{
+    GCALL( GBuddySession );
+    _instance->clear( _name( u"_Device_List" ) );
+    for( auto& [deviceGUID, session] : _deviceSessionMap )
+    {
+        GVALIDPTR( session );
+        delete session;
+    }
+    _deviceSessionMap.clear( );
+    _deviceOrder.clear( );
+    _namedDevices.clear( );
+    _instance->clear( _name( u"_Online" ) );
+    _instance->clear( _name( u"_Offline" ) );
+}
+
+// ---- Presence.
+
+bool GBuddySession::isOffline( ) const
+{
+    for( const auto& [deviceGUID, session] : _deviceSessionMap )
+        if( !session->isOffline( ) ) return false;
+    return true;
+}
+
+bool GBuddySession::isOnline( ) const
+{
+    for( const auto& [deviceGUID, session] : _deviceSessionMap )
+        if( session->isOnline( ) ) return true;
+    return false;
+}
+
+bool GBuddySession::isConnecting( ) const
+{
+    for( const auto& [deviceGUID, session] : _deviceSessionMap )
+        if( !session->isOffline( ) && !session->isOnline( ) ) return true;
+    return false;
+}
+
+void GBuddySession::update( )
+{
+    bool online = false;
+    bool offline = true;
+    for( const auto& [deviceGUID, session] : _deviceSessionMap )
+    {
+        session->update( );
+        online = online || session->isOnline( );
+        offline = offline && session->isOffline( );
+    }
+    _instance->set( _name( u"_Online" ), online ? u"true" : u"false" );
+    _instance->set( _name( u"_Offline" ), offline ? u"true" : u"false" );
+    if( offline ) _instance->set( _name( u"_Chat_Status" ), _name( u" is offline." ) );
+    _runCommands( );
+    if( offline && !_leaving && _isRobust( ) ) _inviteAgain( );
+}
+
+void GBuddySession::_runCommands( )
+{
+    GString item;
+    while( _instance->dequeue( _name( u"_commandQueue" ), item ) )
+    {
+        GHTTPHeaders command;
+        if( !command.deserialize( item ) )
+            GLOG( u"WARNING Malformed command to '", _buddyGUID, u"@GSIPService_commandQueue', ignoring." );
+        else if( !command.isMethod( GProtocol::DEVICEBROADCAST ) )
+            GLOG( u"WARNING Unrecognized command '", command.getMethod( ), u"' to GSIPService, ignoring." );
+        else
+            for( const auto& [deviceGUID, session] : _deviceSessionMap ) session->broadcast( command );
+    }
+}
+
+void GBuddySession::onCaptureChanged( )
+{
+    for( const auto& [deviceGUID, session] : _deviceSessionMap ) session->onCaptureChanged( );
+}
+
+// ---- Inviting and parting.
+
+void GBuddySession::invite( )
+{
+    GCALL( GBuddySession );
+    _leaving = false;
+    _invite( );
+    if( !_instance->contains( u"Local_Buddy_List", _buddyGUID ) ) _instance->insert( u"Local_Buddy_List", _buddyGUID );
+}
+
+void GBuddySession::_invite( )
+{
+    GLOGIF( 'b', u"Sending 'INVITE'" );
+    GDeviceSession::sendINVITE( _instance, _sipClient, _buddyGUID );
+    _restartInviteTimer( );
+}
+
+void GBuddySession::_inviteAgain( )
+{
+    if( !_inviteTimer.hasElapsed( ) ) return;
+    if( _instance->contains( u"Local_Buddy_List", _buddyGUID ) )
+        _invite( );
+    else
+        _restartInviteTimer( );
+}
+
+void GBuddySession::_restartInviteTimer( )
+{
+    const int64_t jitter = static_cast<int64_t>( GRandom( ) ) * GRandom( ) % INVITE_JITTER;
+    _inviteTimer.start( INVITE_PERIOD + jitter );
+}
+
+void GBuddySession::bye( bool remove )
+{
+    GCALL( GBuddySession );
+    if( !remove ) _leaving = true;
+    if( remove )
+    {
+        _instance->remove( u"Local_Buddy_List", _buddyGUID );
+        _instance->set( _name( u"_Removed_Time" ), static_cast<int64_t>( GTimeGetTime( ) ) );
+    }
+    for( const auto& [deviceGUID, session] : _deviceSessionMap ) session->bye( remove );
+}
+
+// ---- Devices.
+
+GDeviceSession* GBuddySession::findDevice( GWStringView deviceGUID ) const
+{
+    const auto found = _deviceSessionMap.find( deviceGUID );
+    return found == _deviceSessionMap.end( ) ? nullptr : found->second;
+}
+
+GDeviceSession* GBuddySession::_createDevice( const GWString& deviceGUID )
+{
+    if( GDeviceSession* session = findDevice( deviceGUID ) ) return session;
+    if( !_makeRoomForDevice( ) ) return nullptr;
+    GDeviceSession* session = GSAFENEW( GDeviceSession, ( _instance, _sipClient, _buddyGUID, deviceGUID ) );
+    _deviceSessionMap[deviceGUID] = session;
+    _deviceOrder.push_back( deviceGUID );
+    _instance->insert( _name( u"_Device_List" ), deviceGUID );
+    _instance->insert( u"Combined_Buddy_Device_List", GConcat( _buddyGUID, u"@", deviceGUID ) );
+    return session;
+}
+
+// The oldest device that is not in use gives way to a new one.
+bool GBuddySession::_makeRoomForDevice( )
+{
+    if( _deviceSessionMap.size( ) < MAX_DEVICES ) return true;
+    for( const GWString& deviceGUID : _deviceOrder )
+        if( findDevice( deviceGUID )->isOffline( ) )
+        {
+            _deleteDevice( GWString( deviceGUID ) );
+            return true;
+        }
+    GLOG( u"WARNING Too many devices of '", _buddyGUID, u"', ignoring." );
+    return false;
+}
+
+void GBuddySession::_deleteDevice( const GWString& deviceGUID )
+{
+    delete findDevice( deviceGUID );
+    _deviceSessionMap.erase( deviceGUID );
+    std::erase( _deviceOrder, deviceGUID );
+    _instance->remove( _name( u"_Device_List" ), deviceGUID );
+    _instance->remove( u"Combined_Buddy_Device_List", GConcat( _buddyGUID, u"@", deviceGUID ) );
+}
+
+// ---- Messages.
+
+// A person who contacts this user becomes a buddy. With the remedy only an INVITE does that, and not within a minute of the
+// removal: the messages that were still under way would bring the buddy back.
+void GBuddySession::_addToBuddyList( const GHTTPHeaders& request )
+{
+    if( _instance->contains( u"Local_Buddy_List", _buddyGUID ) ) return;
+    if( _isRobust( ) )
+    {
+        const uint64_t removed = static_cast<uint64_t>( _instance->calc( _name( u"_Removed_Time" ) ) );
+        if( !request.isMethod( GProtocol::INVITE ) || ( removed && GTimeGetTime( ) - removed < REMOVAL_MEMORY ) )
+            return;
+    }
+    GStringList list;
+    _instance->get( u"Local_Buddy_List", list );
+    if( list.size( ) >= MAX_LIST )
+        GLOG( u"WARNING Buddy list is full, not adding '", _buddyGUID, u"', ignoring." );
+    else
+        _instance->insert( u"Local_Buddy_List", _buddyGUID );
+}
+
+bool GBuddySession::_mayBegin( const GWString& remoteHost, const GHTTPHeaders& request,
+                               const GWString& deviceGUID ) const
+{
+    if( !_isRobust( ) || findDevice( deviceGUID ) ) return true;
+    if( !request.isMethod( GProtocol::INVITE ) ) return false;
+    return GMAPCONTAINS( _namedDevices, deviceGUID ) || GCaseEquals( remoteHost, _instance->get( u"Global_SIP_Host" ) );
+}
+
+void GBuddySession::onRequest( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request )
+{
+    GCALL( GBuddySession );
+    const GWString deviceGUID = request.get( GProtocol::FROM_DEVICE_GUID );
+    if( !deviceGUID.empty( ) && !_mayBegin( remoteHost, request, deviceGUID ) )
+    {
+        GLOG( u"WARNING Received request '", request.getMethod( ), u"' from unknown device of '", _buddyGUID, u"' (",
+              remoteHost, u"), ignoring." );
+        return;
+    }
+    _addToBuddyList( request );
+    if( deviceGUID.empty( ) )
+    {
+        GLOG( u"WARNING Unexpected request '", request.getMethod( ), u"' from '", remoteHost, u"'" );
+        GHTTPHeaders response;
+        response.setResponse( OFFLINE_CODE, u"Invalid request" );
+        _sipClient->sendResponse( localHost, remoteHost, request, response );
+    }
+    else if( GDeviceSession* session = _createDevice( deviceGUID ) )
+        session->onRequest( localHost, remoteHost, request );
+}
+
+void GBuddySession::onHOLEPUNCH( const GWString& remoteHost, const GHTTPHeaders& request )
+{
+    if( GDeviceSession* session = findDevice( request.get( GProtocol::FROM_DEVICE_GUID ) ) )
+        session->noteHost( remoteHost );
+}
+
+void GBuddySession::onResponse( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request,
+                                const GHTTPHeaders& response )
+{
+    GCALL( GBuddySession );
+    if( request.contains( u"To-Device-GUID" ) || response.contains( GProtocol::FROM_DEVICE_GUID ) )
+    {
+        _onDeviceResponse( localHost, remoteHost, request, response );
+        return;
+    }
+    if( request.isMethod( GProtocol::INVITE ) )
+    {
+        _onServerResponse( remoteHost, response );
+        return;
+    }
+    GWString text;
+    const int code = response.getResponse( text );
+    GLOG( u"WARNING Received response #", code, u" (", text, u") to unknown request '", request.getMethod( ),
+          u"' for '", _buddyGUID, u"', ignoring." );
+}
+
+void GBuddySession::_onDeviceResponse( const GWString& localHost, const GWString& remoteHost,
+                                       const GHTTPHeaders& request, const GHTTPHeaders& response )
+{
+    GWString deviceGUID = request.get( u"To-Device-GUID" );
+    if( deviceGUID.empty( ) ) deviceGUID = response.get( GProtocol::FROM_DEVICE_GUID );
+    if( deviceGUID == _instance->get( u"Local_GUID" ) )
+    {
+        GLOG( u"WARNING Somehow received a response from ourselves; ignoring." );
+        return;
+    }
+    if( GDeviceSession* session = _createDevice( deviceGUID ) )
+        session->onResponse( localHost, remoteHost, request, response );
+}
+
+// The server's own answer to an INVITE tells the buddy's whereabouts.
+void GBuddySession::_onServerResponse( const GWString& remoteHost, const GHTTPHeaders& response )
+{
+    GWString text;
+    const int code = response.getResponse( text );
+    if( code == ONLINE_CODE )
+        _onWhereabouts( remoteHost, response );
+    else if( code == OFFLINE_CODE )
+        GLOGIF( 'b', u"Buddy '", _buddyGUID, u"' is offline." );
+    else
+        GLOG( u"WARNING Received invalid response #", code, u" (", text, u") to INVITE request for '", _buddyGUID,
+              u"', ignoring." );
+}
+
+void GBuddySession::_onWhereabouts( const GWString& remoteHost, const GHTTPHeaders& response )
+{
+    GStringList deviceList;
+    response.get( GProtocol::DEVICE_LIST, deviceList );
+    GLOGIF( 'b', u"Buddy '", _buddyGUID, u"' is online at ", deviceList.size( ),
+            u" locations, sending HOLEPUNCH to each." );
+    _namedDevices.clear( );
+    for( const GWString& deviceGUID : deviceList )
+    {
+        GStringList routeList;
+        if( !response.get( GConcat( deviceGUID, u"-Route-List" ), routeList ) ) continue;
+        if( GCaseEquals( deviceGUID, _instance->get( u"Local_Device_GUID" ) ) ) continue;
+        if( !GValidDeviceID( deviceGUID ) || _namedDevices.size( ) == MAX_DEVICES )
+        {
+            GLOG( u"WARNING Received invalid device list of '", _buddyGUID, u"', ignoring." );
+            continue;
+        }
+        _namedDevices.insert( deviceGUID );
+        GDeviceSession* session = _createDevice( deviceGUID );
+        if( !session ) continue;
+        routeList = GRouteListFilter( routeList, remoteHost, _sipClient->getOwnHosts( ) );
+        session->waitForINVITEOK( routeList );
+        _instance->set( GConcat( deviceGUID, u"_Route_List" ), routeList );
+    }
+}
