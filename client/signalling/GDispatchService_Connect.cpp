@@ -3,6 +3,7 @@
 #include "client/signalling/GDispatchService.h"
 
 #include "base/GRandom.h"
+#include "client/signalling/GRoute.h"
 #include "client/transport/GHTTPClient.h"
 #include "client/transport/GMegaPort.h"
 #include "protocol/GProtocol.h"
@@ -17,10 +18,6 @@ constexpr int64_t REQUEST_TIMEOUT = 5500000;
 constexpr int64_t INDIRECT_GRACE = 1500000;
 constexpr int64_t LONGEST_STARTUP_SLEEP_MS = 600000;
 
-GWString makeRoute( GWStringView scheme, GWStringView host )
-{
-    return GConcat( scheme, u"://", host );
-}
 // An address that a gateway may have towards the internet: none of the ranges for inside use.
 bool isPublicHost( const GWString& host )
 {
@@ -111,9 +108,9 @@ bool GDispatchService::_classify( )
         GLOG( u"STUN found 'SYMMETRIC' NAT, treating it like firewall." );
         return _openRelay( );
     }
-    GStringList routeList{ makeRoute( u"local", localHost ) };
+    GStringList routeList{ GRouteCompose( u"local", localHost ) };
     if( GCaseEquals( connectionClass, u"PUBLIC" ) ) return _foundRoute( localHost, routeList );
-    routeList.push_back( makeRoute( GToLower( connectionClass ), _stunTest.getGlobalHost( ) ) );
+    routeList.push_back( GRouteCompose( GToLower( connectionClass ), _stunTest.getGlobalHost( ) ) );
     return _foundRoute( _stunTest.getGlobalHost( ), routeList );
 }
 
@@ -151,11 +148,11 @@ bool GDispatchService::_relayOpened( const Input& in )
         GLOG( u"WARNING 'TURN' request failed with response ", text, u", disconnecting." );
         return _disconnect( );
     }
-    GStringList routeList{ makeRoute( u"local", GNetUDPPortGetLocalHost( _udpPort ) ),
-                           makeRoute( u"turn", globalHost ) };
+    GStringList routeList{ GRouteCompose( u"local", GNetUDPPortGetLocalHost( _udpPort ) ),
+                           GRouteCompose( u"turn", globalHost ) };
     const bool isSymmetric = GCaseEquals( _instance->get( u"Connection_Class" ), u"SYMMETRIC" );
     if( _robust && isSymmetric && !_stunTest.getGlobalHost( ).empty( ) )
-        routeList.push_back( makeRoute( u"symmetric", _stunTest.getGlobalHost( ) ) );
+        routeList.push_back( GRouteCompose( u"symmetric", _stunTest.getGlobalHost( ) ) );
     _relayTimer.start( );
     return _foundRoute( globalHost, routeList );
 }
@@ -262,7 +259,7 @@ void GDispatchService::_offerUPnPRoute( const GWString& host )
     if( !isPublicHost( host ) ) return;
     _upnpHost = host;
     if( !_instance->isSet( u"Route_List" ) || GCaseEquals( host, _instance->get( u"Global_Host" ) ) ) return;
-    _instance->insert( u"Route_List", makeRoute( u"unrestricted", host ) );
+    _instance->insert( u"Route_List", GRouteCompose( u"unrestricted", host ) );
     if( _state == ONLINE ) _renewIfRoutesChanged( );
 }
 
