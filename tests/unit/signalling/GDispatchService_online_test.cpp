@@ -116,7 +116,8 @@ TEST_F( DispatchOnline, AnsweredPingTellsItsTimeAndWaitsForTheLearntPeriod )
 TEST_F( DispatchOnline, ChangedMappingDisconnectsAtOnce )
 {
     toOnline( );
-    TestLog::expect( "WARNING Global mapping has changed after 0s, was (5.5.5.5:7000) but is now (5.5.5.5:7001), reconnecting." );
+    TestLog::expect(
+        "WARNING Global mapping has changed after 0s, was (5.5.5.5:7000) but is now (5.5.5.5:7001), reconnecting." );
     answerPING( u"5.5.5.5:7001" );
     EXPECT_EQ( state( ), GDispatchService::OFFLINE );
     EXPECT_EQ( notification( ), u"DISCONNECTED" );
@@ -137,7 +138,9 @@ TEST_F( DispatchOnline, LateAnswerOfTheServerChoiceDoesNotEnterTheInterval )
     pass( );
     EXPECT_EQ( instance->get( u"SIP_Ping" ), u"" );
     GHTTPHeaders ping;
-    while( sip.hear( ping ) ) { }
+    while( sip.hear( ping ) )
+    {
+    }
     passes( 1, 1100000 );
     EXPECT_TRUE( sip.hear( ping ) );
 }
@@ -269,9 +272,13 @@ TEST_F( DispatchOnline, RemedyTakesTrafficWhileRegisteringAgain )
         if( bucket ) megaPort->returnEmptyBucket( bucket );
         command( u"RESET" );
         pass( );
-        while( !notification( ).empty( ) ) { }
+        while( !notification( ).empty( ) )
+        {
+        }
         GHTTPHeaders old;
-        while( sip.hear( old ) || sip2.hear( old ) || direct.hear( old ) || refresh.hear( old ) ) { }
+        while( sip.hear( old ) || sip2.hear( old ) || direct.hear( old ) || refresh.hear( old ) )
+        {
+        }
     }
 }
 
@@ -355,7 +362,7 @@ TEST_F( DispatchOnline, RemedyOffersTheSymmetricHost )
 {
     instance->set( u"Robust_Signalling", 1 );
     instance->set( u"Force_NAT", u"SYMMETRIC" );
-    instance->set( u"Global_SIP_Host_List", GStringList { sip.host( ) } );
+    instance->set( u"Global_SIP_Host_List", GStringList{ sip.host( ) } );
     connect( );
     answerSTUN( u"6.6.6.6:6000", true, true );
     pass( );
@@ -417,7 +424,7 @@ TEST_F( DispatchOnline, RemedyOffersAPublicMappingAsARoute )
     GUPnPFunctions gateway;
     gateway.open = []( const GWString&, int, int ) { return reinterpret_cast<GNetUPnPMapping*>( 1 ); };
     gateway.getGlobalHost = []( const GNetUPnPMapping* ) { return GWString( u"7.7.7.7:50000" ); };
-    gateway.close = []( GNetUPnPMapping* ) { };
+    gateway.close = []( GNetUPnPMapping* ) {};
     service->setUPnPFunctions( gateway );
     toOnline( );
     GStringList routes;

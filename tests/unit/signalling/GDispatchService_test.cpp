@@ -23,9 +23,10 @@ constexpr char16_t ELSEWHERE[] = u"9.9.9.9:99";
 
 TEST_F( DispatchService, StatesAndEventsHaveTheirNames )
 {
-    const GStringVector names { u"Offline",     u"STUN",   u"TURN",           u"CHOOSESERVER",  u"DEVICEGUID",
-                                u"Registering", u"Online", u"Re-registering", u"UNREGISTERING", u"<invalid>" };
-    for( size_t i = 0; i < names.size( ); ++i ) EXPECT_EQ( GDispatchService::_getState( static_cast<int>( i ) ), names[i] );
+    const GStringVector names{ u"Offline",     u"STUN",   u"TURN",           u"CHOOSESERVER",  u"DEVICEGUID",
+                               u"Registering", u"Online", u"Re-registering", u"UNREGISTERING", u"<invalid>" };
+    for( size_t i = 0; i < names.size( ); ++i )
+        EXPECT_EQ( GDispatchService::_getState( static_cast<int>( i ) ), names[i] );
     EXPECT_EQ( GDispatchService::_getEvent( 1 ), u"UPDATE" );
     EXPECT_EQ( GDispatchService::_getEvent( 2 ), u"<invalid>" );
 }
@@ -44,7 +45,7 @@ TEST_F( DispatchService, ConnectPunchesAHoleAndAsksTheDirectHost )
     EXPECT_EQ( request.get( u"CSeq" ), u"1 (GDispatchService)" );
     GStringList hosts;
     request.get( u"Indirect-Host-List", hosts );
-    EXPECT_EQ( hosts, ( GStringList { punched.host( ), unpunched.host( ) } ) );
+    EXPECT_EQ( hosts, ( GStringList{ punched.host( ), unpunched.host( ) } ) );
     EXPECT_EQ( get( u"Dispatch_Status" ), u"5 STUN" );
 }
 
@@ -74,7 +75,7 @@ TEST_F( DispatchService, FixedPortAndStartupSleepAreTaken )
 
 TEST_F( DispatchService, StunListWithTooFewEntriesWarnsAndGoesOn )
 {
-    instance->set( u"Global_STUN_Host_List", GStringList { direct.host( ), punched.host( ) } );
+    instance->set( u"Global_STUN_Host_List", GStringList{ direct.host( ), punched.host( ) } );
     TestLog::expect( "stunHostList.size( ) >= 4" );
     connect( );
     EXPECT_EQ( state( ), GDispatchService::STUN );
@@ -91,7 +92,7 @@ TEST_F( DispatchService, ThreeAnswersAreClassifiedAtTheNextPassWithoutARetry )
     EXPECT_EQ( state( ), GDispatchService::CHOOSESERVER );
     EXPECT_EQ( get( u"Connection_Class" ), u"UNRESTRICTED" );
     EXPECT_EQ( get( u"Global_Host" ), GLOBAL_HOST );
-    EXPECT_EQ( routes( ), ( GStringList { localRoute( ), u"unrestricted://5.5.5.5:7000" } ) );
+    EXPECT_EQ( routes( ), ( GStringList{ localRoute( ), u"unrestricted://5.5.5.5:7000" } ) );
     EXPECT_EQ( static_cast<uint64_t>( instance->calc( u"Global_Host_Timestamp" ) ), TestClock::now( ) );
     GHTTPHeaders again;
     EXPECT_FALSE( direct.hear( again ) );
@@ -106,19 +107,18 @@ TEST_F( DispatchService, OpenNetworkOnLoopbackIsPublic )
     pass( );
     EXPECT_EQ( get( u"Connection_Class" ), u"PUBLIC" );
     EXPECT_EQ( get( u"Global_Host" ), localHost );
-    EXPECT_EQ( routes( ), GStringList { localRoute( ) } );
+    EXPECT_EQ( routes( ), GStringList{ localRoute( ) } );
 }
 
 TEST_F( DispatchService, PublicWithoutTheIndirectAnswersWarnsAfterTheWholeTime )
 {
     connect( );
     answerSTUN( get( u"Local_Host" ), false, false );
-    passes( 1, 5500000 );
+    passes( 5, 1100000 );
     EXPECT_EQ( state( ), GDispatchService::STUN );
     TestLog::expect( "_indirectPunchedSTUNResponse.succeeded( )" );
     TestLog::expect( "_indirectUnpunchedSTUNResponse.succeeded( )" );
-    passes( 1, 1100000 );
-    // The retry's own time has begun with the request, so that the test ends 5.5 s after CONNECT.
+    passes( 1, 100000 );
     EXPECT_EQ( get( u"Connection_Class" ), u"PUBLIC" );
 }
 
@@ -130,7 +130,7 @@ TEST_F( DispatchService, PunchedAnswerAloneIsRestricted )
     EXPECT_EQ( state( ), GDispatchService::STUN );
     passes( 1, 100000 );
     EXPECT_EQ( get( u"Connection_Class" ), u"RESTRICTED" );
-    EXPECT_EQ( routes( ), ( GStringList { localRoute( ), u"restricted://5.5.5.5:7000" } ) );
+    EXPECT_EQ( routes( ), ( GStringList{ localRoute( ), u"restricted://5.5.5.5:7000" } ) );
 }
 
 TEST_F( DispatchService, RetriesKeepTheNumberAndPunchTheHoleAgain )
@@ -184,7 +184,8 @@ TEST_F( DispatchService, GlobalHostThatIsNoneIsRefused )
 {
     connect( );
     const GHTTPHeaders request = hearAt( direct, u"STUN" );
-    for( const GWString& host : { GWString( ), GWString( u"0.0.0.0:0" ), GWString( u"255.255.255.255:1" ), GWString( u"x, y" ) } )
+    for( const GWString& host :
+         { GWString( ), GWString( u"0.0.0.0:0" ), GWString( u"255.255.255.255:1" ), GWString( u"x, y" ) } )
     {
         TestLog::expect( "WARNING Received 'STUN' response with invalid global host (" );
         direct.answer( request, 200, { { u"Global-Host", host } } );
@@ -210,7 +211,7 @@ TEST_F( DispatchService, ForcedClassNamesTheRoute )
     connect( );
     answerSTUN( GLOBAL_HOST, true, true );
     pass( );
-    EXPECT_EQ( routes( ), ( GStringList { localRoute( ), u"restricted://5.5.5.5:7000" } ) );
+    EXPECT_EQ( routes( ), ( GStringList{ localRoute( ), u"restricted://5.5.5.5:7000" } ) );
 }
 
 // ---- The relay.
@@ -249,9 +250,10 @@ TEST_F( DispatchService, RelayLeadsOnlineAndNeitherPingsNorRefreshes )
 {
     toRelayed( );
     EXPECT_EQ( get( u"Connection_Class" ), u"FIREWALL" );
-    EXPECT_EQ( routes( ), ( GStringList { localRoute( ), u"turn://5.5.5.5:7000" } ) );
+    EXPECT_EQ( routes( ), ( GStringList{ localRoute( ), u"turn://5.5.5.5:7000" } ) );
     EXPECT_EQ( megaPort->getGlobalHost( ), GLOBAL_HOST );
-    for( const GWStringView name : { u"SIP_Ping", u"NAT_Refresh_Period_S", u"NAT_Mapping_Age" } ) EXPECT_EQ( get( name ), u"-" );
+    for( const GWStringView name : { u"SIP_Ping", u"NAT_Refresh_Period_S", u"NAT_Mapping_Age" } )
+        EXPECT_EQ( get( name ), u"-" );
     passes( 20, 2000000 );
     GString data;
     EXPECT_FALSE( sip.hearRaw( data ) );
@@ -425,7 +427,9 @@ TEST_F( DispatchService, ResetForgetsEverythingInAnyState )
         for( const GWStringView name : { u"Local_Host", u"Global_Host", u"Connection_Class", u"Route_List" } )
             EXPECT_FALSE( instance->isSet( name ) );
         EXPECT_EQ( megaPort->getLocalHost( ), u"0.0.0.0:0" );
-        while( !notification( ).empty( ) ) { }
+        while( !notification( ).empty( ) )
+        {
+        }
     };
     check( );
     connect( );

@@ -11,7 +11,7 @@
 
 namespace
 {
-const GStringList HOSTS { u"1.0.0.1:1", u"1.0.0.2:2", u"1.0.0.3:3", u"1.0.0.4:4", u"1.0.0.5:5" };
+const GStringList HOSTS{ u"1.0.0.1:1", u"1.0.0.2:2", u"1.0.0.3:3", u"1.0.0.4:4", u"1.0.0.5:5" };
 
 GHTTPHeaders makeResponse( int code, const GWString& globalHost = { } )
 {
@@ -44,16 +44,19 @@ TEST( StunTest, ClassFollowsFromTheThreeAnswers )
         GWString expected;
     };
     const GWString global = u"5.5.5.5:5";
-    for( const Case& c : { Case { 200, 200, 200, global, u"PUBLIC" }, Case { 200, 200, 200, u"10.0.0.1:5", u"UNRESTRICTED" },
-                           Case { 200, 200, 0, u"10.0.0.1:5", u"RESTRICTED" }, Case { 200, 0, 0, u"10.0.0.1:5", u"SYMMETRIC" },
-                           Case { 200, 500, 500, u"10.0.0.1:5", u"SYMMETRIC" }, Case { 0, 0, 0, global, u"FIREWALL" },
-                           Case { 500, 0, 0, global, u"FIREWALL" } } )
+    for( const Case& c :
+         { Case{ 200, 200, 200, global, u"PUBLIC" }, Case{ 200, 200, 200, u"10.0.0.1:5", u"UNRESTRICTED" },
+           Case{ 200, 200, 0, u"10.0.0.1:5", u"RESTRICTED" }, Case{ 200, 0, 0, u"10.0.0.1:5", u"SYMMETRIC" },
+           Case{ 200, 500, 500, u"10.0.0.1:5", u"SYMMETRIC" }, Case{ 0, 0, 0, global, u"FIREWALL" },
+           Case{ 500, 0, 0, global, u"FIREWALL" } } )
     {
         GStunTest test;
         test.setHosts( HOSTS );
-        EXPECT_EQ( c.direct != 0 && test.store( test.getDirectHost( ), makeResponse( c.direct, global ) ), c.direct != 0 );
+        EXPECT_EQ( c.direct != 0 && test.store( test.getDirectHost( ), makeResponse( c.direct, global ) ),
+                   c.direct != 0 );
         EXPECT_EQ( c.punched != 0 && test.store( test.getPunchedHost( ), makeResponse( c.punched ) ), c.punched != 0 );
-        EXPECT_EQ( c.unpunched != 0 && test.store( test.getUnpunchedHost( ), makeResponse( c.unpunched ) ), c.unpunched != 0 );
+        EXPECT_EQ( c.unpunched != 0 && test.store( test.getUnpunchedHost( ), makeResponse( c.unpunched ) ),
+                   c.unpunched != 0 );
         EXPECT_EQ( test.classify( c.localHost ), c.expected );
         EXPECT_EQ( test.isComplete( ), c.direct == 200 && c.punched == 200 && c.unpunched == 200 );
     }

@@ -24,8 +24,8 @@ TestDispatch::TestDispatch( )
     instance->set( u"UPnP_Low_Port", 49152 );
     instance->set( u"UPnP_High_Port", 65535 );
     instance->set( u"Global_STUN_Host_List",
-                   GStringList { direct.host( ), punched.host( ), unpunched.host( ), refresh.host( ) } );
-    instance->set( u"Global_SIP_Host_List", GStringList { sip.host( ), sip2.host( ) } );
+                   GStringList{ direct.host( ), punched.host( ), unpunched.host( ), refresh.host( ) } );
+    instance->set( u"Global_SIP_Host_List", GStringList{ sip.host( ), sip2.host( ) } );
     instance->set( u"Global_TURN_Host", relay.host( ) );
 }
 
@@ -58,6 +58,11 @@ GWString TestDispatch::notification( )
 
 void TestDispatch::connect( )
 {
+    GString old;
+    for( TestUDPHost* host : { &direct, &punched, &unpunched, &refresh, &sip, &sip2 } )
+        while( host->hearRaw( old ) )
+        {
+        }
     command( u"CONNECT" );
     pass( );
 }
@@ -114,7 +119,7 @@ void TestDispatch::toTURN( GHTTPHeaders& openRequest )
 {
     instance->set( u"Pretend_Firewall", 1 );
     instance->set( u"Disable_UDP_Recv", 1 );
-    instance->set( u"Global_SIP_Host_List", GStringList { sip.host( ) } );
+    instance->set( u"Global_SIP_Host_List", GStringList{ sip.host( ) } );
     connect( );
     ASSERT_EQ( state( ), GDispatchService::TURN );
     ASSERT_TRUE( relay.accept( ) );
@@ -140,7 +145,8 @@ GHTTPHeaders TestDispatch::hearRelayed( GWStringView method )
     {
         EXPECT_TRUE( outer.isMethod( u"SENDUDP" ) );
         EXPECT_EQ( outer.get( u"Remote-Host" ), sip.host( ) );
-        if( outer.hasContent( ) && inner.deserialize( outer.getContent( 0 ) ) && inner.isMethod( method ) ) return inner;
+        if( outer.hasContent( ) && inner.deserialize( outer.getContent( 0 ) ) && inner.isMethod( method ) )
+            return inner;
     }
     ADD_FAILURE( ) << "nobody sent " << GWideToUTF8( method ) << " by the relay";
     return { };

@@ -15,7 +15,7 @@
 class TestUDPHost
 {
 public:
-    TestUDPHost( ) : _port( GNetUDPPortOpen( u"127.0.0.1:0" ) ) { }
+    TestUDPHost( ) : _port( GNetUDPPortOpen( u"127.0.0.1:0" ) ) {}
     ~TestUDPHost( ) { GNetUDPPortClose( _port ); }
     TestUDPHost( const TestUDPHost& ) = delete;
     TestUDPHost& operator=( const TestUDPHost& ) = delete;
@@ -23,7 +23,13 @@ public:
     const GWString& host( ) const { return _port->host; }
     const GWString& from( ) const { return _from; }
     // Next datagram as it is; false when there is none.
-    bool hearRaw( GString& data ) { return GNetUDPPortRecv( _port, data, _from ); }
+    bool hearRaw( GString& data )
+    {
+        GWString from;
+        if( !GNetUDPPortRecv( _port, data, from ) ) return false;
+        _from = from;
+        return true;
+    }
     // Next message, passing over what is none.
     bool hear( GHTTPHeaders& message )
     {
@@ -66,7 +72,10 @@ protected:
     // Passes until the state is reached, for what comes over TCP; the clock stands still meanwhile.
     bool passUntil( GDispatchService::State wanted );
     void passes( int count, int64_t period );
-    void command( GWStringView method ) { instance->enqueue( u"GDispatchService_commandQueue", GHTTPHeaders( method ) ); }
+    void command( GWStringView method )
+    {
+        instance->enqueue( u"GDispatchService_commandQueue", GHTTPHeaders( method ) );
+    }
     // The next notification to the client; empty when there is none.
     GWString notification( );
     void connect( );
