@@ -125,9 +125,8 @@ void GVideoPlaybackService::_onClose( const GHTTPHeaders& command )
     _deleteStream( name );
 }
 
-void GVideoPlaybackService::_deleteStream( const GWString& nameReference )
+void GVideoPlaybackService::_deleteStream( GWString name )
 {
-    const GWString name = nameReference;
     GPRECONDITION( GMAPCONTAINS( _nameStreamMap, name ) );
     GVideoPlaybackStream* stream = _nameStreamMap[name];
     // Another device may have taken the host over since.
