@@ -1,0 +1,166 @@
+#include "platform/desktop/GDesktop_Qt.h"
+
+#include "base/GPortable.h"
+
+#include <QApplication>
+#include <QEvent>
+#include <QTimer>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+#include <xcb/xcb.h>
+
+namespace
+{
+class Task : public QEvent
+{
+public:
+    explicit Task( std::function<void( )> task_ ) : QEvent( QEvent::User ), task( std::move( task_ ) ) {}
+    const std::function<void( )> task;
+};
+class Hidden : public QObject
+{
+protected:
+    bool event( QEvent* event ) override
+    {
+        if( event->type( ) != QEvent::User ) return QObject::event( event );
+        if( !GDesktopIsDown( ) ) static_cast<Task*>( event )->task( );
+        return true;
+    }
+};
+
+constexpr int TICK_MILLISECONDS = 100;
+
+QApplication* application_ = nullptr;
+std::atomic<bool> down_ = false;
+std::mutex hiddenMutex_; // Held while posting, so that the hidden object can't go meanwhile.
+Hidden* hidden_ = nullptr;
+std::vector<void ( * )( )> ticks_;
+
+// The toolkit keeps references to both.
+int argumentCount_ = 1;
+char argument_[] = "velmora";
+char* arguments_[] = { argument_, nullptr };
+
+bool hasText( const char* variable )
+{
+    const char* value = std::getenv( variable );
+    return value && *value;
+}
+
+void requireDisplay( )
+{
+    const char* platform = std::getenv( "QT_QPA_PLATFORM" );
+    if( platform && *platform && !QByteArray( platform ).startsWith( "xcb" ) ) return;
+    if( hasText( "DISPLAY" ) )
+    {
+        // Also on other display servers: hotkeys and the screen are only to be had by way of X.
+        setenv( "QT_QPA_PLATFORM", "xcb", 1 );
+        int screen = 0;
+        xcb_connection_t* connection = xcb_connect( nullptr, &screen );
+        const bool good = !xcb_connection_has_error( connection );
+        xcb_disconnect( connection );
+        if( good ) return;
+        std::fprintf( stderr, "There is no display: cannot connect to the X server '%s'.\n", std::getenv( "DISPLAY" ) );
+    }
+    else
+        std::fputs( "There is no display: DISPLAY is not set. Start the program from a graphical session.\n", stderr );
+    std::exit( 1 );
+}
+
+void openHidden( )
+{
+    const std::scoped_lock lock( hiddenMutex_ );
+    hidden_ = new Hidden;
+    auto* timer = new QTimer( hidden_ );
+    QObject::connect( timer, &QTimer::timeout, hidden_,
+                      []( )
+                      {
+                          if( GDesktopIsDown( ) ) return;
+                          for( void ( *tick )( ) : ticks_ ) tick( );
+                      } );
+    timer->start( TICK_MILLISECONDS );
+}
+} // namespace
+
+void GDesktopOpen( )
+{
+    if( application_ ) return;
+    if( !QCoreApplication::instance( ) )
+    {
+        // One unit is one pixel.
+        setenv( "QT_ENABLE_HIGHDPI_SCALING", "0", 1 );
+        requireDisplay( );
+        application_ = new QApplication( argumentCount_, arguments_ );
+    }
+    else
+        application_ = static_cast<QApplication*>( QCoreApplication::instance( ) );
+    application_->setQuitOnLastWindowClosed( false );
+    down_ = false;
+    openHidden( );
+}
+
+void GDesktopClose( )
+{
+    if( !application_ ) return;
+    down_ = true;
+    Hidden* hidden = nullptr;
+    {
+        const std::scoped_lock lock( hiddenMutex_ );
+        hidden = std::exchange( hidden_, nullptr );
+    }
+    delete hidden;
+    ticks_.clear( );
+    QCoreApplication::sendPostedEvents( nullptr, QEvent::DeferredDelete );
+    delete std::exchange( application_, nullptr );
+}
+
+bool GDesktopIsDown( )
+{
+    return down_ || GIsShuttingDown( );
+}
+
+void GDesktopPost( std::function<void( )> task )
+{
+    const std::scoped_lock lock( hiddenMutex_ );
+    if( !hidden_ || GDesktopIsDown( ) ) return;
+    QCoreApplication::postEvent( hidden_, new Task( std::move( task ) ) );
+}
+
+QObject* GDesktopGetHidden( )
+{
+    GDesktopOpen( );
+    return hidden_;
+}
+
+void GDesktopOnTick( void ( *tick )( ) )
+{
+    GDesktopOpen( );
+    for( void ( *known )( ) : ticks_ )
+        if( known == tick ) return;
+    ticks_.push_back( tick );
+}
+
+xcb_connection_t* GDesktopGetConnection( )
+{
+    if( !application_ ) return nullptr;
+    auto* native = application_->nativeInterface<QNativeInterface::QX11Application>( );
+    return native ? native->connection( ) : nullptr;
+}
+
+void GDesktopFlush( )
+{
+    if( xcb_connection_t* connection = GDesktopGetConnection( ) ) xcb_flush( connection );
+}
+
+QString GDesktopText( const GWString& text )
+{
+    return QString::fromUtf16( text.data( ), static_cast<qsizetype>( text.size( ) ) );
+}
+GWString GDesktopText( const QString& text )
+{
+    return text.toStdU16String( );
+}

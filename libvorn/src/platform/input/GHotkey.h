@@ -1,0 +1,16 @@
+// System listeners and hotkeys, as the sources of their events reach them.
+#pragma once
+
+#include "platform/GSystem.h"
+
+#include <cstdint>
+
+// Tells all listeners; each may resign meanwhile.
+void GSystemTellSuspend( );
+void GSystemTellResume( );
+void GSystemTellHotkey( GHotkey hotkey, const GWString& name, bool down );
+// A hotkey's message, and the poll for its end.
+void GHotkeyOnMessage( int id );
+void GHotkeyPoll( );
+// Closes all that are still open.
+void GHotkeyCloseAll( );

@@ -1,0 +1,160 @@
+#include "platform/GIcon.h"
+
+#include "base/GPortable.h"
+#include "base/GUtil.h"
+#include "platform/desktop/GDesktop_Qt.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QIcon>
+#include <QPainter>
+#include <QPointer>
+#include <QSystemTrayIcon>
+
+#include <array>
+
+struct GIconRecord : public QSystemTrayIcon
+{
+    IGIconListener* listener = nullptr;
+    std::array<QIcon, 6> icons;
+    int current = GIS_PUBLIC_OFFLINE;
+    GWString toolTip;
+    GWString bubble;
+    int cookie = 0;
+};
+
+namespace
+{
+constexpr size_t MOST_TOOL_TIP = 62;
+constexpr size_t MOST_TITLE = 62;
+constexpr size_t MOST_BUBBLE = 254;
+constexpr int BUBBLE_MILLISECONDS = 10000;
+
+// The mark of a state for who has no image of it: an open ring, with a stroke through it for private; hollow offline, half filled
+// busy, filled online.
+QPixmap drawState( int state, int size )
+{
+    static const QColor colors[] = { "#A3ADBB", "#F2A33A", "#4CC38A" };
+    QPixmap pixmap( size, size );
+    pixmap.fill( Qt::transparent );
+    QPainter painter( &pixmap );
+    painter.setRenderHint( QPainter::Antialiasing );
+    const double width = size / 9.0;
+    const QRectF ring( width, width, size - 2 * width, size - 2 * width );
+    const QRectF core = ring.adjusted( 2 * width, 2 * width, -2 * width, -2 * width );
+    const QColor color = colors[state % 3];
+    painter.setPen( QPen( color, width ) );
+    painter.drawEllipse( ring );
+    painter.setBrush( color );
+    painter.setPen( Qt::NoPen );
+    if( state % 3 == 1 ) painter.drawPie( core, 90 * 16, 180 * 16 );
+    if( state % 3 == 2 ) painter.drawEllipse( core );
+    if( state >= GIS_PRIVATE_OFFLINE )
+    {
+        painter.setPen( QPen( color, width, Qt::SolidLine, Qt::RoundCap ) );
+        painter.drawLine( ring.bottomLeft( ), ring.topRight( ) );
+    }
+    return pixmap;
+}
+
+QIcon loadState( int state )
+{
+    QIcon icon;
+    const QString base = QStringLiteral( "skin/images/tray_%1" ).arg( state );
+    for( const char* suffix : { ".png", "_16.png", "_22.png", "_24.png", "_32.png" } )
+    {
+        const QString path = base + QLatin1String( suffix );
+        if( QFile::exists( path ) ) icon.addFile( path );
+    }
+    if( !icon.availableSizes( ).isEmpty( ) ) return icon;
+    for( const int size : { 16, 22, 24, 32, 48 } ) icon.addPixmap( drawState( state, size ) );
+    return icon;
+}
+
+// Listeners may open a menu or close the icon, so they run from the message loop and not within the toolkit's own handling.
+void onActivated( GIcon icon, QSystemTrayIcon::ActivationReason reason )
+{
+    const QPointer<QSystemTrayIcon> guard( icon );
+    GDesktopPost(
+        [guard, icon, reason]( )
+        {
+            if( !guard ) return;
+            if( reason == QSystemTrayIcon::Trigger ) icon->listener->onLButtonDown( icon );
+            if( reason == QSystemTrayIcon::DoubleClick ) icon->listener->onLButtonDblClk( icon );
+            if( reason == QSystemTrayIcon::Context ) icon->listener->onRButtonDown( icon );
+        } );
+}
+
+void onMessageClicked( GIcon icon )
+{
+    const QPointer<QSystemTrayIcon> guard( icon );
+    GDesktopPost(
+        [guard, icon]( )
+        {
+            if( guard ) icon->listener->onBubbleClick( icon, icon->cookie );
+        } );
+}
+} // namespace
+
+GIcon GIconOpen( IGIconListener* listener )
+{
+    GCALL( function );
+    GPRECONDITION( listener );
+    GDesktopOpen( );
+    auto* icon = new GIconRecord;
+    icon->listener = listener;
+    for( int state = GIS_PUBLIC_OFFLINE; state <= GIS_PRIVATE_ONLINE; ++state ) icon->icons[state] = loadState( state );
+    icon->setIcon( icon->icons[icon->current] );
+    QObject::connect( icon, &QSystemTrayIcon::activated, icon,
+                      [icon]( QSystemTrayIcon::ActivationReason reason ) { onActivated( icon, reason ); } );
+    QObject::connect( icon, &QSystemTrayIcon::messageClicked, icon, [icon]( ) { onMessageClicked( icon ); } );
+    icon->show( );
+    GDesktopFlush( );
+    return icon;
+}
+
+void GIconClose( GIcon icon )
+{
+    GCALL( function );
+    GPRECONDITION( icon );
+    if( !QCoreApplication::instance( ) ) return; // The desktop is gone, and the icon with it.
+    icon->hide( );
+    delete icon;
+}
+
+void GIconSetState( GIcon icon, int state )
+{
+    GCALL( function );
+    GPRECONDITION( icon );
+    GASSERT( GWITHIN( GIS_PUBLIC_OFFLINE, state, GIS_PRIVATE_ONLINE ) );
+    if( GDesktopIsDown( ) || icon->current == state ) return;
+    icon->current = state;
+    icon->setIcon( icon->icons[state] );
+    GDesktopFlush( );
+}
+
+void GIconSetText( GIcon icon, const GWString& text )
+{
+    GPRECONDITION( icon );
+    if( GDesktopIsDown( ) || icon->toolTip == text ) return;
+    icon->toolTip = text;
+    icon->setToolTip( GDesktopText( text.substr( 0, MOST_TOOL_TIP ) ) );
+}
+
+void GIconSetBubble( GIcon icon, const GWString& title, const GWString& text, int cookie )
+{
+    GCALL( function );
+    GPRECONDITION( icon );
+    if( GDesktopIsDown( ) || icon->bubble == text ) return;
+    icon->bubble = text;
+    icon->cookie = cookie;
+    icon->showMessage( GDesktopText( title.substr( 0, MOST_TITLE ) ), GDesktopText( text.substr( 0, MOST_BUBBLE ) ),
+                       QSystemTrayIcon::Information, BUBBLE_MILLISECONDS );
+    GDesktopFlush( );
+}
+
+bool GIconIsShown( GIcon icon )
+{
+    GPRECONDITION( icon );
+    return icon->isVisible( ) && QSystemTrayIcon::isSystemTrayAvailable( );
+}

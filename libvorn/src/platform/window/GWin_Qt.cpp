@@ -1,0 +1,350 @@
+#include "platform/window/GWin_Qt.h"
+
+#include "base/GPortable.h"
+#include "platform/desktop/GDesktop_Qt.h"
+#include "platform/window/GLayer.h"
+
+#include <QApplication>
+#include <QPainter>
+#include <QScreen>
+#include <QSurfaceFormat>
+
+#include <algorithm>
+#include <atomic>
+#include <set>
+
+namespace
+{
+constexpr int SETTLE_MILLISECONDS = 300;
+constexpr int FLASH_MILLISECONDS = 2000; // Twice on and off, at the usual pace of task bars.
+constexpr int MASK_ALPHA = 128;
+
+std::set<GWinRecord*> windows_;
+std::atomic<int> quitParameter_ = 0;
+
+QRect toQt( const GRect& rect )
+{
+    return { rect.left, rect.top, std::max( 1, rect.width( ) ), std::max( 1, rect.height( ) ) };
+}
+GRect fromQt( const QRect& rect )
+{
+    return { rect.left( ), rect.top( ), rect.left( ) + rect.width( ), rect.top( ) + rect.height( ) };
+}
+
+void followCompositor( )
+{
+    for( GWinRecord* window : windows_ ) window->updateShape( );
+}
+} // namespace
+
+GWinRecord::GWinRecord( const GRect& rect, bool topmost, IGWinListener* listener )
+    : _listener( listener ), _topmost( topmost ), _store( this )
+{
+    QSurfaceFormat format;
+    format.setAlphaBufferSize( 8 );
+    setSurfaceType( RasterSurface );
+    setFormat( format );
+    setFlags( topmost ? Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus
+                      : Qt::Window | Qt::FramelessWindowHint );
+    setGeometry( toQt( rect ) );
+    create( );
+    GASSERT( handle( ) );
+    GWinSetClass( *this );
+    _reported = getRect( );
+    _settleTimer.setSingleShot( true );
+    _settleTimer.setInterval( SETTLE_MILLISECONDS );
+    QObject::connect( &_settleTimer, &QTimer::timeout, this, [this]( ) { _settle( ); } );
+    // The toolkit's own end of the alert stays in its buffer.
+    _flashTimer.setSingleShot( true );
+    _flashTimer.setInterval( FLASH_MILLISECONDS + 100 );
+    QObject::connect( &_flashTimer, &QTimer::timeout, this, []( ) { GDesktopFlush( ); } );
+    windows_.insert( this );
+}
+
+void GWinRecord::release( )
+{
+    windows_.erase( this );
+    _listener = nullptr;
+    setMouseCapture( false );
+    setVisible( false );
+    if( _depth )
+        deleteLater( );
+    else
+        delete this;
+}
+
+GRect GWinRecord::getRect( ) const
+{
+    return _expecting ? _reported : fromQt( geometry( ) );
+}
+
+void GWinRecord::_report( const GRect& rect )
+{
+    if( rect == _reported ) return;
+    _reported = rect;
+    if( _listener ) _listener->onReposition( this, rect );
+}
+
+void GWinRecord::_expect( const GRect& rect )
+{
+    if( fromQt( geometry( ) ) == rect ) return;
+    _expecting = true;
+    _settleTimer.start( );
+    setGeometry( toQt( rect ) );
+    GDesktopFlush( );
+}
+
+// Moves and sizes; the listener hears of it before this returns.
+void GWinRecord::place( const GRect& rect )
+{
+    const GRect wanted = fromQt( toQt( rect ) );
+    _expect( wanted );
+    _report( wanted );
+}
+
+void GWinRecord::_onGeometry( )
+{
+    const GRect rect = fromQt( geometry( ) );
+    if( _expecting && rect != _reported ) return;
+    if( _expecting && !_dragHit )
+    {
+        _expecting = false;
+        _settleTimer.stop( );
+    }
+    _report( rect );
+}
+
+// What we asked for did not come: the window manager had its own mind.
+void GWinRecord::_settle( )
+{
+    if( _dragHit ) return _settleTimer.start( );
+    _expecting = false;
+    _report( fromQt( geometry( ) ) );
+}
+
+void GWinRecord::getTrackSize( int& width, int& height )
+{
+    constexpr int MOST = 1000;
+    constexpr int INSTEAD = 100;
+    width = height = 0;
+    if( !_listener || !_listener->getMinSize( this, width, height ) ) return;
+    if( width > MOST ) width = INSTEAD;
+    if( height > MOST ) height = INSTEAD;
+}
+
+void GWinRecord::repaint( int width, int height, const char* pixels, int alpha )
+{
+    if( _layer.width( ) != width || _layer.height( ) != height )
+        _layer = QImage( width, height, QImage::Format_ARGB32_Premultiplied );
+    GLayerCopy( pixels, reinterpret_cast<uint32_t*>( _layer.bits( ) ), width * height, alpha );
+    // A layer brings its size along, but where the window manager has given the window its own.
+    const GRect now = getRect( );
+    if( !( windowStates( ) & ( Qt::WindowMaximized | Qt::WindowMinimized ) ) &&
+        ( now.width( ) != width || now.height( ) != height ) )
+    {
+        _reported = { now.left, now.top, now.left + width, now.top + height };
+        _expect( _reported );
+    }
+    GLayerFindBands( pixels, width, height, 1, _bands );
+    if( _bands != _inputBands || !_shaped )
+    {
+        _shaped = true;
+        _inputBands.swap( _bands );
+        GWinShapeInput( *this, _inputBands );
+    }
+    GLayerFindBands( pixels, width, height, MASK_ALPHA, _bands );
+    const bool changed = _bands != _maskBands;
+    if( changed ) _maskBands.swap( _bands );
+    if( changed && _masked ) _masked = false; // Set anew below.
+    updateShape( );
+    if( isExposed( ) ) _onExposed( );
+}
+
+void GWinRecord::updateShape( )
+{
+    const bool wanted = !GWinIsComposited( );
+    if( wanted == _masked ) return;
+    _masked = wanted;
+    QRegion region;
+    if( wanted )
+    {
+        std::vector<QRect> rects;
+        rects.reserve( _maskBands.size( ) );
+        for( const GRect& band : _maskBands ) rects.push_back( toQt( band ) );
+        // An empty region would mean no mask at all.
+        if( rects.empty( ) ) rects.emplace_back( -1, -1, 1, 1 );
+        region.setRects( rects.data( ), static_cast<int>( rects.size( ) ) );
+    }
+    setMask( region );
+    // The mask may have reset what input passes through.
+    GWinShapeInput( *this, _inputBands );
+    GDesktopFlush( );
+}
+
+void GWinRecord::_onExposed( )
+{
+    const QRect all( QPoint( 0, 0 ), size( ) );
+    if( _store.size( ) != size( ) ) _store.resize( size( ) );
+    _store.beginPaint( all );
+    {
+        QPainter painter( _store.paintDevice( ) );
+        painter.setCompositionMode( QPainter::CompositionMode_Source );
+        if( _layer.width( ) < width( ) || _layer.height( ) < height( ) ) painter.fillRect( all, Qt::transparent );
+        if( !_layer.isNull( ) ) painter.drawImage( 0, 0, _layer );
+    }
+    _store.endPaint( );
+    _store.flush( all );
+    GDesktopFlush( );
+}
+
+void GWinRecord::flashTwice( )
+{
+    alert( FLASH_MILLISECONDS );
+    _flashTimer.start( );
+    GDesktopFlush( );
+}
+
+// ---- The flat interface.
+
+GWin GWinOpen( const GWString& title, const GRect& rect, bool topmost, IGWinListener* listener )
+{
+    GCALL( function );
+    GPRECONDITION( listener );
+    GDesktopOnTick( followCompositor );
+    auto* win = new GWinRecord( rect, topmost, listener );
+    win->setTitle( GDesktopText( title ) );
+    return win;
+}
+
+void GWinClose( GWin win )
+{
+    GCALL( function );
+    GPRECONDITION( win );
+    win->release( );
+}
+
+void GWinShow( GWin win )
+{
+    GPRECONDITION( win );
+    win->setVisible( true );
+    GDesktopFlush( );
+}
+void GWinHide( GWin win )
+{
+    GPRECONDITION( win );
+    win->setVisible( false );
+    GDesktopFlush( );
+}
+void GWinMinimize( GWin win )
+{
+    GPRECONDITION( win );
+    win->showMinimized( );
+    GDesktopFlush( );
+}
+void GWinMaximize( GWin win )
+{
+    GPRECONDITION( win );
+    win->showMaximized( );
+    GDesktopFlush( );
+}
+void GWinRestore( GWin win )
+{
+    GPRECONDITION( win );
+    win->showNormal( );
+    GDesktopFlush( );
+}
+bool GWinIsMaximized( GWin win )
+{
+    GPRECONDITION( win );
+    return win->windowStates( ).testFlag( Qt::WindowMaximized ) &&
+           !win->windowStates( ).testFlag( Qt::WindowMinimized );
+}
+bool GWinIsMinimized( GWin win )
+{
+    GPRECONDITION( win );
+    return win->windowStates( ).testFlag( Qt::WindowMinimized );
+}
+bool GWinIsVisible( GWin win )
+{
+    GPRECONDITION( win );
+    return win->isVisible( );
+}
+bool GWinHasKeyFocus( GWin win )
+{
+    GPRECONDITION( win );
+    return win->isActive( );
+}
+
+void GWinSetForeground( GWin win )
+{
+    GPRECONDITION( win );
+    win->raise( );
+    // A window that takes no focus is not to be activated.
+    if( !win->isTopmost( ) && win->isVisible( ) ) win->requestActivate( );
+    GDesktopFlush( );
+}
+
+void GWinMove( GWin win, const GRect& rect )
+{
+    GPRECONDITION( win );
+    GPRECONDITION( GVALIDRECT( rect ) );
+    win->place( rect );
+}
+
+void GWinMouseCapture( GWin win )
+{
+    GPRECONDITION( win );
+    win->setMouseCapture( true );
+}
+void GWinMouseRelease( GWin win )
+{
+    GPRECONDITION( win );
+    win->setMouseCapture( false );
+}
+void GWinGetScreenPosition( GWin win, GRect& rect )
+{
+    GPRECONDITION( win );
+    rect = win->getRect( );
+}
+void GWinFlash( GWin win )
+{
+    GPRECONDITION( win );
+    win->flashTwice( );
+}
+
+void GWinRepaint( GWin win, int width, int height, const char* pixels, int alpha )
+{
+    GPRECONDITION( win );
+    GPRECONDITION( width > 0 && height > 0 && pixels );
+    GPRECONDITION( GWITHIN( 0, alpha, 255 ) );
+    win->repaint( width, height, pixels, alpha );
+}
+
+void GWinSetTitle( GWin win, const GWString& title )
+{
+    GPRECONDITION( win );
+    win->setTitle( GDesktopText( title ) );
+    GDesktopFlush( );
+}
+
+bool GWinUpdate( bool& quit )
+{
+    GDesktopOpen( );
+    QCoreApplication::exec( );
+    quit = quitParameter_.exchange( 0 ) != 0;
+    return false;
+}
+
+void GWinPostQuit( int parameter )
+{
+    quitParameter_ = parameter;
+    GDesktopPost( []( ) { QCoreApplication::exit( 0 ); } );
+}
+
+GRect GWinGetWorkArea( int x, int y )
+{
+    GDesktopOpen( );
+    const QScreen* screen = QGuiApplication::screenAt( { x, y } );
+    if( !screen ) screen = QGuiApplication::primaryScreen( );
+    return screen ? fromQt( screen->availableGeometry( ) ) : GRect{ 0, 0, 1024, 768 };
+}

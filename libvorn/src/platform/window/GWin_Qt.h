@@ -1,0 +1,99 @@
+// One layered window on the toolkit: its bitmap, its own moving and sizing by hit code, and the events that it hands on.
+#pragma once
+
+#include "platform/GWin.h"
+
+#include <QBackingStore>
+#include <QImage>
+#include <QTimer>
+#include <QWindow>
+
+#include <vector>
+
+class QInputMethodEvent;
+
+struct GWinRecord : public QWindow
+{
+public:
+    GWinRecord( const GRect& rect, bool topmost, IGWinListener* listener );
+
+    // Ends the window; the record goes as soon as no event of it is under way.
+    void release( );
+
+    void place( const GRect& rect );
+    void repaint( int width, int height, const char* pixels, int alpha );
+    GRect getRect( ) const;
+    void flashTwice( );
+    // Follows the coming and going of a compositor.
+    void updateShape( );
+
+    bool isTopmost( ) const { return _topmost; }
+    void setMouseCapture( bool capture );
+    // The smallest size the window may be given: the listener's, where a side above 1000 becomes 100.
+    void getTrackSize( int& width, int& height );
+
+protected:
+    bool event( QEvent* event ) override;
+
+private:
+    bool _dispatch( QEvent* event );
+    void _onExposed( );
+    void _onGeometry( );
+    void _settle( );
+    void _report( const GRect& rect );
+    void _expect( const GRect& rect );
+    void _apply( const GRect& rect );
+
+    void _onPress( QMouseEvent* event );
+    void _onRelease( QMouseEvent* event );
+    void _onMove( QMouseEvent* event );
+    void _onWheel( QWheelEvent* event );
+    void _leave( );
+    int _hitTest( const QPoint& point );
+    void _showCursor( int hit );
+    void _startDrag( int hit, const QPoint& global );
+    void _drag( const QPoint& global );
+    void _endDrag( );
+
+    void _onKeyPress( QKeyEvent* event );
+    void _onKeyRelease( QKeyEvent* event );
+    void _onText( const QString& text );
+    bool _onPasteKey( QKeyEvent* event, int key );
+
+    IGWinListener* _listener;
+    const bool _topmost;
+    int _depth = 0; // Events under way.
+
+    QBackingStore _store;
+    QImage _layer; // B,G,R,A premultiplied, constant alpha included.
+    std::vector<GRect> _inputBands;
+    std::vector<GRect> _maskBands;
+    std::vector<GRect> _bands; // Work space.
+    bool _masked = false;
+    bool _shaped = false;
+
+    GRect _reported;
+    // After a placing of our own, older positions are still on their way from the X server; they are not news.
+    bool _expecting = false;
+    QTimer _settleTimer;
+    QTimer _flashTimer;
+
+    bool _capture = false;
+    bool _tracking = false; // A move was handed on and a leave is owed.
+    int _cursorHit = GHIT_CLIENT;
+    int _dragHit = 0;
+    QPoint _dragStart;
+    GRect _dragRect;
+    quint64 _lastPress = 0; // Milliseconds, 0 when the next press can't be a second one.
+    QPoint _lastPressPoint;
+    int _wheel = 0;
+};
+
+// The virtual key of a key event; 0 when it has none.
+int GKeyFromEvent( const QKeyEvent* event );
+// True when the platform shows per-pixel alpha.
+bool GWinIsComposited( );
+// Pointer input passes through all but these rectangles.
+void GWinShapeInput( QWindow& window, const std::vector<GRect>& bands );
+// The class by which other programs find layered windows.
+void GWinSetClass( QWindow& window );
