@@ -28,6 +28,8 @@ const char* GCrashGetCodeName( unsigned code );
 
 // Notes the helper program and the environment for GCrashAsk. Heap only here.
 void GCrashPrepareDialog( );
+// Another program in the helper's place, for tests.
+void GCrashSetDialog( const GString& path );
 // What the user answered to the crash dialog. Without `commented` the text was left as it was preset.
 struct GCrashAnswer
 {
@@ -43,5 +45,6 @@ bool GCrashCanRestart( );
 bool GCrashRestart( );
 // Real time, whatever clock the threads run on.
 void GCrashSleep( int64_t microseconds );
+void GCrashSetSleep( void ( *sleep )( int64_t microseconds ) ); // Tests; null restores.
 // Ends the process at once with that status: no destructors, no exit handlers.
 [[noreturn]] void GCrashExit( int status );

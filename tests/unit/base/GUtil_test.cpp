@@ -1,37 +1,21 @@
 #include "base/GUtil.h"
 
 #include "base/GDebug.h"
+#include "support/TestFolder.h"
 #include "support/TestLog.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <unistd.h>
 
 namespace
 {
-// A working directory of the test's own.
-class GUtilFile : public testing::Test
+class GUtilFile : public TestFolder
 {
-protected:
-    void SetUp( ) override
-    {
-        _old = std::filesystem::current_path( );
-        _folder = std::filesystem::temp_directory_path( ) / ( "velmora_util_" + std::to_string( ::getpid( ) ) );
-        std::filesystem::create_directories( _folder );
-        std::filesystem::current_path( _folder );
-    }
-    void TearDown( ) override
-    {
-        std::filesystem::current_path( _old );
-        std::filesystem::remove_all( _folder );
-    }
-
-private:
-    std::filesystem::path _old;
-    std::filesystem::path _folder;
 };
-using GUtilFileDeathTest = GUtilFile;
+class GUtilFileDeathTest : public TestFolder
+{
+};
 } // namespace
 
 TEST( GUtil, DecodesOneToThreeBytes )

@@ -77,6 +77,13 @@ void GCrashPrepareDialog( )
     hasDisplay_ = getenv( "DISPLAY" ) || getenv( "WAYLAND_DISPLAY" );
 }
 
+void GCrashSetDialog( const GString& path )
+{
+    path.copy( helperPath_, sizeof( helperPath_ ) - 1 );
+    helperPath_[std::min( path.size( ), sizeof( helperPath_ ) - 1 )] = '\0';
+    hasDisplay_ = true;
+}
+
 bool GCrashAsk( GCrashAnswer& answer )
 {
     answer.restart = false;

@@ -16,6 +16,7 @@ namespace
 GCrashHandler handler_ = nullptr;
 pthread_t mainThread_;
 volatile int displaySocket_ = -1;
+void ( *sleep_ )( int64_t ) = nullptr;
 
 struct CodeName
 {
@@ -131,8 +132,13 @@ unsigned _GPInfoExceptFilter( unsigned code )
     return 1;
 }
 
+void GCrashSetSleep( void ( *sleep )( int64_t microseconds ) )
+{
+    sleep_ = sleep;
+}
 void GCrashSleep( int64_t microseconds )
 {
+    if( sleep_ ) return sleep_( microseconds );
     timespec left = { static_cast<time_t>( microseconds / 1000000 ),
                       static_cast<long>( microseconds % 1000000 * 1000 ) };
     while( nanosleep( &left, &left ) && errno == EINTR )

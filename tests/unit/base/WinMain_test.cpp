@@ -1,0 +1,197 @@
+#include "start/GWinMain.h"
+
+#include "base/GPortable.h"
+#include "base/GUtil.h"
+#include "platform/GCrash.h"
+#include "platform/GNull.h"
+#include "platform/GSystem.h"
+#include "support/TestFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <sys/stat.h>
+
+namespace
+{
+// What the program under test does; set in the child alone.
+bool ( *program_ )( ) = []( ) { return false; };
+int boxes_ = 0;
+
+bool runNormally( )
+{
+    std::ofstream( "ran" ) << "ran";
+    return false;
+}
+
+class WinMainTest : public TestFolder
+{
+protected:
+    void SetUp( ) override
+    {
+        TestFolder::SetUp( );
+        unsetenv( "DISPLAY" );
+        unsetenv( "WAYLAND_DISPLAY" );
+    }
+    [[noreturn]] static void run( const GString& commandLine, bool ( *program )( ) = runNormally )
+    {
+        program_ = program;
+        _exit( WinMain( "test", commandLine ) );
+    }
+    static bool hasRun( ) { return std::filesystem::exists( "ran" ); }
+    static std::string cleanLog( )
+    {
+        const std::vector<std::string> logs = list( "_clean.log" );
+        return logs.size( ) == 1 ? read( logs[0] ) : "";
+    }
+};
+using WinMainDeathTest = WinMainTest;
+} // namespace
+
+bool GWinMain( const GString& )
+{
+    return program_( );
+}
+
+TEST_F( WinMainDeathTest, LogTellsTheRunFromStartToCleanEnd )
+{
+    EXPECT_EXIT( run( "-silent -log lx -host a.example" ), testing::ExitedWithCode( 0 ), "" );
+    EXPECT_TRUE( hasRun( ) );
+    const std::string log = cleanLog( );
+    size_t from = 0;
+    for( const char* text :
+         { ": --------------- Opening Logfile -------------\n", ": Version: Velmora/764\n",
+           ": Command Line: -silent -log lx -host a.example\n", ": System: ", "[WinMain] Setting log filter: 'lx'\n",
+           ": Leaked Object Tally: (none)\n", ": ---- Closed, Clean shutdown ----\n" } )
+    {
+        const size_t found = log.find( text, from );
+        ASSERT_NE( found, std::string::npos ) << text << log;
+        from = found;
+    }
+    EXPECT_TRUE( log.ends_with( "---- Closed, Clean shutdown ----\n" ) );
+}
+TEST_F( WinMainDeathTest, LogWithoutAValueGivesAnEmptyFilter )
+{
+    EXPECT_EXIT( run( "-log -silent", []( ) { return GLogTest( 'l' ) || !GLogGetFilter( ).empty( ); } ),
+                 testing::ExitedWithCode( 0 ), "" );
+    EXPECT_EQ( cleanLog( ).find( "Setting log filter" ), std::string::npos );
+}
+TEST_F( WinMainDeathTest, StaleUpgradeIsExecutedAndEndsTheRun )
+{
+    const int upgraded = openPipe( "upgraded" );
+    write( "upgrade.exe", "#!/bin/sh\necho \"$#\" > upgraded\n" );
+    EXPECT_EXIT( run( "-silent" ), testing::ExitedWithCode( 0 ), "" );
+    EXPECT_EQ( readPipe( upgraded ), "0\n" );
+    EXPECT_FALSE( hasRun( ) );
+    EXPECT_TRUE( std::filesystem::exists( "upgrade.exe" ) );
+    EXPECT_NE( cleanLog( ).find( "Executed 'upgrade.exe', shutting down." ), std::string::npos );
+}
+TEST_F( WinMainDeathTest, UpgradeThatCannotRunIsDeleted )
+{
+    write( "upgrade.exe", "no program" );
+    EXPECT_EXIT( run( "-silent" ), testing::ExitedWithCode( 0 ), "" );
+    EXPECT_TRUE( hasRun( ) );
+    EXPECT_FALSE( std::filesystem::exists( "upgrade.exe" ) );
+    EXPECT_NE( cleanLog( ).find(
+                   "WARNING Unable to execute 'upgrade.exe', because 'The .exe file is invalid (non-Microsoft Win32 "
+                   ".exe or error in .exe image).'; deleting and ignoring." ),
+               std::string::npos );
+}
+TEST_F( WinMainDeathTest, UpgradedRemovesTheUpgradeFirst )
+{
+    write( "upgrade.exe", "no program" );
+    EXPECT_EXIT( run( "-silent -upgraded" ), testing::ExitedWithCode( 0 ), "" );
+    EXPECT_TRUE( hasRun( ) );
+    EXPECT_FALSE( std::filesystem::exists( "upgrade.exe" ) );
+    EXPECT_NE( cleanLog( ).find( "Started from upgrade" ), std::string::npos );
+    EXPECT_EQ( cleanLog( ).find( "WARNING" ), std::string::npos );
+}
+TEST_F( WinMainDeathTest, RestartWithoutAPathEndsInABox )
+{
+    EXPECT_EXIT(
+        {
+            GNullSetBoxAnswer(
+                []( const GWString& title, const GWString& text )
+                {
+                    write( "box", GWideToUTF8( title + u"|" + text ) );
+                    return 0;
+                } );
+            run( "-silent -norestart", []( ) { return true; } );
+        },
+        testing::ExitedWithCode( 1 ), "" );
+    EXPECT_EQ( read( "box" ), "Auto-Restart Failed|Velmora was unable to automatically restart itself.\r\n''\r\n"
+                              "Please restart Velmora manually.\r\n()" );
+}
+TEST_F( WinMainDeathTest, SecondInstanceCancels )
+{
+    const int holder = holdFile( "velmora.log", "running" );
+    EXPECT_EXIT(
+        {
+            GNullSetBoxAnswer(
+                []( const GWString& title, const GWString& text )
+                {
+                    write( "box", GWideToUTF8( title + u"|" + text ) );
+                    return ++boxes_ < 3 ? 1 : 0;
+                } );
+            run( "-silent" );
+        },
+        testing::ExitedWithCode( 0 ), "" );
+    EXPECT_FALSE( hasRun( ) );
+    EXPECT_EQ( read( "velmora.log" ), "running" );
+    EXPECT_EQ( read( "box" ), "Velmora Already Running|Another instance of Velmora might already be running:\n\n"
+                              "- To keep the old instance and shut down the new, click Cancel\n"
+                              "- To keep the new instance after closing the old, click Try Again\n"
+                              "- To keep both instances, click Continue." );
+    close( holder );
+}
+TEST_F( WinMainDeathTest, SecondInstanceContinuesWithoutALog )
+{
+    const int holder = holdFile( "velmora.log", "running" );
+    EXPECT_EXIT(
+        {
+            GNullSetBoxAnswer( []( const GWString&, const GWString& ) { return 2; } );
+            run( "-silent" );
+        },
+        testing::ExitedWithCode( 0 ), "" );
+    EXPECT_TRUE( hasRun( ) );
+    EXPECT_EQ( list( ".log" ), std::vector<std::string>{ "velmora.log" } );
+    EXPECT_EQ( read( "velmora.log" ), "running" );
+    close( holder );
+}
+TEST_F( WinMainDeathTest, EscapedExceptionEndsInTheCrashHandler )
+{
+    EXPECT_EXIT( run( "-silent", []( ) -> bool { throw std::runtime_error( "broken" ); } ),
+                 testing::ExitedWithCode( 255 ), "" );
+    ASSERT_EQ( list( "_dirty.log" ).size( ), 1u );
+    const std::string log = read( list( "_dirty.log" )[0] );
+    EXPECT_NE( log.find( ": Velmora: ERROR Uncaught 'exception' exception in thread 'WinMain'. (broken)\n" ),
+               std::string::npos );
+    EXPECT_EQ( log.find( "Leaked Object Tally" ), std::string::npos );
+}
+
+TEST_F( WinMainTest, ExecuteTellsWhyItFailed )
+{
+    GWString reason = u"before";
+    EXPECT_FALSE( GSystemExecute( u"", u"", reason ) );
+    EXPECT_EQ( reason, u"before" );
+    EXPECT_FALSE( GSystemExecute( u"missing", u"", reason ) );
+    EXPECT_EQ( reason, u"The specified file was not found." );
+    write( "plain", "x" );
+    EXPECT_FALSE( GSystemExecute( u"plain/below", u"", reason ) );
+    EXPECT_EQ( reason, u"The specified path was not found." );
+    EXPECT_FALSE( GSystemExecute( GWString( 5000, u'a' ), u"", reason ) );
+    EXPECT_EQ( reason, u"The specified path was not found." );
+    write( "broken", "no program" );
+    chmod( "broken", 0755 );
+    EXPECT_FALSE( GSystemExecute( u"broken", u"", reason ) );
+    EXPECT_EQ( reason, u"The .exe file is invalid (non-Microsoft Win32 .exe or error in .exe image)." );
+}
+TEST_F( WinMainTest, ExecutePassesTheArguments )
+{
+    const int words = openPipe( "words" );
+    write( "program", "#!/bin/sh\necho \"$#:$2\" > words\n" );
+    chmod( "program", 0755 );
+    GWString reason;
+    EXPECT_TRUE( GSystemExecute( u"program", u"-log x  y", reason ) );
+    EXPECT_EQ( readPipe( words ), "3:x\n" );
+}
