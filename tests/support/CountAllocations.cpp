@@ -1,0 +1,30 @@
+#include "support/CountAllocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace
+{
+std::atomic<long> allocations_ = 0;
+} // namespace
+
+long allocationCount( )
+{
+    return allocations_;
+}
+
+void* operator new( size_t size )
+{
+    ++allocations_;
+    if( void* const memory = std::malloc( size ? size : 1 ) ) return memory;
+    throw std::bad_alloc( );
+}
+void operator delete( void* memory ) noexcept
+{
+    std::free( memory );
+}
+void operator delete( void* memory, size_t ) noexcept
+{
+    std::free( memory );
+}
