@@ -59,6 +59,7 @@ GTemplate::GTemplate( GInstance* instance, const GWString& filename, const GSkin
     _timer = GTimerOpen( TIMER_PERIOD, this );
     _notify = GNotifyOpen( this );
     GTemplateFactory factory( _platform );
+    GTRACK( GTemplateFactory, &factory );
     GASSERT( _root = factory.load( _instance, this, filename ) );
     _update( GWString( ), _root, false );
 
@@ -137,8 +138,6 @@ GTemplateNode* GTemplate::getNode( const GWString& path, GTemplateNode* relative
 void GTemplate::executeCommand( const GWString& command, GTemplateNode* source, int reserved )
 {
     GCALL( GTemplate );
-    // A menu or a chooser runs the message loop: the source must outlive it.
-    const GNodeBusy busy;
     std::vector<GMenuItem> items;
     GParseTools_parseMenu( items, command );
     if( items.empty( ) ) return;
@@ -146,7 +145,12 @@ void GTemplate::executeCommand( const GWString& command, GTemplateNode* source, 
         return _executeCommand( items.front( ).command, source, reserved );
     GStringVector labels;
     for( const GMenuItem& item : items ) labels.push_back( item.label );
-    const int choice = _platform.executeMenu( labels );
+    int choice = -1;
+    {
+        // A menu runs the message loop: the source must outlive it.
+        const GNodeBusy busy;
+        choice = _platform.executeMenu( labels );
+    }
     if( choice >= 0 && choice < static_cast<int>( items.size( ) ) )
         _executeCommand( items[static_cast<size_t>( choice )].command, source, reserved );
 }

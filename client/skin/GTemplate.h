@@ -44,6 +44,7 @@ public:
     // Runs the two passes over `node` on a fresh stack; `path`: of its parent.
     void refresh( const GWString& path, GTemplateNode* node, bool refresh ) { _update( path, node, refresh ); }
     GTemplateNode* getRoot( ) const { return _root; }
+    GTimer getTimer( ) const { return _timer; }
     GInstance* getInstance( ) const { return _instance; }
     const GSkinPlatform& getPlatform( ) const { return _platform; }
 

@@ -1,0 +1,329 @@
+#include "client/skin/nodes/GBuddyListNode.h"
+
+#include "TemplateTest.h"
+#include "client/drawing/GImageStack.h"
+#include "client/drawing/GImageTools.h"
+
+#include <cstring>
+
+namespace
+{
+constexpr int WIDTH = 120;
+constexpr int HEIGHT = 200;
+
+class GBuddyListNodeTest : public SkinTest
+{
+protected:
+    GBuddyListNodeTest( )
+        : list( dynamic_cast<GBuddyListNode*>( GTemplateFactory::create(
+              &instance, &engine, nullptr, u"BuddyList", { { u"normalfont", u"14" }, { u"titlefont", u"12" } } ) ) ),
+          pixels( static_cast<size_t>( WIDTH * HEIGHT * 4 ), '\0' ), inputMap( static_cast<size_t>( WIDTH * HEIGHT ) )
+    {
+    }
+    ~GBuddyListNodeTest( ) override { delete list; }
+
+    bool update( )
+    {
+        GAttributeStack stack( &instance, engine.notify );
+        return list->update( stack );
+    }
+    void draw( )
+    {
+        std::fill( pixels.begin( ), pixels.end( ), '\0' );
+        GImageStack images;
+        images.pushLayer( { GIT_RGBA32, WIDTH, HEIGHT }, pixels.data( ), inputMap.data( ) );
+        list->render( images );
+        images.pop( );
+    }
+    void show( GWStringView buddies )
+    {
+        instance.set( u"Local_Buddy_List", buddies );
+        update( );
+        draw( );
+    }
+    // The names in drawing order, "*" behind a picture.
+    std::string order( ) const
+    {
+        std::string out;
+        for( const GBuddyListNode::Region& region : list->getRegions( ) )
+            out += "[" + GWideToUTF8( region.guid ) + ( region.picture ? "*]" : "]" );
+        return out;
+    }
+    // A point inside the picture or the row of a buddy.
+    GRect find( const std::string& buddy, bool picture ) const
+    {
+        for( const GBuddyListNode::Region& region : list->getRegions( ) )
+            if( GWideToUTF8( region.guid ) == buddy && region.picture == picture ) return region.rect;
+        ADD_FAILURE( ) << "no region for " << buddy;
+        return { };
+    }
+    void press( const std::string& buddy, bool picture )
+    {
+        const GRect rect = find( buddy, picture );
+        list->onLButtonDown( nullptr, picture ? rect.left + 3 : rect.right - 3, rect.top + 3 );
+    }
+    void pressTwice( const std::string& buddy, bool picture )
+    {
+        press( buddy, picture );
+        const GRect rect = find( buddy, picture );
+        list->onLButtonDblClk( nullptr, picture ? rect.left + 3 : rect.right - 3, rect.top + 3 );
+    }
+    uint32_t pixel( int x, int y ) const
+    {
+        uint32_t colour = 0;
+        std::memcpy( &colour, pixels.data( ) + ( static_cast<size_t>( y ) * WIDTH + static_cast<size_t>( x ) ) * 4, 4 );
+        return colour;
+    }
+    std::string takeCommands( )
+    {
+        std::string out;
+        for( const std::string& command : engine.commands ) out += command + "\n";
+        engine.commands.clear( );
+        return out;
+    }
+
+    TestEngine engine;
+    GBuddyListNode* list;
+    GString pixels;
+    std::vector<IGInputHandler*> inputMap;
+};
+} // namespace
+
+// ---- The list.
+
+TEST_F( GBuddyListNodeTest, AnEmptyListDrawsOnlyTheTitle )
+{
+    show( u"" );
+    EXPECT_EQ( order( ), "[]" );
+    EXPECT_EQ( text( list->getRegions( ).front( ).list ), "Local_Buddy_List" );
+    EXPECT_EQ( list->getRegions( ).front( ).rect.left, 6 );
+    EXPECT_EQ( list->getRegions( ).front( ).rect.top, 6 );
+}
+
+TEST_F( GBuddyListNodeTest, OnlineBuddiesComeFirstEachPartSorted )
+{
+    instance.set( u"eve@x_Online", 1 );
+    instance.set( u"bob@x_Online", 1 );
+    show( u"zoe@x,eve@x;ann@x\tbob@x" );
+    EXPECT_EQ( order( ), "[][bob@x*][bob@x][eve@x*][eve@x][ann@x*][ann@x][zoe@x*][zoe@x]" );
+}
+
+TEST_F( GBuddyListNodeTest, NamesThatCouldCommandAreNotShown )
+{
+    TestLog::expect( "WARNING Invalid buddy 'x)(/system?exit)' in the list, ignoring." );
+    show( u"bob@x, x)(/system?exit)" );
+    EXPECT_EQ( order( ), "[][bob@x*][bob@x]" );
+}
+
+TEST_F( GBuddyListNodeTest, OnlyChangesAreReported )
+{
+    EXPECT_TRUE( update( ) );
+    EXPECT_FALSE( update( ) );
+    instance.set( u"Local_Buddy_List", u"bob@x" );
+    EXPECT_TRUE( update( ) );
+    EXPECT_FALSE( update( ) );
+    list->setAttribute( u"offlinefont", u"20" );
+    EXPECT_TRUE( update( ) );
+}
+
+TEST_F( GBuddyListNodeTest, AChangeOfTheListAsksForAPassAndAPictureForARepaint )
+{
+    show( u"bob@x" );
+    TestDesktop::pump( );
+    engine.kinds.clear( );
+    instance.set( u"Local_Buddy_List", u"bob@x, eve@x" );
+    TestDesktop::pump( );
+    EXPECT_EQ( engine.kinds, std::vector<int>{ 2 } );
+    engine.kinds.clear( );
+    const GString picture( 4 * 4 * 3, 'p' );
+    GImageTools_instanceWrite( &instance, u"bob@x_Image", { GIT_RGB24, 4, 4 }, picture );
+    instance.set( u"bob@x_Online", 1 );
+    TestDesktop::pump( );
+    EXPECT_EQ( engine.kinds, ( std::vector<int>{ 1, 1 } ) );
+}
+
+TEST_F( GBuddyListNodeTest, WatchesEndWithTheBuddyAndWithTheNode )
+{
+    show( u"bob@x, eve@x" );
+    show( u"eve@x" );
+    TestDesktop::pump( );
+    engine.kinds.clear( );
+    instance.set( u"bob@x_Online", 1 );
+    TestDesktop::pump( );
+    EXPECT_TRUE( engine.kinds.empty( ) );
+    delete list;
+    list = nullptr;
+    for( const GWStringView name : { u"eve@x_Online", u"eve@x_Image", u"Local_Buddy_List", u"Talking_To_List" } )
+        instance.set( name, u"1" );
+    TestDesktop::pump( );
+    EXPECT_TRUE( engine.kinds.empty( ) );
+}
+
+// ---- Drawing.
+
+TEST_F( GBuddyListNodeTest, TheFrameBelongsToTheList )
+{
+    show( u"" );
+    EXPECT_EQ( inputMap[0], list );
+    EXPECT_EQ( inputMap[static_cast<size_t>( WIDTH * HEIGHT - 1 )], list );
+}
+
+TEST_F( GBuddyListNodeTest, AnOnlineBuddyShowsHisPictureAndAnOfflineOneAGreyCopyMadeOnce )
+{
+    instance.set( u"bob@x_Online", 1 );
+    GString red;
+    for( int i = 0; i < 8 * 8; ++i ) red += std::string( "\xFF\x00\x00", 3 );
+    for( const GWStringView name : { u"bob@x_Image", u"eve@x_Image" } )
+        GImageTools_instanceWrite( &instance, GWString( name ), { GIT_RGB24, 8, 8 }, red );
+    show( u"bob@x, eve@x" );
+    EXPECT_FALSE( instance.isSet( u"bob@x_Image_BW" ) );
+    ASSERT_TRUE( instance.isSet( u"eve@x_Image_BW" ) );
+    GImageFormat format;
+    GRect rect;
+    ASSERT_TRUE( GImageTools_instanceReadCheck( &instance, u"eve@x_Image_BW", format, rect ) );
+    EXPECT_EQ( format, ( GImageFormat{ GIT_GRAY8, 8, 8 } ) );
+    const GString made = instance.getRaw( u"eve@x_Image_BW" );
+    GImageTools_instanceWrite( &instance, u"eve@x_Image", { GIT_RGB24, 8, 8 }, GString( 8 * 8 * 3, '\x20' ) );
+    draw( );
+    EXPECT_EQ( instance.getRaw( u"eve@x_Image_BW" ), made );
+
+    const GRect live = find( "bob@x", true );
+    const uint32_t colour = pixel( ( live.left + live.right ) / 2, ( live.top + live.bottom ) / 2 );
+    EXPECT_NE( colour & 0xFF, ( colour >> 8 ) & 0xFF );
+    const GRect grey = find( "eve@x", true );
+    const uint32_t shade = pixel( ( grey.left + grey.right ) / 2, ( grey.top + grey.bottom ) / 2 );
+    EXPECT_EQ( shade & 0xFF, ( shade >> 8 ) & 0xFF );
+    EXPECT_NE( shade, 0u );
+}
+
+TEST_F( GBuddyListNodeTest, ASelectedOfflineBuddyShowsHisLivePicture )
+{
+    const GString picture( 8 * 8 * 3, 'p' );
+    show( u"bob@x" );
+    press( "bob@x", false );
+    GImageTools_instanceWrite( &instance, u"bob@x_Image", { GIT_RGB24, 8, 8 }, picture );
+    draw( );
+    EXPECT_FALSE( instance.isSet( u"bob@x_Image_BW" ) );
+}
+
+TEST_F( GBuddyListNodeTest, TheSelectedRowAndTheOneUnderThePointerHaveTheirGround )
+{
+    show( u"bob@x, eve@x" );
+    press( "bob@x", false );
+    const GRect other = find( "eve@x", false );
+    EXPECT_EQ( list->onMouseMove( nullptr, other.right - 3, other.top + 3 ), GRESPONSE_RENDER );
+    EXPECT_EQ( list->onMouseMove( nullptr, other.right - 4, other.top + 3 ), GRESPONSE_NONE );
+    draw( );
+    const GRect row = find( "bob@x", false );
+    EXPECT_EQ( pixel( row.right - 2, row.top + 1 ), 0xFFD8E9ECu );
+    EXPECT_EQ( pixel( row.right - 1, row.top ), 0xFF000000u );
+    EXPECT_EQ( pixel( other.right - 2, other.top + 1 ), 0xFFEED2C1u );
+    EXPECT_EQ( list->onMouseoverChanged( false ), GRESPONSE_RENDER );
+    draw( );
+    EXPECT_EQ( pixel( other.right - 2, other.top + 1 ), 0u );
+}
+
+TEST_F( GBuddyListNodeTest, ABuddyWhoIsTalkedToHasAFrame )
+{
+    show( u"bob@x" );
+    const GRect row = find( "bob@x", false );
+    instance.set( u"Talking_To_List", u"bob@x" );
+    draw( );
+    EXPECT_EQ( pixel( row.right - 1, row.top ), 0u );
+    instance.set( u"Audio_Capture_Online", 1 );
+    draw( );
+    EXPECT_EQ( pixel( row.right - 1, row.top ), 0xFF00FFFFu );
+}
+
+TEST_F( GBuddyListNodeTest, RowsGrowWithTheSizeOfPictures )
+{
+    show( u"bob@x" );
+    const int low = find( "bob@x", false ).height( );
+    list->setAttribute( u"picturesize", u"48" );
+    EXPECT_TRUE( update( ) );
+    draw( );
+    EXPECT_LT( low, 48 );
+    EXPECT_EQ( find( "bob@x", false ).height( ), 48 );
+    EXPECT_EQ( find( "bob@x", true ).width( ), 48 );
+}
+
+TEST_F( GBuddyListNodeTest, SizesAreRaisedByTheFonts )
+{
+    update( );
+    int width = 0;
+    int height = 0;
+    list->calcMinSize( width, height );
+    EXPECT_GT( height, 14 );
+    height = 900;
+    list->calcMinSize( width, height );
+    EXPECT_EQ( height, 900 );
+}
+
+// ---- Input.
+
+TEST_F( GBuddyListNodeTest, APressOnTheLivePictureTalks )
+{
+    instance.set( u"bob@x_Online", 1 );
+    show( u"bob@x, eve@x" );
+    press( "bob@x", true );
+    EXPECT_EQ( takeCommands( ), "(/buddies/bob@x?talk\n" );
+    EXPECT_EQ( text( list->getSelected( ) ), "bob@x" );
+    press( "bob@x", false );
+    press( "eve@x", true );
+    EXPECT_EQ( takeCommands( ), "" );
+    EXPECT_EQ( text( list->getSelected( ) ), "eve@x" );
+    EXPECT_EQ( list->onLButtonUp( nullptr, 1, 1 ), GRESPONSE_RENDER );
+    list->onLButtonDown( nullptr, WIDTH - 1, HEIGHT - 1 );
+    EXPECT_EQ( text( list->getSelected( ) ), "" );
+}
+
+TEST_F( GBuddyListNodeTest, ADoubleClickTalksHandsFreeOrOpensTheChat )
+{
+    instance.set( u"bob@x_Online", 1 );
+    show( u"bob@x, eve@x" );
+    pressTwice( "bob@x", true );
+    EXPECT_EQ( takeCommands( ), "(/buddies/bob@x?talk\n(/buddies/bob@x?starttalkhandsfree)\n" );
+    pressTwice( "bob@x", false );
+    EXPECT_EQ( takeCommands( ), "(/skin/foreach_chat/window_bob@x?open\n" );
+}
+
+TEST_F( GBuddyListNodeTest, ADoubleClickOnAnOfflineRowStillOpensTheChat )
+{
+    show( u"eve@x" );
+    pressTwice( "eve@x", false );
+    EXPECT_EQ( takeCommands( ), "(/skin/foreach_chat/window_eve@x?open\n" );
+}
+
+TEST_F( GBuddyListNodeTest, ARightClickOffersWhatCanBeDone )
+{
+    show( u"g@x" );
+    const GRect row = find( "g@x", false );
+    EXPECT_EQ( list->onRButtonDown( nullptr, row.right - 3, row.top + 3 ), GRESPONSE_UPDATE );
+    EXPECT_EQ( takeCommands( ), "Talk(/buddies/g@x?starttalkhandsfree);Call(/buddies/g@x?call);"
+                                "Chat(/skin/foreach_chat/window_g@x?open);Send File(/buddies/g@x?sendfile);"
+                                "Show Screen(/buddies/g@x?showscreen);Show Window...(/buddies/g@x?showwindow);"
+                                "Reconnect(/buddies/g@x?reconnect);Remove(/buddies/g@x?remove);\n" );
+    EXPECT_EQ( list->onRButtonDown( nullptr, 8, 8 ), GRESPONSE_NONE );
+    EXPECT_EQ( takeCommands( ), "" );
+}
+
+TEST_F( GBuddyListNodeTest, BackspaceRemovesAndTheSelectionMovesOn )
+{
+    show( u"ann@x, bob@x" );
+    press( "ann@x", false );
+    EXPECT_EQ( list->onKeyPressed( nullptr, 8 ), GRESPONSE_UPDATE );
+    EXPECT_EQ( takeCommands( ), "(/buddies/ann@x?remove)\n" );
+    EXPECT_EQ( text( list->getSelected( ) ), "bob@x" );
+}
+
+TEST_F( GBuddyListNodeTest, RemovingTheLastBuddyClearsTheSelection )
+{
+    show( u"ann@x, bob@x" );
+    press( "bob@x", false );
+    list->onKeyPressed( nullptr, 8 );
+    EXPECT_EQ( takeCommands( ), "(/buddies/bob@x?remove)\n" );
+    EXPECT_EQ( text( list->getSelected( ) ), "" );
+    EXPECT_EQ( list->onKeyPressed( nullptr, 8 ), GRESPONSE_NONE );
+    EXPECT_EQ( list->onKeyPressed( nullptr, u'x' ), GRESPONSE_NONE );
+    EXPECT_EQ( takeCommands( ), "" );
+}
