@@ -50,9 +50,9 @@ void GDefaultNode::_leanTowardCentre( GAttributeStack& stack ) const
 
 bool GDefaultNode::_updateChildren( GAttributeStack& stack )
 {
-    // A gate that closed or opened is a change, whatever stands behind it.
+    // A gate that closed or opened is a change, whatever stands behind it; what it hides rests.
     const bool changed = _changed;
-    return GTemplateNode::_updateChildren( stack ) || changed;
+    return ( !_hidden && GTemplateNode::_updateChildren( stack ) ) || changed;
 }
 
 bool GDefaultNode::_postChildUpdate( GAttributeStack& stack )

@@ -73,7 +73,7 @@ void GEditNode::calcMinSize( int& width, int& height )
 bool GEditNode::_preChildRender( GImageStack& images )
 {
     images.setInputHandler( this );
-    const GRect box = _field.draw( images, _focus );
+    const GRect box = _field.draw( images, _focus, _vscroll ? 0 : _font.getHeight( ) );
     images.pushTarget( box );
     _drawText( images, box );
     images.pop( );

@@ -29,7 +29,7 @@ void GHotkeyNode::calcMinSize( int& width, int& height )
 bool GHotkeyNode::_preChildRender( GImageStack& images )
 {
     images.setInputHandler( this );
-    const GRect box = _field.draw( images, _focus );
+    const GRect box = _field.draw( images, _focus, _font.getHeight( ) );
     images.pushTarget( box );
     if( !_text.empty( ) ) images.drawText( _text, _font );
     images.pop( );

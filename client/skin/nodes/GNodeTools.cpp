@@ -58,21 +58,32 @@ void GNodeWatchList::clear( )
 
 // ---- Fonts.
 
-bool GNodeFont::_apply( bool changed )
+GNodeFont::~GNodeFont( )
 {
-    if( !changed && _built ) return false;
-    _built = true;
-    return _font.update( _text ) || changed;
+    delete _font;
+}
+
+GFont& GNodeFont::get( )
+{
+    if( !_font ) _update( );
+    return *_font;
+}
+
+bool GNodeFont::_update( )
+{
+    const bool first = !_font;
+    if( first ) _font = GSAFENEW( GFont, ( ) );
+    return _font->update( _text ) || first;
 }
 
 bool GNodeFont::read( GAttributeStack& stack, GWStringView expression )
 {
-    return _apply( stack.read( expression, _text ) );
+    return stack.read( expression, _text ) && _update( );
 }
 
 bool GNodeFont::read( GAttributeStack& stack, GWStringView expression, const GNodeFont& fallback )
 {
-    return _apply( GNodeTools_readOr( stack, expression, fallback._text, _text ) );
+    return GNodeTools_readOr( stack, expression, fallback._text, _text ) && _update( );
 }
 
 // ---- Attributes.
@@ -153,7 +164,7 @@ bool GNodeField::read( GAttributeStack& stack )
     return changed;
 }
 
-GRect GNodeField::draw( GImageStack& images, bool focus ) const
+GRect GNodeField::draw( GImageStack& images, bool focus, int lineHeight ) const
 {
     int width = 0;
     int height = 0;
@@ -161,7 +172,11 @@ GRect GNodeField::draw( GImageStack& images, bool focus ) const
     const GRect frame{ outer, outer, width - outer, height - outer };
     if( GRectHasVolume( frame ) ) images.drawRect( frame, focus ? focusColour : frameColour );
     const int margin = getMargin( ) / 2;
-    return { margin, margin, std::max( margin, width - margin ), std::max( margin, height - margin ) };
+    GRect box{ margin, margin, std::max( margin, width - margin ), std::max( margin, height - margin ) };
+    if( !lineHeight ) return box;
+    box.top = std::max( outer + 1, ( height - lineHeight ) / 2 );
+    box.bottom = std::max( box.top, std::min( box.top + lineHeight, height - outer - 1 ) );
+    return box;
 }
 
 // ---- Removal.

@@ -57,30 +57,29 @@ private:
     GStringList _names;
 };
 
-// A font with the attribute that names it.
+// A font with the attribute that names it; built on first use.
 class GNodeFont
 {
 public:
+    GNodeFont( ) = default;
+    ~GNodeFont( );
+    GNodeFont( const GNodeFont& ) = delete;
+    GNodeFont& operator=( const GNodeFont& ) = delete;
+
     // Evaluates the expression; true when the font changed.
     bool read( GAttributeStack& stack, GWStringView expression );
-    // "$name", or the other font's text when that attribute is empty.
+    // The same, with the other font's text when that attribute is empty.
     bool read( GAttributeStack& stack, GWStringView expression, const GNodeFont& fallback );
-    // Built on first use when nothing was read yet.
-    GFont& get( )
-    {
-        _apply( false );
-        return _font;
-    }
+    GFont& get( );
     operator GFont&( ) { return get( ); }
     int getHeight( ) { return get( ).getHeight( ); }
     const GWString& getText( ) const { return _text; }
 
 private:
-    bool _apply( bool changed );
+    bool _update( );
 
     GWString _text;
-    GFont _font;
-    bool _built = false;
+    GFont* _font = nullptr;
 };
 
 // Adds the flags of "$align" and "$valign" to `flags` (GIC_* numbers); flags are never taken away. True when they changed.
@@ -105,8 +104,9 @@ struct GNodeField
     bool read( GAttributeStack& stack );
     // What the margins and the frame take on both sides together.
     int getMargin( ) const { return 2 * ( inner + outer + 1 ); }
-    // Draws the frame and gives the rectangle left for the text, never inverted.
-    GRect draw( GImageStack& images, bool focus ) const;
+    // Draws the frame and gives the rectangle left for the text, never inverted. A single line of `lineHeight` that does not fit
+    // between the margins stands in the middle instead; 0 for several lines.
+    GRect draw( GImageStack& images, bool focus, int lineHeight ) const;
 };
 
 // Held while a node handles an event or runs a command: whoever removes a node meanwhile keeps it until later.

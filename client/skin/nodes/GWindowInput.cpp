@@ -118,25 +118,23 @@ int GWindowNode::onRButtonDown( GWin, int x, int y )
 // The wheel goes to the handler below the pointer, and failing that to the nearest handler beside or above it that takes it.
 int GWindowNode::onMouseWheel( GWin win, int steps )
 {
-    auto* below = dynamic_cast<GTemplateNode*>( _mouseover );
-    const auto turn = [&]( IGInputHandler& handler ) { return handler.onMouseWheel( win, steps ); };
-    if( int flags = ask( _mouseover, turn ) )
+    std::vector<IGInputHandler*> asked;
+    const auto turn = [&]( IGInputHandler* handler ) -> int
     {
-        _respond( flags, _mouseover );
+        const bool first = std::find( asked.begin( ), asked.end( ), handler ) == asked.end( );
+        if( !handler || handler == this || !first || !_isDrawn( handler ) ) return GRESPONSE_NONE;
+        asked.push_back( handler );
+        const int flags = ask( handler, [&]( IGInputHandler& node ) { return node.onMouseWheel( win, steps ); } );
+        if( flags ) _respond( flags, handler );
         return flags;
-    }
-    for( GTemplateNode* at = below; at && at != this; at = at->getParent( ) )
+    };
+    if( const int flags = turn( _mouseover ) ) return flags;
+    GTemplateNode* scope = dynamic_cast<GTemplateNode*>( _mouseover );
+    while( scope && scope != this )
     {
-        GTemplateNode* scope = at->getParent( );
+        scope = scope->getParent( );
         for( GTemplateNode* node = scope; node; node = node->getNext( scope ) )
-        {
-            auto* handler = dynamic_cast<IGInputHandler*>( node );
-            if( !handler || handler == this || node == below || !_isDrawn( handler ) ) continue;
-            const int flags = ask( handler, turn );
-            if( !flags ) continue;
-            _respond( flags );
-            return flags;
-        }
+            if( const int flags = turn( dynamic_cast<IGInputHandler*>( node ) ) ) return flags;
     }
     return GRESPONSE_NONE;
 }

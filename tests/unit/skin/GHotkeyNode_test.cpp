@@ -21,7 +21,7 @@ protected:
     GHotkeyNodeTest( )
     {
         load( { u"holder", { { u"var", u"Key" }, { u"refresh", u"$Refresh" } }, {} } );
-        node = new ScriptedHotkey( instance.get( ), engine.get( ), find( u"holder" ) );
+        node = GSAFENEW( ScriptedHotkey, ( instance.get( ), engine.get( ), find( u"holder" ) ) );
         find( u"holder" )->appendChild( node );
         update( );
         node->onKeyboardFocusChanged( true );

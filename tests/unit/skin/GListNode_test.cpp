@@ -12,9 +12,7 @@ protected:
         auto* node = loadAs<GListNode>( { u"List", attributes, {} } );
         update( );
         draw( 60, 100 );
-        GFont font;
-        font.update( u"14" );
-        rowHeight = font.getHeight( );
+        rowHeight = fontHeight( u"14" );
         return node;
     }
     int click( GListNode* node, int row ) { return node->onLButtonDown( nullptr, 5, row * rowHeight + 1 ); }
@@ -101,10 +99,10 @@ TEST_F( GListNodeTest, PersistKeepsTheChoiceInTheSettings )
 TEST_F( GListNodeTest, TheSelectedRowIsInvertedAndTheListFramed )
 {
     GListNode* node = list( { { u"list", u"one, two" } } );
-    EXPECT_EQ( canvas->at( 0, 50 ), 0x000000FFu );
+    EXPECT_EQ( draw( 60, 100, true ).at( 0, 50 ), 0x000000FFu );
     const uint32_t before = canvas->at( 50, rowHeight / 2 );
     click( node, 0 );
-    EXPECT_NE( draw( 60, 100 ).at( 50, rowHeight / 2 ), before );
+    EXPECT_NE( draw( 60, 100, true ).at( 50, rowHeight / 2 ), before );
     EXPECT_EQ( canvas->at( 50, rowHeight + rowHeight / 2 ), before );
 }
 

@@ -25,7 +25,7 @@ protected:
     HeldScrollBar* bar( const GAttributeList& attributes )
     {
         load( { u"holder", attributes, {} } );
-        auto* node = new HeldScrollBar( instance.get( ), engine.get( ), find( u"holder" ) );
+        auto* node = GSAFENEW( HeldScrollBar, ( instance.get( ), engine.get( ), find( u"holder" ) ) );
         node->setAttribute( u"name", u"frac" );
         find( u"holder" )->appendChild( node );
         update( );

@@ -19,9 +19,7 @@ protected:
                                            {} } );
         update( );
         draw( 120, 100 );
-        GFont font;
-        font.update( u"14" );
-        rowHeight = font.getHeight( ) + 4;
+        rowHeight = fontHeight( u"14" ) + 4;
         return node;
     }
     int click( GTableNode* node, int line ) { return node->onLButtonDown( nullptr, 3, line * rowHeight + 1 ); }
@@ -64,8 +62,8 @@ TEST_F( GTableNodeTest, AClickSelectsTheKeyOfTheRow )
     GTableNode* node = table( );
     EXPECT_EQ( click( node, 2 ), GRESPONSE_RENDER );
     EXPECT_EQ( node->getSelection( ), u"f2" );
-    const uint32_t before = canvas->at( 100, rowHeight * 2 + 3 );
-    EXPECT_NE( draw( 120, 100 ).at( 100, rowHeight * 2 + 3 ), before );
+    EXPECT_EQ( draw( 120, 100, true ).at( 100, rowHeight * 2 + 3 ), 0xBFBFBFFFu );
+    EXPECT_EQ( canvas->at( 100, rowHeight + 3 ), 0x404040FFu );
     click( node, 0 );
     EXPECT_TRUE( node->getSelection( ).empty( ) );
     click( node, 1 );

@@ -91,7 +91,7 @@ protected:
     }
     Probe* add( GWStringView path )
     {
-        auto* probe = new Probe( instance.get( ), engine.get( ), find( path ) );
+        auto* probe = GSAFENEW( Probe, ( instance.get( ), engine.get( ), find( path ) ) );
         find( path )->appendChild( probe );
         return probe;
     }

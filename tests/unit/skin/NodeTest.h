@@ -2,6 +2,7 @@
 // draw on.
 #pragma once
 
+#include "client/drawing/GFont.h"
 #include "client/drawing/GImageStack.h"
 #include "client/drawing/GImageTools.h"
 #include "client/skin/GTemplateFactory.h"
@@ -97,7 +98,7 @@ protected:
     {
         TestDesktop::ensure( );
         std::remove( SETTINGS );
-        instance = std::make_unique<GInstance>( GUTF8ToWide( SETTINGS ) );
+        instance.reset( GSAFENEW( GInstance, ( GUTF8ToWide( SETTINGS ) ) ) );
         engine = std::make_unique<FakeEngine>( );
     }
     ~NodeTest( ) override
@@ -145,9 +146,10 @@ protected:
         return root->update( stack );
     }
     // Draws the loaded node, after a pass, on a canvas of that size.
-    Canvas& draw( int width, int height )
+    Canvas& draw( int width, int height, bool onGrey = false )
     {
         canvas = std::make_unique<Canvas>( width, height );
+        if( onGrey ) canvas->images.fillRect( { 0, 0, width, height }, 0xFF404040 );
         root->render( canvas->images );
         return *canvas;
     }
@@ -159,6 +161,12 @@ protected:
         for( int i = 0; i < width * height; ++i )
             for( int shift = 24; shift >= 0; shift -= 8 ) pixels += static_cast<char>( colour >> shift & 255 );
         GImageTools_instanceWrite( instance.get( ), name, format, pixels );
+    }
+    static int fontHeight( const GWString& text )
+    {
+        const std::unique_ptr<GFont> font( GSAFENEW( GFont, ( ) ) );
+        font->update( text );
+        return font->getHeight( );
     }
     // The kinds that reached the engine's listener since the last call.
     std::vector<int> notifications( )
