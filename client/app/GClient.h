@@ -44,7 +44,7 @@ public:
     };
 
     GClient( const GWString& settingsPath, const GWString& avi, const GWString& host, const GWString& keepLogfiles,
-             bool upgraded, bool uploadlogfiles, bool forceturn, const GClientPlatform& platform = GClientPlatform( ) );
+             bool upgraded, bool uploadlogfiles, bool forceturn, const GClientPlatform& platform = GClientPlatformGet( ) );
     // Stops and deletes the services in the order of their creation, then skin, port and blackboard.
     ~GClient( ) override;
     void invariantTest( ) const override;

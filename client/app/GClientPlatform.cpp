@@ -6,14 +6,29 @@
 #include "platform/GSystem.h"
 #include "platform/GWin.h"
 
-GClientPlatform::GClientPlatform( )
-    : services( GClientServicesGet( ) ), openSkin( GClientSkinOpen ), openTimer( GTimerOpen ),
-      closeTimer( GTimerClose ), openIcon( GIconOpen ), closeIcon( GIconClose ), setIconState( GIconSetState ),
-      setIconText( GIconSetText ), setIconBubble( GIconSetBubble ), executeMenu( GMenuExecute ),
-      openDocument( []( const GWString& path, GWString& reason ) { return GSystemExecute( path, u"", reason ); } ),
-      chooseFileSave( GSystemChooseFileSave ), registerListener( GSystemRegisterListener ),
-      resignListener( GSystemResignListener ), postQuit( GWinPostQuit ), listIPs( GNetListIPs ),
-      playSound( GSoundPlay ), isMuted( GSoundIsMuted ), setMute( GSoundSetMute ), getVolume( GSoundGetVolume ),
-      setVolumeLines( GSoundSetLines )
+GClientPlatform GClientPlatformGet( )
 {
+    return {
+        .services = GClientServicesGet( ),
+        .openSkin = GClientSkinOpen,
+        .openTimer = GTimerOpen,
+        .closeTimer = GTimerClose,
+        .openIcon = GIconOpen,
+        .closeIcon = GIconClose,
+        .setIconState = GIconSetState,
+        .setIconText = GIconSetText,
+        .setIconBubble = GIconSetBubble,
+        .executeMenu = GMenuExecute,
+        .openDocument = []( const GWString& path, GWString& reason ) { return GSystemExecute( path, u"", reason ); },
+        .chooseFileSave = GSystemChooseFileSave,
+        .registerListener = GSystemRegisterListener,
+        .resignListener = GSystemResignListener,
+        .postQuit = GWinPostQuit,
+        .listIPs = GNetListIPs,
+        .playSound = GSoundPlay,
+        .isMuted = GSoundIsMuted,
+        .setMute = GSoundSetMute,
+        .getVolume = GSoundGetVolume,
+        .setVolumeLines = GSoundSetLines,
+    };
 }

@@ -1,5 +1,5 @@
-// The doors of the client core to the desktop, the services and the skin, as a table of functions. The default table is the real
-// one; tests put their own in its place.
+// The doors of the client core to the desktop, the services and the skin, as a table of functions. GClientPlatformGet gives the
+// real one; tests put their own in its place.
 #pragma once
 
 #include "client/app/IGClientSkin.h"
@@ -22,8 +22,6 @@ struct GServiceRow
 
 struct GClientPlatform
 {
-    GClientPlatform( );
-
     // In the order in which they are created, started and stopped.
     std::vector<GServiceRow> services;
     std::function<std::unique_ptr<IGClientSkin>( GInstance* instance )> openSkin;
@@ -49,3 +47,5 @@ struct GClientPlatform
     std::function<double( )> getVolume;
     std::function<void( double speaker, double wave )> setVolumeLines;
 };
+
+GClientPlatform GClientPlatformGet( );

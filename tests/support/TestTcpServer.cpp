@@ -23,7 +23,7 @@ TestTcpServer::TestTcpServer( int receiveBuffer )
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl( INADDR_LOOPBACK );
     ::bind( _listener, reinterpret_cast<sockaddr*>( &address ), sizeof( address ) );
-    ::listen( _listener, 4 );
+    ::listen( _listener, 128 );
     socklen_t length = sizeof( address );
     ::getsockname( _listener, reinterpret_cast<sockaddr*>( &address ), &length );
     _host = GConcat( u"127.0.0.1:", int( ntohs( address.sin_port ) ) );
@@ -39,7 +39,11 @@ bool TestTcpServer::accept( )
 {
     hangUp( );
     if( !waitFor( _listener, 5000 ) ) return false;
-    _connection = ::accept( _listener, nullptr, nullptr );
+    do
+    {
+        if( _connection >= 0 ) ::close( _connection );
+        _connection = ::accept( _listener, nullptr, nullptr );
+    } while( waitFor( _listener, 0 ) );
     return _connection >= 0;
 }
 

@@ -14,6 +14,7 @@ public:
     TestTcpServer& operator=( const TestTcpServer& ) = delete;
 
     const GWString& host( ) const { return _host; }
+    // Takes the newest connection and closes the others.
     bool accept( );
     void say( const GString& bytes ) const;
     void say( const GHTTPHeaders& message ) const { say( message.serialize( ) ); }
