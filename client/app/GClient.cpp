@@ -116,19 +116,26 @@ void GClient::onTimer( GTimer timer )
     GVERIFY( timer == _timer );
     invariantTest( );
     _drainCommandQueue( );
-    if( _httpClient ) _httpClient->update( HTTP_WAIT );
+    // Only a logon on its way is worth waiting for.
+    if( _httpClient ) _httpClient->update( _state == AUTHENTICATING ? HTTP_WAIT : 0 );
     _onInput( EVENT_TICK, { } );
-    if( _httpClient && !_httpClient->isAlive( ) )
-    {
-        delete _httpClient;
-        _httpClient = nullptr;
-    }
+    _retireHTTPClient( );
     if( _networkCheck.hasElapsed( ) )
     {
         _checkNetwork( );
         _checkCPU( );
     }
     _updateIconText( );
+}
+
+// An exchange that is over is read until the server hangs up.
+void GClient::_retireHTTPClient( )
+{
+    GHTTPHeaders rest;
+    if( _httpClient && _state != AUTHENTICATING ) _httpClient->recv( rest );
+    if( !_httpClient || _httpClient->isAlive( ) ) return;
+    delete _httpClient;
+    _httpClient = nullptr;
 }
 
 void GClient::_drainCommandQueue( )

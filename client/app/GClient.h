@@ -44,7 +44,8 @@ public:
     };
 
     GClient( const GWString& settingsPath, const GWString& avi, const GWString& host, const GWString& keepLogfiles,
-             bool upgraded, bool uploadlogfiles, bool forceturn, const GClientPlatform& platform = GClientPlatformGet( ) );
+             bool upgraded, bool uploadlogfiles, bool forceturn,
+             const GClientPlatform& platform = GClientPlatformGet( ) );
     // Stops and deletes the services in the order of their creation, then skin, port and blackboard.
     ~GClient( ) override;
     void invariantTest( ) const override;
@@ -80,6 +81,7 @@ private:
     void _startServices( );
     void _stopServices( );
     void _drainCommandQueue( );
+    void _retireHTTPClient( );
     void _checkNetwork( );
     bool _listIPs( GStringList& list );
     void _checkCPU( );

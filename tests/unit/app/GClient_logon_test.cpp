@@ -71,14 +71,32 @@ TEST_F( ClientLogon, NewAccountCarriesTheTypedNameAndKeepsTheServersId )
     EXPECT_FALSE( TestLog::contains( "secret" ) );
 }
 
+TEST_F( ClientLogon, FirstTickLogsOnAgainUnlessTheAddressesAreKnownBefore )
+{
+    for( const bool robust : { false, true } )
+    {
+        settings( { { "local_user_guid", "me@velmora.local" },
+                    { "local_password", "x" },
+                    { "robust_client", robust ? "1" : "0" } } );
+        desktop.ips = { u"10.0.0.1" };
+        open( );
+        clearQueues( );
+        tick( );
+        EXPECT_EQ( wasReset( ), !robust );
+        EXPECT_EQ( state( ), GClient::AUTHENTICATING );
+        close( );
+    }
+}
+
 TEST_F( ClientLogon, ThreeStunHostsAreAnInvalidReplyEvenWithCode200 )
 {
     open( );
     GHTTPHeaders reply = goodReply( );
-    reply.set( u"STUN-Host-List", GStringList { u"1.1.1.1:1", u"1.1.1.2:2", u"1.1.1.3:3" } );
+    reply.set( u"STUN-Host-List", GStringList{ u"1.1.1.1:1", u"1.1.1.2:2", u"1.1.1.3:3" } );
     answerLogon( reply );
     EXPECT_EQ( get( u"Logon_Status" ), u"-- Invalid server reply --" );
-    EXPECT_TRUE( TestLog::contains( "Request 'AUTHENTICATE' failed with response 200 (valid=FALSE), staying offline." ) );
+    EXPECT_TRUE(
+        TestLog::contains( "Request 'AUTHENTICATE' failed with response 200 (valid=FALSE), staying offline." ) );
     EXPECT_EQ( state( ), GClient::OFFLINE );
 }
 
@@ -102,7 +120,7 @@ TEST_F( ClientLogon, RefusalTellsWhetherTheAccountOrTheNameIsWrong )
     desktop.commands.clear( );
     answerLogon( refusal( 403 ) );
     EXPECT_EQ( get( u"Logon_Status" ), u"-- Incorrect name/password --" );
-    EXPECT_EQ( desktop.commands, GStringVector { u"(/skin/window_login?open)" } );
+    EXPECT_EQ( desktop.commands, GStringVector{ u"(/skin/window_login?open)" } );
     close( );
     settings( { } );
     open( );
@@ -111,7 +129,7 @@ TEST_F( ClientLogon, RefusalTellsWhetherTheAccountOrTheNameIsWrong )
     command( u"LOGON" );
     answerLogon( refusal( 409 ) );
     EXPECT_EQ( get( u"Logon_Status" ), u"-- Username already in use --" );
-    EXPECT_EQ( desktop.commands, GStringVector { u"(/skin/window_new?open)" } );
+    EXPECT_EQ( desktop.commands, GStringVector{ u"(/skin/window_new?open)" } );
     EXPECT_EQ( state( ), GClient::OFFLINE );
 }
 
@@ -159,7 +177,9 @@ TEST_F( ClientLogon, LogonAtStartIsASilentOneOnlyWithTheRemedy )
 {
     for( const bool robust : { false, true } )
     {
-        settings( { { "local_user_guid", "me@velmora.local" }, { "local_password", "x" }, { "robust_client", robust ? "1" : "0" } } );
+        settings( { { "local_user_guid", "me@velmora.local" },
+                    { "local_password", "x" },
+                    { "robust_client", robust ? "1" : "0" } } );
         open( );
         EXPECT_EQ( get( u"Prompt_On_AUTHENTICATE_Failure" ), robust ? u"" : u"1" );
         answerLogon( refusal( 403 ) );
@@ -172,7 +192,9 @@ TEST_F( ClientLogon, LogHostTravelsWithTheUploadCommandOnlyWithTheRemedy )
 {
     for( const bool robust : { false, true } )
     {
-        settings( { { "local_user_guid", "me@velmora.local" }, { "local_password", "x" }, { "robust_client", robust ? "1" : "0" } } );
+        settings( { { "local_user_guid", "me@velmora.local" },
+                    { "local_password", "x" },
+                    { "robust_client", robust ? "1" : "0" } } );
         open( );
         answerLogon( goodReply( ) );
         EXPECT_EQ( next( u"GLogfileService_commandQueue" ).get( u"Logfile-Host" ), robust ? u"4.4.4.4:4" : u"" );
@@ -192,8 +214,9 @@ TEST_F( ClientLogon, CriticalUpgradeLeavesTheClientOffline )
     EXPECT_EQ( get( u"Local_Upgrade_URL" ), u"http://1.2.3.4:80/upgrade" );
     ASSERT_EQ( desktop.bubbles.size( ), 1u );
     EXPECT_EQ( desktop.bubbles[0].title, u"Critical update in progress" );
-    EXPECT_EQ( desktop.bubbles[0].text, u"Velmora is downloading the critical update 'Velmora 765'.  You will automatically go "
-                                        u"online when prompted to upgrade." );
+    EXPECT_EQ( desktop.bubbles[0].text,
+               u"Velmora is downloading the critical update 'Velmora 765'.  You will automatically go "
+               u"online when prompted to upgrade." );
     EXPECT_TRUE( wasReset( ) );
 }
 
@@ -207,8 +230,9 @@ TEST_F( ClientLogon, OrdinaryUpgradeGoesOnline )
     EXPECT_EQ( state( ), GClient::CONNECTING );
     ASSERT_EQ( desktop.bubbles.size( ), 1u );
     EXPECT_EQ( desktop.bubbles[0].title, u"Update in progress" );
-    EXPECT_EQ( desktop.bubbles[0].text, u"Velmora is downloading the service update 'Velmora 765'.  You can use Velmora as "
-                                        u"normal, and upgrade when prompted." );
+    EXPECT_EQ( desktop.bubbles[0].text,
+               u"Velmora is downloading the service update 'Velmora 765'.  You can use Velmora as "
+               u"normal, and upgrade when prompted." );
 }
 
 TEST_F( ClientLogon, UploadRunStaysOffline )
@@ -224,7 +248,10 @@ TEST_F( ClientLogon, UploadRunStaysOffline )
 
 TEST_F( ClientLogon, FirstLogonOpensTheBuddyListAndFirstRunTheOptions )
 {
-    settings( { { "local_user_guid", "me@velmora.local" }, { "local_password", "x" }, { "first_run_complete", "0" }, { "first_logon_complete", "0" } } );
+    settings( { { "local_user_guid", "me@velmora.local" },
+                { "local_password", "x" },
+                { "first_run_complete", "0" },
+                { "first_logon_complete", "0" } } );
     open( );
     answerLogon( goodReply( ) );
     EXPECT_TRUE( ran( u"(/skin/window_buddylist?open)" ) );
@@ -241,7 +268,8 @@ TEST_F( ClientLogon, ResetForgetsTheServersButNotTheStunHosts )
     clearQueues( );
     command( u"DISCONNECTED" );
     EXPECT_TRUE( wasReset( ) );
-    for( const GWStringView name : { u"Global_SIP_Host_List", u"Global_TURN_Host", u"Global_Logfile_Host" } ) EXPECT_EQ( get( name ), u"" );
+    for( const GWStringView name : { u"Global_SIP_Host_List", u"Global_TURN_Host", u"Global_Logfile_Host" } )
+        EXPECT_EQ( get( name ), u"" );
     EXPECT_NE( get( u"Global_STUN_Host_List" ), u"" );
     EXPECT_EQ( get( u"Local_IP" ), u"127.0.0.1" );
 }

@@ -12,8 +12,8 @@ class Client : public TestClient
 };
 
 // Every event by its number; every command with a row in some state.
-const std::vector<GWString> COMMANDS { u"LOGON",          u"LOGOFF",           u"CONNECTED",          u"DISCONNECTED",
-                                       u"BUDDYLOGGEDOFF", u"LOGFILESUPLOADED", u"UPGRADEDOWNLOADED", u"NONSENSE" };
+const std::vector<GWString> COMMANDS{ u"LOGON",          u"LOGOFF",           u"CONNECTED",         u"DISCONNECTED",
+                                      u"BUDDYLOGGEDOFF", u"LOGFILESUPLOADED", u"UPGRADEDOWNLOADED", u"NONSENSE" };
 enum Outcome
 {
     IGNORED, // Nothing changes but one warning.
@@ -31,12 +31,13 @@ struct Row
     Outcome outcome;
     int next;
 };
-constexpr int OFF = GClient::OFFLINE, WAIT = GClient::WAITING, AUTH = GClient::AUTHENTICATING, CONN = GClient::CONNECTING,
-              ON = GClient::ONLINE, LOGOFF = GClient::LOGGING_OFF, DISC = GClient::DISCONNECTING;
+constexpr int OFF = GClient::OFFLINE, WAIT = GClient::WAITING, AUTH = GClient::AUTHENTICATING,
+              CONN = GClient::CONNECTING, ON = GClient::ONLINE, LOGOFF = GClient::LOGGING_OFF,
+              DISC = GClient::DISCONNECTING;
 constexpr int SUSPEND = GClient::EVENT_SUSPEND, RESUME = GClient::EVENT_RESUME, NETWORK = GClient::EVENT_NETWORKCHANGED;
 
 // What is not in this table is ignored.
-const std::vector<Row> TABLE {
+const std::vector<Row> TABLE{
     { OFF, 0, u"LOGON", RETRIES, AUTH },
     { OFF, SUSPEND, u"", PASSED, OFF },
     { OFF, RESUME, u"", PASSED, OFF },
@@ -95,11 +96,12 @@ TEST_F( Client, EveryStateTakesWhatItsTableSaysAndIgnoresTheRest )
     TestLog::allow( "WARNING Ignored input eventID #" );
     for( int from = OFF; from <= DISC; ++from )
     {
-        std::vector<std::pair<int, GWString>> inputs { { SUSPEND, u"" }, { RESUME, u"" }, { NETWORK, u"" } };
+        std::vector<std::pair<int, GWString>> inputs{ { SUSPEND, u"" }, { RESUME, u"" }, { NETWORK, u"" } };
         for( const GWString& name : COMMANDS ) inputs.emplace_back( 0, name );
         for( const auto& [eventID, name] : inputs )
         {
-            SCOPED_TRACE( "state " + std::to_string( from ) + ", event " + std::to_string( eventID ) + " " + GWideToUTF8( name ) );
+            SCOPED_TRACE( "state " + std::to_string( from ) + ", event " + std::to_string( eventID ) + " " +
+                          GWideToUTF8( name ) );
             to( from );
             ASSERT_EQ( state( ), from );
             set( u"Reconnect_On_Resume", u"" );
@@ -121,8 +123,8 @@ TEST_F( Client, EveryStateTakesWhatItsTableSaysAndIgnoresTheRest )
 
 TEST_F( Client, StatesHaveTheirTexts )
 {
-    const GStringVector texts { u"Offline",         u"Waiting...",     u"Authenticating...", u"Connecting...", u"Online",
-                                u"Logging off...", u"Disconnecting...", u"<invalid>" };
+    const GStringVector texts{ u"Offline", u"Waiting...",     u"Authenticating...", u"Connecting...",
+                               u"Online",  u"Logging off...", u"Disconnecting...",  u"<invalid>" };
     for( size_t i = 0; i < texts.size( ); ++i ) EXPECT_EQ( GClient::_getState( static_cast<int>( i ) ), texts[i] );
 }
 
@@ -133,8 +135,9 @@ TEST_F( Client, EveryStateShowsItselfInTheTray )
         int state, icon;
         GWString text;
     };
-    for( const Case& c : { Case { OFF, 0, u"Offline" }, Case { AUTH, 1, u"Authenticating..." }, Case { CONN, 1, u"Connecting..." },
-                           Case { ON, 2, u"Online" }, Case { LOGOFF, 1, u"Logging off..." }, Case { DISC, 1, u"Disconnecting..." } } )
+    for( const Case& c :
+         { Case{ OFF, 0, u"Offline" }, Case{ AUTH, 1, u"Authenticating..." }, Case{ CONN, 1, u"Connecting..." },
+           Case{ ON, 2, u"Online" }, Case{ LOGOFF, 1, u"Logging off..." }, Case{ DISC, 1, u"Disconnecting..." } } )
     {
         for( const bool isPublic : { true, false } )
         {
@@ -156,14 +159,18 @@ TEST_F( Client, OwnsEverythingInTheToldOrder )
     settings( { } );
     open( );
     close( );
-    const GStringVector expected { u"new first", u"new second", u"timer 100000", u"icon",         u"listen",     u"new skin",
-                                   u"resign",    u"close icon", u"close timer",  u"delete first", u"delete second", u"delete skin" };
+    const GStringVector expected{ u"new first",   u"new second",   u"timer 100000",  u"icon",
+                                  u"listen",      u"new skin",     u"resign",        u"close icon",
+                                  u"close timer", u"delete first", u"delete second", u"delete skin" };
     EXPECT_EQ( desktop.log, expected );
 }
 
 TEST_F( Client, SettingsOfTheFileWinOverDefaultsButNotOverFixedValues )
 {
-    settings( { { "video_size", "64" }, { "current_version", "1" }, { "talk_again_hotkey", "F5" }, { "local_user_guid", "ME@Velmora.local" } } );
+    settings( { { "video_size", "64" },
+                { "current_version", "1" },
+                { "talk_again_hotkey", "F5" },
+                { "local_user_guid", "ME@Velmora.local" } } );
     open( );
     EXPECT_EQ( get( u"Video_Size" ), u"64" );
     EXPECT_EQ( get( u"Current_Version" ), u"764" );
@@ -245,7 +252,7 @@ TEST_F( Client, UpgradeIsAnnouncedAndItsBubbleOpensTheChangeLog )
     EXPECT_EQ( desktop.bubbles[0].text,
                u"You have successfully upgraded Velmora to version 764.  Click here to see what has changed." );
     client->onBubbleClick( nullptr, desktop.bubbles[0].eventID );
-    EXPECT_EQ( desktop.documents, GStringVector { u"CHANGELOG.txt" } );
+    EXPECT_EQ( desktop.documents, GStringVector{ u"CHANGELOG.txt" } );
     desktop.opens = false;
     TestLog::expect( "WARNING Cannot open 'CHANGELOG.txt' because 'it is not there', ignoring." );
     event( GClient::EVENT_CHANGELOG );
@@ -258,7 +265,7 @@ TEST_F( Client, WithoutAnAccountTheLogonWindowOpens )
     settings( { { "local_user_guid", "me@velmora.local" } } );
     open( );
     EXPECT_EQ( state( ), OFF );
-    EXPECT_EQ( desktop.commands, GStringVector { u"(/skin/window_login?open)" } );
+    EXPECT_EQ( desktop.commands, GStringVector{ u"(/skin/window_login?open)" } );
 }
 
 // ---- The tick.
@@ -418,7 +425,7 @@ TEST_F( Client, ExitWhenOfflinePostsTheQuitMessageWithTheRestartWish )
         set( u"Exit_When_Offline", u"1" );
         set( u"Restart_On_Exit", restarts ? u"1" : u"0" );
         tick( );
-        EXPECT_EQ( desktop.quits, std::vector<int> { restarts } );
+        EXPECT_EQ( desktop.quits, std::vector<int>{ restarts } );
         EXPECT_EQ( get( u"Exit_When_Offline" ), u"" );
         EXPECT_EQ( get( u"Restart_On_Exit" ), u"" );
         tick( );
@@ -434,7 +441,7 @@ TEST_F( Client, EndOfTheLogUploadExitsWhenThatWasAskedFor )
     EXPECT_TRUE( desktop.quits.empty( ) );
     set( u"Exit_When_Logfiles_Uploaded", u"1" );
     command( u"LOGFILESUPLOADED" );
-    EXPECT_EQ( desktop.quits, std::vector<int> { 0 } );
+    EXPECT_EQ( desktop.quits, std::vector<int>{ 0 } );
 }
 
 TEST_F( Client, RemedyWaitsAndRetriesWhenTheConnectionFails )
@@ -458,7 +465,7 @@ TEST_F( Client, RemedyResetsAtOnceWhenLoggingOffWhileConnecting )
     command( u"LOGOFF" );
     EXPECT_EQ( state( ), OFF );
     tick( );
-    EXPECT_EQ( desktop.quits, std::vector<int> { 0 } );
+    EXPECT_EQ( desktop.quits, std::vector<int>{ 0 } );
 }
 
 // ---- The tray.
@@ -475,18 +482,18 @@ TEST_F( Client, MenuRunsWhatIsChosen )
 {
     settings( { } );
     open( );
-    const GStringVector expected { u"(/skin/window_buddylist?open)", u"(/skin/window_addbuddy?open)",
-                                   u"(/skin/window_options?open)",   u"(/system?reconnect)",
-                                   u"(/account?updatecapture)",      u"(/skin/window_buddylist?close;/system?exit)" };
+    const GStringVector expected{ u"(/skin/window_buddylist?open)", u"(/skin/window_addbuddy?open)",
+                                  u"(/skin/window_options?open)",   u"(/system?reconnect)",
+                                  u"(/account?updatecapture)",      u"(/skin/window_buddylist?close;/system?exit)" };
     for( int i = 0; i < 6; ++i )
     {
         desktop.commands.clear( );
         desktop.menuChoice = i;
         client->onRButtonDown( nullptr );
-        EXPECT_EQ( desktop.commands, GStringVector { expected[static_cast<size_t>( i )] } );
+        EXPECT_EQ( desktop.commands, GStringVector{ expected[static_cast<size_t>( i )] } );
     }
-    EXPECT_EQ( desktop.menu, ( GStringVector { u"&Show Buddylist", u"&Add Buddy", u"&Options", u"&Reconnect",
-                                               u"Go P&ublic (see and be seen)", u"E&xit" } ) );
+    EXPECT_EQ( desktop.menu, ( GStringVector{ u"&Show Buddylist", u"&Add Buddy", u"&Options", u"&Reconnect",
+                                              u"Go P&ublic (see and be seen)", u"E&xit" } ) );
     desktop.commands.clear( );
     desktop.menuChoice = -1;
     client->onRButtonDown( nullptr );
@@ -518,7 +525,7 @@ TEST_F( Client, HotkeysGoToTheSkin )
     open( );
     client->onHotkeyDown( nullptr, u"Talk_Again" );
     client->onHotkeyUp( nullptr, u"Talk_Again" );
-    EXPECT_EQ( desktop.hotkeys, ( GStringVector { u"+Talk_Again", u"-Talk_Again" } ) );
+    EXPECT_EQ( desktop.hotkeys, ( GStringVector{ u"+Talk_Again", u"-Talk_Again" } ) );
 }
 
 TEST_F( Client, NewBuddyWithAHotkeyGetsIt )
@@ -532,7 +539,7 @@ TEST_F( Client, NewBuddyWithAHotkeyGetsIt )
     EXPECT_TRUE( desktop.commands.empty( ) );
     set( u"ann@velmora.local_Hotkey", u"F7" );
     command( message );
-    EXPECT_EQ( desktop.commands, GStringVector { u"(/system?assignhotkey+name=ann@velmora.local)" } );
+    EXPECT_EQ( desktop.commands, GStringVector{ u"(/system?assignhotkey+name=ann@velmora.local)" } );
     EXPECT_EQ( get( u"Working_Hotkey" ), u"    (click here and press keys)" );
     TestLog::expect( "WARNING Received 'NEWBUDDY' for invalid user 'x;/system?exit', ignoring." );
     message.set( u"Buddy-GUID", u"x;/system?exit" );

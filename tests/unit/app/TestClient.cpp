@@ -13,7 +13,10 @@ TestDesktop* desktop_ = nullptr;
 class FakeService : public GThreadObject
 {
 public:
-    explicit FakeService( const GWString& name ) : _name( name ) { desktop_->log.push_back( GConcat( u"new ", name ) ); }
+    explicit FakeService( const GWString& name ) : _name( name )
+    {
+        desktop_->log.push_back( GConcat( u"new ", name ) );
+    }
     ~FakeService( ) override
     {
         stop( true );
@@ -38,7 +41,10 @@ public:
     FakeSkin( ) { desktop_->log.emplace_back( u"new skin" ); }
     ~FakeSkin( ) override { desktop_->log.emplace_back( u"delete skin" ); }
     void command( const GWString& text ) override { desktop_->commands.push_back( text ); }
-    void onHotkeyDown( GHotkey, const GWString& name ) override { desktop_->hotkeys.push_back( GConcat( u"+", name ) ); }
+    void onHotkeyDown( GHotkey, const GWString& name ) override
+    {
+        desktop_->hotkeys.push_back( GConcat( u"+", name ) );
+    }
     void onHotkeyUp( GHotkey, const GWString& name ) override { desktop_->hotkeys.push_back( GConcat( u"-", name ) ); }
     void broadcastToBuddy( const GWString& buddy, const GHTTPHeaders& message ) override
     {
@@ -66,8 +72,9 @@ void fillDesktop( GClientPlatform& platform )
     platform.closeIcon = []( GIcon ) { desktop_->log.emplace_back( u"close icon" ); };
     platform.setIconState = []( GIcon, int state ) { desktop_->iconState = state; };
     platform.setIconText = []( GIcon, const GWString& text ) { desktop_->iconText = text; };
-    platform.setIconBubble = []( GIcon, const GWString& title, const GWString& text, int eventID )
-    { desktop_->bubbles.push_back( { title, text, eventID } ); };
+    platform.setIconBubble = []( GIcon, const GWString& title, const GWString& text, int eventID ) {
+        desktop_->bubbles.push_back( { title, text, eventID } );
+    };
     platform.executeMenu = []( const GStringVector& labels )
     {
         desktop_->menu = labels;
@@ -129,7 +136,8 @@ TestClient::~TestClient( )
 
 void TestClient::settings( const std::vector<std::pair<GString, GString>>& values )
 {
-    GString text = "authenticate_host: " + GWideToUTF8( server.host( ) ) + "\nfirst_run_complete: 1\nfirst_logon_complete: 1\ncpu_log_threshold: 1000000\n";
+    GString text = "authenticate_host: " + GWideToUTF8( server.host( ) ) +
+                   "\nfirst_run_complete: 1\nfirst_logon_complete: 1\ncpu_log_threshold: 1000000\n";
     for( const auto& [name, value] : values ) text += name + ": " + value + "\n";
     text += "\n";
     GFileSave( SETTINGS, text.data( ), static_cast<int64_t>( text.size( ) ) );
@@ -167,7 +175,9 @@ void TestClient::clearQueues( )
 {
     for( const GWStringView queue : { u"GDispatchService_commandQueue", u"GSIPService_commandQueue",
                                       u"GFileService_commandQueue", u"GLogfileService_commandQueue" } )
-        while( !nextMethod( queue ).empty( ) ) { }
+        while( !nextMethod( queue ).empty( ) )
+        {
+        }
 }
 
 bool TestClient::wasReset( )
@@ -189,7 +199,7 @@ GHTTPHeaders TestClient::goodReply( const GWString& userGUID ) const
     GHTTPHeaders reply;
     reply.setResponse( 200, u"OK" );
     reply.set( u"User-GUID", userGUID );
-    reply.set( u"STUN-Host-List", GStringList { u"1.1.1.1:1", u"1.1.1.2:2", u"1.1.1.3:3", u"1.1.1.4:4" } );
+    reply.set( u"STUN-Host-List", GStringList{ u"1.1.1.1:1", u"1.1.1.2:2", u"1.1.1.3:3", u"1.1.1.4:4" } );
     reply.set( u"SIP-Host-List", u"2.2.2.2:2" );
     reply.set( u"TURN-Host", u"3.3.3.3:3" );
     reply.set( u"Logfile-Host", u"4.4.4.4:4" );
@@ -204,12 +214,12 @@ GHTTPHeaders TestClient::answerLogon( const GHTTPHeaders& reply )
     EXPECT_TRUE( server.hear( request ) );
     server.say( reply );
     for( int i = 0; i < 200 && state( ) == GClient::AUTHENTICATING; ++i ) client->onTimer( nullptr );
+    server.hangUp( );
     return request;
 }
 
 void TestClient::to( int wanted )
 {
-    desktop.ips.clear( );
     open( );
     if( wanted == GClient::AUTHENTICATING ) return;
     if( wanted == GClient::OFFLINE ) return command( u"LOGOFF" );

@@ -40,7 +40,7 @@ struct TestDesktop
     double wave = 0;
     GWString savePath;
     std::function<void( )> onQuestion;
-    GStringList ips { u"10.0.0.1" };
+    GStringList ips; // As many as before the first tick, so that the network does not change unless a test says so.
 };
 
 class TestClient : public testing::Test
