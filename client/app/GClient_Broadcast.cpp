@@ -117,6 +117,11 @@ void GClient::_onChat( const Broadcast& broadcast )
     const GWString status = GConcat( broadcast.from, u"_Chat_Status" );
     if( GCaseEquals( action, u"send" ) )
     {
+        if( !broadcast.message.hasContent( ) )
+        {
+            GLOG( u"WARNING Received chat without text from '", broadcast.from, u"', ignoring." );
+            return;
+        }
         // The line is that of the device that sent it, whatever it says of itself.
         GHTTPHeaders line = broadcast.message;
         line.set( GProtocol::FROM, broadcast.from );
