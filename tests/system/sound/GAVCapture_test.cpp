@@ -100,7 +100,7 @@ TEST( GAVCapture, InjectedDevicesAreListed )
     EXPECT_EQ( video.front( ), u"test camera" );
     for( const GWString& name : audio ) EXPECT_EQ( name.find( u"Monitor of" ), GWString::npos );
     EXPECT_TRUE( TestLog::contains( "VIDEODEVICE: Device name='test camera'" ) );
-    EXPECT_GE( audio.size( ), 2U ) << "the microphone of the sound server";
+    EXPECT_EQ( audio.back( ), u"Microphone" );
 }
 
 TEST( GAVCapture, TestDevicesGiveTightFramesAndExactChunks )
@@ -162,11 +162,8 @@ TEST( GAVCapture, OneClipIsCameraAndMicrophoneAndItsStampsRiseOverTheLoop )
 TEST( GAVCapture, MicrophoneOfTheSoundServerIsHeard )
 {
     inject( "" );
-    GStringList audio, video;
-    GAVCaptureGetDeviceList( audio, video );
-    ASSERT_FALSE( audio.empty( ) );
     Listener listener;
-    capture( listener, audio.back( ), u"", 0, 5 );
+    capture( listener, u"Microphone", u"", 0, 5 );
     EXPECT_EQ( listener.audioLength, 2240 );
     EXPECT_TRUE( listener.rising );
 }

@@ -182,7 +182,9 @@ GstElement* GCaptureCreateSource( GCaptureKind kind, const GWString& name )
         if( device.name != name ) continue;
         GLOG( u"Found it, trying to bind..." );
         GError* error = nullptr;
-        GstElement* source = gst_parse_bin_from_description( device.pipeline.c_str( ), TRUE, &error );
+        // A description may end in a bare format, which holds only between two elements.
+        const GString description = device.pipeline + " ! identity";
+        GstElement* source = gst_parse_bin_from_description( description.c_str( ), TRUE, &error );
         if( source && !error ) GLOG( u"Found it, Bound successful." );
         if( error ) GLOG( u"WARNING Unable to bind '", name, u"': ", error->message, u", ignoring." );
         g_clear_error( &error );
