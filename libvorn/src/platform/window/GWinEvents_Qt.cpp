@@ -86,7 +86,10 @@ bool GWinRecord::_dispatch( QEvent* event )
         _listener->onClose( this );
         return true;
     case QEvent::Expose:
-        if( isExposed( ) ) _onExposed( );
+        // The window manager's frame takes over a shape only from a window that it shows already.
+        if( isExposed( ) && !_framed && _shaped ) GWinShapeInput( *this, _inputBands );
+        _framed = isExposed( );
+        if( _framed ) _onExposed( );
         return true;
     case QEvent::Move:
     case QEvent::Resize: _onGeometry( ); return false;

@@ -71,6 +71,7 @@ private:
     std::vector<GRect> _bands; // Work space.
     bool _masked = false;
     bool _shaped = false;
+    bool _framed = false;
 
     GRect _reported;
     // After a placing of our own, older positions are still on their way from the X server; they are not news.
