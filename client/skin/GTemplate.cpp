@@ -263,7 +263,7 @@ void GTemplate::onHotkeyUp( GHotkey, const GWString& name )
 
 void GTemplate::_talkAgain( )
 {
-    const GStringList talkToList = _lastTalkToList;
+    const GStringList talkToList = _getTalkAgainList( );
     GLOG( u"STARTTALKAGAIN(", GJoinList( talkToList ), u")" );
     if( !_instance->test( u"Audio_Capture_Online" ) )
     {
@@ -274,6 +274,23 @@ void GTemplate::_talkAgain( )
     for( const GWString& buddy : talkToList ) _resetBuddyTalk( buddy, true );
     GVERIFY( talkToList == _lastTalkToList );
     _hotkeyDown = true;
+}
+
+// Whoever has talked to nobody yet talks to the first buddy who is there: a key that does nothing looks broken.
+GStringList GTemplate::_getTalkAgainList( )
+{
+    if( !_lastTalkToList.empty( ) || !_instance->isRobust( u"Robust_Client" ) ) return _lastTalkToList;
+    GStringList buddies;
+    _instance->get( u"Local_Buddy_List", buddies );
+    buddies.remove_if( [this]( const GWString& buddy ) { return !_instance->test( GConcat( buddy, u"_Online" ) ); } );
+    if( buddies.size( ) > 1 ) buddies.resize( 1 );
+    return buddies;
+}
+
+void GTemplate::_publishTalkAgain( )
+{
+    const GStringList buddies = _getTalkAgainList( );
+    _instance->set( u"Talk_Again_Buddy", buddies.empty( ) ? GWString( ) : buddies.front( ) );
 }
 
 void GTemplate::_talkTo( const GWString& name )
@@ -320,6 +337,7 @@ void GTemplate::_resetDeviceTalk( const GWString& id, bool enable )
 
 void GTemplate::_updateHotkeys( )
 {
+    _publishTalkAgain( );
     const uint64_t now = GTimeGetTime( );
     GStringList talking;
     _instance->get( TALKING_TO_LIST, talking );

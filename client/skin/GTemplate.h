@@ -63,6 +63,8 @@ private:
     void _resetBuddyTalk( const GWString& buddy, bool enable );
     void _resetDeviceTalk( const GWString& id, bool enable );
     void _talkAgain( );
+    GStringList _getTalkAgainList( );
+    void _publishTalkAgain( ); // "Talk_Again_Buddy": whom a talk button of the skin reaches.
     void _talkTo( const GWString& buddy );
     void _updateHotkeys( );
     void _updateCountdown( );

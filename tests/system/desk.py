@@ -38,7 +38,7 @@ class Server:
         self.folder, self.base, self.process = folder, base, None
         os.makedirs(folder, exist_ok=True)
         with open(os.path.join(folder, "velmora-server.ini"), "w") as out:
-            out.write(f"domain = velmora.local\nport_base = {base}\nallow_private_relay = true\n")
+            out.write(f"domain = velmora.local\nport_base = {base}\nrelay_allow_private = yes\n")
 
     @property
     def host(self):

@@ -772,6 +772,19 @@ TEST_F( TalkTest, TalkAgainWithNobodyDoesNothing )
     EXPECT_TRUE( TestLog::contains( "STARTTALKAGAIN()" ) );
 }
 
+TEST_F( TalkTest, TalkAgainWithNobodyTalksToTheFirstWhoIsThereWithTheRemedy )
+{
+    instance.set( u"Robust_Client", 1 );
+    tickFor( 50000 );
+    EXPECT_EQ( value( u"Talk_Again_Buddy" ), "bob@x" );
+    down( u"Talk_Again" );
+    EXPECT_EQ( resets( ), "bob+" );
+    up( u"Talk_Again" );
+    instance.clear( u"bob@x_Online" );
+    tickFor( 600000 );
+    EXPECT_EQ( value( u"Talk_Again_Buddy" ), "bob@x" ); // The one talked to last, there or not.
+}
+
 TEST_F( TalkTest, WithoutAMicrophoneNobodyIsTalkedTo )
 {
     instance.set( u"Audio_Capture_Online", 0 );
