@@ -47,6 +47,7 @@ struct GAVCaptureRecord
     Wish wish;
     _GVideoTapFilter videoTapFilter;
     _GAudioTapFilter audioTapFilter;
+    std::atomic<bool> broken{ false }; // A part of the library is missing.
     std::list<std::unique_ptr<Pipeline>> pipelines;
 };
 
@@ -78,6 +79,7 @@ GstElement* makeVideoBranch( GAVCaptureRecord& record, const char* subtype, bool
         " ! queue max-size-buffers=4 leaky=downstream ! appsink name=tap max-buffers=4 drop=true sync=" +
         ( isFile ? "true" : "false" );
     GstElement* branch = parseBranch( text );
+    if( !branch ) record.broken = true;
     if( !branch ) return nullptr;
     GstAppSink* sink = sinkOf( branch );
     record.videoTapFilter.attach( sink );
@@ -91,6 +93,7 @@ GstElement* makeAudioBranch( GAVCaptureRecord& record, bool isFile )
                          std::to_string( record.wish.frequency ) +
                          " ! queue ! appsink name=tap max-buffers=50 drop=true sync=" + ( isFile ? "true" : "false" );
     GstElement* branch = parseBranch( text );
+    if( !branch ) record.broken = true;
     if( !branch ) return nullptr;
     GstAppSink* sink = sinkOf( branch );
     record.audioTapFilter.attach( sink );
@@ -335,6 +338,12 @@ GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDev
     if( audioFile && !sameFile ) buildFile( *record, audioDevice, false, true );
     if( !videoFile && !videoDevice.empty( ) ) buildVideo( *record, videoDevice );
     if( !audioFile && !audioDevice.empty( ) ) buildAudio( *record, audioDevice );
+    if( record->broken )
+    {
+        GLOG( u"WARNING constructor failed" );
+        GAVCaptureClose( record );
+        return nullptr;
+    }
     for( const std::unique_ptr<Pipeline>& pipeline : record->pipelines ) run( *pipeline );
     return record;
 }

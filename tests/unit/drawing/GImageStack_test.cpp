@@ -1,0 +1,213 @@
+#include "client/drawing/GImageStack.h"
+
+#include "support/TestLog.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+struct Layer
+{
+    explicit Layer( int width, int height )
+        : format{ GIT_RGBA32, width, height }, pixels( static_cast<size_t>( GImageSize( format ) ), 0 ),
+          map( static_cast<size_t>( width * height ), nullptr )
+    {
+        stack.pushLayer( format, pixels.data( ), map.data( ) );
+    }
+    uint32_t at( int x, int y ) const
+    {
+        const unsigned char* p =
+            reinterpret_cast<const unsigned char*>( pixels.data( ) ) + ( y * format.width + x ) * 4;
+        return static_cast<uint32_t>( p[3] ) << 24 | static_cast<uint32_t>( p[0] ) << 16 |
+               static_cast<uint32_t>( p[1] ) << 8 | p[2];
+    }
+    int count( uint32_t colour ) const
+    {
+        int found = 0;
+        for( int y = 0; y < format.height; y++ )
+            for( int x = 0; x < format.width; x++ ) found += at( x, y ) == colour;
+        return found;
+    }
+    GImageFormat format;
+    GString pixels;
+    std::vector<IGInputHandler*> map;
+    GImageStack stack;
+};
+IGInputHandler* handler( int number )
+{
+    return reinterpret_cast<IGInputHandler*>( static_cast<intptr_t>( number ) );
+}
+constexpr uint32_t RED = 0xFFFF0000;
+constexpr uint32_t BLUE = 0xFF0000FF;
+} // namespace
+
+TEST( GImageStack, TargetsAreMovedAndClipped )
+{
+    Layer layer( 20, 10 );
+    int x, y, width, height;
+    layer.stack.pushTarget( { 5, 2, 15, 8 } );
+    layer.stack.pushTarget( { 2, 1, 100, 100 } );
+    layer.stack.getPosition( x, y );
+    layer.stack.getDimensions( width, height );
+    EXPECT_EQ( x, 7 );
+    EXPECT_EQ( y, 3 );
+    EXPECT_EQ( width, 8 );
+    EXPECT_EQ( height, 5 );
+    layer.stack.pop( );
+    layer.stack.getDimensions( width, height );
+    EXPECT_EQ( width, 10 );
+}
+
+TEST( GImageStack, ATargetOutsideDrawsNothingAndStillBalances )
+{
+    Layer layer( 8, 8 );
+    layer.stack.pushTarget( { 20, 20, 30, 30 } );
+    const GString before = layer.pixels;
+    const GString image( 16, static_cast<char>( 255 ) );
+    layer.stack.drawBitmap( { GIT_RGBA32, 2, 2 }, image.data( ), { 0, 0, 2, 2 }, 0 );
+    layer.stack.drawBitmap( { GIT_RGBA32, 2, 2 }, image.data( ), { 0, 0, 2, 2 }, { -20, -20, 0, 0 }, 0 );
+    layer.stack.fillRect( { -30, -30, 30, 30 }, RED );
+    layer.stack.drawRect( { -30, -30, 30, 30 }, RED );
+    layer.stack.invertRect( { -30, -30, 30, 30 } );
+    layer.stack.drawHorizLine( -20, -20, 40, RED );
+    layer.stack.drawGradient( RED, BLUE, false, false );
+    layer.stack.setInputHandler( handler( 16 ) );
+    EXPECT_EQ( layer.pixels, before );
+    for( const IGInputHandler* owner : layer.map ) EXPECT_EQ( owner, nullptr );
+    EXPECT_EQ( layer.stack.getDirtyRect( ), GRectAccumulator( ) );
+    layer.stack.pop( );
+    layer.stack.fillRect( { 0, 0, 1, 1 }, RED );
+    EXPECT_EQ( layer.at( 0, 0 ), RED );
+}
+
+TEST( GImageStack, TheLastInputHandlerWins )
+{
+    Layer layer( 4, 2 );
+    layer.stack.setInputHandler( handler( 16 ) );
+    layer.stack.pushTarget( { 1, 0, 3, 1 } );
+    layer.stack.setInputHandler( handler( 32 ) );
+    EXPECT_EQ( layer.map[0], handler( 16 ) );
+    EXPECT_EQ( layer.map[1], handler( 32 ) );
+    EXPECT_EQ( layer.map[2], handler( 32 ) );
+    EXPECT_EQ( layer.map[3], handler( 16 ) );
+    EXPECT_EQ( layer.map[5], handler( 16 ) );
+}
+
+TEST( GImageStack, BitmapsAreClippedAndWidenTheDirtyRectangle )
+{
+    Layer layer( 10, 10 );
+    const GString image( 4 * 4 * 3, static_cast<char>( 255 ) );
+    layer.stack.pushTarget( { 2, 2, 6, 6 } );
+    layer.stack.drawBitmap( { GIT_RGB24, 4, 4 }, image.data( ), { 0, 0, 4, 4 }, { 2, 2, 6, 6 }, 0 );
+    EXPECT_EQ( layer.stack.getDirtyRect( ), ( GRect{ 4, 4, 6, 6 } ) );
+    EXPECT_EQ( layer.count( 0xFFFFFFFF ), 4 );
+    layer.stack.drawBitmap( { GIT_RGB24, 4, 4 }, image.data( ), { 0, 0, 2, 1 }, 0 );
+    EXPECT_EQ( layer.stack.getDirtyRect( ), ( GRect{ 2, 2, 6, 6 } ) );
+    EXPECT_EQ( layer.count( 0xFFFFFFFF ), 6 );
+}
+
+TEST( GImageStack, TheClipShrinksTheSourceOnItsSide )
+{
+    Layer layer( 4, 1 );
+    const GString image( "\x01\x01\x01\x02\x02\x02\x03\x03\x03", 9 );
+    layer.stack.drawBitmap( { GIT_RGB24, 3, 1 }, image.data( ), { 0, 0, 3, 1 }, { -1, 0, 2, 1 }, 0 );
+    EXPECT_EQ( layer.at( 0, 0 ), 0xFF020202U );
+    EXPECT_EQ( layer.at( 1, 0 ), 0xFF030303U );
+    EXPECT_EQ( layer.at( 2, 0 ), 0U );
+}
+
+TEST( GImageStack, StraightPicturesBecomePremultipliedPixels )
+{
+    Layer layer( 1, 1 );
+    const GString half( "\xFF\0\0\x33", 4 );
+    layer.stack.drawBitmap( { GIT_RGBA32, 1, 1 }, half.data( ), { 0, 0, 1, 1 }, 0 );
+    EXPECT_EQ( layer.at( 0, 0 ), 0x33330000U );
+    layer.stack.fillRect( { 0, 0, 1, 1 }, 0x80FF00FF );
+    EXPECT_EQ( layer.at( 0, 0 ), 0x80800080U );
+}
+
+TEST( GImageStack, PrimitivesAreRelativeToTheFrame )
+{
+    Layer layer( 6, 6 );
+    layer.stack.pushTarget( { 1, 1, 5, 5 } );
+    layer.stack.drawRect( { 0, 0, 4, 4 }, u"#FF0000FF" );
+    EXPECT_EQ( layer.count( RED ), 12 );
+    EXPECT_EQ( layer.at( 1, 1 ), RED );
+    EXPECT_EQ( layer.at( 4, 4 ), RED );
+    layer.stack.fillRect( { 1, 1, 3, 3 }, u"#0000FF" );
+    EXPECT_EQ( layer.at( 2, 2 ), BLUE );
+    layer.stack.drawHorizLine( -3, 1, 100, RED );
+    EXPECT_EQ( layer.at( 0, 2 ), 0U );
+    EXPECT_EQ( layer.at( 1, 2 ), RED );
+    EXPECT_EQ( layer.at( 5, 2 ), 0U );
+    layer.stack.invertRect( { 0, 1, 1, 2 } );
+    EXPECT_EQ( layer.at( 1, 2 ), 0xFF00FFFFU );
+}
+
+TEST( GImageStack, InvertKeepsPremultipliedPixelsWithinTheirAlpha )
+{
+    Layer layer( 1, 1 );
+    layer.stack.fillRect( { 0, 0, 1, 1 }, 0x80FF0000 );
+    layer.stack.invertRect( { 0, 0, 1, 1 } );
+    EXPECT_EQ( layer.at( 0, 0 ), 0x80008080U );
+}
+
+TEST( GImageStack, GradientsRunFromOneColourToTheOther )
+{
+    Layer layer( 3, 2 );
+    layer.stack.drawGradient( 0xFF000000, 0xFF0000FE, false, false );
+    EXPECT_EQ( layer.at( 0, 1 ), 0xFF000000U );
+    EXPECT_EQ( layer.at( 1, 0 ), 0xFF00007FU );
+    EXPECT_EQ( layer.at( 2, 1 ), 0xFF0000FEU );
+    layer.stack.drawGradient( RED, BLUE, true, false );
+    EXPECT_EQ( layer.at( 2, 0 ), RED );
+    EXPECT_EQ( layer.at( 0, 1 ), BLUE );
+    EXPECT_EQ( layer.stack.getDirtyRect( ), ( GRect{ 0, 0, 3, 2 } ) );
+}
+
+TEST( GImageStack, AlphaGradientKeepsTheColours )
+{
+    Layer layer( 2, 1 );
+    layer.stack.fillRect( { 0, 0, 2, 1 }, RED );
+    layer.stack.drawGradient( 0xFF123456, 0x00123456, false, true );
+    EXPECT_EQ( layer.at( 0, 0 ), RED );
+    EXPECT_EQ( layer.at( 1, 0 ), 0U );
+}
+
+TEST( GImageStack, AFrameWithoutPixelsDrawsNothing )
+{
+    GImageStack stack;
+    int x = 1, y = 1;
+    stack.getPosition( x, y );
+    EXPECT_EQ( x, 0 );
+    EXPECT_EQ( y, 0 );
+    stack.pushTarget( { 0, 0, 10, 10 } );
+    stack.fillRect( { 0, 0, 10, 10 }, RED );
+    stack.setInputHandler( handler( 16 ) );
+    stack.pop( );
+    EXPECT_FALSE( stack.empty( ) );
+}
+
+TEST( GImageStack, ANewLayerResetsTheDirtyRectangle )
+{
+    Layer layer( 4, 4 );
+    layer.stack.fillRect( { 0, 0, 1, 1 }, RED );
+    layer.stack.pushLayer( layer.format, layer.pixels.data( ), layer.map.data( ) );
+    EXPECT_EQ( layer.stack.getDirtyRect( ), GRectAccumulator( ) );
+}
+
+TEST( GImageStack, BadLayersRectanglesAndEmptyStacksAbort )
+{
+    GImageStack stack;
+    GString pixels( 64, 0 );
+    EXPECT_DEATH( stack.pushLayer( GImageFormat( ), pixels.data( ), nullptr ), "format.width >= 1" );
+    const GImageFormat blueFirst{ GIT_BGRA32, 2, 2 };
+    EXPECT_DEATH( stack.pushLayer( blueFirst, pixels.data( ), nullptr ), "format.type == GIT_RGBA32" );
+    const GRect inverted{ 3, 0, 2, 1 };
+    EXPECT_DEATH( stack.pushTarget( inverted ), "rect.right >= rect.left" );
+    stack.pop( );
+    EXPECT_DEATH( stack.pop( ), "_frames.empty" );
+    EXPECT_DEATH( stack.setInputHandler( nullptr ), "_frames.empty" );
+}
