@@ -96,11 +96,12 @@ void GDeviceSession::_addPingTime( double time )
 void GDeviceSession::_writePing( uint64_t time )
 {
     const double count = static_cast<double>( _pingTimes.size( ) );
-    double mean = 0;
-    double variance = 0;
-    for( const double sample : _pingTimes ) mean += sample / count;
-    for( const double sample : _pingTimes ) variance += ( sample - mean ) * ( sample - mean ) / count;
-    const int64_t deviation = static_cast<int64_t>( std::sqrt( variance ) / 1000 );
+    double sum = 0;
+    double squares = 0;
+    for( const double sample : _pingTimes ) sum += sample;
+    const double mean = sum / count;
+    for( const double sample : _pingTimes ) squares += ( sample - mean ) * ( sample - mean );
+    const int64_t deviation = static_cast<int64_t>( std::sqrt( squares / count ) / 1000 );
     _instance->set( _bd( u"_Ping" ), GConcat( time / 1000, u"±", deviation, u"ms" ) );
 }
 

@@ -1,4 +1,4 @@
-#include "CountAllocations.h"
+#include "support/CountAllocations.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -6,10 +6,10 @@
 
 namespace
 {
-std::atomic<int64_t> allocations_ = 0;
+std::atomic<long> allocations_ = 0;
 } // namespace
 
-int64_t CountAllocations( )
+long allocationCount( )
 {
     return allocations_;
 }
@@ -17,7 +17,7 @@ int64_t CountAllocations( )
 void* operator new( size_t size )
 {
     ++allocations_;
-    if( void* memory = std::malloc( size ? size : 1 ) ) return memory;
+    if( void* const memory = std::malloc( size ? size : 1 ) ) return memory;
     throw std::bad_alloc( );
 }
 void operator delete( void* memory ) noexcept
