@@ -110,6 +110,7 @@ constexpr GWStringView ATTRIBUTES[] = { u"id",
                                         u"scrollpath",
                                         u"zoomfactor",
                                         u"path",
+                                        u"picturesize",
                                         u"windowpath",
                                         u"wizardtitle",
                                         u"wizardtext",
@@ -156,6 +157,7 @@ public:
         for( const GSkinElement& element : _elements )
         {
             _checkElement( element );
+            _checkWidth( element );
             for( const auto& [name, value] : element.attributes ) _checkAttribute( element, name, value );
         }
         return std::move( _findings );
@@ -292,6 +294,31 @@ private:
             if( GCaseEquals( full, step ) ) return static_cast<int>( i );
         }
         return NOWHERE;
+    }
+
+    // Texts have a height of their own but no width: a cell that is neither fixed, stretched nor growing gives them none.
+    void _checkWidth( const GSkinElement& element )
+    {
+        static constexpr GWStringView WIDTHLESS[] = { u"text", u"edit", u"hotkey", u"list", u"table" };
+        if( !holds( WIDTHLESS, GToLower( element.name ) ) || element.parent < 0 ) return;
+        const GSkinElement& cell = _elements[static_cast<size_t>( element.parent )];
+        if( !GCaseEquals( cell.name, u"cell" ) ) return;
+        const GWString* extra = cell.find( u"extra" );
+        const GWString* align = cell.find( u"align" );
+        const bool grows = extra && *extra != u"0" && !extra->empty( );
+        const bool stretches = align && ( GCaseEquals( *align, u"stretch" ) || align->find( u'$' ) != GWString::npos );
+        if( grows || stretches || cell.find( u"fixedwidth" ) || _hasWideSibling( element ) ) return;
+        _report( element, u"<", element.name,
+                 u"> has no width: give its Cell an extra, a fixedwidth or align=\"stretch\"" );
+    }
+
+    bool _hasWideSibling( const GSkinElement& element ) const
+    {
+        return std::any_of( _elements.begin( ), _elements.end( ),
+                            [&]( const GSkinElement& other ) {
+                                return other.parent == element.parent &&
+                                       ( other.find( u"src" ) || GCaseEquals( other.name, u"row" ) );
+                            } );
     }
 
     // A window that updates by itself sees its own subtree and the blackboard, not what stands around it.

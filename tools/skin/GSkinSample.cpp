@@ -83,6 +83,7 @@ void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool pic
         GImageTools_instanceCopy( instance, source, buddy + u"_Image" );
     instance->set( buddy + u"_Call_Status", u"Calling " + buddy + u"..." );
     instance->set( buddy + u"_Call_State", u"calling" );
+    if( instance->length( buddy + u"_Chat_Queue" ) > 0 ) return;
     addChat( instance, buddy, buddy, "Good morning! Did the new build work for you?" );
     addChat( instance, buddy, u"ada@example.org",
              "It did. The picture is much steadier now, also over the slow line." );
@@ -93,8 +94,6 @@ void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool pic
 void GSkinFillSample( GInstance* instance, int buddies )
 {
     for( const Setting& setting : SETTINGS ) instance->set( setting.name, setting.value );
-    for( const GWString list : { u"Video_Capture_Device", u"Audio_Capture_Device" } )
-        instance->set( u"Available_" + list + u"s", instance->get( u"Available_" + list + u"s" ) );
     for( int i = 0; i < buddies; ++i )
     {
         const GWString name = NAMES[i % NAME_COUNT];

@@ -279,12 +279,24 @@ void fill( GInstance& instance, const Options& options )
     }
 }
 
+// Takes no hotkey of the author's desktop, and holds the talk button that the sample shows.
+GSkinPlatform previewPlatform( )
+{
+    GSkinPlatform platform;
+    platform.isLeftButtonDown = [] { return true; };
+    platform.openHotkey = []( const GWString&, const GWString& ) { return GHotkey( ); };
+    platform.closeHotkey = []( GHotkey ) {};
+    return platform;
+}
+
 int run( const Options& options )
 {
     // Nothing of the sample is kept: the program leaves without the blackboard's farewell.
-    auto* instance = new GInstance( u"velmora-skin.ini" );
+    GInstance* instance = GSAFENEW( GInstance, ( u"velmora-skin.ini" ) );
     fill( *instance, options );
-    auto* engine = new GTemplate( instance, options.file );
+    GTemplate* engine = GSAFENEW( GTemplate, ( instance, options.file, previewPlatform( ) ) );
+    // The engine assigns its first hotkey while it starts: the sample's stands for it.
+    fill( *instance, options );
     if( options.action == "--list" )
     {
         list( *engine );

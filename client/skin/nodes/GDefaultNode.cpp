@@ -18,10 +18,17 @@ bool endsWith( const GWString& name, GWStringView part )
 bool GDefaultNode::_preChildUpdate( GAttributeStack& stack )
 {
     _changed = false;
-    if( isNamed( u"on" ) ) _hidden = stack.eval( u"$g_event" ) != stack.eval( u"$event" );
+    if( isNamed( u"on" ) ) _updateOn( stack );
     if( isNamed( u"if" ) ) _changed = _updateIf( stack );
     _leanTowardCentre( stack );
     return !_hidden || _changed;
+}
+
+void GDefaultNode::_updateOn( GAttributeStack& stack )
+{
+    stack.read( u"$g_event", _value );
+    stack.read( u"$event", _want );
+    _hidden = _value != _want;
 }
 
 bool GDefaultNode::_updateIf( GAttributeStack& stack )

@@ -24,6 +24,7 @@ protected:
     bool _preChildRender( GImageStack& images ) override;
 
 private:
+    void _updateOn( GAttributeStack& stack );
     bool _updateIf( GAttributeStack& stack );
     void _leanTowardCentre( GAttributeStack& stack ) const;
 

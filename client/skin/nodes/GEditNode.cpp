@@ -45,13 +45,12 @@ bool GEditNode::_readVariable( GAttributeStack& stack )
     const bool renamed = stack.read( u"$var", _var );
     _watch.update( _instance, _var, stack.getListener( ) );
     if( _var.empty( ) ) return renamed;
-    const GWString value = _instance->get( _var );
-    const bool refresh = GCaseEquals( stack.eval( u"$refresh" ), u"true" );
-    if( !renamed && !refresh && value == _varSeen ) return false;
-    _varSeen = value;
-    const bool changed = renamed || _text != value;
-    _text = value.substr( 0, MAX_TEXT );
-    return changed;
+    const bool renewed = GNodeTools_readValue( _instance, _var, _varSeen );
+    if( !renamed && !renewed && !stack.test( u"$refresh" ) ) return false;
+    const GWStringView text = GWStringView( _varSeen ).substr( 0, MAX_TEXT );
+    if( text == _text ) return renamed;
+    _text = text;
+    return true;
 }
 
 void GEditNode::_updateVariable( )

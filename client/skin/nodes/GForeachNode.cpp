@@ -14,14 +14,13 @@ bool GForeachNode::_preChildUpdate( GAttributeStack& stack )
     // A former list stays watched: it costs a pass at most, and lists hardly ever change their names.
     if( stack.read( u"$list", _list ) ) _watches.add( _instance, _list, stack.getListener( ) );
     stack.read( u"$as", _as );
-    _entries.clear( );
-    if( !_list.empty( ) ) _instance->get( _list, _entries );
-    if( _as.empty( ) ) _entries.clear( );
+    if( GNodeTools_readValue( _instance, _list, _text ) ) _entries = GSplitList( _text );
+    if( _as.empty( ) ) return true;
     for( const GWString& entry : _entries )
     {
         if( !_findClone( entry ) ) _addClone( stack, entry );
     }
-    if( !_as.empty( ) ) _removeMissing( _entries );
+    _removeMissing( _entries );
     return true;
 }
 

@@ -25,6 +25,7 @@ private:
 
     GWString _list;
     GWString _as;
+    GWString _text; // The list, as it was split last.
     bool _changed = false;
     bool _warned = false;
     GNodeWatchList _watches{ GWATCH_UPDATE };

@@ -10,12 +10,7 @@ bool GHotkeyNode::_postChildUpdate( GAttributeStack& stack )
     bool changed = _font.read( stack, u"$font" );
     changed |= _field.read( stack );
     const bool renamed = stack.read( u"$var", _var );
-    if( renamed || GCaseEquals( stack.eval( u"$refresh" ), u"true" ) )
-    {
-        const GWString value = _var.empty( ) ? GWString( ) : _instance->get( _var );
-        changed |= renamed || value != _text;
-        _text = value;
-    }
+    if( renamed || stack.test( u"$refresh" ) ) changed |= GNodeTools_readValue( _instance, _var, _text ) || renamed;
     return changed;
 }
 

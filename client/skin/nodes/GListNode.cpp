@@ -6,6 +6,7 @@
 
 namespace
 {
+constexpr int TEXT_MARGIN = 4;
 constexpr int KEY_UP = 38;
 constexpr int KEY_DOWN = 40;
 } // namespace
@@ -30,10 +31,14 @@ bool GListNode::_readRows( GAttributeStack& stack )
     bool changed = stack.read( u"$listname", _listName );
     _listWatch.update( _instance, _listName, stack.getListener( ) );
     changed |= stack.read( u"$list", _list );
-    const GWString text = _listName.empty( ) ? _list : _instance->get( _listName );
-    if( text == _listText ) return changed;
-    _listText = text;
-    const GStringList items = GSplitList( text );
+    if( _listName.empty( ) )
+    {
+        if( _listText == _list ) return changed;
+        _listText = _list;
+    }
+    else if( !GNodeTools_readValue( _instance, _listName, _listText ) )
+        return changed;
+    const GStringList items = GSplitList( _listText );
     _rows.assign( items.begin( ), items.end( ) );
     _mouseoverRow = -1;
     return true;
@@ -44,12 +49,13 @@ bool GListNode::_readSelection( GAttributeStack& stack )
     bool changed = stack.read( u"$varname", _varName );
     _varWatch.update( _instance, _varName, stack.getListener( ) );
     const bool renewed = stack.read( u"$select", _selectAttribute );
-    GWString selection = _selection;
-    if( renewed && !_selectAttribute.empty( ) ) selection = _selectAttribute;
-    if( !_varName.empty( ) && _instance->isSet( _varName ) ) selection = _instance->get( _varName );
-    changed |= selection != _selection;
-    _selection = selection;
-    return changed;
+    GNodeTools_readValue( _instance, _varName, _varText );
+    const GWString* selection = &_selection;
+    if( renewed && !_selectAttribute.empty( ) ) selection = &_selectAttribute;
+    if( !_varText.empty( ) ) selection = &_varText;
+    if( *selection == _selection ) return changed;
+    _selection = *selection;
+    return true;
 }
 
 void GListNode::calcMinSize( int& width, int& height )
@@ -72,7 +78,8 @@ bool GListNode::_preChildRender( GImageStack& images )
     for( size_t i = 0; i < _rows.size( ) && top < height; ++i, top += rowHeight )
     {
         const GRect row{ 0, top, std::max( 0, width ), top + rowHeight };
-        images.drawText( _rows[i], static_cast<int>( i ) == _mouseoverRow ? _mouseoverFont : _font, row );
+        GNodeFont& font = static_cast<int>( i ) == _mouseoverRow ? _mouseoverFont : _font;
+        images.drawText( _rows[i], font, { TEXT_MARGIN, top, std::max( TEXT_MARGIN, row.right ), row.bottom } );
         if( _rows[i] == _selection ) images.invertRect( row );
     }
     images.drawRect( { 0, 0, std::max( 0, width ), std::max( 0, height ) }, _frameColour );

@@ -38,6 +38,7 @@ private:
     GWString _listName;
     GWString _listText; // The text the rows were split from.
     GWString _varName;
+    GWString _varText;
     GWString _selectAttribute;
     GWString _frameColour;
     bool _persist = false;

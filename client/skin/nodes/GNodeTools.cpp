@@ -99,6 +99,16 @@ bool GNodeTools_readOr( GAttributeStack& stack, GWStringView expression, GWStrin
     return true;
 }
 
+bool GNodeTools_readValue( GInstance* instance, GWStringView name, GWString& value )
+{
+    static GWString scratch;
+    scratch.clear( );
+    if( !name.empty( ) ) instance->get( name, scratch );
+    if( value == scratch ) return false;
+    value = scratch;
+    return true;
+}
+
 namespace
 {
 struct AlignFlag

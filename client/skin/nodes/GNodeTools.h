@@ -86,6 +86,8 @@ private:
 bool GNodeTools_readAlign( GAttributeStack& stack, int& flags );
 // Reads as GAttributeStack does, but gives `fallback` for an empty text.
 bool GNodeTools_readOr( GAttributeStack& stack, GWStringView expression, GWStringView fallback, GWString& value );
+// Reads a blackboard value into a member and says whether it changed; an empty name reads as empty.
+bool GNodeTools_readValue( GInstance* instance, GWStringView name, GWString& value );
 // The offset of a thing of `size` in `room` by the bits for middle and end; never below 0.
 int GNodeTools_offset( int room, int size, bool middle, bool end );
 // The name of an image source without its rectangle.

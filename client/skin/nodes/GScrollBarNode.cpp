@@ -75,13 +75,9 @@ void GScrollBarNode::_followList( GAttributeStack& stack )
     _watch.update( _instance, _watchName, _listener );
     if( _watchName.empty( ) ) return;
     // A list may be a queue or a value.
-    int length = _instance->length( _watchName );
-    if( _instance->isSet( _watchName ) )
-    {
-        GStringList items;
-        _instance->get( _watchName, items );
-        length += static_cast<int>( items.size( ) );
-    }
+    if( GNodeTools_readValue( _instance, _watchName, _watchText ) )
+        _watchCount = static_cast<int>( GSplitList( _watchText ).size( ) );
+    const int length = _instance->length( _watchName ) + _watchCount;
     if( length == _watchLength ) return;
     _watchLength = length;
     setFrac( 1.0 );

@@ -41,6 +41,8 @@ private:
     GWString _handleSrc;
     GWString _backSrc;
     GWString _watchName;
+    GWString _watchText;
+    int _watchCount = 0; // Items of the text.
     int _watchLength = 0;
     GNotifyHandle _listener = nullptr; // Of the last update.
     bool _changed = false;

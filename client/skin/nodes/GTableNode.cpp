@@ -49,10 +49,8 @@ bool GTableNode::_readKeys( GAttributeStack& stack )
         split( _suffixText, _suffixes );
         changed = true;
     }
-    const GWString text = _prefixListSrc.empty( ) ? GWString( ) : _instance->get( _prefixListSrc );
-    if( text == _keyText ) return changed;
-    _keyText = text;
-    const GStringList keys = GSplitList( text );
+    if( !GNodeTools_readValue( _instance, _prefixListSrc, _keyText ) ) return changed;
+    const GStringList keys = GSplitList( _keyText );
     _keys.assign( keys.begin( ), keys.end( ) );
     if( std::find( _keys.begin( ), _keys.end( ), _selection ) == _keys.end( ) ) _selection.clear( );
     return true;

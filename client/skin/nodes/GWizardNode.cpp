@@ -80,7 +80,7 @@ bool GWizardNode::_preChildUpdate( GAttributeStack& stack )
     _listener = stack.getListener( );
     _choosePage( stack );
     const GDefaultNode* page = _getPage( );
-    _titles = _joinTitles( );
+    _joinTitles( _titles );
     stack.set( u"wizardtitle", page ? GWStringView( page->getTitle( ) ) : GWStringView( ) );
     stack.set( u"wizardtext", page ? GWStringView( page->getText( ) ) : GWStringView( ) );
     stack.set( u"wizardpath", getPath( ) );
@@ -101,14 +101,16 @@ void GWizardNode::_choosePage( GAttributeStack& stack )
         setAttribute( u"page", GWString( first->getAttribute( u"id" ) ) );
 }
 
-GWString GWizardNode::_joinTitles( ) const
+void GWizardNode::_joinTitles( GWString& titles ) const
 {
-    GStringList titles;
+    titles.clear( );
     for( GTemplateNode* child : _children )
     {
-        if( const GDefaultNode* page = _asPage( child ) ) titles.push_back( page->getTitle( ) );
+        const GDefaultNode* page = _asPage( child );
+        if( !page ) continue;
+        if( !titles.empty( ) ) titles += u", ";
+        titles += page->getTitle( );
     }
-    return GJoinList( titles );
 }
 
 bool GWizardNode::_updateChildren( GAttributeStack& stack )
@@ -130,7 +132,8 @@ bool GWizardNode::_postChildUpdate( GAttributeStack& stack )
     changed |= _layoutDirty;
     _layoutDirty = false;
     // Titles that this pass brought are shown by the next one.
-    if( _joinTitles( ) != _titles ) GNotify( _listener, GWATCH_UPDATE );
+    _joinTitles( _newTitles );
+    if( _newTitles != _titles ) GNotify( _listener, GWATCH_UPDATE );
     return changed;
 }
 
@@ -155,7 +158,8 @@ void GWizardNode::_updateSidebar( const GDefaultNode& page )
     GAttributeStack stack( _instance, _commandEngine->getNotifyListener( ) );
     if( _listener ) stack.push( _listener );
     stack.set( u"select", page.getTitle( ) );
-    stack.set( u"list", _joinTitles( ) );
+    _joinTitles( _newTitles );
+    stack.set( u"list", _newTitles );
     sidebar->update( stack );
     if( _listener ) stack.pop( );
 }

@@ -37,14 +37,15 @@ private:
     static GDefaultNode* _asPage( GTemplateNode* child );
     bool _isCurrent( const GTemplateNode& child ) const;
     void _choosePage( GAttributeStack& stack );
-    GWString _joinTitles( ) const;
+    void _joinTitles( GWString& titles ) const;
     void _setPage( GDefaultNode* page );
     void _updateSidebar( const GDefaultNode& page );
     void _refreshWindow( );
 
     GWString _onDone;
     GWString _windowPath;
-    GWString _titles; // Of all pages, as the last pass saw them.
+    GWString _titles; // Of all pages, as the last pass saw them, and as they are after it.
+    GWString _newTitles;
     GNotifyHandle _listener = nullptr;
     bool _layoutDirty = false;
 };

@@ -1,0 +1,53 @@
+// A pass over a tree in which nothing changed: every kind of node says so, and none of them allocates.
+#include "CountAllocations.h"
+#include "NodeTest.h"
+
+class UnchangedPassTest : public NodeTest
+{
+protected:
+    static Spec everything( )
+    {
+        const GWString font = u"13,,#E8ECF1FF,DejaVu Sans";
+        const Spec page{
+            u"page", { { u"id", u"a" }, { u"title", u"A rather long title" }, { u"text", u"and a long text" } }, {} };
+        const std::vector<Spec> widgets = {
+            { u"Image", { { u"src", u"some_long_picture_name(0,0,4,4)" }, { u"align", u"center" } }, {} },
+            { u"Button",
+              { { u"text", u"A long caption" }, { u"font", font }, { u"command", u"(/skin/window_login?open)" } },
+              {} },
+            { u"Edit", { { u"var", u"Long_Variable_Name" }, { u"font", font } }, {} },
+            { u"Hotkey", { { u"var", u"Long_Variable_Name" }, { u"font", font }, { u"refresh", u"true" } }, {} },
+            { u"List",
+              { { u"listname", u"Long_List_Name" }, { u"varname", u"Long_Variable_Name" }, { u"font", font } },
+              {} },
+            { u"Table",
+              { { u"prefixlistsrc", u"Long_List_Name" }, { u"suffixlist", u"_Name, _Size" }, { u"title", u"a,b" } },
+              {} },
+            { u"ScrollBar", { { u"name", u"vscrollfrac" }, { u"watch", u"Long_List_Name" } }, {} },
+            { u"Text",
+              { { u"text", u"$Long_Variable_Name" }, { u"watch", u"Long_Variable_Name" }, { u"font", font } },
+              {} },
+            { u"Gradient", { { u"from", u"#112233FF" } }, {} },
+            { u"Progress", { { u"src", u"Long_Variable_Name" }, { u"scale", u"10" } }, {} },
+            { u"Input", { { u"edge", u"bottomright" } }, {} },
+            { u"if", { { u"watch", u"Long_Variable_Name" }, { u"equals", u"a value of some length" } }, {} },
+            { u"on", { { u"event", u"a value of some length" } }, {} },
+            { u"Wizard", { }, { page } },
+            { u"Foreach", { { u"list", u"Long_List_Name" }, { u"as", u"id" } }, { { u"Input", { }, {} } } },
+            { u"Border", { { u"aspect", u"inside" } }, { { u"inside", { }, {} } } } };
+        const Spec row{ u"Row", { }, { { u"Cell", { { u"extra", u"1" }, { u"align", u"stretch" } }, widgets } } };
+        return {
+            u"Window", { { u"id", u"all" }, { u"width", u"20" }, { u"height", u"20" }, { u"hidden", u"1" } }, { row } };
+    }
+};
+
+TEST_F( UnchangedPassTest, ReportsNoChangeAndAllocatesNothing )
+{
+    instance->set( u"Long_Variable_Name", u"a value of some length" );
+    instance->set( u"Long_List_Name", u"first_item_of_list, second_item_of_list" );
+    load( everything( ) );
+    for( int i = 0; i < 4; ++i ) update( );
+    const int64_t before = CountAllocations( );
+    EXPECT_FALSE( update( ) );
+    EXPECT_EQ( CountAllocations( ) - before, 0 );
+}
