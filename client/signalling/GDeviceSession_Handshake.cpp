@@ -270,9 +270,10 @@ bool GDeviceSession::_lateResponse( const GSIPInput& in ) const
 // What the peer says about the copy that reached it must name one of our own hosts as its start.
 bool GDeviceSession::_provesRoute( const GHTTPHeaders& message, const GWString& remoteHost ) const
 {
-    if( GListContains( _sipClient->getOwnHosts( ), message.get( u"Send-From" ) ) &&
-        GRouteIsUsableHost( message.get( u"Send-To" ), remoteHost ) &&
-        GRouteIsScheme( message.get( u"Send-To-Type" ) ) )
+    const GStringList ownHosts = _sipClient->getOwnHosts( );
+    const GWString sendTo = message.get( u"Send-To" );
+    if( GListContains( ownHosts, message.get( u"Send-From" ) ) && !GListContains( ownHosts, sendTo ) &&
+        GRouteIsUsableHost( sendTo, remoteHost ) && GRouteIsScheme( message.get( u"Send-To-Type" ) ) )
         return true;
     GLOG( u"WARNING Received ACK or its answer without a usable route from '", _buddyDeviceGUID, u"' (", remoteHost,
           u"), ignoring." );

@@ -13,10 +13,12 @@ namespace
 constexpr int MAX_RETRANSMISSIONS = 4;
 constexpr uint64_t FIRST_RETRANSMISSION = 1000000;
 constexpr uint64_t RECORD_LIFE = 60000000;
+constexpr uint64_t RELAY_DELAY = 400000;
 // Nobody honest has as many transactions in flight; the oldest leave first.
 constexpr size_t MAX_RECORDS = 4096;
 constexpr int RANDOM_RANGE = 32768;
 constexpr char16_t UNUSABLE_SCHEME[] = u"symmetric";
+constexpr char16_t RELAY_SCHEME[] = u"turn";
 
 GWString composeOwner( GWStringView userGUID, GWStringView deviceGUID )
 {
@@ -80,6 +82,7 @@ void GSIPClient::reset( )
     _responseMap.clear( );
     _requestOrder.clear( );
     _responseOrder.clear( );
+    _deferredCopies.clear( );
     if( !_robust ) _cseq = 0;
 }
 
@@ -118,6 +121,7 @@ void GSIPClient::_label( GHTTPHeaders& message, const FromTo& fromTo ) const
     message.set( u"Sent-To-Type", fromTo.toType );
 }
 
+// With the remedy a symmetric network's address is tried too: what leaves for it opens our own network to that address.
 void GSIPClient::_composeFromToList( FromToList& fromToList, const GWString& fromHost,
                                      const GStringList& routeList ) const
 {
@@ -126,7 +130,7 @@ void GSIPClient::_composeFromToList( FromToList& fromToList, const GWString& fro
         GRoute route;
         if( !GRouteSplit( text, route ) )
             GLOG( u"WARNING Route '", text, u"' is malformed, ignoring." );
-        else if( GCaseEquals( route.scheme, UNUSABLE_SCHEME ) )
+        else if( !_robust && GCaseEquals( route.scheme, UNUSABLE_SCHEME ) )
             GLOG( u"WARNING Route '", text, u"' not supported yet, ignoring." );
         else
             fromToList.push_back( { fromHost, route.host, route.scheme } );
@@ -143,6 +147,29 @@ GSIPClient::FromToList GSIPClient::_composeFromToList( const GStringList& routeL
     _composeFromToList( out, localHost, routeList );
     if( GValidHost( globalHost ) ) _composeFromToList( out, globalHost, routeList );
     return out;
+}
+
+// Whichever copy arrives first names the route: with the remedy the relay stands back where a direct way may exist.
+void GSIPClient::_sendCopy( const FromTo& fromTo, const GString& buffer, const GWString& cseq )
+{
+    const bool relayed =
+        GCaseEquals( fromTo.toType, RELAY_SCHEME ) || !GCaseEquals( fromTo.from, _port->getLocalHost( ) );
+    if( _robust && relayed && _deferredCopies.size( ) < MAX_RECORDS )
+        _deferredCopies.push_back( { GTimeGetTime( ) + RELAY_DELAY, fromTo.from, fromTo.to, buffer, cseq } );
+    else
+        _port->send( fromTo.from, fromTo.to, buffer.data( ), static_cast<int>( buffer.size( ) ) );
+}
+
+void GSIPClient::_sendDeferredCopies( )
+{
+    while( !_deferredCopies.empty( ) && _deferredCopies.front( ).due <= GTimeGetTime( ) )
+    {
+        const DeferredCopy copy = std::move( _deferredCopies.front( ) );
+        _deferredCopies.pop_front( );
+        const auto found = _requestMap.find( copy.cseq );
+        const bool spent = !copy.cseq.empty( ) && ( found == _requestMap.end( ) || found->second.receivedResponse );
+        if( !spent ) _port->send( copy.from, copy.to, copy.buffer.data( ), static_cast<int>( copy.buffer.size( ) ) );
+    }
 }
 
 // ---- Requests.
@@ -170,6 +197,8 @@ void GSIPClient::sendRequest( const GWString& from, const GWString& to, const GH
     message.set( u"Sent-To", to );
     message.set( u"Sent-From-Type", _typeOf( from ) );
     _recordRequest( cseq, from, to, message, retransmit );
+    const GString& buffer = _requestMap[cseq].requestBuffer;
+    _port->send( from, to, buffer.data( ), static_cast<int>( buffer.size( ) ) );
 }
 
 void GSIPClient::sendRequestToRouteList( const GStringList& routeList, const GHTTPHeaders& request, bool retransmit )
@@ -193,10 +222,11 @@ void GSIPClient::sendRequestToRouteList( const GStringList& routeList, const GHT
         message.set( GProtocol::CSEQ_GROUP, group );
         _label( message, fromTo );
         _recordRequest( cseq, fromTo.from, fromTo.to, message, retransmit );
+        _sendCopy( fromTo, _requestMap[cseq].requestBuffer, cseq );
     }
 }
 
-// Remembers the request as it goes out, and sends it.
+// Remembers the request as it goes out.
 void GSIPClient::_recordRequest( const GWString& cseq, const GWString& from, const GWString& to,
                                  const GHTTPHeaders& message, bool retransmit )
 {
@@ -211,7 +241,6 @@ void GSIPClient::_recordRequest( const GWString& cseq, const GWString& from, con
     const GWString device = message.get( u"To-Device-GUID" );
     if( !device.empty( ) ) record.owner = composeOwner( message.get( GProtocol::TO ), device );
     storeRecord( _requestMap, _requestOrder, cseq, record );
-    _port->send( from, to, record.requestBuffer.data( ), static_cast<int>( record.requestBuffer.size( ) ) );
 }
 
 // ---- Responses.
@@ -280,8 +309,7 @@ void GSIPClient::sendResponseToRouteList( const GStringList& routeList, const GH
     for( const FromTo& fromTo : _composeFromToList( routeList ) )
     {
         _label( message, fromTo );
-        const GString buffer = message.serialize( );
-        _port->send( fromTo.from, fromTo.to, buffer.data( ), static_cast<int>( buffer.size( ) ) );
+        _sendCopy( fromTo, message.serialize( ), { } );
     }
 }
 
@@ -296,6 +324,7 @@ void GSIPClient::dispatch( IGSIPClientListener* listener )
         _onBucket( listener, bucket->localHost, bucket->remoteHost, bucket->buffer );
         _port->returnEmptyBucket( bucket );
     }
+    _sendDeferredCopies( );
     _retransmit( );
     if( _robust ) _dropOldRecords( );
 }

@@ -46,7 +46,7 @@ public:
     GMegaPort* getPort( ) const { return _port; }
 
     // The remedy: answers are remembered by sender and number, records leave after 60 s, numbers start at random and never go
-    // back, answers repeat the group.
+    // back, answers repeat the group, copies through a relay leave 0.4 s after the direct ones, symmetric routes are tried.
     void setRobust( bool robust );
     bool isRobust( ) const { return _robust; }
     // The two hosts of the port that are in use now.
@@ -81,6 +81,15 @@ private:
         GWString toType;
     };
     using FromToList = std::list<FromTo>;
+    // A copy that gives the direct ones a start.
+    struct DeferredCopy
+    {
+        uint64_t due = 0;
+        GWString from;
+        GWString to;
+        GString buffer;
+        GWString cseq; // Of a request; empty for a response.
+    };
 
     void _composeFromToList( FromToList& fromToList, const GWString& fromHost, const GStringList& routeList ) const;
     FromToList _composeFromToList( const GStringList& routeList ) const;
@@ -97,6 +106,8 @@ private:
     void _onResponse( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost,
                       const GHTTPHeaders& response );
     void _markGroup( const GHTTPHeaders& request, const GHTTPHeaders& response );
+    void _sendCopy( const FromTo& fromTo, const GString& buffer, const GWString& cseq );
+    void _sendDeferredCopies( );
     void _retransmit( );
     void _dropOldRecords( );
 
@@ -107,5 +118,6 @@ private:
     // Keys in the order of their arrival, for the limits.
     std::deque<GWString> _requestOrder;
     std::deque<GWString> _responseOrder;
+    std::deque<DeferredCopy> _deferredCopies; // In the order of their time.
     bool _robust = false;
 };

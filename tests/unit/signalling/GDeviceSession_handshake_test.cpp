@@ -220,6 +220,16 @@ TEST_F( DeviceSessionHandshake, AckWithoutAUsableRouteIsIgnored )
     EXPECT_EQ( 14, TestLog::count( "without a usable route" ) );
 }
 
+TEST_F( DeviceSessionHandshake, AckThatSendsUsToOurselvesIsIgnored )
+{
+    TestLog::expect( "WARNING Received ACK or its answer without a usable route" );
+    bringTo( S::WF_ACK );
+    GHTTPHeaders message = ack( );
+    message.set( u"Send-To", peer.host( ) );
+    request( message );
+    EXPECT_EQ( S::WF_ACK, session->getState( ) );
+}
+
 TEST_F( DeviceSessionHandshake, BusyMeansToWaitAtMostTenSeconds )
 {
     for( uint32_t seed = 1; seed < 20; ++seed )

@@ -306,6 +306,23 @@ TEST_F( SIPClient, PeersWithTheSameNumberShareACachedAnswerByTheLetter )
     }
 }
 
+TEST_F( SIPClient, SymmetricRouteIsTriedWithTheRemedy )
+{
+    client->setRobust( true );
+    client->sendRequestToRouteList( { GConcat( u"symmetric://", far.host( ) ) }, GHTTPHeaders( u"ACK" ), true );
+    EXPECT_EQ( 1u, far.hear( u"ACK" ).size( ) );
+}
+
+TEST_F( SIPClient, CopiesToARelayStandBackWithTheRemedy )
+{
+    client->setRobust( true );
+    client->sendRequestToRouteList( { GConcat( u"turn://", far.host( ) ) }, GHTTPHeaders( u"ACK" ), false );
+    EXPECT_TRUE( far.hear( ).empty( ) );
+    clock.advance( SECOND );
+    dispatch( );
+    EXPECT_EQ( 1u, far.hear( ).size( ) );
+}
+
 TEST_F( SIPClient, SpentRecordsStayByTheLetterAndLeaveWithTheRemedy )
 {
     for( const bool robust : { false, true } )
@@ -363,4 +380,38 @@ TEST_F( SIPClient, AnswersRepeatTheGroupWithTheRemedy )
         client->sendResponse( peer.host( ), far.host( ), request, respond( 200, u"OK" ) );
         EXPECT_EQ( robust ? u"8, 9" : u"", far.hear( )[0].message.get( u"CSeq-Group" ) );
     }
+}
+
+TEST_F( SIPClient, CopiesThroughARelayStandBackOnlyWithTheRemedy )
+{
+    TestTcpServer relay;
+    GNetTCPSocket* socket = GNetTCPSocketOpen( relay.host( ) );
+    ASSERT_TRUE( relay.accept( ) );
+    peer.port.setTCPSocket( socket, u"50.0.0.1:4000" );
+    const GStringList routes = { GConcat( u"local://", far.host( ) ) };
+    GHTTPHeaders relayed;
+    client->sendRequestToRouteList( routes, GHTTPHeaders( u"ACK" ), false );
+    EXPECT_TRUE( relay.hear( relayed ) );
+
+    client->setRobust( true );
+    client->sendRequestToRouteList( routes, GHTTPHeaders( u"ACK" ), false );
+    client->sendResponseToRouteList( routes, ping( ), respond( 200, u"OK" ) );
+    EXPECT_EQ( 3u, far.hear( ).size( ) );
+    clock.advance( 2 * SECOND / 5 - 1 );
+    dispatch( );
+    EXPECT_FALSE( relay.hearNow( relayed ) );
+    clock.advance( 1 );
+    dispatch( );
+    EXPECT_TRUE( relay.hear( relayed ) );
+    EXPECT_TRUE( relay.hear( relayed ) );
+
+    // An answer that came meanwhile makes the relayed copy superfluous.
+    client->sendRequestToRouteList( routes, GHTTPHeaders( u"ACK" ), false );
+    const Heard direct = far.hear( )[0];
+    answer( direct, direct.message.get( u"CSeq-Group" ) );
+    clock.advance( SECOND );
+    dispatch( );
+    EXPECT_FALSE( relay.hearNow( relayed ) );
+    peer.port.reset( );
+    GNetTCPSocketClose( socket );
 }
