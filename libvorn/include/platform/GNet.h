@@ -15,6 +15,8 @@ struct GNetSource
 };
 struct GNetUDPPort : GNetSource
 {
+    bool largeReads = false; // GNetUDPPortSetLargeReads
+    bool forgiving = false;  // GNetUDPPortSetForgiving
 };
 struct GNetTCPSocket : GNetSource
 {

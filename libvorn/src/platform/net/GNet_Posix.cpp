@@ -12,8 +12,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <ifaddrs.h>
-#include <map>
-#include <mutex>
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -31,22 +29,6 @@ constexpr size_t MAX_WAIT = 64;
 constexpr char16_t NO_HOST[] = u"0.0.0.0:0";
 
 std::atomic<int> lastError_ = 0;
-
-// Options of a port that its record does not show.
-struct PortOptions
-{
-    bool large = false;
-    bool forgiving = false;
-};
-std::mutex optionsMutex_;
-std::map<const GNetUDPPort*, PortOptions> optionsMap_;
-
-PortOptions options( const GNetUDPPort* port )
-{
-    const std::scoped_lock lock( optionsMutex_ );
-    const auto it = optionsMap_.find( port );
-    return it == optionsMap_.end( ) ? PortOptions( ) : it->second;
-}
 
 GWString lastErrorText( )
 {
@@ -183,15 +165,13 @@ GWString GNetUDPPortGetLocalHost( const GNetUDPPort* port )
 void GNetUDPPortSetLargeReads( GNetUDPPort* port, bool large )
 {
     GPRECONDITION( port );
-    const std::scoped_lock lock( optionsMutex_ );
-    optionsMap_[port].large = large;
+    port->largeReads = large;
 }
 
 void GNetUDPPortSetForgiving( GNetUDPPort* port, bool forgiving )
 {
     GPRECONDITION( port );
-    const std::scoped_lock lock( optionsMutex_ );
-    optionsMap_[port].forgiving = forgiving;
+    port->forgiving = forgiving;
 }
 
 void GNetUDPPortClose( GNetUDPPort* port )
@@ -200,10 +180,6 @@ void GNetUDPPortClose( GNetUDPPort* port )
     GPRECONDITION( port );
     GLOG( u"Closing port bound to '", port->host, u"'" );
     ::close( port->handle );
-    {
-        const std::scoped_lock lock( optionsMutex_ );
-        optionsMap_.erase( port );
-    }
     delete port;
 }
 
@@ -213,8 +189,7 @@ bool GNetUDPPortRecv( GNetUDPPort* port, GString& buffer, GWString& remoteHost )
     buffer.clear( );
     remoteHost.clear( );
     if( GIsShuttingDown( ) || !port->alive ) return false;
-    const PortOptions settings = options( port );
-    buffer.resize( settings.large ? LARGE_RECV_SIZE : RECV_SIZE );
+    buffer.resize( port->largeReads ? LARGE_RECV_SIZE : RECV_SIZE );
     sockaddr_in address{ };
     socklen_t size = sizeof( address );
     const ssize_t length =
@@ -222,7 +197,7 @@ bool GNetUDPPortRecv( GNetUDPPort* port, GString& buffer, GWString& remoteHost )
     if( length < 1 )
     {
         buffer.clear( );
-        if( length < 0 && failedDatagram( ) && ( !settings.forgiving || brokenSocket( ) ) )
+        if( length < 0 && failedDatagram( ) && ( !port->forgiving || brokenSocket( ) ) )
         {
             GLOG( u"WARNING Error when receiving via port '", port->host, u"', closing.", lastErrorText( ) );
             port->alive = false;
@@ -253,7 +228,7 @@ void GNetUDPPortSend( GNetUDPPort* port, const GWString& remoteHost, const char*
     if( sent < 0 )
     {
         if( !failedDatagram( ) ) return;
-        const bool forgiven = options( port ).forgiving && !brokenSocket( );
+        const bool forgiven = port->forgiving && !brokenSocket( );
         GLOG( u"WARNING Error when sending via port '", port->host, forgiven ? u"', ignoring." : u"', closing.",
               lastErrorText( ) );
         port->alive = forgiven;
@@ -317,7 +292,8 @@ GNetTCPSocket* GNetTCPSocketOpen( const GWString& remoteHost )
     if( handle < 0 ) return abandon( handle, u"Could not open socket to ", remoteHost, u", ignoring." );
     if( !setNonBlocking( handle ) )
         return abandon( handle, u"Could not set non-blocking mode on ", remoteHost, u", closing." );
-    if( ::connect( handle, generic( address ), sizeof( address ) ) != 0 && errno != EINPROGRESS && errno != EWOULDBLOCK )
+    if( ::connect( handle, generic( address ), sizeof( address ) ) != 0 && errno != EINPROGRESS &&
+        errno != EWOULDBLOCK )
         return abandon( handle, u"Could not connect to ", remoteHost, u", closing." );
     GNetTCPSocket* socket = new GNetTCPSocket;
     socket->handle = handle;

@@ -1,0 +1,281 @@
+#include "server/core/GServerStore.h"
+
+#include "base/GPortable.h"
+
+#include <sqlite3.h>
+
+namespace
+{
+constexpr char SCHEMA[] = R"(
+PRAGMA journal_mode=WAL;
+PRAGMA synchronous=NORMAL;
+PRAGMA foreign_keys=ON;
+CREATE TABLE IF NOT EXISTS account(name TEXT PRIMARY KEY, hash TEXT NOT NULL, email TEXT NOT NULL, created INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS buddy(id INTEGER PRIMARY KEY, user TEXT NOT NULL, buddy TEXT NOT NULL, UNIQUE(user, buddy));
+CREATE TABLE IF NOT EXISTS device(device TEXT PRIMARY KEY, given INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS logon(address TEXT NOT NULL, user TEXT NOT NULL, time INTEGER NOT NULL, PRIMARY KEY(address, user)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS registration(user TEXT NOT NULL, device TEXT NOT NULL, host TEXT NOT NULL, listener TEXT NOT NULL,
+  routes TEXT NOT NULL, version TEXT NOT NULL, expires INTEGER NOT NULL, listed INTEGER NOT NULL, PRIMARY KEY(user, device)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS allocation(host TEXT PRIMARY KEY, address TEXT NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS report(id INTEGER PRIMARY KEY, user TEXT NOT NULL, email TEXT NOT NULL, text TEXT NOT NULL, time INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS value(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+)";
+} // namespace
+
+// One prepared statement: bind in order, then step. Preparing each time costs microseconds; messages come far more seldom.
+class GServerStore::Statement
+{
+public:
+    Statement( sqlite3* database, const char* sql ) : _database( database )
+    {
+        _failed = sqlite3_prepare_v2( database, sql, -1, &_statement, nullptr ) != SQLITE_OK;
+    }
+    ~Statement( )
+    {
+        if( _failed ) GLOG( u"ERROR Store failed: ", std::string_view( sqlite3_errmsg( _database ) ) );
+        sqlite3_finalize( _statement );
+    }
+    Statement( const Statement& ) = delete;
+    Statement& operator=( const Statement& ) = delete;
+
+    Statement& bind( const GString& text )
+    {
+        if( !_failed )
+            sqlite3_bind_text( _statement, ++_index, text.data( ), static_cast<int>( text.size( ) ), SQLITE_TRANSIENT );
+        return *this;
+    }
+    Statement& bind( uint64_t number )
+    {
+        if( !_failed ) sqlite3_bind_int64( _statement, ++_index, static_cast<int64_t>( number ) );
+        return *this;
+    }
+    bool row( )
+    {
+        if( _failed ) return false;
+        const int result = sqlite3_step( _statement );
+        // A broken constraint is an answer ("taken"), not a failure.
+        _failed = result != SQLITE_ROW && result != SQLITE_DONE && result != SQLITE_CONSTRAINT;
+        _done = result == SQLITE_DONE;
+        return result == SQLITE_ROW;
+    }
+    // Runs to its end; true when it changed at least `changes` rows.
+    bool run( int changes = 0 )
+    {
+        row( );
+        return _done && sqlite3_changes( _database ) >= changes;
+    }
+    GString text( int column ) const
+    {
+        const auto* bytes = static_cast<const char*>( sqlite3_column_blob( _statement, column ) );
+        return bytes ? GString( bytes, static_cast<size_t>( sqlite3_column_bytes( _statement, column ) ) ) : GString( );
+    }
+    uint64_t number( int column ) const { return static_cast<uint64_t>( sqlite3_column_int64( _statement, column ) ); }
+
+private:
+    sqlite3* _database;
+    sqlite3_stmt* _statement = nullptr;
+    int _index = 0;
+    bool _failed = false;
+    bool _done = false;
+};
+
+GServerStore::GServerStore( ) = default;
+GServerStore::~GServerStore( )
+{
+    sqlite3_close( _database );
+}
+
+bool GServerStore::open( const GString& path, GString& error )
+{
+    if( sqlite3_open( path.c_str( ), &_database ) == SQLITE_OK )
+    {
+        sqlite3_busy_timeout( _database, 5000 );
+        if( sqlite3_exec( _database, SCHEMA, nullptr, nullptr, nullptr ) == SQLITE_OK ) return true;
+    }
+    error = "can't open the store '" + path + "': " + sqlite3_errmsg( _database );
+    return false;
+}
+
+bool GServerStore::addAccount( const GAccount& account )
+{
+    return Statement( _database, "INSERT INTO account VALUES(?,?,?,?)" )
+        .bind( account.name )
+        .bind( account.hash )
+        .bind( account.email )
+        .bind( account.created )
+        .run( );
+}
+std::optional<GAccount> GServerStore::getAccount( const GString& name )
+{
+    Statement statement( _database, "SELECT name, hash, email, created FROM account WHERE name=?" );
+    if( !statement.bind( name ).row( ) ) return std::nullopt;
+    return GAccount{ statement.text( 0 ), statement.text( 1 ), statement.text( 2 ), statement.number( 3 ) };
+}
+bool GServerStore::setPassword( const GString& name, const GString& hash )
+{
+    // Who knew the old password only is no longer somebody who has logged on.
+    Statement( _database, "DELETE FROM logon WHERE user=?" ).bind( name ).run( );
+    return Statement( _database, "UPDATE account SET hash=? WHERE name=?" ).bind( hash ).bind( name ).run( 1 );
+}
+bool GServerStore::removeAccount( const GString& name )
+{
+    for( const char* sql : { "DELETE FROM logon WHERE user=?", "DELETE FROM buddy WHERE user=?",
+                             "DELETE FROM registration WHERE user=?" } )
+        Statement( _database, sql ).bind( name ).run( );
+    return Statement( _database, "DELETE FROM account WHERE name=?" ).bind( name ).run( 1 );
+}
+std::vector<GAccount> GServerStore::listAccounts( )
+{
+    std::vector<GAccount> accounts;
+    Statement statement( _database, "SELECT name, hash, email, created FROM account ORDER BY name" );
+    while( statement.row( ) )
+        accounts.push_back( { statement.text( 0 ), statement.text( 1 ), statement.text( 2 ), statement.number( 3 ) } );
+    return accounts;
+}
+
+std::vector<GString> GServerStore::getBuddies( const GString& user )
+{
+    std::vector<GString> buddies;
+    Statement statement( _database, "SELECT buddy FROM buddy WHERE user=? ORDER BY id" );
+    statement.bind( user );
+    while( statement.row( ) ) buddies.push_back( statement.text( 0 ) );
+    return buddies;
+}
+bool GServerStore::setBuddies( const GString& user, const std::vector<GString>& buddies )
+{
+    if( !_execute( "BEGIN IMMEDIATE" ) ) return false;
+    bool good = Statement( _database, "DELETE FROM buddy WHERE user=?" ).bind( user ).run( );
+    for( const GString& buddy : buddies ) good = good && addBuddy( user, buddy );
+    return _execute( good ? "COMMIT" : "ROLLBACK" ) && good;
+}
+bool GServerStore::addBuddy( const GString& user, const GString& buddy )
+{
+    return Statement( _database, "INSERT OR IGNORE INTO buddy(user, buddy) VALUES(?,?)" )
+        .bind( user )
+        .bind( buddy )
+        .run( );
+}
+
+bool GServerStore::addDevice( const GString& device, uint64_t now )
+{
+    return Statement( _database, "INSERT INTO device VALUES(?,?)" ).bind( device ).bind( now ).run( );
+}
+bool GServerStore::hasDevice( const GString& device )
+{
+    return Statement( _database, "SELECT 1 FROM device WHERE device=?" ).bind( device ).row( );
+}
+
+bool GServerStore::addLogon( const GString& user, const GString& address, uint64_t now )
+{
+    return Statement( _database, "INSERT OR REPLACE INTO logon(address, user, time) VALUES(?,?,?)" )
+        .bind( address )
+        .bind( user )
+        .bind( now )
+        .run( );
+}
+bool GServerStore::hasLogon( const GString& user, const GString& address, uint64_t since )
+{
+    return Statement( _database, "SELECT 1 FROM logon WHERE address=? AND user=? AND time>=?" )
+        .bind( address )
+        .bind( user )
+        .bind( since )
+        .row( );
+}
+bool GServerStore::hasAnyLogon( const GString& address, uint64_t since )
+{
+    return Statement( _database, "SELECT 1 FROM logon WHERE address=? AND time>=? LIMIT 1" )
+        .bind( address )
+        .bind( since )
+        .row( );
+}
+
+bool GServerStore::putRegistration( const GRegistration& r )
+{
+    return Statement( _database, "INSERT OR REPLACE INTO registration VALUES(?,?,?,?,?,?,?,?)" )
+        .bind( r.user )
+        .bind( r.device )
+        .bind( r.host )
+        .bind( r.listener )
+        .bind( r.routes )
+        .bind( r.version )
+        .bind( r.expires )
+        .bind( uint64_t( r.listed ) )
+        .run( );
+}
+bool GServerStore::removeRegistration( const GString& user, const GString& device )
+{
+    return Statement( _database, "DELETE FROM registration WHERE user=? AND device=?" )
+        .bind( user )
+        .bind( device )
+        .run( );
+}
+std::vector<GRegistration> GServerStore::listRegistrations( )
+{
+    std::vector<GRegistration> all;
+    Statement statement( _database,
+                         "SELECT user, device, host, listener, routes, version, expires, listed FROM registration" );
+    while( statement.row( ) )
+        all.push_back( { statement.text( 0 ), statement.text( 1 ), statement.text( 2 ), statement.text( 3 ),
+                         statement.text( 4 ), statement.text( 5 ), statement.number( 6 ),
+                         statement.number( 7 ) != 0 } );
+    return all;
+}
+
+bool GServerStore::putAllocation( const GString& host, const GString& address )
+{
+    return Statement( _database, "INSERT OR REPLACE INTO allocation VALUES(?,?)" ).bind( host ).bind( address ).run( );
+}
+bool GServerStore::removeAllocation( const GString& host )
+{
+    return Statement( _database, "DELETE FROM allocation WHERE host=?" ).bind( host ).run( );
+}
+GString GServerStore::getAllocationAddress( const GString& host )
+{
+    Statement statement( _database, "SELECT address FROM allocation WHERE host=?" );
+    return statement.bind( host ).row( ) ? statement.text( 0 ) : GString( );
+}
+bool GServerStore::clearAllocations( )
+{
+    return _execute( "DELETE FROM allocation" );
+}
+int64_t GServerStore::countAllocations( )
+{
+    Statement statement( _database, "SELECT COUNT(*) FROM allocation" );
+    return statement.row( ) ? static_cast<int64_t>( statement.number( 0 ) ) : 0;
+}
+
+bool GServerStore::addBugReport( const GString& user, const GString& email, const GString& text, uint64_t now )
+{
+    return Statement( _database, "INSERT INTO report(user, email, text, time) VALUES(?,?,?,?)" )
+        .bind( user )
+        .bind( email )
+        .bind( text )
+        .bind( now )
+        .run( );
+}
+int64_t GServerStore::countBugReports( const GString& user, uint64_t since )
+{
+    Statement statement( _database, "SELECT COUNT(*) FROM report WHERE user=? AND time>=?" );
+    return statement.bind( user ).bind( since ).row( ) ? static_cast<int64_t>( statement.number( 0 ) ) : 0;
+}
+bool GServerStore::setValue( const GString& name, const GString& value )
+{
+    return Statement( _database, "INSERT OR REPLACE INTO value VALUES(?,?)" ).bind( name ).bind( value ).run( );
+}
+GString GServerStore::getValue( const GString& name )
+{
+    Statement statement( _database, "SELECT value FROM value WHERE name=?" );
+    return statement.bind( name ).row( ) ? statement.text( 0 ) : GString( );
+}
+bool GServerStore::expire( uint64_t logonsSince, uint64_t now )
+{
+    const bool logons = Statement( _database, "DELETE FROM logon WHERE time<?" ).bind( logonsSince ).run( );
+    return Statement( _database, "DELETE FROM registration WHERE expires<?" ).bind( now ).run( ) && logons;
+}
+
+bool GServerStore::_execute( const char* sql )
+{
+    if( sqlite3_exec( _database, sql, nullptr, nullptr, nullptr ) == SQLITE_OK ) return true;
+    GLOG( u"ERROR Store failed: ", std::string_view( sqlite3_errmsg( _database ) ) );
+    return false;
+}

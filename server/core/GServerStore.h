@@ -1,0 +1,90 @@
+// What the server must not lose: accounts, buddy lists, device ids, live registrations, logons, relay addresses, bug reports.
+// SQLite in write-ahead mode: whatever a call has stored survives the kill of the process. Several processes of one machine may
+// share a store. Network thread only; a call that fails logs an ERROR line and reports it. Times are GTimeGetTime microseconds.
+#pragma once
+
+#include "base/GTypes.h"
+
+#include <memory>
+#include <optional>
+
+struct sqlite3;
+
+struct GAccount
+{
+    GString name; // "user@domain"
+    GString hash; // libsodium's text of salt, limits and hash.
+    GString email;
+    uint64_t created = 0;
+};
+
+struct GRegistration
+{
+    GString user;
+    GString device;
+    GString host;     // "ip:port" that it was heard from.
+    GString listener; // The signalling host that heard it, as bound.
+    GString routes;   // Joined list, as it goes into an answer.
+    GString version;
+    uint64_t expires = 0;
+    bool listed = false; // A GETBUDDYLIST was answered since it began.
+};
+
+class GServerStore
+{
+public:
+    GServerStore( );
+    ~GServerStore( );
+    GServerStore( const GServerStore& ) = delete;
+    GServerStore& operator=( const GServerStore& ) = delete;
+
+    // ":memory:" keeps everything in memory. False with the reason.
+    bool open( const GString& path, GString& error );
+
+    // ---- Accounts. False when the name is taken, or is not there.
+    bool addAccount( const GAccount& account );
+    std::optional<GAccount> getAccount( const GString& name );
+    bool setPassword( const GString& name, const GString& hash );
+    bool removeAccount( const GString& name );
+    std::vector<GAccount> listAccounts( );
+
+    // ---- Buddies, in the order in which they were added.
+    std::vector<GString> getBuddies( const GString& user );
+    bool setBuddies( const GString& user, const std::vector<GString>& buddies );
+    bool addBuddy( const GString& user, const GString& buddy );
+
+    // ---- Device ids that the server gave out.
+    bool addDevice( const GString& device, uint64_t now );
+    bool hasDevice( const GString& device );
+
+    // ---- Logons: who has logged on from which address.
+    bool addLogon( const GString& user, const GString& address, uint64_t now );
+    bool hasLogon( const GString& user, const GString& address, uint64_t since );
+    bool hasAnyLogon( const GString& address, uint64_t since );
+
+    // ---- Registrations.
+    bool putRegistration( const GRegistration& registration );
+    bool removeRegistration( const GString& user, const GString& device );
+    std::vector<GRegistration> listRegistrations( );
+
+    // ---- Relay: the address of the connection behind an allocation.
+    bool putAllocation( const GString& host, const GString& address );
+    bool removeAllocation( const GString& host );
+    GString getAllocationAddress( const GString& host );
+    bool clearAllocations( );
+    int64_t countAllocations( );
+
+    // ---- Odds.
+    bool addBugReport( const GString& user, const GString& email, const GString& text, uint64_t now );
+    int64_t countBugReports( const GString& user, uint64_t since );
+    bool setValue( const GString& name, const GString& value );
+    GString getValue( const GString& name );
+    // Forgets logons before `logonsSince` and registrations that ended before `now`.
+    bool expire( uint64_t logonsSince, uint64_t now );
+
+private:
+    class Statement;
+    bool _execute( const char* sql );
+
+    sqlite3* _database = nullptr;
+};

@@ -1,0 +1,89 @@
+#include "server/signalling/GSignallingRole.h"
+
+#include "base/GUtil.h"
+#include "platform/GTime.h"
+
+namespace
+{
+constexpr auto EXPIRY_PERIOD = std::chrono::seconds( 60 );
+}
+
+GSignallingRole::GSignallingRole( boost::asio::io_context& io, const GServerConfig& config, GServerStore& store,
+                                  GMetrics& metrics )
+    : _config( config ), _metrics( metrics ), _service( config, store, metrics ), _limit( 1, 1 ), _io( io ),
+      _relayAddress( GServerHost::split( config.relayUDP ).bind ), _timer( io )
+{
+    reload( );
+}
+
+bool GSignallingRole::open( GString& error )
+{
+    for( const GWString& item : GSplitList( GUTF8ToWide( _config.signalling ) ) )
+    {
+        const GServerHost host = GServerHost::split( GWideToUTF8( item ) );
+        _sockets.push_back( std::make_unique<GDatagramSocket>( _io ) );
+        if( !_sockets.back( )->open( host.bind, error ) ) return false;
+        const GString& bound = _sockets.back( )->host( );
+        const bool chosen = host.reached.ends_with( ":0" );
+        _reached.push_back( chosen ? GEndpoint::addressOf( host.reached ) + bound.substr( bound.find( ':' ) )
+                                   : host.reached );
+    }
+    _service.setListeners( boundHosts( ) );
+    _service.load( GTimeGetTime( ) );
+    return true;
+}
+void GSignallingRole::start( )
+{
+    for( size_t i = 0; i < _sockets.size( ); ++i )
+        _sockets[i]->start( [this, i]( const GDatagramSocket::Endpoint& from, const char* data, size_t length )
+                            { _onDatagram( i, from, data, length ); } );
+    _armExpiry( );
+}
+void GSignallingRole::close( )
+{
+    boost::system::error_code ignored;
+    _timer.cancel( ignored );
+    for( const auto& socket : _sockets ) socket->close( );
+}
+void GSignallingRole::reload( )
+{
+    const auto rate = static_cast<double>( _config.datagramsPerSecond );
+    _limit.setRate( rate, rate * 2 );
+}
+std::vector<GString> GSignallingRole::boundHosts( ) const
+{
+    std::vector<GString> hosts;
+    for( const auto& socket : _sockets ) hosts.push_back( socket->host( ) );
+    return hosts;
+}
+std::vector<GString> GSignallingRole::hosts( ) const
+{
+    return _reached;
+}
+
+void GSignallingRole::_onDatagram( size_t listener, const GDatagramSocket::Endpoint& from, const char* data,
+                                   size_t length )
+{
+    const uint64_t now = GTimeGetTime( );
+    const GString host = GEndpoint::compose( from );
+    const GString address = GEndpoint::addressOf( host );
+    // Clients behind the relay share its address but not their limit.
+    if( !_limit.take( address == _relayAddress ? host : address, now ) )
+        return _metrics.count( "signalling", "any", "limited" );
+    _service.onDatagram( listener, host, GString( data, length ), now, _out );
+    for( const GSignallingDatagram& datagram : _out ) _sockets[datagram.listener]->send( datagram.to, datagram.bytes );
+    _out.clear( );
+    _metrics.setGauge( "velmora_registrations", static_cast<int64_t>( _service.registrationCount( ) ) );
+}
+void GSignallingRole::_armExpiry( )
+{
+    _timer.expires_after( EXPIRY_PERIOD );
+    _timer.async_wait(
+        [this]( const boost::system::error_code& code )
+        {
+            if( code ) return;
+            _service.expire( GTimeGetTime( ) );
+            _metrics.setGauge( "velmora_registrations", static_cast<int64_t>( _service.registrationCount( ) ) );
+            _armExpiry( );
+        } );
+}

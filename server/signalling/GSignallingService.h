@@ -1,0 +1,81 @@
+// The signalling role as a pure class: who is registered where, whose buddy is whom, and the way of an INVITE to a user's devices.
+// Time is passed in, in microseconds; what to send is given out as (listener, target, bytes). Registrations and lists are stored
+// before they are acknowledged. Network thread only.
+#pragma once
+
+#include "runtime/GHTTPHeaders.h"
+#include "server/core/GMetrics.h"
+#include "server/core/GReplyCache.h"
+#include "server/core/GServerConfig.h"
+#include "server/core/GServerStore.h"
+
+#include <map>
+
+struct GSignallingDatagram
+{
+    size_t listener;
+    GString to;
+    GString bytes;
+};
+
+class GSignallingService
+{
+public:
+    GSignallingService( const GServerConfig& config, GServerStore& store, GMetrics& metrics );
+    // The hosts that listen, as bound; registrations of an earlier run are found again by them.
+    void setListeners( const std::vector<GString>& hosts ) { _listeners = hosts; }
+    // Takes over the live registrations of the store.
+    void load( uint64_t now );
+    void onDatagram( size_t listener, const GString& from, const GString& bytes, uint64_t now,
+                     std::vector<GSignallingDatagram>& out );
+    // Ends registrations whose time is over or whose account is gone. Once a minute is enough: no answer uses one that is over.
+    void expire( uint64_t now );
+    size_t registrationCount( ) const;
+
+private:
+    // One datagram on its way through: handlers answer by `reply`, or not at all.
+    struct Request
+    {
+        size_t listener;
+        const GString& from;
+        const GString& bytes;
+        uint64_t now;
+        GHTTPHeaders headers;
+        std::vector<GSignallingDatagram>& out;
+    };
+    using Handler = std::string_view ( GSignallingService::* )( Request& request );
+    struct Row;
+    static const Row ROWS[];
+    using DeviceMap = std::map<GString, GRegistration>;
+
+    std::string_view _onPING( Request& request );
+    std::string_view _onDEVICEGUID( Request& request );
+    std::string_view _onREGISTER( Request& request );
+    std::string_view _onUNREGISTER( Request& request );
+    std::string_view _onGETBUDDYLIST( Request& request );
+    std::string_view _onSETBUDDYLIST( Request& request );
+    std::string_view _onADDBUDDY( Request& request );
+    std::string_view _onBUGREPORT( Request& request );
+    std::string_view _onINVITE( Request& request );
+
+    std::string_view _send( Request& request, const GHTTPHeaders& answer, std::string_view result );
+    std::string_view _answer( Request& request, int code, GWStringView text );
+    void _forwardINVITE( Request& request, const GString& to, const GString& callerDevice, GHTTPHeaders& answer );
+    void _store( const GRegistration& registration );
+    void _remove( const GString& user, const GString& device );
+    void _removeOthersAt( const GString& host, const GString& user, const GString& device );
+    void _limitDevices( const GString& user, const GString& keep );
+    GRegistration* _registrationOf( const Request& request );
+    GString _addressOf( const GString& host );
+    GString _routesOf( const Request& request, const GString& address ) const;
+    size_t _listenerOf( const GRegistration& registration ) const;
+
+    const GServerConfig& _config;
+    GServerStore& _database;
+    GMetrics& _metrics;
+    std::vector<GString> _listeners;
+    std::map<GString, DeviceMap> _registrations;
+    std::map<GString, std::pair<GString, GString>> _byHost; // Source to user and device.
+    GReplyCache _replies;
+    GReplyCache _invites;
+};

@@ -1,0 +1,35 @@
+// The upgrade role: hands out the plain files of one directory to GET requests. Names only: no separators, no leading dots.
+// Files are read on a thread of their own.
+#pragma once
+
+#include "server/core/GMetrics.h"
+#include "server/core/GServerConfig.h"
+#include "server/core/GStreamServer.h"
+
+#include <boost/asio/thread_pool.hpp>
+
+class GUpgradeRole
+{
+public:
+    GUpgradeRole( boost::asio::io_context& io, const GServerConfig& config, GMetrics& metrics );
+    ~GUpgradeRole( );
+    bool open( GString& error );
+    void start( );
+    void drain( ) { _server.stopAccepting( ); }
+    bool isIdle( ) const { return !_server.connectionCount( ); }
+    GString host( ) const { return _server.host( ); }
+
+    // The file that a request path names; empty when it names none that may be read.
+    static GString fileOf( const GString& directory, const GString& path );
+    // The whole answer: 200 with the file, or 404.
+    static GString answer( const GHTTPHeaders& request, const GString& file );
+
+private:
+    void _onMessage( const GStreamServer::Connection& connection, const GHTTPHeaders& message );
+
+    boost::asio::io_context& _io;
+    const GServerConfig& _config;
+    GMetrics& _metrics;
+    GStreamServer _server;
+    boost::asio::thread_pool _pool;
+};
