@@ -9,6 +9,12 @@ GForeachNode::~GForeachNode( )
 
 bool GForeachNode::_preChildUpdate( GAttributeStack& stack )
 {
+    // A command of a child may start another pass before this one is over: the list stays as it is until the next.
+    if( _updating )
+    {
+        GNotify( stack.getListener( ), GWATCH_UPDATE );
+        return true;
+    }
     _deleteRetired( );
     _changed = false;
     // A former list stays watched: it costs a pass at most, and lists hardly ever change their names.
@@ -84,10 +90,13 @@ void GForeachNode::_deleteRetired( )
 bool GForeachNode::_updateChildren( GAttributeStack& stack )
 {
     bool changed = false;
+    const bool outer = _updating;
+    _updating = true;
     for( GTemplateNode* child : _children )
     {
         if( !child->getAttribute( _as ).empty( ) ) changed |= child->update( stack );
     }
+    _updating = outer;
     return changed;
 }
 

@@ -28,6 +28,7 @@ private:
     GWString _text; // The list, as it was split last.
     bool _changed = false;
     bool _warned = false;
+    bool _updating = false;
     GNodeWatchList _watches{ GWATCH_UPDATE };
     GStringList _entries;
     ChildList _retired; // Removed while a command ran; deleted at the next pass.

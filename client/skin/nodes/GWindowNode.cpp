@@ -26,6 +26,9 @@ void makeOpaque( GString& pixels )
 
 GWindowNode::~GWindowNode( )
 {
+    // Watches below report here, from any thread: they end before their target does.
+    for( GTemplateNode* child : _children ) delete child;
+    _children.clear( );
     if( _timer ) GTimerClose( _timer );
     if( _notify ) GNotifyClose( _notify );
     if( _win ) GWinClose( _win );

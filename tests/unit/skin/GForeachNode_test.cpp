@@ -106,6 +106,41 @@ TEST_F( GForeachNodeTest, WindowsComeAndGoWithTheList )
     EXPECT_EQ( ids( ), Ids{ "Window" } );
 }
 
+TEST_F( GForeachNodeTest, APassInsideAPassLeavesTheListForTheNext )
+{
+    instance->set( u"Names", u"ada, grace" );
+    load( repeat( { u"Wizard", { { u"ondone", u"(x)" } }, {} } ) );
+    update( );
+    // A child that runs a command in its own update, as a chat does for a new message.
+    class Restless : public GTemplateNode
+    {
+    public:
+        using GTemplateNode::GTemplateNode;
+
+    protected:
+        bool _postChildUpdate( GAttributeStack& ) override
+        {
+            GNodeTools_execute( this, u"(again)" );
+            return false;
+        }
+    };
+    GTemplateNode* holder = find( u"foreach_chat/wizard_ada" );
+    holder->appendChild( GSAFENEW( Restless, ( instance.get( ), engine.get( ), holder ) ) );
+    bool nested = false;
+    engine->onCommand = [&]( const GWString& )
+    {
+        if( nested ) return;
+        nested = true;
+        instance->set( u"Names", u"grace" );
+        update( );
+    };
+    update( );
+    EXPECT_EQ( ids( ), ( Ids{ "Wizard", "Wizard_ada", "Wizard_grace" } ) );
+    EXPECT_FALSE( notifications( ).empty( ) );
+    update( );
+    EXPECT_EQ( ids( ), ( Ids{ "Wizard", "Wizard_grace" } ) );
+}
+
 TEST_F( GForeachNodeTest, ACloneThatRunsACommandIsDeletedLater )
 {
     TestLog::expect( "WARNING Cannot delete '/skin/Foreach_chat/Window_ada' while it is in use" );
