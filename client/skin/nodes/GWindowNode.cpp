@@ -202,8 +202,8 @@ void GWindowNode::_prepareLayer( )
         _pixels.resize( count * 4 );
         _inputMap.resize( count );
     }
+    // The window's own handler fills the input map first.
     std::memset( _pixels.data( ), 0, _pixels.size( ) );
-    std::fill( _inputMap.begin( ), _inputMap.end( ), nullptr );
 }
 
 bool GWindowNode::_preChildRender( GImageStack& images )
