@@ -6,12 +6,12 @@ class GBorderNodeTest : public NodeTest
 {
 protected:
     // Pieces of 2 by 1 around an inside of 4 by 4.
-    static Spec piece( const char16_t* name, const char16_t* width = u"2", const char16_t* height = u"1" )
+    static Element piece( const char16_t* name, const char16_t* width = u"2", const char16_t* height = u"1" )
     {
-        const Spec cell{ u"Cell", { { u"fixedwidth", width }, { u"fixedheight", height } }, {} };
+        const Element cell{ u"Cell", { { u"fixedwidth", width }, { u"fixedheight", height } }, {} };
         return { name, { }, { { u"Row", { }, { cell } }, { u"Input", { }, {} } } };
     }
-    static std::vector<Spec> pieces( )
+    static std::vector<Element> pieces( )
     {
         return { piece( u"topleft" ),
                  piece( u"top" ),

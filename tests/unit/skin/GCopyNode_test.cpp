@@ -6,12 +6,12 @@
 class GCopyNodeTest : public NodeTest
 {
 protected:
-    void loadTwo( const Spec& first, const Spec& second )
+    void loadTwo( const Element& first, const Element& second )
     {
         root.reset( make( { u"skin", { }, { first, second } }, nullptr ) );
         engine->root = root.get( );
     }
-    static Spec library( )
+    static Element library( )
     {
         return { u"if", { { u"cond", u"0" } }, { { u"frame", { }, { { u"Input", { }, {} } } } } };
     }
@@ -83,7 +83,8 @@ TEST_F( GCopyNodeTest, ACopyOfWhatHoldsItIsRefused )
 
 TEST_F( GCopyNodeTest, WatchesOfTheCopyReportToItsWindow )
 {
-    const Spec source{ u"if", { { u"cond", u"0" } }, { { u"Text", { { u"text", u"$T" }, { u"watch", u"T" } }, {} } } };
+    const Element source{
+        u"if", { { u"cond", u"0" } }, { { u"Text", { { u"text", u"$T" }, { u"watch", u"T" } }, {} } } };
     loadTwo( source, { u"Copy", { { u"src", u"/skin/if/text" } }, {} } );
     update( );
     instance->set( u"T", 1 );

@@ -11,7 +11,7 @@ protected:
         draw( 4, 4 );
         return GRectHasVolume( canvas->owned( handler( u"if/input" ) ) );
     }
-    static Spec gate( const GAttributeList& attributes ) { return { u"if", attributes, { { u"Input", { }, {} } } }; }
+    static Element gate( const GAttributeList& attributes ) { return { u"if", attributes, { { u"Input", { }, {} } } }; }
 };
 
 TEST_F( GDefaultNodeTest, UnknownElementDrawsItsChildren )

@@ -7,11 +7,11 @@
 class GForeachNodeTest : public NodeTest
 {
 protected:
-    static Spec repeat( const Spec& child )
+    static Element repeat( const Element& child )
     {
         return { u"Foreach", { { u"id", u"chat" }, { u"list", u"Names" }, { u"as", u"id" } }, { child } };
     }
-    static Spec plain( ) { return repeat( { u"Input", { }, {} } ); }
+    static Element plain( ) { return repeat( { u"Input", { }, {} } ); }
     std::vector<std::string> ids( )
     {
         std::vector<std::string> found;

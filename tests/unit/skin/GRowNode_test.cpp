@@ -6,7 +6,7 @@
 class GRowNodeTest : public NodeTest
 {
 protected:
-    static Spec cell( const char16_t* id, int width, int extra )
+    static Element cell( const char16_t* id, int width, int extra )
     {
         return { u"Cell",
                  { { u"id", id },
@@ -16,13 +16,13 @@ protected:
                  { { u"Input", { }, {} } } };
     }
     GRect place( const char16_t* id ) { return canvas->owned( handler( GWString( u"row/cell_" ) + id + u"/input" ) ); }
-    void layOut( const std::vector<Spec>& cells, int width )
+    void layOut( const std::vector<Element>& cells, int width )
     {
         load( { u"Row", { }, cells } );
         update( );
         draw( width, 2 );
     }
-    static Spec open( const char16_t* id, const char16_t* extra )
+    static Element open( const char16_t* id, const char16_t* extra )
     {
         return { u"Cell", { { u"id", id }, { u"extra", extra } }, { { u"Input", { }, {} } } };
     }
@@ -90,9 +90,9 @@ TEST_F( GRowNodeTest, TooLittleSpaceIsCut )
 
 TEST_F( GRowNodeTest, ColumnLaysOutDownwardsWhateverTheCaseOfItsName )
 {
-    const Spec a{
+    const Element a{
         u"Cell", { { u"id", u"a" }, { u"fixedheight", u"3" }, { u"extra", u"1" } }, { { u"Input", { }, {} } } };
-    const Spec b{
+    const Element b{
         u"Cell", { { u"id", u"b" }, { u"fixedheight", u"2" }, { u"fixedwidth", u"4" }, { u"extra", u"1" } }, {} };
     load( { u"COL", { }, { a, b } } );
     update( );

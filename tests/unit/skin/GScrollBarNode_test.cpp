@@ -19,7 +19,7 @@ protected:
 class GScrollBarNodeTest : public NodeTest
 {
 protected:
-    static Spec reader( const char16_t* id ) { return { u"page", { { u"id", id }, { u"title", u"<$frac>" } }, {} }; }
+    static Element reader( const char16_t* id ) { return { u"page", { { u"id", id }, { u"title", u"<$frac>" } }, {} }; }
     GWString seen( const char16_t* path ) { return findAs<GDefaultNode>( path )->getTitle( ); }
     // A bar of the kind that tests hold, below an element with those attributes.
     HeldScrollBar* bar( const GAttributeList& attributes )

@@ -81,7 +81,7 @@ protected:
                                                 { u"onopen", u"(opening)" },
                                                 { u"onclose", u"(closing)" } } );
         const auto cell = []( const char16_t* id ) {
-            return Spec{ u"Cell", { { u"id", id }, { u"fixedwidth", u"10" }, { u"fixedheight", u"10" } }, {} };
+            return Element{ u"Cell", { { u"id", id }, { u"fixedwidth", u"10" }, { u"fixedheight", u"10" } }, {} };
         };
         window = loadAs<GWindowNode>( { u"Window", attributes, { { u"Row", { }, { cell( u"a" ), cell( u"b" ) } } } } );
         first = add( u"window_w/row/cell_a" );
@@ -138,7 +138,7 @@ TEST_F( GWindowNodeTest, FirstUpdateReportsAChangeAndLaterOnesOnlyRealOnes )
 
 TEST_F( GWindowNodeTest, ChildrenSeeTheWindowsCoordinatesAndPath )
 {
-    const Spec page{ u"page", { { u"title", u"$x,$y,$width,$height,$windowpath" } }, {} };
+    const Element page{ u"page", { { u"title", u"$x,$y,$width,$height,$windowpath" } }, {} };
     load( { u"Window",
             { { u"x", u"7" }, { u"y", u"8" }, { u"width", u"40" }, { u"height", u"30" }, { u"hidden", u"1" } },
             { page } } );
@@ -148,7 +148,7 @@ TEST_F( GWindowNodeTest, ChildrenSeeTheWindowsCoordinatesAndPath )
 
 TEST_F( GWindowNodeTest, NodesBelowReportToTheWindow )
 {
-    const Spec gate{ u"if", { { u"watch", u"State" }, { u"cond", u"$State" } }, {} };
+    const Element gate{ u"if", { { u"watch", u"State" }, { u"cond", u"$State" } }, {} };
     window = loadAs<GWindowNode>( { u"Window", { { u"width", u"9" }, { u"height", u"9" } }, { gate } } );
     update( );
     instance->set( u"State", 1 );
@@ -158,7 +158,7 @@ TEST_F( GWindowNodeTest, NodesBelowReportToTheWindow )
 
 TEST_F( GWindowNodeTest, AWindowUpdatingByItselfSeesItsOwnSubtreeAndTheBlackboardAlone )
 {
-    const Spec page{ u"page", { { u"title", u"$outer/$inner/$path" } }, {} };
+    const Element page{ u"page", { { u"title", u"$outer/$inner/$path" } }, {} };
     window = loadAs<GWindowNode>(
         { u"Window", { { u"inner", u"i" }, { u"width", u"9" }, { u"height", u"9" }, { u"hidden", u"1" } }, { page } } );
     root->setAttribute( u"outer", u"o" );

@@ -7,11 +7,11 @@
 class GWizardNodeTest : public NodeTest
 {
 protected:
-    static Spec block( const char16_t* width, const char16_t* height )
+    static Element block( const char16_t* width, const char16_t* height )
     {
         return { u"Row", { }, { { u"Cell", { { u"fixedwidth", width }, { u"fixedheight", height } }, {} } } };
     }
-    static Spec page( const char16_t* id, const char16_t* title )
+    static Element page( const char16_t* id, const char16_t* title )
     {
         return { u"page",
                  { { u"id", id },
@@ -21,7 +21,7 @@ protected:
                    { u"onhide", GConcat( u"(hide ", id, u")" ) } },
                  { { u"Input", { }, {} }, block( u"5", u"4" ) } };
     }
-    GWizardNode* wizard( const std::vector<Spec>& children, const GAttributeList& attributes = { } )
+    GWizardNode* wizard( const std::vector<Element>& children, const GAttributeList& attributes = { } )
     {
         GAttributeList all = attributes;
         all.push_back( { u"ondone", u"(done)" } );
@@ -103,11 +103,12 @@ TEST_F( GWizardNodeTest, DoneRunsItsCommandAndRefreshesTheWindow )
 
 TEST_F( GWizardNodeTest, TellsTheSkinWhereItIs )
 {
-    const Spec header{ u"header",
-                       { },
-                       { { u"page",
-                           { { u"title", u"$wizardtitle|$wizardtext|$wizardpath|$backdisabled|$nextdisabled|$list" } },
-                           {} } } };
+    const Element header{
+        u"header",
+        { },
+        { { u"page",
+            { { u"title", u"$wizardtitle|$wizardtext|$wizardpath|$backdisabled|$nextdisabled|$list" } },
+            {} } } };
     GWizardNode* node = wizard( { header, page( u"a", u"First" ), page( u"b", u"Second" ) } );
     const auto seen = [&]
     {
@@ -121,7 +122,7 @@ TEST_F( GWizardNodeTest, TellsTheSkinWhereItIs )
 
 TEST_F( GWizardNodeTest, OnePageHasNeitherNextNorBack )
 {
-    const Spec header{ u"header", { }, { { u"page", { { u"title", u"$backdisabled$nextdisabled" } }, {} } } };
+    const Element header{ u"header", { }, { { u"page", { { u"title", u"$backdisabled$nextdisabled" } }, {} } } };
     wizard( { header, page( u"only", u"Only" ) } );
     EXPECT_EQ( findAs<GDefaultNode>( u"wizard/header/page" )->getTitle( ), u"11" );
 }
@@ -130,9 +131,9 @@ TEST_F( GWizardNodeTest, HiddenPagesAreUpdatedAndKnowThatTheyAreDisabled )
 {
     const auto probe = []( const char16_t* id )
     {
-        return Spec{ u"page",
-                     { { u"id", id } },
-                     { { u"inner", { }, { { u"page", { { u"title", u"$Live/$disabled" } }, {} } } } } };
+        return Element{ u"page",
+                        { { u"id", id } },
+                        { { u"inner", { }, { { u"page", { { u"title", u"$Live/$disabled" } }, {} } } } } };
     };
     wizard( { probe( u"a" ), probe( u"b" ) } );
     instance->set( u"Live", u"x" );
@@ -144,7 +145,7 @@ TEST_F( GWizardNodeTest, HiddenPagesAreUpdatedAndKnowThatTheyAreDisabled )
 TEST_F( GWizardNodeTest, DrawsTheCurrentPageBetweenItsStrips )
 {
     const auto strip = []( const char16_t* name, const char16_t* width, const char16_t* height ) {
-        return Spec{ name, { }, { block( width, height ), { u"Input", { }, {} } } };
+        return Element{ name, { }, { block( width, height ), { u"Input", { }, {} } } };
     };
     wizard( { strip( u"Header", u"1", u"3" ), strip( u"sidebar", u"4", u"1" ), strip( u"footer", u"1", u"2" ),
               page( u"a", u"First" ), page( u"b", u"Second" ) } );

@@ -16,12 +16,12 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-// One element with its children: Spec{ u"Row", { { u"id", u"a" } }, { ... } }.
-struct Spec
+// One element with its children: Element{ u"Row", { { u"id", u"a" } }, { ... } }.
+struct Element
 {
     GWString name;
     GAttributeList attributes;
-    std::vector<Spec> children;
+    std::vector<Element> children;
 };
 
 class FakeEngine : public IGCommandEngine, public IGNotifyListener
@@ -110,24 +110,24 @@ protected:
         std::remove( SETTINGS );
     }
 
-    GTemplateNode* make( const Spec& spec, GTemplateNode* parent )
+    GTemplateNode* make( const Element& element, GTemplateNode* parent )
     {
         GTemplateNode* node =
-            GTemplateFactory::create( instance.get( ), engine.get( ), parent, spec.name, spec.attributes );
-        for( const Spec& child : spec.children ) node->appendChild( make( child, node ) );
+            GTemplateFactory::create( instance.get( ), engine.get( ), parent, element.name, element.attributes );
+        for( const Element& child : element.children ) node->appendChild( make( child, node ) );
         return node;
     }
-    // The tree of the test: `spec` below <skin>.
-    GTemplateNode* load( const Spec& spec )
+    // The tree of the test: `element` below <skin>.
+    GTemplateNode* load( const Element& element )
     {
-        root.reset( make( { u"skin", { }, { spec } }, nullptr ) );
+        root.reset( make( { u"skin", { }, { element } }, nullptr ) );
         engine->root = root.get( );
         return root->getChildren( ).front( );
     }
     template <typename NODE>
-    NODE* loadAs( const Spec& spec )
+    NODE* loadAs( const Element& element )
     {
-        return dynamic_cast<NODE*>( load( spec ) );
+        return dynamic_cast<NODE*>( load( element ) );
     }
     // The node at a path below the loaded one's parent.
     GTemplateNode* find( GWStringView path ) { return root->getChild( path ); }

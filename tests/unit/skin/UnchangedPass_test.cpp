@@ -5,12 +5,12 @@
 class UnchangedPassTest : public NodeTest
 {
 protected:
-    static Spec everything( )
+    static Element everything( )
     {
         const GWString font = u"13,,#E8ECF1FF,DejaVu Sans";
-        const Spec page{
+        const Element page{
             u"page", { { u"id", u"a" }, { u"title", u"A rather long title" }, { u"text", u"and a long text" } }, {} };
-        const std::vector<Spec> widgets = {
+        const std::vector<Element> widgets = {
             { u"Image", { { u"src", u"some_long_picture_name(0,0,4,4)" }, { u"align", u"center" } }, {} },
             { u"Button",
               { { u"text", u"A long caption" }, { u"font", font }, { u"command", u"(/skin/window_login?open)" } },
@@ -35,7 +35,7 @@ protected:
             { u"Wizard", { }, { page } },
             { u"Foreach", { { u"list", u"Long_List_Name" }, { u"as", u"id" } }, { { u"Input", { }, {} } } },
             { u"Border", { { u"aspect", u"inside" } }, { { u"inside", { }, {} } } } };
-        const Spec row{ u"Row", { }, { { u"Cell", { { u"extra", u"1" }, { u"align", u"stretch" } }, widgets } } };
+        const Element row{ u"Row", { }, { { u"Cell", { { u"extra", u"1" }, { u"align", u"stretch" } }, widgets } } };
         return {
             u"Window", { { u"id", u"all" }, { u"width", u"20" }, { u"height", u"20" }, { u"hidden", u"1" } }, { row } };
     }
