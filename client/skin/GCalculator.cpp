@@ -58,14 +58,14 @@ int32_t readInteger( const char16_t* first, const char16_t* last )
 
 struct Grammar : spirit::grammar<Grammar>
 {
-    explicit Grammar( Stack& stack_ ) : stack( stack_ ) {}
+    explicit Grammar( Stack& stack ) : target( stack ) {}
 
     template <typename Scanner>
     struct definition
     {
         explicit definition( const Grammar& self )
         {
-            Stack& stack = self.stack;
+            Stack& stack = self.target;
             using Text = const char16_t*;
             const auto push_int = [&stack]( Text first, Text last ) { stack.push_back( readInteger( first, last ) ); };
             const auto do_add = [&stack]( Text, Text ) { applyTop( stack, '+' ); };
@@ -88,7 +88,7 @@ struct Grammar : spirit::grammar<Grammar>
         const spirit::rule<Scanner>& start( ) const { return expression; }
         spirit::rule<Scanner> expression, term, factor, integer;
     };
-    Stack& stack;
+    Stack& target;
 };
 
 // Most settings are plain numbers: no grammar is needed to read one.

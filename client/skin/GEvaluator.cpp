@@ -26,14 +26,14 @@ void append( Stack& eval, GWString text )
 
 struct Grammar : spirit::grammar<Grammar>
 {
-    explicit Grammar( Stack& stack ) : eval( stack ) {}
+    explicit Grammar( Stack& stack ) : target( stack ) {}
 
     template <typename Scanner>
     struct definition
     {
         explicit definition( const Grammar& self )
         {
-            Stack& eval = self.eval;
+            Stack& eval = self.target;
             const auto push_a = [&eval]( const char16_t* first, const char16_t* last )
             { append( eval, GWString( first, last ) ); };
             const auto push_char_a = [&eval]( char16_t character ) { append( eval, GWString( 1, character ) ); };
@@ -62,7 +62,7 @@ struct Grammar : spirit::grammar<Grammar>
         const spirit::rule<Scanner>& start( ) const { return top; }
         spirit::rule<Scanner> top, element, literal, variable, name;
     };
-    Stack& eval;
+    Stack& target;
 };
 
 // Neighbouring literals become one.

@@ -44,5 +44,8 @@ public:
                  host( ),
                  { GConcat( u"local://", host( ) ) } };
     }
-    GSIPService* service = GSAFENEW( GSIPService, ( &instance, &port ) );
+    GSIPService* service = make( );
+
+private:
+    GSIPService* make( ) { return GSAFENEW( GSIPService, ( &instance, &port ) ); }
 };

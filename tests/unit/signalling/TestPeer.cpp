@@ -51,7 +51,7 @@ void paint( GInstance& instance, const GWString& name, char value )
 } // namespace
 
 TestPeer::TestPeer( const GWString& user, const GWString& device, const GWString& serverHost )
-    : _file( GConcat( u"signalling_test_", device, u".ini" ) ), instance( _file ), port( user )
+    : _file{ GConcat( u"signalling_test_", device, u".ini" ) }, instance( _file.path ), port( user )
 {
     GHeapObject::trackMemory( &instance, __FILE__, __FUNCTION__, __LINE__, "GInstance" );
     GHeapObject::trackMemory( &port, __FILE__, __FUNCTION__, __LINE__, "GMegaPort" );
@@ -77,7 +77,6 @@ TestPeer::TestPeer( const GWString& user, const GWString& device, const GWString
 TestPeer::~TestPeer( )
 {
     port.reset( );
-    GFileDelete( _file );
 }
 
 void TestPeer::receive( )

@@ -50,8 +50,14 @@ public:
     std::vector<GWString> methods( GWStringView queue );
 
 private:
+    // Goes after the blackboard, which saves itself at its end.
+    struct SettingsFile
+    {
+        ~SettingsFile( ) { GFileDelete( path ); }
+        GWString path;
+    };
     TestHost _udp;
-    GWString _file;
+    SettingsFile _file;
 
 public:
     GInstance instance;

@@ -1,0 +1,58 @@
+// What the fuzz targets share: a failed assertion or an escaped exception is a find, log lines go nowhere, and input is cut into
+// numbers and text. A target feeds its parser whatever it is given and checks only what must hold for every input.
+#pragma once
+
+#include "base/GPortable.h"
+#include "base/GUtil.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace Fuzz
+{
+// Without the crash hook a failed assertion would return to its caller.
+[[maybe_unused]] inline const bool ready = []
+{
+    GPortableGetHooks( ).crash = [] { std::abort( ); };
+    return true;
+}( );
+
+inline void require( bool holds )
+{
+    if( !holds ) std::abort( );
+}
+
+// Hands the bytes of one input out, piece by piece; zeros when they are spent.
+class Input
+{
+public:
+    Input( const uint8_t* data, size_t size ) : _rest( reinterpret_cast<const char*>( data ), size ) {}
+    bool empty( ) const { return _rest.empty( ); }
+    uint8_t byte( )
+    {
+        if( _rest.empty( ) ) return 0;
+        const auto value = static_cast<uint8_t>( _rest.front( ) );
+        _rest.remove_prefix( 1 );
+        return value;
+    }
+    int number( int most ) { return ( byte( ) << 8 | byte( ) ) % ( most + 1 ); }
+    // Up to the next line feed.
+    GString line( )
+    {
+        const GString out( _rest.substr( 0, _rest.find( '\n' ) ) );
+        _rest.remove_prefix( std::min( out.size( ) + 1, _rest.size( ) ) );
+        return out;
+    }
+    GWString wideLine( ) { return GUTF8ToWide( line( ) ); }
+    // All that is left, in a block of its own: a read past its end is a find.
+    std::vector<char> rest( )
+    {
+        std::vector<char> out( _rest.begin( ), _rest.end( ) );
+        _rest = { };
+        return out;
+    }
+
+private:
+    std::string_view _rest;
+};
+} // namespace Fuzz

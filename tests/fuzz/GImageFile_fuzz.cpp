@@ -1,0 +1,23 @@
+// A picture file of any bytes, of any format that the library knows, loads as whole pixels or is refused.
+#include "Fuzz.h"
+#include "image/GImage.h"
+
+extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
+{
+    const std::vector<char> file = Fuzz::Input( data, size ).rest( );
+    if( file.empty( ) ) return 0;
+    const int length = static_cast<int>( file.size( ) );
+    constexpr int64_t MOST_PIXELS = 1 << 20;
+    GImageFormat format;
+    GString pixels;
+    if( GImageLoadPNG( file.data( ), length, MOST_PIXELS, format, pixels ) )
+    {
+        Fuzz::require( int64_t{ format.width } * format.height <= MOST_PIXELS );
+        Fuzz::require( static_cast<int64_t>( pixels.size( ) ) == GImageSize( format ) );
+    }
+    format = GImageFormat( );
+    pixels.clear( );
+    if( GImageLoad( file.data( ), length, format, pixels ) )
+        Fuzz::require( static_cast<int64_t>( pixels.size( ) ) == GImageSize( format ) );
+    return 0;
+}
