@@ -16,17 +16,14 @@ std::vector<std::unique_ptr<GAttributeState>>& pool( )
 
 int GExpressionTable::intern( GWStringView name )
 {
-    const auto found = _symbols.find( name );
-    if( found != _symbols.end( ) ) return found->second;
-    const int symbol = static_cast<int>( _symbols.size( ) );
-    _symbols.emplace( GWString( name ), symbol );
-    return symbol;
+    if( const auto* entry = _symbols.find( name ) ) return entry->second;
+    return _symbols.insert( name, static_cast<int>( _symbols.size( ) ) )->second;
 }
 
-int GExpressionTable::find( GWStringView name ) const
+int GExpressionTable::find( GWStringView name )
 {
-    const auto found = _symbols.find( name );
-    return found == _symbols.end( ) ? -1 : found->second;
+    const auto* entry = _symbols.find( name );
+    return entry ? entry->second : -1;
 }
 
 void GExpressionTable::_resolve( GExpression& expression )
@@ -37,13 +34,12 @@ void GExpressionTable::_resolve( GExpression& expression )
 
 const GExpression* GExpressionTable::parse( GWStringView text )
 {
-    const auto found = _expressions.find( text );
-    if( found != _expressions.end( ) ) return &found->second;
+    if( const auto* entry = _expressions.find( text ) ) return &entry->second;
     if( !_evaluator.parse( text, _passing ) ) return nullptr;
     if( text.size( ) > MAX_KEPT_LENGTH ) return &_passing;
     if( _expressions.size( ) >= MAX_EXPRESSIONS ) _expressions.clear( );
     _resolve( _passing );
-    return &_expressions.emplace( GWString( text ), std::move( _passing ) ).first->second;
+    return &_expressions.insert( text, std::move( _passing ) )->second;
 }
 
 std::unique_ptr<GAttributeState> GAttributeState::acquire( GInstance* instance )
@@ -115,12 +111,30 @@ void GAttributeState::append( int symbol, GWStringView name, GWString& out )
     const int newest =
         symbol >= 0 && static_cast<size_t>( symbol ) < _newest.size( ) ? _newest[static_cast<size_t>( symbol )] : -1;
     if( newest >= 0 )
-    {
         out += _bindings[static_cast<size_t>( newest )].value;
+    else
+        _appendFromBoard( symbol, name, out );
+}
+
+void GAttributeState::_appendFromBoard( int symbol, GWStringView name, GWString& out )
+{
+    if( symbol < 0 )
+    {
+        _instance->get( name, _value );
+        out += _value;
         return;
     }
-    _instance->get( name, _value );
-    out += _value;
+    if( static_cast<size_t>( symbol ) >= _board.size( ) ) _board.resize( static_cast<size_t>( symbol ) + 64 );
+    BoardValue& kept = _board[static_cast<size_t>( symbol )];
+    // The number is taken first: a change meanwhile makes the value newer than its number, and it is read again.
+    const uint64_t generation = _instance->getGeneration( );
+    if( kept.generation != generation )
+    {
+        _instance->get( name, kept.value );
+        kept.generation = generation;
+    }
+    out += kept.value;
+    if( kept.value.size( ) > MAX_KEPT_VALUE ) kept = BoardValue( );
 }
 
 GWStringView GAttributeState::eval( GWStringView expression )

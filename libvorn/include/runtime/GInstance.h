@@ -8,6 +8,7 @@
 #include "runtime/GHTTPHeaders.h"
 #include "runtime/GThreadSafeObject.h"
 
+#include <atomic>
 #include <deque>
 #include <map>
 
@@ -58,6 +59,10 @@ public:
     void watch( GWStringView name, GNotifyHandle notify, int arg );
     void unwatch( GWStringView name, GNotifyHandle notify, int arg );
 
+    // Another number after every change of any value, and never the same for two blackboards: what was read under one number may be
+    // kept for as long as it stands. Takes no lock.
+    uint64_t getGeneration( ) const { return _generation.load( std::memory_order_acquire ); }
+
     // True when the shipped settings turn the named remedy on, e.g. u"Robust_Signalling".
     bool isRobust( GWStringView name ) { return test( name ); }
 
@@ -75,8 +80,10 @@ private:
     };
     void _load( );
     void _notify( const GWString& lname );
+    void _changed( );
     Value* _find( GWStringView name );
 
+    std::atomic<uint64_t> _generation = 0;
     GWString _filename;
     std::map<GWString, Value, std::less<>> _nameValueMap;
     std::map<GWString, std::deque<GString>, std::less<>> _queueMap;

@@ -11,6 +11,8 @@ namespace
 {
 constexpr size_t MAX_QUEUE_LENGTH = 65536;
 constexpr size_t MAX_DUMPED_VALUE = 1024;
+// One count for all blackboards.
+std::atomic<uint64_t> lastGeneration_ = 0;
 
 // A folded name. Short ones are folded in place, so that a read allocates nothing.
 class FoldedName
@@ -47,6 +49,7 @@ GInstance::GInstance( const GWString& filename ) : _filename( filename )
     GPRECONDITION( filename.size( ) );
     const GObjectLock lock( *this );
     _load( );
+    _changed( );
 }
 
 GInstance::~GInstance( )
@@ -99,6 +102,11 @@ void GInstance::logDump( )
     }
 }
 
+void GInstance::_changed( )
+{
+    _generation.store( ++lastGeneration_, std::memory_order_release );
+}
+
 GInstance::Value* GInstance::_find( GWStringView name )
 {
     const FoldedName lname( name );
@@ -143,6 +151,7 @@ void GInstance::setRaw( GWStringView name, const char* bytes, int length, bool p
     value.value.assign( bytes ? bytes : "", static_cast<size_t>( bytes ? std::max( length, 0 ) : 0 ) );
     value.persist = persist;
     value.timestamp = GTimeGetTime( );
+    _changed( );
     _notify( lname );
 }
 
@@ -249,6 +258,7 @@ GString& GInstance::open( GWStringView name )
 {
     GCALL( GInstance );
     lock( );
+    _changed( );
     return _nameValueMap[FoldedName( name ).text( )].value;
 }
 void GInstance::close( GWStringView name, bool notify )
@@ -256,6 +266,7 @@ void GInstance::close( GWStringView name, bool notify )
     GCALL( GInstance );
     const GWString lname = FoldedName( name ).text( );
     if( GVERIFY( GMAPCONTAINS( _nameValueMap, lname ) ) ) _nameValueMap[lname].timestamp = GTimeGetTime( );
+    _changed( );
     if( notify ) _notify( lname );
     unlock( );
 }
@@ -276,6 +287,7 @@ void GInstance::clear( GWStringView name )
     }
     else
         _nameValueMap.erase( lname );
+    _changed( );
     _notify( lname );
 }
 

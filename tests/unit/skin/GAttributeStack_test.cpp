@@ -203,6 +203,43 @@ TEST_F( GAttributeStackTest, NamesBeyondTheTableAreStillFound )
     EXPECT_EQ( eval( longText + u"$late" ), text( longText ) + "found" );
 }
 
+TEST_F( GAttributeStackTest, AChangeOnTheBlackboardShowsAtOnce )
+{
+    EXPECT_EQ( eval( u"-$changing-" ), "--" );
+    instance.set( u"Changing", u"one" );
+    EXPECT_EQ( eval( u"-$changing-" ), "-one-" );
+    instance.open( u"Changing" ) = "two";
+    instance.close( u"Changing", false );
+    EXPECT_EQ( eval( u"-$changing-" ), "-two-" );
+    instance.clear( u"Chang*" );
+    EXPECT_EQ( eval( u"-$changing-" ), "--" );
+}
+
+TEST_F( GAttributeStackTest, TwoBlackboardsAreNotMistakenForEachOther )
+{
+    instance.set( u"whose", u"first" );
+    EXPECT_EQ( eval( u"$whose" ), "first" );
+    const GWString path = skinTestPath( "other.ini" );
+    const std::unique_ptr<GInstance> board( open( path ) );
+    GAttributeStack other( board.get( ), engine.notify );
+    EXPECT_EQ( text( other.eval( u"$whose" ) ), "" );
+    board->set( u"whose", u"second" );
+    EXPECT_EQ( text( other.eval( u"$whose" ) ), "second" );
+    EXPECT_EQ( eval( u"$whose" ), "first" );
+    std::remove( text( path ).c_str( ) );
+}
+
+TEST_F( GAttributeStackTest, AnotherTextAtTheSameAddressIsAnotherExpression )
+{
+    stack.set( u"a", u"1" );
+    stack.set( u"b", u"2" );
+    GWString expression = u"$a";
+    EXPECT_EQ( eval( expression ), "1" );
+    expression[1] = u'b';
+    EXPECT_EQ( eval( expression ), "2" );
+    EXPECT_EQ( text( stack.get( u"b" ) ), "2" );
+}
+
 // ---- Numbers and tests.
 
 TEST_F( GAttributeStackTest, CalcReadsTheFrontOfTheValue )
