@@ -3,7 +3,6 @@
 
 #include "client/skin/commands/GCommandTable.h"
 
-class GScreenNode;
 class GTemplate;
 class GWindowNode;
 class GWizardNode;
