@@ -1,7 +1,9 @@
 // Two clients' whole signalling and a server of a few lines, over loopback in virtual time.
 #include "base/GRandom.h"
+#include "platform/GNet.h"
 #include "support/TestClock.h"
 #include "support/TestLog.h"
+#include "support/TestTcpServer.h"
 #include "unit/signalling/TestClient.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +15,38 @@ namespace
 constexpr int64_t SECOND = 1000000;
 const GWString ANN = u"ann@test";
 const GWString BOB = u"bob@test";
+
+// A relay in a few lines: what its client sends leaves from an address of the client's own, what comes there goes to the client.
+class Relay
+{
+public:
+    explicit Relay( TestClient& client ) : _client( client ), _socket( GNetTCPSocketOpen( _tcp.host( ) ) )
+    {
+        EXPECT_TRUE( _tcp.accept( ) );
+        client.port.setTCPSocket( _socket, host( ) );
+        client.isDeaf = true;
+        client.instance.set( u"Route_List",
+                             GStringList{ GConcat( u"local://", client.host( ) ), GConcat( u"turn://", host( ) ) } );
+    }
+    ~Relay( )
+    {
+        _client.port.reset( );
+        GNetTCPSocketClose( _socket );
+    }
+    const GWString& host( ) const { return _udp.host( ); }
+    void pass( )
+    {
+        GHTTPHeaders message;
+        while( _tcp.hearNow( message ) ) _udp.sendBytes( message.get( u"Remote-Host" ), message.getContent( 0 ) );
+        for( const Heard& heard : _udp.hear( ) ) _client.fill( host( ), heard );
+    }
+
+private:
+    TestClient& _client;
+    TestTcpServer _tcp;
+    TestHost _udp;
+    GNetTCPSocket* _socket;
+};
 
 class Handshake : public testing::Test
 {
@@ -26,11 +60,20 @@ protected:
     }
     void step( )
     {
+        if( relay ) relay->pass( );
         server.answer( );
         ann.pass( );
+        if( relay ) relay->pass( );
         server.answer( );
         bob.pass( );
         clock.advance( SECOND / 10 );
+    }
+    // Puts Ann behind a firewall.
+    void useRelay( )
+    {
+        relay = std::make_unique<Relay>( ann );
+        server.devices[0].host = relay->host( );
+        ann.instance.get( u"Route_List", server.devices[0].routes );
     }
     // Runs until the test holds or the time is over.
     template <typename Test>
@@ -68,10 +111,12 @@ protected:
         bob.instance.set( u"Robust_Signalling", 1 );
     }
     int64_t restartBob( );
+    void callThroughRelay( );
     TestClock clock;
     TestServer server;
     TestClient ann{ ANN, u"D1", server.host( ) };
     TestClient bob{ BOB, u"D2", server.host( ) };
+    std::unique_ptr<Relay> relay;
 };
 } // namespace
 
@@ -168,6 +213,48 @@ TEST_F( Handshake, SilenceOfTenSecondsLeadsToANewHandshake )
     EXPECT_EQ( GDeviceSession::WT_REINVITE, ann.stateOf( BOB, u"D2" ) );
     bob.service->pass( 0 );
     EXPECT_TRUE( runUntil( [this] { return areConnected( ); }, 120 * SECOND ) );
+}
+
+void Handshake::callThroughRelay( )
+{
+    useRelay( );
+    connect( );
+    // Both directions run through the relay's address, the only one at which anything reaches Ann.
+    EXPECT_EQ( relay->host( ), bob.instance.get( u"ann@test@D1_Send_To" ) );
+    EXPECT_EQ( u"local->turn", bob.instance.get( u"ann@test@D1_Send_Route" ) );
+    EXPECT_EQ( bob.host( ), ann.instance.get( u"bob@test@D2_Recv_From" ) );
+    run( 15 * SECOND );
+    EXPECT_TRUE( areConnected( ) );
+    ann.command( u"RESET" );
+    run( SECOND );
+    relay.reset( );
+}
+
+TEST_F( Handshake, CallerBehindAFirewallTalksThroughItsRelay )
+{
+    callThroughRelay( );
+}
+
+TEST_F( Handshake, CallerBehindAFirewallTalksThroughItsRelayWithTheRemedy )
+{
+    beRobust( );
+    callThroughRelay( );
+}
+
+TEST_F( Handshake, CalleeBehindAFirewallIsReachedThroughItsRelay )
+{
+    useRelay( );
+    goOnline( );
+    GHTTPHeaders command( u"ADDBUDDY" );
+    command.set( u"Buddy-GUID", ANN );
+    bob.instance.enqueue( u"GSIPService_commandQueue", command );
+    ASSERT_TRUE( runUntil( [this] { return areConnected( ); } ) );
+    EXPECT_EQ( relay->host( ), bob.instance.get( u"ann@test@D1_Send_To" ) );
+    run( 15 * SECOND );
+    EXPECT_TRUE( areConnected( ) );
+    ann.command( u"RESET" );
+    run( SECOND );
+    relay.reset( );
 }
 
 TEST_F( Handshake, ChatLineReachesTheOtherClient )

@@ -82,13 +82,16 @@ TestPeer::~TestPeer( )
 void TestPeer::receive( )
 {
     for( const Heard& heard : _udp.hear( ) )
-    {
-        GMegaPortBucket* bucket = port.getEmtpyBucket( );
-        bucket->localHost = host( );
-        bucket->remoteHost = heard.from;
-        bucket->buffer = heard.bytes;
-        port.fillSIPBucket( bucket );
-    }
+        if( !isDeaf ) fill( host( ), heard );
+}
+
+void TestPeer::fill( const GWString& localHost, const Heard& heard )
+{
+    GMegaPortBucket* bucket = port.getEmtpyBucket( );
+    bucket->localHost = localHost;
+    bucket->remoteHost = heard.from;
+    bucket->buffer = heard.bytes;
+    port.fillSIPBucket( bucket );
 }
 
 std::vector<GHTTPHeaders> TestPeer::commands( GWStringView queue )

@@ -45,6 +45,10 @@ public:
     const GWString& host( ) const { return _udp.host( ); }
     // Moves what has come in to the signalling list.
     void receive( );
+    // One datagram into the signalling list, as if received on `localHost`.
+    void fill( const GWString& localHost, const Heard& heard );
+    // Behind a firewall nothing reaches the UDP port.
+    bool isDeaf = false;
     // Takes all commands off a queue.
     std::vector<GHTTPHeaders> commands( GWStringView queue );
     std::vector<GWString> methods( GWStringView queue );
