@@ -79,13 +79,6 @@ bool GBuddySession::isOffline( ) const
     return true;
 }
 
-bool GBuddySession::isOnline( ) const
-{
-    for( const auto& [deviceGUID, session] : _deviceSessionMap )
-        if( session->isOnline( ) ) return true;
-    return false;
-}
-
 bool GBuddySession::isConnecting( ) const
 {
     for( const auto& [deviceGUID, session] : _deviceSessionMap )

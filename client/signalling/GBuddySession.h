@@ -25,7 +25,6 @@ public:
     // `remove` takes the buddy off the list for good.
     void bye( bool remove );
     bool isOffline( ) const;
-    bool isOnline( ) const;
     // True while a handshake is under way, which wants shorter rounds.
     bool isConnecting( ) const;
     void update( ); // Once a round.

@@ -257,6 +257,23 @@ TEST_F( Handshake, CalleeBehindAFirewallIsReachedThroughItsRelay )
     relay.reset( );
 }
 
+TEST_F( Handshake, RemediesConnectOverALossyNetwork )
+{
+    for( const char16_t* text :
+         { u"ignored, no state change.", u"responding BUSY", u"unknown CSEQ", u"Lost contact", u"already added" } )
+        TestLog::allow( GWideToUTF8( text ) );
+    beRobust( );
+    for( int round = 0; round < 20; ++round )
+    {
+        for( TestClient* client : { &ann, &bob } ) client->lossPercent = 15;
+        connect( );
+        for( TestClient* client : { &ann, &bob } ) client->command( u"RESET" );
+        run( 70 * SECOND );
+        ann.instance.clear( u"Local_Buddy_List" );
+        bob.instance.clear( u"Local_Buddy_List" );
+    }
+}
+
 TEST_F( Handshake, ChatLineReachesTheOtherClient )
 {
     connect( );

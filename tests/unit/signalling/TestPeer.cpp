@@ -1,5 +1,6 @@
 #include "unit/signalling/TestPeer.h"
 
+#include "base/GRandom.h"
 #include "client/drawing/GImageTools.h"
 #include "platform/GNet.h"
 
@@ -82,7 +83,7 @@ TestPeer::~TestPeer( )
 void TestPeer::receive( )
 {
     for( const Heard& heard : _udp.hear( ) )
-        if( !isDeaf ) fill( host( ), heard );
+        if( !isDeaf && GRandom( ) % 100 >= lossPercent ) fill( host( ), heard );
 }
 
 void TestPeer::fill( const GWString& localHost, const Heard& heard )

@@ -49,6 +49,8 @@ public:
     void fill( const GWString& localHost, const Heard& heard );
     // Behind a firewall nothing reaches the UDP port.
     bool isDeaf = false;
+    // Of what comes in, this much is lost.
+    int lossPercent = 0;
     // Takes all commands off a queue.
     std::vector<GHTTPHeaders> commands( GWStringView queue );
     std::vector<GWString> methods( GWStringView queue );
