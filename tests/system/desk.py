@@ -93,12 +93,12 @@ class Client:
 
     def window(self, title, seconds=20):
         def find():
-            found = run("xdotool", "search", "--pid", str(self.process.pid), "--onlyvisible", "--name", f"^{title}$", check=False).split()
+            found = run("xdotool", "search", "--all", "--pid", str(self.process.pid), "--onlyvisible", "--name", f"^{title}$", check=False).split()
             return Window(found[0]) if found else None
         return wait(seconds, find, f"{self.name}'s window '{title}'")
 
     def has_window(self, title):
-        return bool(run("xdotool", "search", "--pid", str(self.process.pid), "--onlyvisible", "--name", f"^{title}$", check=False).split())
+        return bool(run("xdotool", "search", "--all", "--pid", str(self.process.pid), "--onlyvisible", "--name", f"^{title}$", check=False).split())
 
     def pictures(self):
         return self.log.count("Received frame video packet")

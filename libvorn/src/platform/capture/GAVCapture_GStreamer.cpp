@@ -8,14 +8,16 @@
 #include "platform/capture/GAVCaptureDevices.h"
 #include "platform/capture/GAVCaptureTaps.h"
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 
 namespace
 {
 constexpr int LATENCY = 50; // Milliseconds of an audio frame before it is raised to whole codec frames.
-constexpr int MAX_FILE_WIDTH = 640;
-constexpr int MAX_FILE_HEIGHT = 480;
+// A clip stands in for a camera that offers little more than what is asked for, and never less than this.
+constexpr int LEAST_FILE_WIDTH = 160;
+constexpr int LEAST_FILE_HEIGHT = 120;
 constexpr GstClockTime START_TIME = 5 * GST_SECOND;
 constexpr const char* QUIT = "velmora-quit";
 
@@ -70,14 +72,18 @@ GstAppSink* sinkOf( GstElement* branch )
 // The tail of a video pipeline, ending in the tap. Surplus frames of a fast source are dropped, none are made up.
 GstElement* makeVideoBranch( GAVCaptureRecord& record, const char* subtype, bool isFile )
 {
-    const GString limits = isFile ? "width=[1," + std::to_string( MAX_FILE_WIDTH ) + "],height=[1," +
-                                        std::to_string( MAX_FILE_HEIGHT ) + "],pixel-aspect-ratio=1/1,"
+    const int fileWidth = std::max( LEAST_FILE_WIDTH, record.wish.width * 4 / 3 );
+    const int fileHeight = std::max( LEAST_FILE_HEIGHT, record.wish.height );
+    const GString limits = isFile ? "width=[1," + std::to_string( fileWidth ) + "],height=[1," +
+                                        std::to_string( fileHeight ) + "],pixel-aspect-ratio=1/1,"
                                   : "";
+    // A file is read as fast as its pictures are taken, a camera loses what comes too fast.
     const GString text =
         "videorate drop-only=true max-rate=" + std::to_string( record.wish.fps ) +
         " ! videoconvert ! videoscale ! video/x-raw," + limits + "format=" + subtype +
-        " ! queue max-size-buffers=4 leaky=downstream ! appsink name=tap max-buffers=4 drop=true sync=" +
-        ( isFile ? "true" : "false" );
+        ( isFile
+              ? " ! queue max-size-buffers=4 ! appsink name=tap max-buffers=4 sync=true"
+              : " ! queue max-size-buffers=4 leaky=downstream ! appsink name=tap max-buffers=4 drop=true sync=false" );
     GstElement* branch = parseBranch( text );
     if( !branch ) record.broken = true;
     if( !branch ) return nullptr;
