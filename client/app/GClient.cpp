@@ -116,6 +116,7 @@ void GClient::onTimer( GTimer timer )
     GVERIFY( timer == _timer );
     invariantTest( );
     _drainCommandQueue( );
+    _leaveWhenTerminating( );
     // Only a logon on its way is worth waiting for.
     if( _httpClient ) _httpClient->update( _state == AUTHENTICATING ? HTTP_WAIT : 0 );
     _onInput( EVENT_TICK, { } );
@@ -136,6 +137,17 @@ void GClient::_retireHTTPClient( )
     if( !_httpClient || _httpClient->isAlive( ) ) return;
     delete _httpClient;
     _httpClient = nullptr;
+}
+
+// The end of the desktop session is a wish to exit: with the remedy the client logs off and leaves a clean log behind.
+void GClient::_leaveWhenTerminating( )
+{
+    if( _isLeaving || !_isRobust( ) || !_platform.isTerminating( ) ) return;
+    _isLeaving = true;
+    _instance->set( u"Reconnect_When_Offline", 0 );
+    _instance->set( u"Exit_When_Offline", 1 );
+    _instance->set( u"Restart_On_Exit", 0 );
+    if( _state != OFFLINE ) _onInput( EVENT_COMMAND, GHTTPHeaders( u"LOGOFF" ) );
 }
 
 void GClient::_drainCommandQueue( )

@@ -82,6 +82,7 @@ private:
     void _stopServices( );
     void _drainCommandQueue( );
     void _retireHTTPClient( );
+    void _leaveWhenTerminating( );
     void _checkNetwork( );
     bool _listIPs( GStringList& list );
     void _checkCPU( );
@@ -186,6 +187,7 @@ private:
     GHTTPClient* _httpClient = nullptr;
     GStringList _localIPs;
     GIntervalTimer _networkLost; // How long the address list has been empty, with the remedy.
+    bool _isLeaving = false;
     GWString _iconText;
     std::map<GWString, int> _openOffers;
 };

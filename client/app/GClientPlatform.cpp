@@ -1,5 +1,6 @@
 #include "client/app/GClientPlatform.h"
 
+#include "base/GDebug.h"
 #include "client/app/GClientServices.h"
 #include "platform/GNet.h"
 #include "platform/GSound.h"
@@ -24,6 +25,7 @@ GClientPlatform GClientPlatformGet( )
         .registerListener = GSystemRegisterListener,
         .resignListener = GSystemResignListener,
         .postQuit = GWinPostQuit,
+        .isTerminating = GIsSystemTerminating,
         .listIPs = GNetListIPs,
         .playSound = GSoundPlay,
         .isMuted = GSoundIsMuted,

@@ -40,6 +40,8 @@ struct GClientPlatform
     std::function<void( IGSystemListener* listener )> registerListener;
     std::function<void( IGSystemListener* listener )> resignListener;
     std::function<void( int parameter )> postQuit;
+    // The system has asked the program to end.
+    std::function<bool( )> isTerminating;
     std::function<bool( GStringList& list )> listIPs;
     std::function<void( const GWString& path )> playSound;
     std::function<bool( )> isMuted;

@@ -468,6 +468,29 @@ TEST_F( Client, RemedyResetsAtOnceWhenLoggingOffWhileConnecting )
     EXPECT_EQ( desktop.quits, std::vector<int>{ 0 } );
 }
 
+TEST_F( Client, TerminationLogsOffAndExitsOnlyWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        settings( { { "local_user_guid", "me@velmora.local" },
+                    { "local_password", "x" },
+                    { "robust_client", robust ? "1" : "0" } } );
+        desktop.terminating = false;
+        to( ON );
+        desktop.terminating = true;
+        tick( 2 );
+        EXPECT_EQ( state( ), robust ? LOGOFF : ON );
+        if( robust )
+        {
+            command( u"BUDDYLOGGEDOFF" );
+            command( u"DISCONNECTED" );
+            tick( );
+            EXPECT_EQ( desktop.quits, std::vector<int>{ 0 } );
+        }
+        close( );
+    }
+}
+
 // ---- The tray.
 
 TEST_F( Client, DoubleClickShowsTheBuddyList )

@@ -99,6 +99,7 @@ void fillSystem( GClientPlatform& platform )
         if( desktop_->onQuestion ) desktop_->onQuestion( );
         return desktop_->savePath;
     };
+    platform.isTerminating = [] { return desktop_->terminating; };
     platform.listIPs = []( GStringList& list )
     {
         list = desktop_->ips;

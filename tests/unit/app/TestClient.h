@@ -33,6 +33,7 @@ struct TestDesktop
     GWString iconText;
     int iconState = -1;
     int menuChoice = -1;
+    bool terminating = false;
     bool muted = false;
     bool opens = true;
     double volume = 1;
