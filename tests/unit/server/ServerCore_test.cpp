@@ -1,0 +1,260 @@
+#include "server/core/GEndpoint.h"
+#include "server/core/GRateLimit.h"
+#include "server/core/GReplyCache.h"
+#include "server/core/GServerMessage.h"
+#include "server/log/GLogRole.h"
+#include "server/relay/GRelayRole.h"
+#include "server/upgrade/GUpgradeRole.h"
+#include "unit/server/ServerFixture.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace
+{
+struct TempFolder
+{
+    TempFolder( ) : path( std::filesystem::temp_directory_path( ) / ( "velmora-" + GPasswordRandomText( 12 ) ) )
+    {
+        std::filesystem::create_directories( path );
+    }
+    ~TempFolder( ) { std::filesystem::remove_all( path ); }
+    std::filesystem::path path;
+};
+bool configures( const GString& text, GString& error )
+{
+    GServerConfig config;
+    error.clear( );
+    return config.parse( text, error ) && config.finish( error );
+}
+} // namespace
+
+TEST( GServerConfig, RunsOnLoopbackWithoutAFile )
+{
+    GServerConfig config;
+    GString error;
+    ASSERT_TRUE( config.finish( error ) );
+    EXPECT_EQ( config.logon, "127.0.0.1:4430" );
+    EXPECT_EQ( config.stunRefresh, "127.0.0.1:4434" );
+    EXPECT_EQ( config.relayUDP, "127.0.0.1/127.0.0.1" );
+    EXPECT_FALSE( config.relayAllowPrivate );
+    EXPECT_TRUE( config.hasRole( "stun" ) );
+    EXPECT_FALSE( config.hasRole( "stu" ) );
+}
+TEST( GServerConfig, ReadsKeysCommentsAndSections )
+{
+    GServerConfig config;
+    GString error;
+    ASSERT_TRUE( config.parse( "# c\r\n[server]\n domain = example.org \n;x\n\nrelay_allow_private=yes\nport_base=0\n"
+                               "stun_direct = 10.0.0.5:3478/203.0.113.7:3478\n",
+                               error ) )
+        << error;
+    ASSERT_TRUE( config.finish( error ) ) << error;
+    EXPECT_EQ( config.domain, "example.org" );
+    EXPECT_TRUE( config.relayAllowPrivate );
+    EXPECT_EQ( config.signalling, "127.0.0.1:0" );
+    EXPECT_EQ( GServerHost::split( config.stunDirect ).reached, "203.0.113.7:3478" );
+}
+TEST( GServerConfig, NamesTheLineThatIsWrong )
+{
+    GString error;
+    EXPECT_FALSE( configures( "domain = x\nnonsense\n", error ) );
+    EXPECT_EQ( error, "line 2: no '='" );
+    EXPECT_FALSE( configures( "colour = red", error ) );
+    EXPECT_EQ( error, "line 1: unknown key 'colour'" );
+    EXPECT_FALSE( configures( "port_base = 70000", error ) );
+    EXPECT_FALSE( configures( "relay_allow_private = maybe", error ) );
+    EXPECT_FALSE( configures( "logon = name:80", error ) );
+    EXPECT_FALSE( configures( "signalling = 127.0.0.1:1, 127.0.0.1:99999", error ) );
+    EXPECT_FALSE( configures( "domain = a@b", error ) );
+    EXPECT_FALSE( configures( "address = 0.0.0.0", error ) );
+    EXPECT_NE( error.find( "clients can reach" ), GString::npos );
+}
+
+TEST( GRateLimit, SpendsABurstAndFillsWithTime )
+{
+    GRateLimit limit( 2, 3 );
+    for( int i = 0; i < 3; ++i ) EXPECT_TRUE( limit.take( "a", START ) );
+    EXPECT_FALSE( limit.take( "a", START ) );
+    EXPECT_TRUE( limit.take( "b", START ) );
+    EXPECT_FALSE( limit.test( "a", START + SECOND / 4 ) );
+    EXPECT_TRUE( limit.take( "a", START + SECOND / 2 ) );
+    EXPECT_FALSE( limit.take( "a", START ) ) << "a clock set back gives nothing";
+}
+TEST( GRateLimit, KeepsABoundedNumberOfKeys )
+{
+    GRateLimit limit( 1, 2, 100 );
+    for( int i = 0; i < 10000; ++i ) limit.take( std::to_string( i ), START + static_cast<uint64_t>( i ) );
+    EXPECT_LE( limit.size( ), 100u );
+    EXPECT_TRUE( limit.take( "9999", START + 9999 ) );
+    EXPECT_FALSE( limit.take( "9999", START + 9999 ) ) << "the newest are remembered";
+}
+TEST( GReplyCache, ForgetsByAgeAndNumber )
+{
+    GReplyCache cache( 10, 3 );
+    cache.store( "a", "1", 100 );
+    ASSERT_TRUE( cache.find( "a", 110 ) );
+    EXPECT_EQ( *cache.find( "a", 110 ), "1" );
+    EXPECT_FALSE( cache.find( "a", 111 ) );
+    for( int i = 0; i < 100; ++i ) cache.store( std::to_string( i ), "x", 200 );
+    EXPECT_LE( cache.size( ), 3u );
+    EXPECT_TRUE( cache.find( "99", 200 ) );
+}
+TEST( GMetrics, ComposesSeriesWithTheirTypes )
+{
+    GMetrics metrics;
+    metrics.count( "stun", "STUN", "answered" );
+    metrics.count( "stun", "STUN", "answered", 2 );
+    metrics.setGauge( "velmora_registrations", 4 );
+    EXPECT_EQ( metrics.compose( ), "# TYPE velmora_messages_total counter\n"
+                                   "velmora_messages_total{role=\"stun\",method=\"STUN\",result=\"answered\"} 3\n"
+                                   "# TYPE velmora_registrations gauge\nvelmora_registrations 4\n" );
+}
+TEST( GServerMessage, LogTextHoldsNoLineEnds )
+{
+    EXPECT_EQ( GServerMessage::loggable( u"a\r\nb'c" ), "a??b?c" );
+    EXPECT_LE( GServerMessage::loggable( GWString( 1000, u'x' ) ).size( ), 100u );
+}
+TEST( GEndpoint, ReadsStrictHostsOnly )
+{
+    uint32_t address = 0;
+    unsigned short port = 0;
+    EXPECT_TRUE( GEndpoint::parse( "1.2.3.4:65535", address, port ) );
+    EXPECT_EQ( address, 0x01020304u );
+    EXPECT_EQ( port, 65535 );
+    for( const char* host : { "", "1.2.3.4", "1.2.3.4:", "1.2.3.4:65536", "1.2.3:4", "a.b.c.d:1", "1.2.3.4:1x",
+                              " 1.2.3.4:1", "256.2.3.4:1" } )
+        EXPECT_FALSE( GEndpoint::parse( host, address, port ) ) << host;
+}
+TEST( GRelayPolicy, NeverSendsInward )
+{
+    GServerConfig config;
+    GRelayPolicy policy( config );
+    const auto may = [&policy]( const char* host )
+    {
+        uint32_t address = 0;
+        unsigned short port = 0;
+        EXPECT_TRUE( GEndpoint::parse( host, address, port ) );
+        return policy.maySendTo( address, port );
+    };
+    EXPECT_TRUE( may( "8.8.8.8:53" ) );
+    for( const char* host :
+         { "127.0.0.1:80", "10.1.1.1:80", "172.16.0.1:80", "172.31.255.255:80", "192.168.1.1:80", "169.254.1.1:80",
+           "100.64.0.1:80", "224.0.0.1:80", "255.255.255.255:80", "0.0.0.0:80", "8.8.8.8:0" } )
+        EXPECT_FALSE( may( host ) ) << host;
+    EXPECT_TRUE( may( "172.32.0.1:80" ) );
+    policy.setOwnHosts( { "127.0.0.1:4435" } );
+    EXPECT_TRUE( may( "127.0.0.1:4435" ) ) << "the server's own signalling host";
+    EXPECT_FALSE( may( "127.0.0.1:4436" ) );
+    config.relayAllowPrivate = true;
+    EXPECT_TRUE( may( "127.0.0.1:80" ) );
+    EXPECT_TRUE( may( "10.1.1.1:80" ) );
+    EXPECT_FALSE( may( "224.0.0.1:80" ) );
+    EXPECT_FALSE( may( "255.255.255.255:80" ) );
+}
+TEST( GRelayPolicy, LimitsPacketsAndBytesOfEachDirection )
+{
+    GServerConfig config;
+    config.relayPacketsPerSecond = 3;
+    config.relayBytesPerSecond = 100000;
+    GRelayPolicy policy( config );
+    for( int i = 0; i < 3; ++i ) EXPECT_TRUE( policy.take( "a", true, 10, START ) );
+    EXPECT_FALSE( policy.take( "a", true, 10, START ) );
+    EXPECT_TRUE( policy.take( "a", false, 60000, START ) );
+    EXPECT_FALSE( policy.take( "a", false, 60000, START ) );
+    EXPECT_TRUE( policy.take( "b", true, 60000, START ) );
+}
+TEST( GRelayRole, WrapsADatagramAsAMessageWouldBe )
+{
+    const GString data( "\0\r\n\r\n\xff", 6 );
+    GHTTPHeaders message;
+    message.setResponse( 200, u"OK" );
+    message.set( u"Remote-Host", u"1.2.3.4:5" );
+    message.addContent( data );
+    EXPECT_EQ( GRelayRole::wrap( "1.2.3.4:5", data.data( ), data.size( ) ), message.serialize( ) );
+}
+TEST( GLogRole, SanitisesNames )
+{
+    EXPECT_EQ( GLogRole::sanitize( "velmora_2026_dirty.log" ), "velmora_2026_dirty.log" );
+    EXPECT_EQ( GLogRole::sanitize( "../../etc/passwd" ), "passwd" );
+    EXPECT_EQ( GLogRole::sanitize( "..\\x\\..hidden log~" ), "hidden_log_" );
+    EXPECT_EQ( GLogRole::sanitize( "dir/" ), "" );
+    EXPECT_EQ( GLogRole::sanitize( ".." ), "" );
+    EXPECT_EQ( GLogRole::sanitize( GString( 500, 'a' ) ).size( ), 100u );
+}
+TEST( GLogRole, SplitsTheSenderAtItsLastAt )
+{
+    GString user;
+    GString device;
+    EXPECT_TRUE( GLogRole::splitSender( "ann@velmora.local@dev1", user, device ) );
+    EXPECT_EQ( user, "ann@velmora.local" );
+    EXPECT_EQ( device, "dev1" );
+    EXPECT_TRUE( GLogRole::splitSender( "ann@velmora.local@", user, device ) );
+    EXPECT_EQ( device, "unknown" );
+    for( const char* from : { "", "ann", "ann@velmora.local", "../x@y@dev", "ann@velmora.local@../x" } )
+        EXPECT_FALSE( GLogRole::splitSender( from, user, device ) ) << from;
+}
+TEST( GUpgradeRole, ServesPlainFilesOfItsFolderOnly )
+{
+    const TempFolder folder;
+    std::ofstream( folder.path / "upgrade.exe", std::ios::binary ) << GString( "MZ\0x", 4 );
+    std::ofstream( folder.path / ".secret" ) << "x";
+    std::filesystem::create_directories( folder.path / "sub" );
+    const GString directory = folder.path.string( );
+    EXPECT_EQ( GUpgradeRole::fileOf( directory, "/upgrade.exe" ), directory + "/upgrade.exe" );
+    EXPECT_EQ( GUpgradeRole::fileOf( directory, "/upgrade.exe?x=1" ), directory + "/upgrade.exe" );
+    for( const char* path : { "", "/", "upgrade.exe", "/.secret", "/../upgrade.exe", "/sub", "/sub/../upgrade.exe",
+                              "//upgrade.exe", "/none" } )
+        EXPECT_EQ( GUpgradeRole::fileOf( directory, path ), "" ) << path;
+    GHTTPHeaders get;
+    get.set( u"", u"GET /upgrade.exe HTTP/1.1" );
+    const GHTTPHeaders found = parsed( GUpgradeRole::answer( get, directory + "/upgrade.exe" ) );
+    EXPECT_EQ( found.getResponse( ), 200 );
+    EXPECT_EQ( found.getContent( 0 ), GString( "MZ\0x", 4 ) );
+    EXPECT_EQ( parsed( GUpgradeRole::answer( get, "" ) ).getResponse( ), 404 );
+}
+TEST( GPassword, VerifiesItsOwnHashesOnly )
+{
+    ASSERT_TRUE( GPasswordInitialize( ) );
+    const GPasswordLimits limits{ 1, 8192 };
+    const GString hash = GPasswordHash( "secret", limits );
+    EXPECT_TRUE( hash.starts_with( "$argon2id$" ) );
+    EXPECT_NE( hash, GPasswordHash( "secret", limits ) );
+    EXPECT_TRUE( GPasswordVerify( hash, "secret", limits ) );
+    EXPECT_FALSE( GPasswordVerify( hash, "Secret", limits ) );
+    EXPECT_FALSE( GPasswordVerify( "", "", limits ) );
+}
+TEST( GServerStore, WhatWasStoredIsThereAfterAReopening )
+{
+    const TempFolder folder;
+    const GString path = ( folder.path / "store.db" ).string( );
+    GString error;
+    {
+        GServerStore store;
+        ASSERT_TRUE( store.open( path, error ) ) << error;
+        EXPECT_TRUE( store.addAccount( { "ann@x", "h", "e", 1 } ) );
+        EXPECT_FALSE( store.addAccount( { "ann@x", "other", "e", 1 } ) ) << "taken";
+        EXPECT_TRUE( store.putRegistration( { "ann@x", "dev", "1.2.3.4:5", "l", "r", "764", 99, true } ) );
+        EXPECT_TRUE( store.setBuddies( "ann@x", { "c@x", "b@x" } ) );
+    }
+    GServerStore store;
+    ASSERT_TRUE( store.open( path, error ) ) << error;
+    EXPECT_EQ( store.getAccount( "ann@x" )->hash, "h" );
+    ASSERT_EQ( store.listRegistrations( ).size( ), 1u );
+    EXPECT_EQ( store.listRegistrations( )[0].expires, 99u );
+    EXPECT_TRUE( store.listRegistrations( )[0].listed );
+    EXPECT_EQ( store.getBuddies( "ann@x" ), ( std::vector<GString>{ "c@x", "b@x" } ) );
+}
+TEST( GServerStore, AnotherPasswordEndsOldLogons )
+{
+    GServerStore store;
+    GString error;
+    ASSERT_TRUE( store.open( ":memory:", error ) );
+    store.addAccount( { "ann@x", "h", "e", 1 } );
+    store.addLogon( "ann@x", "1.2.3.4", 100 );
+    EXPECT_TRUE( store.hasLogon( "ann@x", "1.2.3.4", 100 ) );
+    EXPECT_FALSE( store.hasLogon( "ann@x", "1.2.3.4", 101 ) );
+    EXPECT_TRUE( store.setPassword( "ann@x", "h2" ) );
+    EXPECT_FALSE( store.hasAnyLogon( "1.2.3.4", 0 ) );
+    EXPECT_FALSE( store.setPassword( "nobody@x", "h" ) );
+}
