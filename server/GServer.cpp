@@ -102,6 +102,7 @@ void GServer::_start( )
 }
 void GServer::_startMetrics( )
 {
+    _metrics.setGauge( "velmora_up", 1 ); // A server that nobody has asked yet has figures too.
     const auto onMessage = [this]( const GStreamServer::Connection& connection, const GHTTPHeaders& message )
     {
         GWString uri;

@@ -370,6 +370,13 @@ TEST_F( GServerTest, ADrainingServerAnswersWhatHasBegunAndEnds )
     thread.join( );
     EXPECT_NE( server->store( ).getValue( "ready" ).find( "ready " ), GString::npos );
 }
+TEST_F( GServerTest, StatusTellsAServerThatNobodyHasAskedYet )
+{
+    start( );
+    std::ostringstream out;
+    EXPECT_EQ( GServerCommands::run( config, { "status" }, out, out ), 0 );
+    EXPECT_TRUE( out.str( ).starts_with( "running\nlogon=" ) );
+}
 TEST_F( GServerTest, CommandsManageAccountsWhileItRuns )
 {
     start( );
