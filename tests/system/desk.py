@@ -125,7 +125,7 @@ class Window:
 
     def pointer(self, x, y):
         left, top, _, _ = self.geometry()
-        run("xdotool", "mousemove", "--sync", str(left + x), str(top + y))
+        run("xdotool", "mousemove", str(left + x), str(top + y))
 
     def click(self, x, y):
         self.pointer(x, y)
