@@ -146,9 +146,7 @@ class Story:
         self.both_pictures_change()
 
     def both_end_clean(self):
-        for person in (self.ann, self.ben):
-            person.kept = person.log
-            self.quit(person)
+        self.quit_both()
         for person in (self.ann, self.ben):
             person.process.wait(30)
             newest = max(desk.wait(10, person.clean_logs, f"{person.name}'s clean log"), key=os.path.getmtime)
@@ -176,15 +174,16 @@ class Story:
                 return person.window("Velmora")
         raise AssertionError(f"no icon in the tray opens {person.name}'s buddy list")
 
-    def quit(self, person):
-        """Through the menu of the tray's icons."""
-        for x, y in self.tray_icons():
-            if person.process.poll() is not None:
-                return
-            desk.run("xdotool", "mousemove", x, y, "click", "3")
-            time.sleep(0.6)
-            desk.run("xdotool", "key", "x")
-            time.sleep(0.6)
+    def quit_both(self):
+        """Through the menus of the tray's icons, which move together as they go."""
+        deadline = time.monotonic() + 60
+        while any(person.process.poll() is None for person in (self.ann, self.ben)):
+            assert time.monotonic() < deadline, "the tray's Exit did not end both programs"
+            for x, y in list(self.tray_icons())[-1:]:
+                desk.run("xdotool", "mousemove", x, y, "click", "3")
+                time.sleep(0.6)
+                desk.run("xdotool", "key", "x")
+            time.sleep(1.5)
 
     def tell(self):
         chapters = [self.a_new_account_is_made_through_its_window, self.a_wrong_password_is_refused, self.the_right_password_is_accepted,
