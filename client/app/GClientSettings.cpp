@@ -45,6 +45,22 @@ bool isVideoSize( int64_t size )
 }
 } // namespace
 
+GClientOptions GClientOptionsRead( const GCommandLine& commandLine )
+{
+    const auto text = [&]( const char* name ) { return GUTF8ToWide( commandLine.get( name ) ); };
+    GClientOptions options;
+    options.settingsPath = text( "property" );
+    if( options.settingsPath.empty( ) ) options.settingsPath = u"settings.ini";
+    options.avi = text( "avi" );
+    options.host = text( "host" );
+    options.keepLogfiles = text( "keeplogfiles" );
+    options.upgraded = commandLine.contains( "upgraded" );
+    options.uploadlogfiles = commandLine.contains( "uploadlogfiles" );
+    options.forceturn = commandLine.contains( "forceturn" );
+    if( commandLine.contains( "reset" ) ) GFileDelete( options.settingsPath );
+    return options;
+}
+
 void GClientSettingsApplyOptions( GInstance* instance, const GClientOptions& options )
 {
     if( !options.avi.empty( ) ) instance->set( u"avi_source", options.avi );

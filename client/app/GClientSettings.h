@@ -1,6 +1,7 @@
 // The configuration vocabulary: every setting that has a fixed or a default value.
 #pragma once
 
+#include "base/GCommandLine.h"
 #include "base/GTypes.h"
 
 class GInstance;
@@ -22,6 +23,9 @@ struct GClientOptions
     bool forceturn = false;
 };
 
+// Reads the start parameters. With `reset` the settings file that they name is deleted first, so that all settings return to their
+// defaults.
+GClientOptions GClientOptionsRead( const GCommandLine& commandLine );
 // Start parameters become settings that are not saved.
 void GClientSettingsApplyOptions( GInstance* instance, const GClientOptions& options );
 // Writes the fixed values, and the defaults where the settings file has none; mends the values that can't be used as they are.

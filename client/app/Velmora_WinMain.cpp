@@ -8,14 +8,10 @@ bool GWinMain( const GString& commandLineText )
 {
     GCALL( function );
     const GCommandLine commandLine( commandLineText );
-    GString settingsPath;
-    if( !commandLine.get( "property", settingsPath ) ) settingsPath = "settings.ini";
-    if( commandLine.contains( "reset" ) ) GFileDelete( GUTF8ToWide( settingsPath ) );
-    GClient* client = GTRACK(
-        GClient, ( new GClient( GUTF8ToWide( settingsPath ), GUTF8ToWide( commandLine.get( "avi" ) ),
-                                GUTF8ToWide( commandLine.get( "host" ) ),
-                                GUTF8ToWide( commandLine.get( "keeplogfiles" ) ), commandLine.contains( "upgraded" ),
-                                commandLine.contains( "uploadlogfiles" ), commandLine.contains( "forceturn" ) ) ) );
+    const GClientOptions options = GClientOptionsRead( commandLine );
+    GClient* client =
+        GTRACK( GClient, ( new GClient( options.settingsPath, options.avi, options.host, options.keepLogfiles,
+                                        options.upgraded, options.uploadlogfiles, options.forceturn ) ) );
     bool restart = false;
     while( GWinUpdate( restart ) )
     {
