@@ -58,10 +58,10 @@ void GBuddySession::reset( )
 {
     GCALL( GBuddySession );
     _instance->clear( _name( u"_Device_List" ) );
-    for( auto& [deviceGUID, session] : _deviceSessionMap )
+    for( auto mapIt = _deviceSessionMap.begin( ); mapIt != _deviceSessionMap.end( ); ++mapIt )
     {
-        GVALIDPTR( session );
-        delete session;
+        GASSERT_TEXT( GIsValidPointer( mapIt->second ), "(mapIt->second)" );
+        delete mapIt->second;
     }
     _deviceSessionMap.clear( );
     _deviceOrder.clear( );

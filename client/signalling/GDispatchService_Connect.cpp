@@ -117,13 +117,15 @@ bool GDispatchService::_classify( )
 // What every class does in the end: tell the blackboard, and race the signalling servers.
 bool GDispatchService::_foundRoute( const GWString& globalHost, const GStringList& routeList )
 {
-    const GWString step = _state == TURN ? u"TURN" : u"STUN";
-    const GWString connectionClass = _state == TURN ? GWString( u"FIREWALL" ) : _instance->get( u"Connection_Class" );
     _instance->set( u"Route_List", routeList );
     _instance->set( u"Global_Host", globalHost );
     _instance->set( u"Global_Host_Timestamp", static_cast<int64_t>( GTimeGetTime( ) ) );
-    GLOG( step, u" complete, connection class is '", connectionClass, u"' and route list is '",
-          _instance->get( u"Route_List" ), u"'" );
+    if( _state == TURN )
+        GLOG( u"TURN complete, connection class is 'FIREWALL' and route list is '", _instance->get( u"Route_List" ),
+              u"'" );
+    else
+        GLOG( u"STUN complete, connection class is '", _instance->get( u"Connection_Class" ), u"' and route list is '",
+              _instance->get( u"Route_List" ), u"'" );
     if( !_upnpHost.empty( ) ) _offerUPnPRoute( _upnpHost );
     _requestPINGAll( );
     _requestTimer.start( );

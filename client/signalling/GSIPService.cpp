@@ -246,10 +246,10 @@ void GSIPService::_changeState( State state )
 
 void GSIPService::_reset( )
 {
-    for( auto& [buddyGUID, session] : _buddyGUIDSessionMap )
+    for( auto deadIt = _buddyGUIDSessionMap.begin( ); deadIt != _buddyGUIDSessionMap.end( ); ++deadIt )
     {
-        GVALIDPTR( session );
-        delete session;
+        GASSERT_TEXT( GIsValidPointer( deadIt->second ), "(deadIt->second)" );
+        delete deadIt->second;
     }
     _buddyGUIDSessionMap.clear( );
     _buddyOrder.clear( );

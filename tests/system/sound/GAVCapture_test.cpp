@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
+#include <unistd.h>
 
 namespace
 {
@@ -171,4 +172,21 @@ TEST( GAVCapture, MicrophoneOfTheSoundServerIsHeard )
 TEST( GAVCapture, NullHandleAborts )
 {
     EXPECT_DEATH( GAVCaptureIsAudioWorking( nullptr ), "capture_" );
+}
+
+// In a child without any part of the media library; what it logs stands on its standard error.
+TEST( GAVCaptureDeathTest, WithoutItsPartsTheRecorderDoesNotOpen )
+{
+    GTEST_FLAG_SET( death_test_style, "threadsafe" );
+    const auto openWithoutParts = []
+    {
+        setenv( "GST_PLUGIN_SYSTEM_PATH_1_0", "/nonexistent", 1 );
+        setenv( "GST_PLUGIN_PATH_1_0", "/nonexistent", 1 );
+        setenv( "GST_REGISTRY_1_0", "/dev/null", 1 );
+        const GAVCapture capture = GAVCaptureOpen( u"", u"/proc/self/exe", 2, 22000, 7, 48, 48 );
+        const bool told =
+            TestLog::contains( "ERROR Error HR return value: " ) && TestLog::contains( "WARNING constructor failed" );
+        _exit( capture ? 1 : told ? 0 : 2 );
+    };
+    EXPECT_EXIT( openWithoutParts( ), testing::ExitedWithCode( 0 ), "" );
 }

@@ -9,7 +9,6 @@
 
 namespace
 {
-constexpr size_t MAX_MONIKERS = 10;
 constexpr int CODEC_SAMPLES = 160;
 
 struct Injected
@@ -168,8 +167,9 @@ GStringList GCaptureListDevices( GCaptureKind kind )
     forEachDevice( kind,
                    [&]( GstDevice* device )
                    {
-                       if( names.size( ) < MAX_MONIKERS ) names.push_back( friendlyName( device ) );
-                       return names.size( ) >= MAX_MONIKERS;
+                       if( names.size( ) < static_cast<size_t>( MAX_MONIKERS ) )
+                           names.push_back( friendlyName( device ) );
+                       return names.size( ) >= static_cast<size_t>( MAX_MONIKERS );
                    } );
     return names;
 }

@@ -12,9 +12,12 @@ enum GCaptureKind
     GCAPTURE_VIDEO
 };
 
+// Devices of a kind that are looked at.
+constexpr int MAX_MONIKERS = 10;
+
 // Starts the media library once; false when that fails.
 bool GCaptureInitialize( );
-// Friendly names, at most ten of a kind.
+// Friendly names, at most MAX_MONIKERS of a kind.
 GStringList GCaptureListDevices( GCaptureKind kind );
 // An element with one source pad, floating, or null when there is no such device.
 GstElement* GCaptureCreateSource( GCaptureKind kind, const GWString& name );

@@ -106,7 +106,11 @@ void _GVideoTapFilter::_transform( GstSample* sample, uint64_t time )
     GstVideoFrame frame;
     if( !gst_video_info_from_caps( &info, gst_sample_get_caps( sample ) ) ||
         !gst_video_frame_map( &frame, &info, gst_sample_get_buffer( sample ), GST_MAP_READ ) )
+    {
+        if( !_failed ) GLOG( u"WARNING Unable to get sample pointer, only reporting once.  Error ", -1 );
+        _failed = true;
         return;
+    }
     const int type = GST_VIDEO_INFO_FORMAT( &info ) == GST_VIDEO_FORMAT_YUY2 ? GIT_YUY2 : GIT_RGB24;
     const GImageFormat format{ type, GST_VIDEO_FRAME_WIDTH( &frame ), GST_VIDEO_FRAME_HEIGHT( &frame ) };
     const size_t row = static_cast<size_t>( format.width ) * static_cast<size_t>( GImageBytesPerPixel( type ) );

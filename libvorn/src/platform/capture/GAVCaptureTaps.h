@@ -38,7 +38,8 @@ private:
     GCaptureStamps _stamps;
     GString _tight; // Rows without padding, when the source has some.
     bool _registered = false;
-    bool _reported = false;
+    bool _reported = false; // A sample had no stamp.
+    bool _failed = false;   // A sample could not be read.
 };
 
 class _GAudioTapFilter

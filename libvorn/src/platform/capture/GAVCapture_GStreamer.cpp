@@ -193,7 +193,14 @@ void buildFile( GAVCaptureRecord& record, const GWString& path, bool video, bool
     pipeline.wantsAudio = audio;
     GstElement* file = gst_element_factory_make( "filesrc", nullptr );
     GstElement* decoder = gst_element_factory_make( "decodebin", nullptr );
-    if( !file || !decoder ) return;
+    if( !file || !decoder )
+    {
+        GLOG( u"ERROR Error HR return value: ", -1, u" no 'filesrc' or 'decodebin'" );
+        record.broken = true;
+        if( file ) gst_object_unref( file );
+        if( decoder ) gst_object_unref( decoder );
+        return;
+    }
     g_object_set( file, "location", GWideToUTF8( path ).c_str( ), nullptr );
     g_signal_connect( decoder, "pad-added", G_CALLBACK( onDecodedPad ), &pipeline );
     gst_bin_add_many( GST_BIN( pipeline.pipeline ), file, decoder, nullptr );
@@ -240,6 +247,12 @@ void buildVideo( GAVCaptureRecord& record, const GWString& name )
     {
         gst_object_unref( branch );
         GstElement* decoder = gst_element_factory_make( "decodebin", nullptr );
+        if( !decoder )
+        {
+            GLOG( u"ERROR Error HR return value: ", -1, u" no 'decodebin'" );
+            record.broken = true;
+            return;
+        }
         g_signal_connect( decoder, "pad-added", G_CALLBACK( onDecodedPad ), &pipeline );
         gst_bin_add( GST_BIN( pipeline.pipeline ), decoder );
         gst_element_link( source, decoder );
@@ -294,18 +307,33 @@ bool run( Pipeline& pipeline )
     return true;
 }
 
-void logDevices( const char16_t* kind, const char16_t* label, const GStringList& names )
+// How one kind of device is told in the log.
+struct DeviceTexts
 {
-    GLOG( u"Enumerating up to ", 10, u" devices." );
+    GWStringView start;
+    GWStringView name;
+    GWStringView none;
+};
+constexpr DeviceTexts AUDIO_TEXTS{ u"Enumerating audio capture devices.", u"AUDIODEVICE: Device name='",
+                                   u"AUDIODEVICE: No audio capture devices present." };
+constexpr DeviceTexts VIDEO_TEXTS{ u"Enumerating video capture devices.", u"VIDEODEVICE: Device name='",
+                                   u"VIDEODEVICE: No video capture devices present." };
+
+GStringList listDevices( GCaptureKind kind, const DeviceTexts& texts )
+{
+    GLOG( texts.start );
+    const GStringList names = GCaptureListDevices( kind );
+    GLOG( u"Enumerating up to ", MAX_MONIKERS, u" devices." );
     GLOG( static_cast<int>( names.size( ) ), u" devices found." );
     int i = 0;
     for( const GWString& name : names )
     {
         GLOG( u"Reading friendly name for device #", i++ );
-        GLOG( label, u": Device name='", name, u"'" );
+        GLOG( texts.name, name, u"'" );
     }
-    if( names.empty( ) ) GLOG( label, u": No ", kind, u" capture devices present." );
+    if( names.empty( ) ) GLOG( texts.none );
     GLOG( u"Done." );
+    return names;
 }
 } // namespace
 
@@ -315,12 +343,8 @@ void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList )
     audioList.clear( );
     videoList.clear( );
     if( !GCaptureInitialize( ) ) return;
-    GLOG( u"Enumerating audio capture devices." );
-    audioList = GCaptureListDevices( GCAPTURE_AUDIO );
-    logDevices( u"audio", u"AUDIODEVICE", audioList );
-    GLOG( u"Enumerating video capture devices." );
-    videoList = GCaptureListDevices( GCAPTURE_VIDEO );
-    logDevices( u"video", u"VIDEODEVICE", videoList );
+    audioList = listDevices( GCAPTURE_AUDIO, AUDIO_TEXTS );
+    videoList = listDevices( GCAPTURE_VIDEO, VIDEO_TEXTS );
 }
 
 GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDevice, int bytesPerSample, int frequency,

@@ -108,7 +108,7 @@ bool setNonBlocking( int handle )
 std::nullptr_t abandon( int handle, GWStringView before, const GWString& host, GWStringView after )
 {
     lastError_ = errno;
-    GLOG( u"WARNING ", before, host, after, lastErrorText( ) );
+    GLOG( before, host, after, lastErrorText( ) );
     if( handle >= 0 ) ::close( handle );
     return nullptr;
 }
@@ -126,17 +126,17 @@ GNetUDPPort* GNetUDPPortOpen( const GWString& localHost )
         return nullptr;
     }
     const int handle = ::socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP );
-    if( handle < 0 ) return abandon( handle, u"Could not open port on ", localHost, u", ignoring." );
+    if( handle < 0 ) return abandon( handle, u"WARNING Could not open port on ", localHost, u", ignoring." );
     const int on = 1;
     if( ::setsockopt( handle, SOL_SOCKET, SO_REUSEADDR, &on, sizeof( on ) ) != 0 )
-        return abandon( handle, u"Could not set REUSEADDR on port ", localHost, u", closing." );
+        return abandon( handle, u"WARNING Could not set REUSEADDR on port ", localHost, u", closing." );
     if( !setNonBlocking( handle ) )
-        return abandon( handle, u"Could not set port ", localHost, u" to be non-blocking, closing." );
+        return abandon( handle, u"WARNING Could not set port ", localHost, u" to be non-blocking, closing." );
     if( ::bind( handle, generic( address ), sizeof( address ) ) != 0 )
-        return abandon( handle, u"Could not bind port ", localHost, u", closing." );
+        return abandon( handle, u"WARNING Could not bind port ", localHost, u", closing." );
     socklen_t size = sizeof( address );
     if( ::getsockname( handle, reinterpret_cast<sockaddr*>( &address ), &size ) != 0 )
-        return abandon( handle, u"Could not 'getsockname' on port ", localHost, u", closing." );
+        return abandon( handle, u"WARNING Could not 'getsockname' on port ", localHost, u", closing." );
     GNetUDPPort* port = new GNetUDPPort;
     port->handle = handle;
     port->alive = true;
@@ -289,12 +289,12 @@ GNetTCPSocket* GNetTCPSocketOpen( const GWString& remoteHost )
         return nullptr;
     }
     const int handle = ::socket( AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP );
-    if( handle < 0 ) return abandon( handle, u"Could not open socket to ", remoteHost, u", ignoring." );
+    if( handle < 0 ) return abandon( handle, u"WARNING Could not open socket to ", remoteHost, u", ignoring." );
     if( !setNonBlocking( handle ) )
-        return abandon( handle, u"Could not set non-blocking mode on ", remoteHost, u", closing." );
+        return abandon( handle, u"WARNING Could not set non-blocking mode on ", remoteHost, u", closing." );
     if( ::connect( handle, generic( address ), sizeof( address ) ) != 0 && errno != EINPROGRESS &&
         errno != EWOULDBLOCK )
-        return abandon( handle, u"Could not connect to ", remoteHost, u", closing." );
+        return abandon( handle, u"WARNING Could not connect to ", remoteHost, u", closing." );
     GNetTCPSocket* socket = new GNetTCPSocket;
     socket->handle = handle;
     socket->alive = true;
