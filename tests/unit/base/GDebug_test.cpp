@@ -12,6 +12,7 @@
 #include <csignal>
 #include <regex>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 
@@ -66,6 +67,21 @@ int overflow( volatile char* above, int64_t depth )
 }
 } // namespace
 
+TEST_F( GDebugDeathTest, FullDiskDoesNotStopTheProgram )
+{
+    EXPECT_EXIT(
+        {
+            begin( );
+            signal( SIGXFSZ, SIG_IGN );
+            rlimit none;
+            none.rlim_cur = none.rlim_max = 64;
+            setrlimit( RLIMIT_FSIZE, &none );
+            for( int i = 0; i < 10; ++i ) GLOGPLAIN( u"a line of which no more than some bytes find room" );
+            _exit( GLogClose( true ).empty( ) ? 1 : 0 );
+        },
+        testing::ExitedWithCode( 0 ), "" );
+    EXPECT_EQ( list( "_clean.log" ).size( ), 1u );
+}
 TEST_F( GDebugTest, CloseWithoutALogGivesNoPath )
 {
     EXPECT_EQ( GLogClose( true ), u"" );

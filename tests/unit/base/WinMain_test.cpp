@@ -158,6 +158,24 @@ TEST_F( WinMainDeathTest, SecondInstanceContinuesWithoutALog )
     EXPECT_EQ( read( "velmora.log" ), "running" );
     close( holder );
 }
+TEST_F( WinMainDeathTest, WithoutALogLinesAreEchoedUnlessSilent )
+{
+    for( const bool silent : { false, true } )
+    {
+        const int holder = holdFile( "velmora.log", "running" );
+        EXPECT_EXIT(
+            {
+                const int echo = open( "echo", O_WRONLY | O_CREAT | O_TRUNC, 0644 );
+                dup2( echo, STDOUT_FILENO );
+                GNullSetBoxAnswer( []( const GWString&, const GWString& ) { return 2; } );
+                run( silent ? "-silent" : "" );
+            },
+            testing::ExitedWithCode( 0 ), "" );
+        EXPECT_EQ( read( "echo" ).find( "Version: Velmora/764\n" ) != std::string::npos, !silent );
+        EXPECT_EQ( read( "velmora.log" ), "running" );
+        close( holder );
+    }
+}
 TEST_F( WinMainDeathTest, EscapedExceptionEndsInTheCrashHandler )
 {
     EXPECT_EXIT( run( "-silent", []( ) -> bool { throw std::runtime_error( "broken" ); } ),

@@ -84,6 +84,33 @@ TEST_F( CodecsDeathTest, CodebookOfAWidthThatIsNoMultipleOf16Aborts )
     EXPECT_DEATH( GTheoraEncoder_generateCodebook( 40, 48, out ), "!\\(width % 16\\)" );
 }
 
+TEST_F( CodecsDeathTest, EncoderTakesOnlyWhatItCanEncode )
+{
+    const auto make = []( const GImageFormat& format, const GRect& crop, int width, int height, int fps )
+    { delete GSAFENEW( GTheoraEncoder, ( format, crop, width, height, fps ) ); };
+    const GImageFormat format = { GIT_RGB24, 48, 48 };
+    const GRect whole = { 0, 0, 48, 48 };
+    EXPECT_DEATH( make( { GIT_RGB24, 0, 48 }, whole, 48, 48, 5 ), "srcImageFormat.width > 0" );
+    EXPECT_DEATH( make( { GIT_RGB24, 48, 0 }, whole, 48, 48, 5 ), "srcImageFormat.height > 0" );
+    EXPECT_DEATH( make( format, whole, 0, 48, 5 ), "outputWidth > 0" );
+    EXPECT_DEATH( make( format, whole, 48, 0, 5 ), "outputHeight > 0" );
+    EXPECT_DEATH( make( format, { 0, 0, 49, 48 }, 48, 48, 5 ), "GRectWithin\\( cropRect, srcImageFormat.width" );
+    EXPECT_DEATH( make( format, whole, 48, 48, 0 ), "fps > 0" );
+    EXPECT_DEATH( make( format, whole, 40, 48, 5 ), "!\\(_outputWidth% 16\\) && !\\(_outputHeight% 16\\)" );
+}
+
+TEST_F( CodecsDeathTest, MissingBytesAbort )
+{
+    GString out;
+    GImageFormat format;
+    EXPECT_DEATH( GTheoraEncoder_generateCodebook( 0, 48, out ), "width && height" );
+    GString used = "used";
+    EXPECT_DEATH( GTheoraEncoder_generateCodebook( 48, 48, used ), "!buffer.size\\( \\)" );
+    EXPECT_DEATH( decoder( 48 )->decode( nullptr, 1, format, out ), "packetBuffer && packetLength >= 0" );
+    EXPECT_DEATH( speexDecoder( 22000 )->decode( nullptr, 1, out ), "fromSpeexBytes && numSpeexBytes" );
+    EXPECT_DEATH( GSAFENEW( GSpeexDecoder, ( "12345", 5 ) ), "headerPacketLength == sizeof\\(int\\)" );
+}
+
 TEST_F( Codecs, PictureComesBackAlmostTheSame )
 {
     const GImageFormat format = { GIT_RGB24, 48, 48 };

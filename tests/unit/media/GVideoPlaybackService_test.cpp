@@ -130,6 +130,32 @@ TEST_F( GVideoPlayback, GapIsToldAndPlayGoesOn )
     EXPECT_TRUE( hasImage( ) );
 }
 
+TEST_F( GVideoPlayback, NewEdgeMakesANewDecoderThatShowsNothingUntilItsFirstFrame )
+{
+    TestLog::expect( "WARNING Received invalid video frame packet, ignoring." );
+    TestLog::allow( "WARNING Malformed Theora frame, ignoring." );
+    open( );
+    deliver( media( GRTP_VIDEO, 1, 48, videoFrame( 1 ) ) );
+    loop( );
+    const uint64_t stamp = instance->getTimestamp( u"ben@velmora.local_Image" );
+    GTheoraEncoder* large = GSAFENEW( GTheoraEncoder, ( { GIT_RGB24, 64, 64 }, { 0, 0, 64, 64 }, 64, 64, 5 ) );
+    GString first;
+    GString second;
+    large->encode( picture( 64, 64, 1 ).data( ), 64 * 64 * 3, first );
+    large->encode( picture( 64, 64, 1 ).data( ), 64 * 64 * 3, second );
+    delete large;
+    now += 1000;
+    // The word alone, and then a frame that builds on one that the new decoder has not seen.
+    deliver( media( GRTP_VIDEO, 2, 64, "" ) );
+    deliver( media( GRTP_VIDEO, 3, 64, "broken" ) );
+    loop( );
+    EXPECT_EQ( stamp, instance->getTimestamp( u"ben@velmora.local_Image" ) );
+    deliver( media( GRTP_VIDEO, 4, 64, first ) );
+    deliver( media( GRTP_VIDEO, 5, 64, second ) );
+    loop( );
+    EXPECT_EQ( 64U * 64U * 3U, instance->getRaw( u"ben@velmora.local_Image" ).size( ) );
+}
+
 TEST_F( GVideoPlayback, FormatWordWithoutAFrameShowsNothing )
 {
     open( );
@@ -190,6 +216,42 @@ TEST_F( GVideoPlayback, FirstAudioStartsListeningAndSilenceEndsIt )
     deliver( media( GRTP_AUDIO, 2, 22000, audioFrame( ) ) );
     loop( );
     EXPECT_EQ( 1, listeningCommands( ) );
+}
+
+TEST_F( GVideoPlayback, SpurtAfterASecondOfSilencePrebuffersAnew )
+{
+    TestLog::expect( "WARNING Inactivity timeout (1001ms), resetting audio." );
+    const auto spurt = [&]( uint16_t from, uint16_t to )
+    {
+        for( uint16_t sequence = from; sequence <= to; ++sequence )
+            deliver( media( GRTP_AUDIO, sequence, 22000, audioFrame( ) ) );
+        loop( );
+    };
+    open( );
+    // A packet holds 51 ms; eleven pass the prebuffer of half a second.
+    spurt( 1, 11 );
+    EXPECT_EQ( 1, FakeSound::get( ).opened );
+    now += 1001000;
+    loop( );
+    spurt( 12, 13 );
+    EXPECT_EQ( 1, FakeSound::get( ).opened );
+    spurt( 14, 22 );
+    EXPECT_EQ( 2, FakeSound::get( ).opened );
+}
+
+TEST_F( GVideoPlayback, GapInTheSoundIsToldAndPlayGoesOn )
+{
+    TestLog::expect( "WARNING Expecting audio packet #2 but actually received #4" );
+    TestLog::expect( "WARNING Received invalid audio frame packet, ignoring." );
+    TestLog::expect( "WARNING Speex packet of 7 bytes tells another length, ignoring." );
+    open( );
+    deliver( media( GRTP_AUDIO, 1, 22000, audioFrame( ) ) );
+    loop( );
+    const int64_t length = instance->calc( u"ben@velmora.local_Audio_Buffer_Length" );
+    deliver( media( GRTP_AUDIO, 4, 22000, audioFrame( ) ) );
+    deliver( media( GRTP_AUDIO, 5, 22000, "garbage" ) );
+    loop( );
+    EXPECT_NEAR( 2 * length, instance->calc( u"ben@velmora.local_Audio_Buffer_Length" ), 1 );
 }
 
 TEST_F( GVideoPlayback, NextSpurtCountingAnewIsDroppedToTheLetterAndHeardWithTheRemedy )

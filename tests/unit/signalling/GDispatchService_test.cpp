@@ -232,6 +232,18 @@ TEST_F( DispatchService, RelayThatRefusesTimesOut )
     EXPECT_EQ( notification( ), u"DISCONNECTED" );
 }
 
+TEST_F( DispatchService, RelayIsVerifiedAgainstTheClassThatNeedsIt )
+{
+    GHTTPHeaders open;
+    toTURN( open );
+    TestLog::expect(
+        "WARNING: Assertion failed. (GCaseEquals( _instance->get( L\"Connection_Class\" ), L\"FIREWALL\" ) || "
+        "GCaseEquals( _instance->get( L\"Connection_Class\" ), L\"SYMMETRIC\" ))" );
+    instance->set( u"Connection_Class", u"PUBLIC" );
+    pass( );
+    EXPECT_EQ( state( ), GDispatchService::TURN );
+}
+
 TEST_F( DispatchService, RelayWithoutAUsableAddressDisconnects )
 {
     GHTTPHeaders open;

@@ -76,6 +76,19 @@ TEST( HTTPClient, AnswerSplitOverManyReadsComesOnceWholeAndTheNextOneStays )
     EXPECT_FALSE( client->isAlive( ) );
 }
 
+TEST( HTTPClient, PartOfAnAnswerIsLostWhenTheServerHangsUp )
+{
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    ASSERT_TRUE( server.accept( ) );
+    const GString text = makeResponse( "content" ).serialize( );
+    server.say( text.substr( 0, text.size( ) - 1 ) );
+    server.hangUp( );
+    GHTTPHeaders response;
+    EXPECT_FALSE( receive( *client, response ) );
+    EXPECT_FALSE( client->isAlive( ) );
+}
+
 TEST( HTTPClient, RequestThatStallsIsClosedAfterFiveSeconds )
 {
     TestClock clock;
