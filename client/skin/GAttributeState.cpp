@@ -141,9 +141,11 @@ GWStringView GAttributeState::eval( GWStringView expression )
 {
     if( expression.find( u'$' ) == GWStringView::npos ) return expression;
     GWStringView work = expression;
+    size_t parsed = 0;
     for( int round = 0; round < MAX_ROUNDS; ++round )
     {
-        if( work.size( ) > MAX_EXPANDED_LENGTH || !_expand( work, _next ) ) return _stop( expression, work );
+        parsed += work.size( );
+        if( parsed > MAX_EXPANDED_LENGTH || !_expand( work, _next ) ) return _stop( expression, work );
         const bool unchanged = work == _next;
         _work.swap( _next );
         work = _work;

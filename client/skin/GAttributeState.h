@@ -85,7 +85,7 @@ class GAttributeState
 public:
     // Bounds of one expansion, in rounds and characters.
     static constexpr int MAX_ROUNDS = 128;
-    static constexpr size_t MAX_EXPANDED_LENGTH = 65536;  // of a text that still holds names
+    static constexpr size_t MAX_EXPANDED_LENGTH = 65536;  // of texts that still hold names, over all rounds
     static constexpr size_t MAX_VALUE_LENGTH = 4u << 20u; // of any text
     // Longer values are read from the blackboard each time.
     static constexpr size_t MAX_KEPT_VALUE = 4096;

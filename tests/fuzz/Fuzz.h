@@ -4,8 +4,10 @@
 
 #include "base/GPortable.h"
 #include "base/GUtil.h"
+#include "runtime/GHTTPHeaders.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 
 namespace Fuzz
@@ -20,6 +22,13 @@ namespace Fuzz
 inline void require( bool holds )
 {
     if( !holds ) std::abort( );
+}
+
+// The fault of an expression that divides by zero is meant.
+inline void allowDivision( )
+{
+    static const auto previous = std::signal( SIGFPE, SIG_IGN );
+    (void)previous;
 }
 
 // Hands the bytes of one input out, piece by piece; zeros when they are spent.
@@ -44,6 +53,18 @@ public:
         return out;
     }
     GWString wideLine( ) { return GUTF8ToWide( line( ) ); }
+    // A first line and headers up to an empty line.
+    GHTTPHeaders message( )
+    {
+        GHTTPHeaders out;
+        out.set( u"", wideLine( ) );
+        for( GWString text = wideLine( ); !text.empty( ); text = wideLine( ) )
+        {
+            const size_t colon = text.find( u": " );
+            if( colon > 0 && colon != GWString::npos ) out.set( text.substr( 0, colon ), text.substr( colon + 2 ) );
+        }
+        return out;
+    }
     // All that is left, in a block of its own: a read past its end is a find.
     std::vector<char> rest( )
     {

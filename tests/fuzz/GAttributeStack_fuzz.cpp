@@ -2,8 +2,6 @@
 #include "Fuzz.h"
 #include "client/skin/GAttributeStack.h"
 
-#include <csignal>
-
 namespace
 {
 class Listener : public IGNotifyListener
@@ -11,18 +9,11 @@ class Listener : public IGNotifyListener
 public:
     void onNotification( int, uint64_t ) override {}
 };
-
-// The fault of a division by zero is meant.
-void allowDivision( )
-{
-    static const auto previous = std::signal( SIGFPE, SIG_IGN );
-    (void)previous;
-}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
 {
-    allowDivision( );
+    Fuzz::allowDivision( );
     Fuzz::Input input( data, size );
     Listener listener;
     const GNotifyHandle notify = GNotifyOpen( &listener );

@@ -51,15 +51,10 @@ public:
 private:
     GHTTPHeaders read( Fuzz::Input& input )
     {
-        GHTTPHeaders message;
-        message.set( u"", input.wideLine( ) );
-        for( GWString line = input.wideLine( ); !line.empty( ); line = input.wideLine( ) )
-        {
-            const size_t colon = line.find( u": " );
-            if( colon == 0 || colon == GWString::npos ) continue;
-            GWString value = replace( line.substr( colon + 2 ), u"%o", client.host( ) );
-            message.set( line.substr( 0, colon ), replace( value, u"%f", FAR ) );
-        }
+        GHTTPHeaders message = input.message( );
+        const auto headers = message.headers( );
+        for( const auto& [name, value] : headers )
+            message.set( name, replace( replace( value, u"%o", client.host( ) ), u"%f", FAR ) );
         return message;
     }
     // What every honest message of that device carries.

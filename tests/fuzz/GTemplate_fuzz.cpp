@@ -3,7 +3,6 @@
 #include "base/GUtil.h"
 #include "client/skin/GTemplate.h"
 
-#include <csignal>
 #include <memory>
 #include <sanitizer/lsan_interface.h>
 
@@ -29,18 +28,11 @@ GSkinPlatform answersNothing( )
     platform.rollLog = [] {};
     return platform;
 }
-
-// The fault of a division by zero is meant.
-void allowDivision( )
-{
-    static const auto previous = std::signal( SIGFPE, SIG_IGN );
-    (void)previous;
-}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
 {
-    allowDivision( );
+    Fuzz::allowDivision( );
     const GWString path = u"fuzz_template.xml";
     if( !GFileSave( path, reinterpret_cast<const char*>( data ), static_cast<int64_t>( size ) ) ) return 0;
     const std::unique_ptr<GInstance> instance( GSAFENEW( GInstance, ( u"fuzz_template.ini" ) ) );

@@ -178,6 +178,13 @@ TEST_F( GAttributeStackTest, ASelfReferenceThatGrowsStopsAtALimit )
     stack.eval( u"$ping" );
 }
 
+TEST_F( GAttributeStackTest, ATextThatGrowsByLongStepsStopsEarly )
+{
+    TestLog::expect( "WARNING Expression '$grow' does not end, ignoring." );
+    stack.set( u"grow", GWString( 600, u'x' ) + u"$grow" );
+    EXPECT_LE( stack.eval( u"$grow" ).size( ), 10000u ) << "every round parses the whole text again";
+}
+
 TEST_F( GAttributeStackTest, AHugeValueIsNotMultiplied )
 {
     TestLog::expect( "does not end, ignoring." );
