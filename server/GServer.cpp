@@ -21,7 +21,7 @@ constexpr auto DRAIN_POLL = std::chrono::milliseconds( 20 );
 // What clients are told: the setting, with the port that the system chose where the setting leaves it open.
 GString reachedHost( const GString& setting, const GString& bound )
 {
-    const GString reached = GServerHost::split( setting ).reached;
+    GString reached = GServerHost::split( setting ).reached;
     if( !reached.ends_with( ":0" ) || bound.empty( ) ) return reached;
     return GEndpoint::addressOf( reached ) + bound.substr( bound.find( ':' ) );
 }

@@ -125,14 +125,15 @@ void GVideoPlaybackService::_onClose( const GHTTPHeaders& command )
     _deleteStream( name );
 }
 
-void GVideoPlaybackService::_deleteStream( GWString name )
+void GVideoPlaybackService::_deleteStream( const GWString& name )
 {
-    GPRECONDITION( GMAPCONTAINS( _nameStreamMap, name ) );
-    GVideoPlaybackStream* stream = _nameStreamMap[name];
+    const auto found = _nameStreamMap.find( name );
+    GPRECONDITION_TEXT( found != _nameStreamMap.end( ), "GMAPCONTAINS( _nameStreamMap, name )" );
+    GVideoPlaybackStream* stream = found->second;
     // Another device may have taken the host over since.
     const size_t dead =
         std::erase_if( _remoteHostStreamMap, [stream]( const auto& entry ) { return entry.second == stream; } );
     GVERIFY_TEXT( dead > 0, "!deadHostList.empty( )" );
-    _nameStreamMap.erase( name );
+    _nameStreamMap.erase( found );
     delete stream;
 }

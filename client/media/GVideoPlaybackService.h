@@ -21,7 +21,7 @@ private:
     void _drainCommands( );
     void _onOpen( const GHTTPHeaders& command );
     void _onClose( const GHTTPHeaders& command );
-    void _deleteStream( GWString name ); // A copy: the map entry that names it goes.
+    void _deleteStream( const GWString& name ); // May be the key of the entry that goes.
 
     GInstance* _instance;
     GMegaPort* _port;

@@ -248,7 +248,7 @@ void GSIPClient::_recordRequest( const GWString& cseq, const GWString& from, con
 // By the letter the number alone; with the remedy the sender's name as well, since every peer counts from its own start.
 GWString GSIPClient::_responseKey( const GHTTPHeaders& request ) const
 {
-    const GWString cseq = request.get( GProtocol::CSEQ );
+    GWString cseq = request.get( GProtocol::CSEQ );
     if( !_robust || cseq.empty( ) ) return cseq;
     return GConcat( composeOwner( request.get( GProtocol::FROM ), request.get( GProtocol::FROM_DEVICE_GUID ) ), u" ",
                     cseq );

@@ -322,14 +322,18 @@ bool GSIPService::_onAddBuddyResponse( const GSIPInput& in )
     return true;
 }
 
-bool GSIPService::_reconnectBuddy( const GWString& buddyGUID )
+// Both commands on a buddy warn alike.
+GBuddySession* GSIPService::_findListed( const GWString& buddyGUID ) const
 {
     GBuddySession* session = findBuddy( buddyGUID );
-    if( !session )
-    {
-        GLOG( u"WARNING Trying to remove '", buddyGUID, u"' from buddy list, but doesn't exist." );
-        return true;
-    }
+    if( !session ) GLOG( u"WARNING Trying to remove '", buddyGUID, u"' from buddy list, but doesn't exist." );
+    return session;
+}
+
+bool GSIPService::_reconnectBuddy( const GWString& buddyGUID )
+{
+    GBuddySession* session = _findListed( buddyGUID );
+    if( !session ) return true;
     GLOGIF( 's', u"'RECONNECTBUDDY' reinviting '", buddyGUID, u"'" );
     session->reset( );
     session->invite( );
@@ -338,12 +342,8 @@ bool GSIPService::_reconnectBuddy( const GWString& buddyGUID )
 
 bool GSIPService::_removeBuddy( const GWString& buddyGUID )
 {
-    GBuddySession* session = findBuddy( buddyGUID );
-    if( !session )
-    {
-        GLOG( u"WARNING Trying to remove '", buddyGUID, u"' from buddy list, but doesn't exist." );
-        return true;
-    }
+    GBuddySession* session = _findListed( buddyGUID );
+    if( !session ) return true;
     GLOGIF( 's', u"'REMOVEBUDDY' removing '", buddyGUID, u"'" );
     session->bye( true );
     return true;

@@ -67,6 +67,7 @@ private:
     bool _saveBuddyList( );
     bool _addBuddy( const GWString& buddyGUID );
     bool _onAddBuddyResponse( const GSIPInput& in );
+    GBuddySession* _findListed( const GWString& buddyGUID ) const;
     bool _reconnectBuddy( const GWString& buddyGUID );
     bool _removeBuddy( const GWString& buddyGUID );
     bool _reportBug( );

@@ -195,6 +195,7 @@ int GNodeBusy::_depth = 0;
 
 void GNodeTools_retire( GTemplateNode* node )
 {
+    if( !node ) return;
     for( GTemplateNode* at = node; at; at = at->getNext( node ) )
     {
         if( auto* window = dynamic_cast<GWindowNode*>( at ) ) window->hide( );

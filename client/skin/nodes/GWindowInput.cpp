@@ -191,10 +191,13 @@ bool GWindowNode::_moveKeyFocus( bool backward )
     std::vector<GTemplateNode*> stops;
     auto* current = dynamic_cast<GTemplateNode*>( _keyFocus );
     size_t next = 0; // The stop after the one that has the focus, wherever in the tree that is.
-    for( GTemplateNode* node = _children.front( ); node; node = node->getNext( this ) )
+    for( GTemplateNode* node = getNext( this ); node; node = node->getNext( this ) )
     {
-        if( node != current && _isFocusable( node ) ) stops.push_back( node );
-        if( node == current ) next = stops.size( );
+        GTemplateNode* const stop = node;
+        if( stop == current )
+            next = stops.size( );
+        else if( _isFocusable( stop ) )
+            stops.push_back( stop );
     }
     if( stops.empty( ) ) return false;
     const size_t index = backward ? ( next + stops.size( ) - 1 ) % stops.size( ) : next % stops.size( );

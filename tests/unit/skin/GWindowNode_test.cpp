@@ -505,6 +505,15 @@ TEST_F( GWindowNodeTest, TabWithNothingToFocusLeavesTheFocusAlone )
     EXPECT_EQ( window->getKeyFocus( ), first );
 }
 
+TEST_F( GWindowNodeTest, TabInAnEmptyWindowDoesNothing )
+{
+    window = loadAs<GWindowNode>( { u"Window", { { u"width", u"40" }, { u"height", u"30" } }, {} } );
+    update( );
+    render( );
+    window->onKeyDown( nullptr, 9 );
+    EXPECT_EQ( window->getKeyFocus( ), nullptr );
+}
+
 TEST_F( GWindowNodeTest, ATabThatTheFocusTakesMovesNothing )
 {
     open( );

@@ -73,7 +73,7 @@ void GCrashPrepareDialog( )
     const ssize_t length = readlink( "/proc/self/exe", helperPath_, sizeof( helperPath_ ) - strlen( HELPER_NAME ) - 1 );
     helperPath_[std::max<ssize_t>( length, 0 )] = '\0';
     char* const slash = strrchr( helperPath_, '/' );
-    strcpy( slash ? slash : helperPath_, HELPER_NAME );
+    memcpy( slash ? slash : helperPath_, HELPER_NAME, strlen( HELPER_NAME ) + 1 );
     hasDisplay_ = getenv( "DISPLAY" ) || getenv( "WAYLAND_DISPLAY" );
 }
 

@@ -85,6 +85,7 @@ int spawn( const GStringVector& words, bool searchPath )
     std::vector<GString> texts;
     for( const GWString& word : words ) texts.push_back( GWideToUTF8( word ) );
     std::vector<char*> arguments;
+    arguments.reserve( texts.size( ) + 1 );
     for( GString& text : texts ) arguments.push_back( text.data( ) );
     arguments.push_back( nullptr );
     posix_spawnattr_t attributes;

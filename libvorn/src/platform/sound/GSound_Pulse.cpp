@@ -7,6 +7,7 @@
 #include "platform/sound/GWaveFile.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace
 {
@@ -51,7 +52,7 @@ bool setSpeakerVolume( const Speaker& speaker, double volume )
     GSoundServer& server = GSoundServer::get( );
     pa_cvolume value;
     pa_cvolume_set( &value, static_cast<unsigned>( speaker.channels ),
-                    static_cast<pa_volume_t>( volume * PA_VOLUME_NORM + 0.5 ) );
+                    static_cast<pa_volume_t>( std::lround( volume * PA_VOLUME_NORM ) ) );
     bool success = false;
     return server.finish(
                pa_context_set_sink_volume_by_name( server.context( ), DEFAULT_SINK, &value, onSuccess, &success ) ) &&
