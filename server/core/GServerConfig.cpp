@@ -151,10 +151,10 @@ bool GServerConfig::parse( const GString& text, GString& error )
         for( const Row& row : ROWS )
             if( row.key == key ) found = &row;
         if( equals == GString::npos || !found )
-            error = equals == GString::npos ? "no '='" : "unknown key '" + key + "'";
+            error = equals == GString::npos ? GString( "no '='" ) : GString( "unknown key '" ).append( key ) + "'";
         else if( assign( *this, *found, trim( line.substr( equals + 1 ) ), error ) )
             continue;
-        error = "line " + std::to_string( number ) + ": " + error;
+        error.insert( 0, "line " + std::to_string( number ) + ": " );
         return false;
     }
     return true;
