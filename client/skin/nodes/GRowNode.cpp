@@ -68,13 +68,15 @@ void GRowNode::_renderChildren( GImageStack& images )
     int pos = 0;
     int left = spare;
     int extraLeft = totalExtra;
+    size_t cellsLeft = _items.size( );
     for( const Item& item : _items )
     {
         int share = totalExtra ? static_cast<int>( static_cast<int64_t>( item.extra ) * spare / totalExtra ) : 0;
         extraLeft -= item.extra;
+        --cellsLeft;
         const bool lastExtra = item.extra && !extraLeft;
         // What rounding left over goes to the last cell that takes extra space.
-        if( &item == &_items.back( ) || lastExtra ) share = left;
+        if( !cellsLeft || lastExtra ) share = left;
         left -= share;
         const int size = item.size + share;
         const int end = std::max( pos, pos + size );

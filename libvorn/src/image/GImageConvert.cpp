@@ -185,10 +185,11 @@ void GImageConvert( const GImageFormat& fromFormat, const char* fromBuffer, cons
         GImageEncodePNG( from, rows, out );
         return;
     }
-    if( targetType == GIT_JPEG && isRGB( from ) )
+    if( targetType == GIT_JPEG )
     {
-        GImageEncodeJPEG( from, rows, out );
-        return;
+        if( isRGB( from ) ) return void( GImageEncodeJPEG( from, rows, out ) );
+        GLOG( u"ERROR: Unsupported format #", from );
+        return GAbort( );
     }
     if( offers( RECT_PAIRS, from, targetType ) ) return convertBlock( from, rows, targetType, out );
     GImageUnsupported( from, targetType );
@@ -211,10 +212,13 @@ void GImageConvertFromIYUY( const GImageFormat& fromFormat, const char* fromBuff
     {
         RoundedChroma chroma( width, height );
         chroma.take( from );
-        convert( from.y, width, chroma.u, chroma.chromaWidth, chroma.v, chroma.chromaWidth, to, stride, width, height );
+        const int result = convert( from.y, width, chroma.u, chroma.chromaWidth, chroma.v, chroma.chromaWidth, to,
+                                    stride, width, height );
+        GASSERT_TEXT( result == 0, "result == ippStsNoErr" );
         return;
     }
-    convert( from.y, width, from.u, width / 2, from.v, width / 2, to, stride, width, height );
+    const int result = convert( from.y, width, from.u, width / 2, from.v, width / 2, to, stride, width, height );
+    GASSERT_TEXT( result == 0, "result == ippStsNoErr" );
 }
 
 void GImageConvertToIYUY( const GImageFormat& fromFormat, const char* fromBuffer, GString& out )
@@ -232,9 +236,12 @@ void GImageConvertToIYUY( const GImageFormat& fromFormat, const char* fromBuffer
     if( width % 2 || height % 2 )
     {
         RoundedChroma chroma( width, height );
-        convert( from, stride, to.y, width, chroma.u, chroma.chromaWidth, chroma.v, chroma.chromaWidth, width, height );
+        const int result = convert( from, stride, to.y, width, chroma.u, chroma.chromaWidth, chroma.v,
+                                    chroma.chromaWidth, width, height );
+        GASSERT_TEXT( result == 0, "result == ippStsNoErr" );
         chroma.give( to );
         return;
     }
-    convert( from, stride, to.y, width, to.u, width / 2, to.v, width / 2, width, height );
+    const int result = convert( from, stride, to.y, width, to.u, width / 2, to.v, width / 2, width, height );
+    GASSERT_TEXT( result == 0, "result == ippStsNoErr" );
 }

@@ -222,6 +222,8 @@ TEST( GImageConvert, UnsupportedPairsAbortWithTheirNumbers )
                   "ERROR Unsupported conversion from #17 to GRAY4" );
     EXPECT_DEATH( GImageConvert( { GIT_RGB16, 2, 2 }, image.data( ), { 0, 0, 2, 2 }, GIT_PNG, out ),
                   "ERROR Attempting to encode unsupported format #14, aborting\\." );
+    EXPECT_DEATH( GImageConvert( { GIT_GRAY8, 2, 2 }, image.data( ), { 0, 0, 2, 2 }, GIT_JPEG, out ),
+                  "ERROR: Unsupported format #23" );
     EXPECT_DEATH( GImageConvert( { GIT_RGB24, 0, 2 }, image.data( ), GIT_RGBA32, out ), "Precondition failed" );
     EXPECT_DEATH( GImageConvert( { GIT_RGB24, 2, 2 }, nullptr, GIT_RGBA32, out ), "Precondition failed" );
 }
