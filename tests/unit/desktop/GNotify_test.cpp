@@ -91,3 +91,10 @@ TEST_F( GNotifyTest, DoesNothingDuringShutdown )
     EXPECT_TRUE( listener.seen.empty( ) );
     GNotifyClose( notify );
 }
+
+TEST_F( GNotifyTest, NullHandlesAbort )
+{
+    EXPECT_DEATH( GNotifyOpen( nullptr ), "listener" );
+    EXPECT_DEATH( GNotifyClose( nullptr ), "notify" );
+    EXPECT_DEATH( GNotify( nullptr, 1 ), "notify" );
+}

@@ -97,3 +97,14 @@ TEST_F( GSystemTest, IconStateIsAsserted )
     EXPECT_DEATH( GIconSetState( icon, 6 ), "GWITHIN\\( GIS_PUBLIC_OFFLINE, state, GIS_PRIVATE_ONLINE \\)" );
     GIconClose( icon );
 }
+
+TEST_F( GSystemTest, NullHandlesAbort )
+{
+    EXPECT_DEATH( GIconOpen( nullptr ), "listener" );
+    EXPECT_DEATH( GIconClose( nullptr ), "icon" );
+    EXPECT_DEATH( GIconSetText( nullptr, u"text" ), "icon" );
+    EXPECT_DEATH( GIconSetBubble( nullptr, u"title", u"text", 1 ), "icon" );
+    EXPECT_DEATH( GSystemHotkeyClose( nullptr ), "hotkey" );
+    EXPECT_DEATH( GSystemRegisterListener( nullptr ), "listener" );
+    EXPECT_DEATH( GSystemResignListener( nullptr ), "listener" );
+}

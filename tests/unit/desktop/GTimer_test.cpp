@@ -62,4 +62,5 @@ TEST_F( GTimerTest, PeriodAndListenerAreRequired )
     Listener listener;
     EXPECT_DEATH( GTimerOpen( 0, &listener ), "microseconds > 0" );
     EXPECT_DEATH( GTimerOpen( 1000, nullptr ), "listener" );
+    EXPECT_DEATH( GTimerClose( nullptr ), "timer" );
 }

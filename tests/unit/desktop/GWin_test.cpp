@@ -121,6 +121,28 @@ TEST_F( GWinTest, ListenerIsRequired )
     EXPECT_DEATH( GWinOpen( u"", { 0, 0, 50, 50 }, false, nullptr ), "listener" );
 }
 
+TEST_F( GWinTest, NullHandlesAbort )
+{
+    constexpr char NO_WINDOW[] = "ERROR: Precondition failed, aborting. \\(win\\)";
+    for( void ( *const operation )( GWin ) : { GWinClose, GWinShow, GWinHide, GWinMinimize, GWinMaximize, GWinRestore,
+                                               GWinSetForeground, GWinMouseCapture, GWinMouseRelease, GWinFlash } )
+        EXPECT_DEATH( operation( nullptr ), NO_WINDOW );
+    for( bool ( *const query )( GWin ) : { GWinIsMaximized, GWinIsMinimized, GWinIsVisible, GWinHasKeyFocus } )
+        EXPECT_DEATH( query( nullptr ), NO_WINDOW );
+    GRect rect{ };
+    EXPECT_DEATH( GWinGetScreenPosition( nullptr, rect ), NO_WINDOW );
+    EXPECT_DEATH( GWinMove( nullptr, rect ), NO_WINDOW );
+    EXPECT_DEATH( GWinRepaint( nullptr, 1, 1, "rgba", 255 ), NO_WINDOW );
+}
+
+TEST_F( GWinTest, ArgumentsOutOfRangeAbort )
+{
+    EXPECT_DEATH( GWinMove( win, { 10, 10, 9, 20 } ), "GVALIDRECT\\( rect \\)" );
+    EXPECT_DEATH( GWinRepaint( win, 0, 1, "rgba", 255 ), "width > 0 && height > 0 && pixels" );
+    EXPECT_DEATH( GWinRepaint( win, 1, 1, nullptr, 255 ), "width > 0 && height > 0 && pixels" );
+    EXPECT_DEATH( GWinRepaint( win, 1, 1, "rgba", 256 ), "GWITHIN\\( 0, alpha, 255 \\)" );
+}
+
 TEST_F( GWinTest, MovingTellsTheListenerAtOnce )
 {
     GWinMove( win, { 10, 20, 110, 140 } );
