@@ -1,6 +1,7 @@
 // Image files through FreeImage, which is confined to this file. It keeps 24 and 32 bit pixels as blue, green, red whatever masks
 // it is given, so they are swapped here.
 #include "GImageRows.h"
+#include "base/GBytes.h"
 
 #include <FreeImage.h>
 #include <memory>
@@ -23,15 +24,39 @@ struct UnloadBitmap
 using Memory = std::unique_ptr<FIMEMORY, CloseMemory>;
 using Bitmap = std::unique_ptr<FIBITMAP, UnloadBitmap>;
 
-bool hasSaneSize( FREE_IMAGE_FORMAT kind, FIMEMORY* stream )
+bool isSaneSize( int64_t width, int64_t height )
 {
-    if( !FreeImage_FIFSupportsNoPixels( kind ) ) return true;
+    return width > 0 && height > 0 && width <= MAX_PIXELS / height;
+}
+
+// The library decodes a GIF's first picture without a look at its header. Its size stands behind the colour table and extensions:
+// 6 u16 screen width | 8 u16 height | 10 u8 flags | 13 colours; an extension is 0x21, a label and blocks of u8 size and data;
+// a picture is 0x2C | 1 u16 left | 3 u16 top | 5 u16 width | 7 u16 height
+bool isSaneGif( const char* buffer, size_t length )
+{
+    constexpr uint8_t EXTENSION = 0x21;
+    constexpr uint8_t PICTURE = 0x2C;
+    if( length < 13 || !isSaneSize( GReadU16( buffer + 6 ), GReadU16( buffer + 8 ) ) ) return false;
+    const int flags = GReadU8( buffer + 10 );
+    size_t at = 13 + ( flags & 0x80 ? 3u << ( ( flags & 7 ) + 1 ) : 0u );
+    while( at < length && GReadU8( buffer + at ) != PICTURE )
+    {
+        if( GReadU8( buffer + at++ ) != EXTENSION ) continue;
+        for( ++at; at < length && GReadU8( buffer + at ); ) at += 1u + GReadU8( buffer + at );
+        ++at;
+    }
+    return at + 9 <= length && isSaneSize( GReadU16( buffer + at + 5 ), GReadU16( buffer + at + 7 ) );
+}
+
+// Formats whose size can't be told before they are decoded are not decoded.
+bool hasSaneSize( FREE_IMAGE_FORMAT kind, FIMEMORY* stream, std::string_view file )
+{
+    if( kind == FIF_GIF ) return isSaneGif( file.data( ), file.size( ) );
+    if( !FreeImage_FIFSupportsNoPixels( kind ) ) return false;
     const Bitmap header( FreeImage_LoadFromMemory( kind, stream, FIF_LOAD_NOPIXELS ) );
     FreeImage_SeekMemory( stream, 0, SEEK_SET );
     if( !header ) return false;
-    const int64_t width = FreeImage_GetWidth( header.get( ) );
-    const int64_t height = FreeImage_GetHeight( header.get( ) );
-    return width > 0 && height > 0 && width <= MAX_PIXELS / height;
+    return isSaneSize( FreeImage_GetWidth( header.get( ) ), FreeImage_GetHeight( header.get( ) ) );
 }
 
 Bitmap loadBitmap( const char* buffer, int length )
@@ -50,7 +75,8 @@ Bitmap loadBitmap( const char* buffer, int length )
         return nullptr;
     }
     Bitmap bitmap;
-    if( hasSaneSize( kind, stream.get( ) ) ) bitmap.reset( FreeImage_LoadFromMemory( kind, stream.get( ), 0 ) );
+    const std::string_view file( buffer, static_cast<size_t>( length ) );
+    if( hasSaneSize( kind, stream.get( ), file ) ) bitmap.reset( FreeImage_LoadFromMemory( kind, stream.get( ), 0 ) );
     if( !bitmap ) GLOG( u"WARNING Unable to load image, ignoring." );
     return bitmap;
 }

@@ -1,3 +1,4 @@
+#include "base/GBytes.h"
 #include "image/GColor.h"
 #include "image/GImage.h"
 
@@ -17,6 +18,15 @@ GString picture( const GImageFormat& format )
         for( int channel = 0; channel < 3; channel++ )
             out[static_cast<size_t>( i * step + channel )] = static_cast<char>( i * 5 + channel * 60 );
     return out;
+}
+// A GIF with one picture of 1 by 1, behind an extension, whose header claims that size.
+GString gif( uint16_t width, uint16_t height )
+{
+    GString out( "GIF89a\1\0\1\0\x80\0\0\xFF\xFF\xFF\0\0\0\x21\xF9\4\0\0\0\0\0\x2C\0\0\0\0", 32 );
+    out.resize( 36 );
+    GWriteU16( out.data( ) + 32, width );
+    GWriteU16( out.data( ) + 34, height );
+    return out.append( "\0\2\2\x44\1\0\x3B", 7 );
 }
 // An 8 by 2 one-bit picture with a white first and a black second row.
 const unsigned char ONE_BIT_PNG[] = {
@@ -180,4 +190,16 @@ TEST( GColor, PremultipliesByItsAlpha )
     EXPECT_EQ( GColorPremultiply( 0xFF102030 ), 0xFF102030U );
     EXPECT_EQ( GColorPremultiply( 0x00102030 ), 0U );
     EXPECT_EQ( GColorPremultiply( 0x80FF00FF ), 0x80800080U );
+}
+
+TEST( GImageLoad, AGifLoadsAndOneWithAHugePictureIsRefused )
+{
+    const GString good = gif( 1, 1 );
+    GImageFormat format;
+    GString pixels;
+    ASSERT_TRUE( GImageLoad( good.data( ), static_cast<int>( good.size( ) ), format, pixels ) );
+    EXPECT_EQ( format, ( GImageFormat{ GIT_RGB24, 1, 1 } ) );
+    TestLog::expect( "WARNING Unable to load image, ignoring." );
+    for( const GString& bad : { gif( 41461, 48367 ), gif( 0, 1 ), good.substr( 0, 30 ), good.substr( 0, 15 ) } )
+        EXPECT_FALSE( GImageLoad( bad.data( ), static_cast<int>( bad.size( ) ), format, pixels ) );
 }
