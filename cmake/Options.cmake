@@ -26,6 +26,10 @@ endif()
 if(VELMORA_SANITIZE)
   add_compile_options(-fsanitize=${VELMORA_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${VELMORA_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # The instrumented code of the grammars looks uninitialised to the optimiser's warnings.
+    add_compile_options(-Wno-maybe-uninitialized)
+  endif()
 endif()
 # One definition for the whole build: the grammars share a global object supply that is not safe without it.
 add_compile_definitions(BOOST_SPIRIT_THREADSAFE BOOST_BIND_GLOBAL_PLACEHOLDERS)

@@ -8,7 +8,7 @@ class GCalculator
 {
 public:
     // What follows this many characters is not looked at, which also bounds how deep the parser goes.
-    static constexpr size_t MAX_LENGTH = 4096;
+    static constexpr size_t MAX_LENGTH = 512;
 
     // The newest number on the stack after parsing as far as the text matches; false when there is none. Division truncates toward
     // zero, overflow wraps, literals saturate, and a zero divisor raises the divide fault.

@@ -19,7 +19,7 @@ class GEvaluator
 {
 public:
     // Texts that nest deeper than the parser may go are refused.
-    static constexpr int MAX_NESTING = 4096;
+    static constexpr int MAX_NESTING = 512;
 
     // Parses as far as the grammar matches. False when the text nests too deep; an empty list is an empty value.
     bool parse( GWStringView text, GExpression& expression ) const;

@@ -34,7 +34,7 @@ protected:
 
 constexpr int TICK_MILLISECONDS = 100;
 
-QApplication* application_ = nullptr;
+QGuiApplication* application_ = nullptr;
 std::atomic<bool> down_ = false;
 std::mutex hiddenMutex_; // Held while posting, so that the hidden object can't go meanwhile.
 Hidden* hidden_ = nullptr;
@@ -97,7 +97,7 @@ void GDesktopOpen( )
         application_ = new QApplication( argumentCount_, arguments_ );
     }
     else
-        application_ = static_cast<QApplication*>( QCoreApplication::instance( ) );
+        application_ = static_cast<QGuiApplication*>( QCoreApplication::instance( ) );
     application_->setQuitOnLastWindowClosed( false );
     down_ = false;
     openHidden( );
