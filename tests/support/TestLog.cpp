@@ -53,7 +53,8 @@ class Check : public testing::EmptyTestEventListener
                 }
             // Objects of a test may live on its stack.
             if( line.find( "Object not tracked on destruction" ) != std::string::npos ) continue;
-            if( !announced && ( line.find( "WARNING" ) != std::string::npos || line.find( "ERROR" ) != std::string::npos ) )
+            if( !announced &&
+                ( line.find( "WARNING" ) != std::string::npos || line.find( "ERROR" ) != std::string::npos ) )
                 ADD_FAILURE( ) << "unannounced log line: " << line;
         }
         for( const Expectation& expectation : expectations_ )
@@ -85,7 +86,10 @@ std::vector<std::string> lines( )
     const std::scoped_lock lock( mutex_ );
     return lines_;
 }
-bool contains( const std::string& text ) { return count( text ) > 0; }
+bool contains( const std::string& text )
+{
+    return count( text ) > 0;
+}
 int count( const std::string& text )
 {
     const std::scoped_lock lock( mutex_ );

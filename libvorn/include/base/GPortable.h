@@ -84,26 +84,31 @@ void GLogLine( const char* file, int line, const char* function, const GWString&
 
 // ---- Assertions. The text is the spelling of the expression, so each macro stringifies at the outermost level; the _TEXT forms
 // take the spelling explicitly. GPRECONDITION and GASSERT abort; GVERIFY logs and goes on, and always evaluates its argument.
-void GAssertFailed( const char* file, int line, const char* function, const char* kind, const char* expression, bool fatal );
+void GAssertFailed( const char* file, int line, const char* function, const char* kind, const char* expression,
+                    bool fatal );
 
 #define GPRECONDITION( expr ) GPRECONDITION_TEXT( expr, #expr )
 #define GPRECONDITION_TEXT( expr, text )                                                                               \
-    ( ( expr ) ? (void)0                                                                                               \
-               : GAssertFailed( __FILE__, __LINE__, __FUNCTION__, "ERROR: Precondition failed, aborting. (", text, true ) )
+    ( ( expr )                                                                                                         \
+          ? (void)0                                                                                                    \
+          : GAssertFailed( __FILE__, __LINE__, __FUNCTION__, "ERROR: Precondition failed, aborting. (", text, true ) )
 #define GASSERT( expr ) GASSERT_TEXT( expr, #expr )
 #define GASSERT_TEXT( expr, text )                                                                                     \
-    ( ( expr ) ? (void)0                                                                                               \
-               : GAssertFailed( __FILE__, __LINE__, __FUNCTION__, "ERROR: Assertion failed, aborting. (", text, true ) )
+    ( ( expr )                                                                                                         \
+          ? (void)0                                                                                                    \
+          : GAssertFailed( __FILE__, __LINE__, __FUNCTION__, "ERROR: Assertion failed, aborting. (", text, true ) )
 // An expression that yields whether the check held.
 #define GVERIFY( expr ) GVERIFY_TEXT( expr, #expr )
 #define GVERIFY_TEXT( expr, text )                                                                                     \
     ( ( expr ) ? true                                                                                                  \
-               : ( GAssertFailed( __FILE__, __LINE__, __FUNCTION__, "WARNING: Assertion failed. (", text, false ), false ) )
+               : ( GAssertFailed( __FILE__, __LINE__, __FUNCTION__, "WARNING: Assertion failed. (", text, false ),     \
+                   false ) )
 
 // True for a pointer that is neither null nor one of the allocator's fill patterns (the pointer itself, or its first word).
 bool GIsValidPointer( const void* pointer );
 #define GVALIDPTR( p )                                                                                                 \
-    GASSERT_TEXT( GIsValidPointer( p ), "(" #p ") && (((unsigned long)(" #p ")) != 0xCDCDCDCD) && ((*(unsigned long*)(" #p ")) != 0xFEEEFEEE)" )
+    GASSERT_TEXT( GIsValidPointer( p ), "(" #p ") && (((unsigned long)(" #p                                            \
+                                        ")) != 0xCDCDCDCD) && ((*(unsigned long*)(" #p ")) != 0xFEEEFEEE)" )
 
 #define GMAPCONTAINS( map, key ) ( ( map ).find( key ) != ( map ).end( ) )
 #define GWITHIN( low, value, high ) ( ( low ) <= ( value ) && ( value ) <= ( high ) )
@@ -122,7 +127,10 @@ void _GCallDestructor( uint64_t threadId );
 class GCallScope
 {
 public:
-    GCallScope( const char* file, const char* function, int line, const char* comment ) { GCallEnter( file, function, line, comment ); }
+    GCallScope( const char* file, const char* function, int line, const char* comment )
+    {
+        GCallEnter( file, function, line, comment );
+    }
     ~GCallScope( ) { GCallLeave( ); }
     GCallScope( const GCallScope& ) = delete;
     GCallScope& operator=( const GCallScope& ) = delete;

@@ -18,9 +18,18 @@ struct GRect
 };
 
 // True when neither side lies before its opposite.
-constexpr bool GVALIDRECT( const GRect& rect ) { return rect.right >= rect.left && rect.bottom >= rect.top; }
-constexpr bool GRectHasVolume( const GRect& rect ) { return rect.right > rect.left && rect.bottom > rect.top; }
-constexpr bool GRectEmpty( const GRect& rect ) { return !GRectHasVolume( rect ); }
+constexpr bool GVALIDRECT( const GRect& rect )
+{
+    return rect.right >= rect.left && rect.bottom >= rect.top;
+}
+constexpr bool GRectHasVolume( const GRect& rect )
+{
+    return rect.right > rect.left && rect.bottom > rect.top;
+}
+constexpr bool GRectEmpty( const GRect& rect )
+{
+    return !GRectHasVolume( rect );
+}
 // True when the rectangle lies inside 0 .. width, 0 .. height; touching the edge is inside.
 constexpr bool GRectWithin( const GRect& rect, int width, int height )
 {
@@ -28,7 +37,8 @@ constexpr bool GRectWithin( const GRect& rect, int width, int height )
 }
 constexpr bool GRectContains( const GRect& outer, const GRect& inner )
 {
-    return inner.left >= outer.left && inner.top >= outer.top && inner.right <= outer.right && inner.bottom <= outer.bottom;
+    return inner.left >= outer.left && inner.top >= outer.top && inner.right <= outer.right &&
+           inner.bottom <= outer.bottom;
 }
 constexpr GRect GRectIntersect( const GRect& a, const GRect& b )
 {
@@ -41,4 +51,7 @@ constexpr GRect GRectUnion( const GRect& a, const GRect& b )
              a.bottom > b.bottom ? a.bottom : b.bottom };
 }
 // The empty accumulator: its union with any rectangle is that rectangle.
-constexpr GRect GRectAccumulator( ) { return { INT32_MAX, INT32_MAX, INT32_MIN, INT32_MIN }; }
+constexpr GRect GRectAccumulator( )
+{
+    return { INT32_MAX, INT32_MAX, INT32_MIN, INT32_MIN };
+}

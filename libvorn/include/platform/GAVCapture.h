@@ -31,7 +31,8 @@ public:
 void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList );
 // An empty name leaves that medium out; a device that is not found leaves its path out and the other goes on. Null when nothing
 // can be built. A name that is a path of a media file plays that file in a loop as the device of both media.
-GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDevice, int bytesPerSample, int frequency, int fps, int width, int height );
+GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDevice, int bytesPerSample, int frequency,
+                           int fps, int width, int height );
 // Both listener lists must be empty.
 void GAVCaptureClose( GAVCapture capture );
 void GAVCaptureSubscribeAudio( GAVCapture capture, IGCaptureAudioListener* listener );

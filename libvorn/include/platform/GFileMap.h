@@ -5,7 +5,8 @@
 
 struct GFileMapRecord;
 using GFileMap = GFileMapRecord*;
-GFileMap GFileMapCreate( const GWString& path, int64_t size ); // Preconditions: a path, size > 0. Space is allocated at once.
+GFileMap GFileMapCreate( const GWString& path,
+                         int64_t size ); // Preconditions: a path, size > 0. Space is allocated at once.
 GFileMap GFileMapOpen( const GWString& path, bool write );
 // A view from any offset; null for a negative length or one above 31 bits.
 char* GFileMapLock( GFileMap fileMap, int64_t offset, int64_t length );

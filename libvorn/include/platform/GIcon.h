@@ -18,16 +18,16 @@ class IGIconListener
 {
 public:
     virtual ~IGIconListener( ) = default;
-    virtual void onLButtonDown( GIcon ) { }
-    virtual void onLButtonDblClk( GIcon ) { }
-    virtual void onRButtonDown( GIcon ) { }
-    virtual void onBubbleClick( GIcon, int /*cookie*/ ) { }
+    virtual void onLButtonDown( GIcon ) {}
+    virtual void onLButtonDblClk( GIcon ) {}
+    virtual void onRButtonDown( GIcon ) {}
+    virtual void onBubbleClick( GIcon, int /*cookie*/ ) {}
 };
 GIcon GIconOpen( IGIconListener* listener );
 void GIconClose( GIcon icon );
 // Asserts GWITHIN( GIS_PUBLIC_OFFLINE, state, GIS_PRIVATE_ONLINE ); changes the icon only if it differs.
 void GIconSetState( GIcon icon, int state );
-void GIconSetText( GIcon icon, const GWString& text );                                         // Cut to 62 characters.
+void GIconSetText( GIcon icon, const GWString& text );                                      // Cut to 62 characters.
 void GIconSetBubble( GIcon icon, const GWString& title, const GWString& text, int cookie ); // Title 62, text 254, 10 s.
 // True when a tray host shows the icon; without one windows must not hide into nothing.
 bool GIconIsShown( GIcon icon );

@@ -42,7 +42,8 @@ enum GBoxIcon
     GBOX_WARNING,
     GBOX_ERROR
 };
-int GSystemMessageBox( const GWString& title, const GWString& text, const GStringVector& buttons, int defaultButton, int cancel, GBoxIcon icon );
+int GSystemMessageBox( const GWString& title, const GWString& text, const GStringVector& buttons, int defaultButton,
+                       int cancel, GBoxIcon icon );
 // File choosers; empty on cancel.
 GWString GSystemChooseFileOpen( const GWString& title );
 GWString GSystemChooseFileSave( const GWString& title, const GWString& name );

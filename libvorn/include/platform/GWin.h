@@ -33,19 +33,19 @@ public:
     virtual ~IGWinListener( ) = default;
     virtual int getNCHITTEST( GWin, int /*x*/, int /*y*/ ) { return GHIT_CLIENT; }
     virtual bool getMinSize( GWin, int& /*width*/, int& /*height*/ ) { return false; }
-    virtual void onReposition( GWin, const GRect& ) { }
+    virtual void onReposition( GWin, const GRect& ) {}
     virtual int onKeyDown( GWin, int /*key*/ ) { return 0; }
     virtual int onKeyUp( GWin, int /*key*/ ) { return 0; }
     virtual int onKeyPressed( GWin, char16_t /*character*/ ) { return 0; }
     virtual int onMouseMove( GWin, int /*x*/, int /*y*/ ) { return 0; }
-    virtual void onMouseLeft( GWin ) { }
+    virtual void onMouseLeft( GWin ) {}
     virtual int onLButtonDown( GWin, int /*x*/, int /*y*/ ) { return 0; }
     virtual int onLButtonUp( GWin, int /*x*/, int /*y*/ ) { return 0; }
     virtual int onLButtonDblClk( GWin, int /*x*/, int /*y*/ ) { return 0; }
     virtual int onRButtonDown( GWin, int /*x*/, int /*y*/ ) { return 0; }
-    virtual void onClose( GWin ) { }
-    virtual void onShow( GWin ) { }
-    virtual void onReserved( GWin ) { }
+    virtual void onClose( GWin ) {}
+    virtual void onShow( GWin ) {}
+    virtual void onReserved( GWin ) {}
     virtual int onPaste( GWin, const GWString& /*text*/ ) { return 0; }
     // Wheel steps away from the user are positive.
     virtual int onMouseWheel( GWin, int /*steps*/ ) { return 0; }

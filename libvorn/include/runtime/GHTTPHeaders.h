@@ -14,7 +14,7 @@ public:
     GHTTPHeaders( ) = default;
     explicit GHTTPHeaders( GWStringView method );
 
-    void setMethod( GWStringView method );             // "<method> / HTTP/1.1"
+    void setMethod( GWStringView method );           // "<method> / HTTP/1.1"
     void setResponse( int code, GWStringView text ); // "HTTP/1.1 <code> <text>"
     GWString getMethod( ) const;
     GWString getMethod( GWString& uri ) const;

@@ -16,7 +16,7 @@ class GInstance : public GThreadSafeObject
 {
 public:
     explicit GInstance( const GWString& filename ); // Precondition "filename.size( )". Loads the file if it exists.
-    ~GInstance( ) override;                             // Saves.
+    ~GInstance( ) override;                         // Saves.
 
     void save( );
     void logDump( );
@@ -24,11 +24,20 @@ public:
     // Assigns and notifies only if the text differs; if equal, persist and timestamp stay too.
     void set( GWStringView name, const GString& value, bool persist = false );
     void set( GWStringView name, GWStringView value, bool persist = false );
-    void set( GWStringView name, const char16_t* value, bool persist = false ) { set( name, GWStringView( value ), persist ); }
-    void set( GWStringView name, const GWString& value, bool persist = false ) { set( name, GWStringView( value ), persist ); }
+    void set( GWStringView name, const char16_t* value, bool persist = false )
+    {
+        set( name, GWStringView( value ), persist );
+    }
+    void set( GWStringView name, const GWString& value, bool persist = false )
+    {
+        set( name, GWStringView( value ), persist );
+    }
     void set( GWStringView name, const GStringList& list, bool persist = false );
     void set( GWStringView name, int64_t value, bool persist = false );
-    void set( GWStringView name, int value, bool persist = false ) { set( name, static_cast<int64_t>( value ), persist ); }
+    void set( GWStringView name, int value, bool persist = false )
+    {
+        set( name, static_cast<int64_t>( value ), persist );
+    }
     // Assigns and notifies always.
     void setRaw( GWStringView name, const char* bytes, int length, bool persist = false );
 

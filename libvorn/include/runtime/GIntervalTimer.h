@@ -7,7 +7,7 @@
 class GIntervalTimer
 {
 public:
-    explicit GIntervalTimer( int64_t duration = 0 ) : _duration( duration ) { }
+    explicit GIntervalTimer( int64_t duration = 0 ) : _duration( duration ) {}
     void start( ) { _start = GTimeGetTime( ); }
     void start( int64_t duration )
     {
@@ -31,7 +31,10 @@ public:
     // The same without restarting.
     bool isOver( ) const { return _isOver( GTimeGetTime( ) ); }
     int64_t getElapsed( ) const { return static_cast<int64_t>( GTimeGetTime( ) - _start ); }
-    int64_t getRemaining( ) const { return static_cast<int64_t>( _start + static_cast<uint64_t>( _duration ) - GTimeGetTime( ) ); }
+    int64_t getRemaining( ) const
+    {
+        return static_cast<int64_t>( _start + static_cast<uint64_t>( _duration ) - GTimeGetTime( ) );
+    }
 
 private:
     bool _isOver( uint64_t now ) const { return _start == 0 || static_cast<int64_t>( now - _start ) > _duration; }

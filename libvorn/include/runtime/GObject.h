@@ -25,7 +25,8 @@ public:
     GHeapObject& operator=( const GHeapObject& ) = delete;
 
     // Enters an object made elsewhere into the tally; all four strings must be constants.
-    static void trackObject( GHeapObject* object, const char* file, const char* function, int line, const char* className );
+    static void trackObject( GHeapObject* object, const char* file, const char* function, int line,
+                             const char* className );
     template <typename T>
     static T* trackMemory( T* pointer, const char* file, const char* function, int line, const char* className )
     {
@@ -37,5 +38,6 @@ public:
 };
 
 // GSAFENEW( GHTTPClient, ( host, request ) )
-#define GSAFENEW( Class, arguments ) GHeapObject::trackMemory( new Class arguments, __FILE__, __FUNCTION__, __LINE__, #Class )
+#define GSAFENEW( Class, arguments )                                                                                   \
+    GHeapObject::trackMemory( new Class arguments, __FILE__, __FUNCTION__, __LINE__, #Class )
 #define GTRACK( Class, pointer ) GHeapObject::trackMemory( pointer, __FILE__, __FUNCTION__, __LINE__, #Class )

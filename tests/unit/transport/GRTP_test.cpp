@@ -24,7 +24,10 @@ GString screenPacket( int size, int type )
     GComposeSS( out.data( ), type );
     return out;
 }
-int sizeOf( const GString& text ) { return static_cast<int>( text.size( ) ); }
+int sizeOf( const GString& text )
+{
+    return static_cast<int>( text.size( ) );
+}
 
 // Feeds every prefix of the packet: below `fixed` the decomposer must refuse and leave its outputs zero.
 template <typename Record, typename Function>
@@ -94,7 +97,8 @@ TEST( GRTP, PaddingExtensionAndSourcesFailTheStrictCheckAndPassTheLooseOne )
         GString bytes = packet( 16, 0x80 | GRTP_AUDIO );
         bytes[0] = first;
         EXPECT_FALSE( GDecomposeRTP( bytes.data( ), 16, header, remaining ) );
-        EXPECT_EQ( bytes.data( ) + 12, GRTPDecompose( bytes.data( ), 16, payloadType, sequence, timestamp, ssrc, remaining ) );
+        EXPECT_EQ( bytes.data( ) + 12,
+                   GRTPDecompose( bytes.data( ), 16, payloadType, sequence, timestamp, ssrc, remaining ) );
         EXPECT_EQ( GRTP_AUDIO, payloadType );
         EXPECT_EQ( 0x1234, sequence );
         EXPECT_EQ( 0x89ABCDEFU, timestamp );
@@ -268,7 +272,9 @@ TEST( GRTP, MouseAndKeyEventsKeepToTheirTypes )
         const bool isKey = type == GRTPSS_KEYDOWN || type == GRTPSS_KEYUP;
         EXPECT_EQ( isMouse, nullptr != GDecomposeRTPSSMOUSEEVENT( bytes.data( ), 20, mouse, remaining ) ) << type;
         EXPECT_EQ( isKey, nullptr != GDecomposeRTPSSKEYEVENT( bytes.data( ), 20, key, remaining ) ) << type;
-        EXPECT_EQ( type == GRTPSS_MOUSECHANGED, nullptr != GDecomposeRTPSSMOUSECHANGED( bytes.data( ), 20, mouse, remaining ) ) << type;
+        EXPECT_EQ( type == GRTPSS_MOUSECHANGED,
+                   nullptr != GDecomposeRTPSSMOUSECHANGED( bytes.data( ), 20, mouse, remaining ) )
+            << type;
     }
     GString bytes = screenPacket( 20, GRTPSS_MOUSEMOVE );
     GComposeMOUSE( bytes.data( ), 640, 480 );

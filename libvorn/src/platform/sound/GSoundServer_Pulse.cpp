@@ -103,7 +103,7 @@ bool GSoundServer::applyWaveLine( )
 {
     // Not waited for: while the lock is given away in a wait, streams come and go.
     bool good = true;
-    const auto start = [ &good ]( pa_operation* operation )
+    const auto start = [&good]( pa_operation* operation )
     {
         good &= operation != nullptr;
         if( operation ) pa_operation_unref( operation );
