@@ -12,6 +12,7 @@ struct GNetUPnPMapping
     IGDdatas data; // pMapping: its collection of mappings.
     GString port;  // pSPM: the external port of our entry.
     GWString globalHost = u"0.0.0.0:0";
+    bool isPublic = false;
 };
 
 namespace
@@ -19,7 +20,9 @@ namespace
 constexpr int DISCOVERY_MS = 1000;
 constexpr unsigned char TTL = 2;
 constexpr int TRIES = 5;
-constexpr int CONNECTED_GATEWAY = 1;
+// What the library found: a gateway with a public address, or one that stands behind another or waits for its line.
+constexpr int PUBLIC_GATEWAY = 1;
+constexpr int OTHER_GATEWAY = 2;
 constexpr char DESCRIPTION[] = "Velmora";
 
 // Finds the gateway; null when there is none. Asking from the port's own address finds that of the right network on a machine
@@ -40,7 +43,8 @@ GNetUPnPMapping* findGateway( const GString& localIP )
     const int found = UPNP_GetValidIGD( devices, &mapping->urls, &mapping->data, lanAddress, sizeof( lanAddress ) );
 #endif
     freeUPNPDevlist( devices );
-    if( found == CONNECTED_GATEWAY ) return mapping;
+    mapping->isPublic = found == PUBLIC_GATEWAY;
+    if( found == PUBLIC_GATEWAY || found == OTHER_GATEWAY ) return mapping;
     if( found ) FreeUPNPUrls( &mapping->urls );
     delete mapping;
     return nullptr;
@@ -69,6 +73,7 @@ bool add( GNetUPnPMapping* mapping, const GString& localIP, const GString& local
 void readGlobalHost( GNetUPnPMapping* mapping )
 {
     char address[64] = { };
+    if( !mapping->isPublic ) return;
     if( UPNP_GetExternalIPAddress( mapping->urls.controlURL, mapping->data.first.servicetype, address ) !=
         UPNPCOMMAND_SUCCESS )
         return;
