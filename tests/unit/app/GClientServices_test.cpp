@@ -1,5 +1,7 @@
 #include "client/app/GClientServices.h"
 
+#include "base/GUtil.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,10 +16,10 @@ TEST( GClientServices, KeepTheirOrderAndTheirNames )
     auto at = order.begin( );
     for( const GServiceRow& row : GClientServicesGet( ) )
     {
-        at = std::find( at, order.end( ), row.name );
-        ASSERT_NE( at, order.end( ) ) << GWideToUTF8( row.name );
+        at = std::find( at, order.end( ), row.threadName );
+        ASSERT_NE( at, order.end( ) ) << GWideToUTF8( row.threadName );
         ++at;
     }
     for( const size_t each : { 0, 1, 2, 5 } )
-        EXPECT_EQ( std::ranges::count( GClientServicesGet( ), order[each], &GServiceRow::name ), 1 ) << each;
+        EXPECT_EQ( std::ranges::count( GClientServicesGet( ), order[each], &GServiceRow::threadName ), 1 ) << each;
 }
