@@ -292,7 +292,7 @@ double GDebugGetPerformance( std::vector<std::pair<double, GWString>>& threads )
         threads.emplace_back( percentOf( thread.cpuTime, lastTimes[thread.thread] ), thread.name );
     }
     const double total = percentOf( process, lastProcess );
-    lastTimes.swap( times );
+    lastTimes = std::move( times );
     lastTime = now;
     lastProcess = process;
     return total;
