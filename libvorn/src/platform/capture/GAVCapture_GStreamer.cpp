@@ -322,7 +322,7 @@ constexpr DeviceTexts VIDEO_TEXTS{ u"Enumerating video capture devices.", u"VIDE
 GStringList listDevices( GCaptureKind kind, const DeviceTexts& texts )
 {
     GLOG( texts.start );
-    const GStringList names = GCaptureListDevices( kind );
+    GStringList names = GCaptureListDevices( kind );
     GLOG( u"Enumerating up to ", MAX_MONIKERS, u" devices." );
     GLOG( static_cast<int>( names.size( ) ), u" devices found." );
     int i = 0;
