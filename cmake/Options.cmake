@@ -18,7 +18,7 @@ if(CCACHE_PROGRAM)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Werror
-                    -fno-strict-aliasing -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/= -fmacro-prefix-map=../../=)
+                    -fno-strict-aliasing -fmacro-prefix-map=../../=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 reports overlapping copies inside std::string that do not exist.
   add_compile_options(-Wno-restrict -Wno-stringop-overflow -Wno-stringop-overread -Wno-array-bounds)

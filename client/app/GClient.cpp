@@ -29,6 +29,7 @@ GClient::GClient( const GWString& settingsPath, const GWString& avi, const GWStr
     _instance = GSAFENEW( GInstance, ( settingsPath ) );
     _port = GSAFENEW( GMegaPort, ( _instance->get( u"Local_User_GUID" ) ) );
     _applyLogFilter( );
+    GTextKeepAstral( _isRobust( ) );
     GClientSettingsApplyOptions( _instance,
                                  { settingsPath, avi, host, keepLogfiles, upgraded, uploadlogfiles, forceturn } );
     GClientSettingsApplyDefaults( _instance );

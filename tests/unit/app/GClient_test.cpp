@@ -210,6 +210,17 @@ TEST_F( Client, FirstRunLogsEverything )
     EXPECT_EQ( GLogGetFilter( ), "acd" );
 }
 
+TEST_F( Client, FacesSurviveInTextsWithTheRemedyOnly )
+{
+    open( );
+    EXPECT_EQ( u"X", GUTF8ToWide( "\xF0\x9F\x98\x80" ) );
+    close( );
+    settings( { { "Robust_Client", "1" } } );
+    open( );
+    EXPECT_EQ( 2U, GUTF8ToWide( "\xF0\x9F\x98\x80" ).size( ) );
+    GTextKeepAstral( false );
+}
+
 TEST_F( Client, OptionsBecomeSettingsThatAreNotSaved )
 {
     settings( { } );
