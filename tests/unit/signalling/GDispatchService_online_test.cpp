@@ -421,12 +421,20 @@ TEST_F( DispatchOnline, RemedyKeepsTheRelayAlive )
 TEST_F( DispatchOnline, RemedyOffersAPublicMappingAsARoute )
 {
     instance->set( u"Robust_Signalling", 1 );
+    // The gateway answers once the client is on line.
+    static GEvent online = nullptr;
+    online = GEventOpen( );
     GUPnPFunctions gateway;
-    gateway.open = []( const GWString&, int, int ) { return reinterpret_cast<GNetUPnPMapping*>( 1 ); };
+    gateway.open = []( const GWString&, int, int )
+    {
+        GEventWait( online, 10000000 );
+        return reinterpret_cast<GNetUPnPMapping*>( 1 );
+    };
     gateway.getGlobalHost = []( const GNetUPnPMapping* ) { return GWString( u"7.7.7.7:50000" ); };
     gateway.close = []( GNetUPnPMapping* ) {};
     service->setUPnPFunctions( gateway );
     toOnline( );
+    GEventSet( online );
     GStringList routes;
     for( int i = 0; i < 2000 && routes.size( ) < 3; ++i )
     {
@@ -434,11 +442,12 @@ TEST_F( DispatchOnline, RemedyOffersAPublicMappingAsARoute )
         instance->get( u"Route_List", routes );
     }
     EXPECT_EQ( routes.back( ), u"unrestricted://7.7.7.7:50000" );
-    // The server hears of it, be it with the first registration or with the next one.
-    passes( 1, 100000 );
+    // The server hears of it with the next registration.
+    passes( 2, 100000 );
     GHTTPHeaders newest;
     GHTTPHeaders next;
     while( sip.hear( next ) )
         if( next.isMethod( u"REGISTER" ) ) newest = next;
     EXPECT_TRUE( newest.get( u"Route-List" ).find( u"unrestricted://7.7.7.7:50000" ) != GWString::npos );
+    GEventClose( online );
 }
