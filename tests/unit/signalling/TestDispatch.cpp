@@ -72,6 +72,9 @@ GHTTPHeaders TestDispatch::hearAt( TestUDPHost& host, GWStringView method )
     GHTTPHeaders message;
     while( host.hear( message ) )
         if( message.isMethod( method ) ) return message;
+    host.await( );
+    while( host.hear( message ) )
+        if( message.isMethod( method ) ) return message;
     ADD_FAILURE( ) << "nobody asked for " << GWideToUTF8( method );
     return { };
 }

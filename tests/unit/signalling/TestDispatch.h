@@ -10,6 +10,7 @@
 #include "support/TestTcpServer.h"
 
 #include <gtest/gtest.h>
+#include <utility>
 
 // One host of the network, with what it heard last.
 class TestUDPHost
@@ -17,11 +18,17 @@ class TestUDPHost
 public:
     TestUDPHost( ) : _port( GNetUDPPortOpen( u"127.0.0.1:0" ) ) {}
     ~TestUDPHost( ) { GNetUDPPortClose( _port ); }
+    // Something was said that the service has not read yet.
+    static inline bool said = false;
+    static constexpr int64_t PATIENCE = 2000000;
+
     TestUDPHost( const TestUDPHost& ) = delete;
     TestUDPHost& operator=( const TestUDPHost& ) = delete;
 
     const GWString& host( ) const { return _port->host; }
     const GWString& from( ) const { return _from; }
+    // Waits for a datagram that is known to be on its way; a busy machine delivers late.
+    void await( ) const { GNetWait( { _port }, { }, { }, PATIENCE ); }
     // Next datagram as it is; false when there is none.
     bool hearRaw( GString& data )
     {
@@ -40,6 +47,7 @@ public:
     }
     void say( const GWString& to, const GString& data ) const
     {
+        said = true;
         GNetUDPPortSend( _port, to, data.data( ), static_cast<int>( data.size( ) ) );
     }
     // Answers that request to the host that it came from last.
@@ -68,7 +76,8 @@ protected:
     TestDispatch( );
     ~TestDispatch( ) override;
 
-    void pass( ) { service->pass( 0 ); }
+    void pass( ) { service->pass( std::exchange( TestUDPHost::said, false ) ? ARRIVAL : 0 ); }
+    static constexpr int64_t ARRIVAL = 20000;
     // Passes until the state is reached, for what comes over TCP; the clock stands still meanwhile.
     bool passUntil( GDispatchService::State wanted );
     void passes( int count, int64_t period );
