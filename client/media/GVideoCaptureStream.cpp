@@ -120,16 +120,14 @@ void GVideoCaptureStream::onVideoFrame( uint64_t timestamp, const GImageFormat& 
     const GMutexScope scope( _videoMutex );
     GPRECONDITION( buffer && length >= 0 );
     if( !_videoEnabled || _fps <= 0 ) return;
-    const bool stale = _isRobust( ) && timestamp - _encoderStart > ENCODER_LIFE;
-    if( !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) && _theoraEncoder &&
-        format == _imageFormat )
-        return;
+    const bool due = timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps );
+    const bool stale = due && _isRobust( ) && timestamp - _encoderStart > ENCODER_LIFE;
     if( !_theoraEncoder || format != _imageFormat || stale )
     {
         _onVideoFormatSet( format );
         _encoderStart = timestamp;
     }
-    if( !_theoraEncoder || !( timestamp - _lastVideoTime > static_cast<uint64_t>( SECOND / _fps ) ) ) return;
+    if( !_theoraEncoder || !due ) return;
     GASSERT( _theoraEncoder->getOutputWidth( ) == _theoraEncoder->getOutputHeight( ) );
     _lastVideoTime = timestamp;
     _theoraEncoder->encode( buffer, length, _videoFrame );
