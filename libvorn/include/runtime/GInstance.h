@@ -11,6 +11,7 @@
 #include <atomic>
 #include <deque>
 #include <map>
+#include <mutex>
 
 class GInstance : public GThreadSafeObject
 {
@@ -18,6 +19,7 @@ public:
     explicit GInstance( const GWString& filename ); // Precondition "filename.size( )". Loads the file if it exists.
     ~GInstance( ) override;                         // Saves.
 
+    // Replaces the settings file whole, or warns and leaves the old one in place. Returns when the text is on the disk.
     void save( );
     void logDump( );
 
@@ -88,6 +90,7 @@ private:
         int arg;
     };
     void _load( );
+    bool _write( const GString& out );
     void _notify( const GWString& lname );
     void _changed( );
     Value* _find( GWStringView name );
@@ -97,4 +100,7 @@ private:
     std::map<GWString, Value, std::less<>> _nameValueMap;
     std::map<GWString, std::deque<GString>, std::less<>> _queueMap;
     std::map<GWString, std::list<Watcher>, std::less<>> _watchMap;
+    uint64_t _saveCount = 0; // Texts built.
+    std::mutex _saveMutex;   // Taken last, around the file alone.
+    uint64_t _savedCount = 0;
 };

@@ -2,6 +2,7 @@
 
 #include "base/GDebug.h"
 #include "base/GLineGrammar.h"
+#include "platform/GFileAside.h"
 #include "platform/GTime.h"
 
 #include <algorithm>
@@ -76,16 +77,29 @@ void GInstance::_load( )
 void GInstance::save( )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     GString out;
+    lock( );
+    const uint64_t number = ++_saveCount;
     for( const auto& [name, value] : _nameValueMap )
         if( value.persist && !name.empty( ) )
             out += GEscape( GWideToUTF8( name ), ": " ) + ": " + GEscape( value.value, "" ) + "\n";
+    unlock( );
     out += "\n";
-    FILE* const fp = fopen( GWideToUTF8( _filename ).c_str( ), "wt" );
-    if( !GVERIFY( fp ) ) return;
-    GVERIFY( fwrite( out.c_str( ), 1, out.size( ), fp ) == out.size( ) );
-    GVERIFY( !fclose( fp ) );
+    // A disk takes its time: only open may hold the lock for long. Texts of two threads reach the file in the order they were built.
+    const std::scoped_lock saving( _saveMutex );
+    if( number > _savedCount && _write( out ) ) _savedCount = number;
+}
+
+bool GInstance::_write( const GString& out )
+{
+    const GFileAside file = GFileAsideOpen( GWideToUTF8( _filename ) );
+    FILE* const fp = file ? GFileAsideGetStream( file ) : nullptr;
+    if( !GVERIFY( fp ) ) return false;
+    const bool written = GVERIFY( fwrite( out.c_str( ), 1, out.size( ), fp ) == out.size( ) );
+    const bool synced = written && GVERIFY( GFileAsideSync( file ) );
+    const bool closed = GVERIFY( !fclose( fp ) );
+    const bool whole = synced && closed;
+    return GVERIFY( GFileAsideClose( file, whole ) || !whole ) && whole;
 }
 
 void GInstance::logDump( )
