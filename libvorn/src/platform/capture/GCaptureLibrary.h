@@ -6,6 +6,7 @@
 #define GThread GLibThread
 #define GTimer GLibTimer
 #include <gst/app/gstappsink.h>
+#include <gst/audio/audio.h>
 #include <gst/gst.h>
 #include <gst/video/video.h>
 #undef GString

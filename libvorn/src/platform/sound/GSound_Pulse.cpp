@@ -3,8 +3,8 @@
 #include "platform/GSound.h"
 
 #include "base/GUtil.h"
+#include "platform/common/GWaveFile.h"
 #include "platform/sound/GSoundServer_Pulse.h"
-#include "platform/sound/GWaveFile.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "platform/sound/GWaveFile.h"
+#include "platform/common/GWaveFile.h"
 
 #include "base/GBytes.h"
 
