@@ -161,11 +161,15 @@ void GClient::_drainCommandQueue( )
     }
 }
 
-// With the remedy the list has one order, and a moment without any address is no change yet.
+// With the remedy the list is that of the interfaces and has one order, and a moment without any address is no change yet.
 bool GClient::_listIPs( GStringList& list )
 {
-    _platform.listIPs( list );
-    if( !_isRobust( ) ) return true;
+    if( !_isRobust( ) )
+    {
+        _platform.listIPs( list );
+        return true;
+    }
+    _platform.listInterfaceIPs( list );
     list.sort( );
     if( !list.empty( ) || _localIPs.empty( ) )
     {

@@ -27,6 +27,7 @@ GClientPlatform GClientPlatformGet( )
         .postQuit = GWinPostQuit,
         .isTerminating = GIsSystemTerminating,
         .listIPs = GNetListIPs,
+        .listInterfaceIPs = GNetListInterfaceIPs,
         .playSound = GSoundPlay,
         .isMuted = GSoundIsMuted,
         .setMute = GSoundSetMute,

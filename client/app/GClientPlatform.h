@@ -43,6 +43,7 @@ struct GClientPlatform
     // The system has asked the program to end.
     std::function<bool( )> isTerminating;
     std::function<bool( GStringList& list )> listIPs;
+    std::function<bool( GStringList& list )> listInterfaceIPs;
     std::function<void( const GWString& path )> playSound;
     std::function<bool( )> isMuted;
     std::function<void( bool mute )> setMute;

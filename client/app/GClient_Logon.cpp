@@ -6,18 +6,28 @@
 #include "protocol/GProtocol.h"
 #include "runtime/GInstance.h"
 
+#include <algorithm>
+
 namespace
 {
 constexpr size_t NUM_STUN_HOSTS = 4;
 constexpr char16_t DISPATCH_QUEUE[] = u"GDispatchService_commandQueue";
 constexpr char16_t SIP_QUEUE[] = u"GSIPService_commandQueue";
 
+// Hosts are dotted: a name would be looked up on threads that must not wait.
+bool areHosts( const GHTTPHeaders& response, const GWString& name, size_t least )
+{
+    GStringList hosts;
+    response.get( name, hosts );
+    return hosts.size( ) >= least && std::all_of( hosts.begin( ), hosts.end( ), GNetIsUnicastHost );
+}
+
 bool isValidReply( const GHTTPHeaders& response )
 {
-    GStringList stunHosts;
-    response.get( GProtocol::STUN_HOST_LIST, stunHosts );
-    return stunHosts.size( ) >= NUM_STUN_HOSTS && !response.get( GProtocol::SIP_HOST_LIST ).empty( ) &&
-           !response.get( GProtocol::TURN_HOST ).empty( ) && !response.get( GProtocol::LOGFILE_HOST ).empty( );
+    return areHosts( response, GProtocol::STUN_HOST_LIST, NUM_STUN_HOSTS ) &&
+           areHosts( response, GProtocol::SIP_HOST_LIST, 1 ) &&
+           GNetIsUnicastHost( response.get( GProtocol::TURN_HOST ) ) &&
+           GNetIsUnicastHost( response.get( GProtocol::LOGFILE_HOST ) );
 }
 } // namespace
 

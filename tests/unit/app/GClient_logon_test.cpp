@@ -114,6 +114,22 @@ TEST_F( ClientLogon, ReplyThatLacksAHostOrAUsableIdIsInvalid )
     }
 }
 
+TEST_F( ClientLogon, ReplyWithAHostThatIsNotDottedIsInvalid )
+{
+    for( const GWString name : { u"SIP-Host-List", u"TURN-Host", u"Logfile-Host", u"STUN-Host-List" } )
+    {
+        open( );
+        GHTTPHeaders reply = goodReply( );
+        if( name == u"STUN-Host-List" )
+            reply.set( name, GStringList{ u"1.1.1.1:1", u"1.1.1.2:2", u"1.1.1.3:3", u"stun.example:4" } );
+        else
+            reply.set( name, u"server.example:443" );
+        answerLogon( reply );
+        EXPECT_EQ( get( u"Logon_Status" ), u"-- Invalid server reply --" ) << GWideToUTF8( name );
+        close( );
+    }
+}
+
 TEST_F( ClientLogon, RefusalTellsWhetherTheAccountOrTheNameIsWrong )
 {
     open( );

@@ -100,10 +100,15 @@ void fillSystem( GClientPlatform& platform )
         return desktop_->savePath;
     };
     platform.isTerminating = [] { return desktop_->terminating; };
-    platform.listIPs = []( GStringList& list )
+    platform.listInterfaceIPs = []( GStringList& list )
     {
         list = desktop_->ips;
         return !list.empty( );
+    };
+    platform.listIPs = [interfaces = platform.listInterfaceIPs]( GStringList& list )
+    {
+        ++desktop_->lookUps;
+        return interfaces( list );
     };
     platform.playSound = []( const GWString& path ) { desktop_->sounds.push_back( path ); };
     platform.isMuted = [] { return desktop_->muted; };

@@ -41,6 +41,7 @@ struct TestDesktop
     double wave = 0;
     GWString savePath;
     std::function<void( )> onQuestion;
+    int lookUps = 0; // Of the machine's own name.
     GStringList ips; // As many as before the first tick, so that the network does not change unless a test says so.
 };
 

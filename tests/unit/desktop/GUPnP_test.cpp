@@ -95,4 +95,11 @@ TEST( GNetUPnPMapping, AddressAndPortAreRequired )
 TEST( GNetUPnPMappingDeathTest, NullMappingAborts )
 {
     EXPECT_DEATH( GNetUPnPMappingClose( nullptr ), "mapping" );
+    EXPECT_DEATH( GNetUPnPMappingGetGlobalHost( nullptr ), "mapping" );
+}
+
+TEST( GNetUPnPMappingDeathTest, RangeWithoutAPortAborts )
+{
+    EXPECT_DEATH( GNetUPnPMappingOpen( HOST, LOW, LOW ), "lowPort < highPort" );
+    EXPECT_DEATH( GNetUPnPMappingOpen( HOST, HIGH, LOW ), "lowPort < highPort" );
 }

@@ -41,8 +41,8 @@ TEST( GNetHost, ReadsDottedAddressesInHostOrder )
     EXPECT_TRUE( GNetParseAddress( u"1.2.3.4", value ) );
     EXPECT_EQ( value, 0x01020304u );
     EXPECT_TRUE( parses( u"255.255.255.255" ) );
-    for( const GWString text :
-         { u"", u"1.2.3", u"1.2.3.4.5", u"256.1.1.1", u"1..2.3", u"1.2.3.4 ", u"name", u"0x1.2.3.4", u"1.2.3.0004" } )
+    for( const GWString text : { u"", u"1.2.3", u"1.2.3.4.5", u"256.1.1.1", u"1..2.3", u"1.2.3.4 ", u"name",
+                                 u"0x1.2.3.4", u"1.2.3.0004", u"01.2.3.4", u"1.2.3.00" } )
         EXPECT_FALSE( parses( text ) );
 }
 TEST( GNetHost, OnlyUnicastHostsCanBeRoutes )
@@ -52,6 +52,24 @@ TEST( GNetHost, OnlyUnicastHostsCanBeRoutes )
     for( const GWString host : { u"0.0.0.0:0", u"0.1.2.3:80", u"224.0.0.1:80", u"255.255.255.255:80", u"240.0.0.1:80",
                                  u"name:80", u"5.5.5.1:0" } )
         EXPECT_FALSE( GNetIsUnicastHost( host ) );
+}
+TEST( GNetHost, ComposesWhatItSplits )
+{
+    GWString host = u"old";
+    GNetComposeHost( 0x010203FF, 65535, host );
+    EXPECT_EQ( host, u"1.2.3.255:65535" );
+    GNetComposeHost( 0, 0, host );
+    EXPECT_EQ( host, u"0.0.0.0:0" );
+}
+TEST( GNetHost, OnlyLettersDigitsAndAFewSignsCanBeANameForALookUp )
+{
+    for( const GWString name : { u"a", u"name.example", u"xn--bcher-kva.example", u"_sip.example", u"7" } )
+        EXPECT_TRUE( GNetIsName( name ) );
+    for( const GWString name : { u"", u"a b", u"a/b", u"\u00FC.example", u"a\n", u"a:1", u"%", u"@" } )
+        EXPECT_FALSE( GNetIsName( name ) );
+    EXPECT_FALSE( GNetIsName( GWString( u"a\0b", 3 ) ) );
+    EXPECT_TRUE( GNetIsName( GWString( 253, u'a' ) ) );
+    EXPECT_FALSE( GNetIsName( GWString( 254, u'a' ) ) );
 }
 TEST( GNetHost, KnowsLoopback )
 {

@@ -4,6 +4,7 @@
 #include "base/GPortable.h"
 #include "base/GUtil.h"
 #include "platform/GThread.h"
+#include "support/CountAllocations.h"
 #include "support/TestLog.h"
 
 #include <arpa/inet.h>
@@ -202,8 +203,8 @@ TEST( GNetUDPPort, AnErrorWhenSendingClosesThePortUnlessItForgives )
     const Port forgiving = openPort( );
     GNetUDPPortSetForgiving( forgiving.get( ), true );
     TestLog::expect( "exceeds recommended MTU" );
-    TestLog::expect( "WARNING Error when sending via port '" + GWideToUTF8( strict->host ) + "', closing. (" );
-    TestLog::expect( "WARNING Error when sending via port '" + GWideToUTF8( forgiving->host ) + "', ignoring. (" );
+    TestLog::expect( "WARNING Error when sending via port '" + GWideToUTF8( strict->host ) + ", closing. (" );
+    TestLog::expect( "WARNING Error when sending via port '" + GWideToUTF8( forgiving->host ) + ", ignoring. (" );
     GNetUDPPortSend( strict.get( ), forgiving->host, tooLong.data( ), static_cast<int>( tooLong.size( ) ) );
     GNetUDPPortSend( forgiving.get( ), strict->host, tooLong.data( ), static_cast<int>( tooLong.size( ) ) );
     EXPECT_FALSE( strict->alive );
@@ -228,7 +229,7 @@ TEST( GNetUDPPort, LargeReadsTakeWholeDatagrams )
 TEST( GNetUDPPort, ABrokenHandleEndsThePort )
 {
     const Port port = openPort( );
-    TestLog::expect( "WARNING Error when receiving via port '" + GWideToUTF8( port->host ) + "', closing. (" );
+    TestLog::expect( "WARNING Error when receiving via port '" + GWideToUTF8( port->host ) + ", closing. (" );
     const int handle = port->handle;
     port->handle = -1;
     GString buffer;
@@ -362,16 +363,45 @@ TEST( GNetTCPSocket, NoHostWarnsAndOpensNothing )
     EXPECT_EQ( GNetTCPSocketOpen( u"0.0.0.0:0" ), nullptr );
 }
 
+TEST( GNetTCPSocket, ADeadSocketIsNotShutDown )
+{
+    const Listener listener;
+    const Socket socket( GNetTCPSocketOpen( listener.host ) );
+    const int other = listener.accept( );
+    socket->alive = false;
+    GNetTCPSocketShutdown( socket.get( ) );
+    EXPECT_FALSE( TestLog::contains( "Shutting down socket" ) );
+    char byte = 0;
+    EXPECT_EQ( ::recv( other, &byte, 1, MSG_DONTWAIT ), -1 ) << "the other side sees no end";
+    socket->alive = true;
+    GNetTCPSocketShutdown( socket.get( ) );
+    EXPECT_TRUE( TestLog::contains( "Shutting down socket '" + GWideToUTF8( listener.host ) + "'" ) );
+    EXPECT_EQ( ::recv( other, &byte, 1, 0 ), 0 );
+    ::close( other );
+}
+
 // ---- Odds.
-TEST( GNet, ListsTheMachinesAddresses )
+TEST( GNet, ListsTheAddressesOfItsInterfaces )
 {
     GStringList list{ u"old" };
-    ASSERT_TRUE( GNetListIPs( list ) );
+    ASSERT_TRUE( GNetListInterfaceIPs( list ) );
     for( const GWString& ip : list )
     {
         uint32_t value = 0;
         EXPECT_TRUE( GNetParseAddress( ip, value ) );
     }
+}
+TEST( GNet, LogsWhatItOpensAndCloses )
+{
+    const Listener listener;
+    GNetUDPPort* port = GNetUDPPortOpen( u"127.0.0.1:0" );
+    const std::string local = GWideToUTF8( port->host );
+    GNetUDPPortClose( port );
+    EXPECT_TRUE( TestLog::contains( "Closing port bound to '" + local + "'" ) );
+    GNetTCPSocketClose( GNetTCPSocketOpen( listener.host ) );
+    const std::string remote = GWideToUTF8( listener.host );
+    EXPECT_TRUE( TestLog::contains( "Opening socket to '" + remote + "'" ) );
+    EXPECT_TRUE( TestLog::contains( "Closing socket '" + remote + "'" ) );
 }
 TEST( GNet, AnUncleanShutdownStopsEveryOperation )
 {
@@ -379,21 +409,70 @@ TEST( GNet, AnUncleanShutdownStopsEveryOperation )
     const Port a = openPort( );
     const Port b = openPort( );
     const Socket socket( GNetTCPSocketOpen( listener.host ) );
+    const int other = listener.accept( );
     GNetUDPPortSend( a.get( ), b->host, "x", 1 );
     ASSERT_TRUE( GNetWait( { b.get( ) }, { }, { }, DEADLINE ) );
+    ASSERT_EQ( ::send( other, "y", 1, 0 ), 1 );
+    ASSERT_TRUE( GNetWait( { }, { socket.get( ) }, { }, DEADLINE ) );
+    TestLog::clear( );
     GString buffer;
     GWString host;
-    GStringList list;
+    GStringList list{ u"old" };
     {
+        const SleepRecorder recorder;
         const ShutdownScope scope;
         EXPECT_EQ( GNetUDPPortOpen( u"127.0.0.1:0" ), nullptr );
-        EXPECT_EQ( GNetTCPSocketOpen( listener.host ), nullptr );
+        EXPECT_EQ( GNetTCPSocketOpen( u"" ), nullptr );
         EXPECT_FALSE( GNetUDPPortRecv( b.get( ), buffer, host ) );
+        GNetUDPPortSend( b.get( ), a->host, "", 0 );
         EXPECT_FALSE( GNetWait( { b.get( ) }, { }, { }, DEADLINE ) );
+        EXPECT_FALSE( GNetWait( { }, { }, { }, DEADLINE ) );
+        EXPECT_EQ( slept_, 0 );
         EXPECT_EQ( GNetTCPSocketSend( socket.get( ), "x", 1 ), 0 );
+        EXPECT_FALSE( GNetTCPSocketRecv( socket.get( ), buffer ) );
+        EXPECT_EQ( GNetTCPSocketGetLocalHost( socket.get( ) ), u"0.0.0.0:0" );
+        GNetTCPSocketShutdown( socket.get( ) );
+        GNetTCPSocketClose( socket.get( ) );
+        GNetUDPPortClose( b.get( ) );
         EXPECT_FALSE( GNetListIPs( list ) );
+        EXPECT_TRUE( list.empty( ) );
+        EXPECT_FALSE( GNetListInterfaceIPs( list ) );
+        EXPECT_EQ( GNetUDPPortGetMTU( b.get( ) ), 1472 );
+        EXPECT_TRUE( GNetUDPPortIsAlive( b.get( ) ) );
+        EXPECT_TRUE( GNetTCPSocketIsAlive( socket.get( ) ) );
     }
-    EXPECT_TRUE( GNetUDPPortRecv( b.get( ), buffer, host ) );
+    EXPECT_TRUE( TestLog::lines( ).empty( ) );
+    EXPECT_TRUE( GNetUDPPortRecv( b.get( ), buffer, host ) ) << "nothing was taken or closed";
+    EXPECT_TRUE( GNetTCPSocketRecv( socket.get( ), buffer ) );
+    EXPECT_FALSE( GNetWait( { a.get( ) }, { }, { }, 0 ) ) << "nothing was sent";
+    char byte = 0;
+    EXPECT_EQ( ::recv( other, &byte, 1, MSG_DONTWAIT ), -1 );
+    ::close( other );
+}
+// A port can hold a thousand datagrams a second for hours.
+TEST( GNet, DatagramsTakeNothingFromTheHeap )
+{
+    const Port a = openPort( );
+    const Port b = openPort( );
+    GNetUDPPortSetLargeReads( b.get( ), true );
+    const GNetSourceList sources{ b.get( ) };
+    const GNetSourceList none;
+    const GString data( 1472, 'x' );
+    GString buffer;
+    GWString host;
+    int received = 0;
+    const auto exchange = [&]
+    {
+        for( int i = 0; i < 50; ++i )
+        {
+            GNetUDPPortSend( a.get( ), b->host, data.data( ), 1472 );
+            GNetWait( sources, none, none, DEADLINE );
+            received += GNetUDPPortRecv( b.get( ), buffer, host );
+        }
+    };
+    exchange( );
+    EXPECT_EQ( countAllocations( exchange ), 0 );
+    EXPECT_EQ( received, 100 );
 }
 TEST( GNetDeath, NullAndNegativeArgumentsAbort )
 {
@@ -402,6 +481,15 @@ TEST( GNetDeath, NullAndNegativeArgumentsAbort )
     EXPECT_DEATH( GNetUDPPortRecv( nullptr, buffer, host ), "port" );
     EXPECT_DEATH( GNetUDPPortSend( nullptr, u"127.0.0.1:9", "x", 1 ), "p && buffer" );
     EXPECT_DEATH( GNetWait( { }, { }, { }, -1 ), "timeout >= 0" );
+    EXPECT_DEATH( GNetUDPPortGetMTU( nullptr ), "port" );
+    EXPECT_DEATH( GNetUDPPortIsAlive( nullptr ), "port" );
+    EXPECT_DEATH( GNetUDPPortGetLocalHost( nullptr ), "port" );
+    EXPECT_DEATH( GNetUDPPortClose( nullptr ), "port" );
+    EXPECT_DEATH( GNetTCPSocketGetLocalHost( nullptr ), "socket" );
+    EXPECT_DEATH( GNetTCPSocketSend( nullptr, "x", 1 ), "socket" );
+    EXPECT_DEATH( GNetTCPSocketRecv( nullptr, buffer ), "socket" );
+    EXPECT_DEATH( GNetTCPSocketShutdown( nullptr ), "socket" );
+    EXPECT_DEATH( GNetTCPSocketIsAlive( nullptr ), "socket" );
     EXPECT_DEATH( GNetTCPSocketClose( nullptr ), "socket" );
     const Port port = openPort( );
     EXPECT_DEATH( GNetUDPPortSend( port.get( ), u"127.0.0.1:9", nullptr, 1 ), "p && buffer" );

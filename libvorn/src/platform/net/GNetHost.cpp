@@ -1,10 +1,13 @@
 // Host text: the form "ip:port" and what a stranger may name in it. Pure text, no sockets.
-#include "base/GUtil.h"
+#include "base/GPortable.h"
 #include "platform/GNet.h"
+
+#include <algorithm>
 
 namespace
 {
 constexpr uint32_t BROADCAST = 0xFFFFFFFF;
+constexpr size_t MAX_NAME_LENGTH = 253;
 
 // Decimal digits only, 0 to `limit`; false for anything else.
 bool parseNumber( GWStringView text, uint32_t limit, uint32_t& value )
@@ -18,22 +21,35 @@ bool parseNumber( GWStringView text, uint32_t limit, uint32_t& value )
     }
     return value <= limit;
 }
-} // namespace
 
-bool GNetSplitHost( const GWString& host, GWString& address, int& port )
+bool splitHost( GWStringView host, GWStringView& address, int& port )
 {
-    address.clear( );
-    port = 0;
     const size_t colon = host.find( u':' );
-    if( colon == GWString::npos || colon == 0 ) return false;
+    if( colon == GWStringView::npos || colon == 0 ) return false;
     uint32_t number = 0;
-    if( !parseNumber( GWStringView( host ).substr( colon + 1 ), 65535, number ) || !number ) return false;
+    if( !parseNumber( host.substr( colon + 1 ), 65535, number ) || !number ) return false;
     address = host.substr( 0, colon );
     port = static_cast<int>( number );
     return true;
 }
 
-bool GNetParseAddress( const GWString& address, uint32_t& value )
+bool isOfName( char16_t c )
+{
+    return GWITHIN( u'a', c, u'z' ) || GWITHIN( u'A', c, u'Z' ) || GWITHIN( u'0', c, u'9' ) || c == u'-' || c == u'_' ||
+           c == u'.';
+}
+} // namespace
+
+bool GNetSplitHost( const GWString& host, GWString& address, int& port )
+{
+    GWStringView part;
+    port = 0;
+    const bool whole = splitHost( host, part, port );
+    address = GWString( part );
+    return whole;
+}
+
+bool GNetParseAddress( GWStringView address, uint32_t& value )
 {
     value = 0;
     GWStringView rest = address;
@@ -44,23 +60,41 @@ bool GNetParseAddress( const GWString& address, uint32_t& value )
         const GWStringView text = rest.substr( 0, dot );
         uint32_t number = 0;
         if( text.size( ) > 3 || !parseNumber( text, 255, number ) ) return false;
+        // The system reads such a number as octal; nobody writes an address so who means well.
+        if( text.size( ) > 1 && text[0] == u'0' ) return false;
         value = value << 8 | number;
         rest = part == 3 ? GWStringView( ) : rest.substr( dot + 1 );
     }
     return true;
 }
 
-bool GNetIsUnicastHost( const GWString& host )
+void GNetComposeHost( uint32_t address, int port, GWString& host )
 {
-    GWString address;
+    host.clear( );
+    for( int shift = 24; shift >= 0; shift -= 8 )
+    {
+        GAppendOne( host, address >> shift & 255 );
+        host += shift ? u'.' : u':';
+    }
+    GAppendOne( host, port );
+}
+
+bool GNetIsName( GWStringView text )
+{
+    return GWITHIN( 1u, text.size( ), MAX_NAME_LENGTH ) && std::all_of( text.begin( ), text.end( ), isOfName );
+}
+
+bool GNetIsUnicastHost( GWStringView host )
+{
+    GWStringView address;
     int port = 0;
     uint32_t value = 0;
-    if( !GNetSplitHost( host, address, port ) || !GNetParseAddress( address, value ) ) return false;
+    if( !splitHost( host, address, port ) || !GNetParseAddress( address, value ) ) return false;
     const uint32_t network = value >> 24;
     return network != 0 && network < 224 && value != BROADCAST;
 }
 
-bool GNetIsLoopbackHost( const GWString& host )
+bool GNetIsLoopbackHost( GWStringView host )
 {
     uint32_t value = 0;
     return GNetParseAddress( host.substr( 0, host.find( u':' ) ), value ) && value >> 24 == 127;

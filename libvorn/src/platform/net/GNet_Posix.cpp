@@ -25,15 +25,23 @@ constexpr int MTU = 1472; // 1500 less the IPv4 and UDP headers.
 constexpr int RECV_SIZE = 4 * MTU;
 constexpr int LARGE_RECV_SIZE = 65535;
 constexpr int BLOCK_SIZE = 2048;
+constexpr size_t MAX_STREAM_BYTES =
+    16 << 20; // In one call: a sender that is faster than we are never ends it otherwise.
+constexpr size_t HOST_NAME_SIZE = 128;
 constexpr size_t MAX_WAIT = 64;
 constexpr char16_t NO_HOST[] = u"0.0.0.0:0";
 
+// For log texts alone: the last call's error, of whichever thread.
 std::atomic<int> lastError_ = 0;
 
-GWString lastErrorText( )
+GString describeLastError( )
 {
     std::array<char, 256> buffer{ };
-    return GConcat( u" (", std::string_view( ::strerror_r( lastError_, buffer.data( ), buffer.size( ) ) ), u")" );
+    return ::strerror_r( lastError_, buffer.data( ), buffer.size( ) );
+}
+GWString lastErrorText( )
+{
+    return GConcat( u" (", describeLastError( ), u")" );
 }
 
 // The error filters: true when the last call failed for good.
@@ -48,49 +56,69 @@ bool failedStream( )
     const int error = lastError_ = errno;
     return error != EWOULDBLOCK && error != EAGAIN && error != EINTR && error != EINPROGRESS && error != ENOTCONN;
 }
-bool brokenSocket( )
+// Of a port that forgives: true when the socket itself is of no use any more, whatever is sent.
+bool isBroken( int error )
 {
-    return lastError_ == EBADF || lastError_ == ENOTSOCK || lastError_ == EINVAL;
+    return error == EBADF || error == ENOTSOCK || error == EINVAL;
 }
 
-// A blocking look-up; 0 when the name stays unresolved. Dotted addresses never come here.
-in_addr_t resolve( const GString& name )
+// A blocking look-up: the addresses of a name in the resolver's order, none when it stays unresolved.
+std::vector<in_addr> lookUp( const char* name )
 {
-    addrinfo hints{ };
-    hints.ai_family = AF_INET;
-    addrinfo* found = nullptr;
-    if( ::getaddrinfo( name.c_str( ), nullptr, &hints, &found ) != 0 || !found ) return 0;
-    sockaddr_in address{ };
-    std::memcpy( &address, found->ai_addr, sizeof( address ) );
-    ::freeaddrinfo( found );
-    return address.sin_addr.s_addr;
+    hostent entry{ };
+    hostent* found = nullptr;
+    std::array<char, 8192> room;
+    int error = 0;
+    std::vector<in_addr> addresses;
+    if( ::gethostbyname_r( name, &entry, room.data( ), room.size( ), &found, &error ) != 0 || !found ||
+        found->h_length != sizeof( in_addr ) )
+        return addresses;
+    for( char** it = found->h_addr_list; *it; ++it )
+    {
+        in_addr address{ };
+        std::memcpy( &address, *it, sizeof( address ) );
+        addresses.push_back( address );
+    }
+    return addresses;
 }
 
-sockaddr_in parseHost( const GWString& host )
+// Network order; 0 when the name stays unresolved.
+in_addr_t resolve( GWStringView name )
+{
+    uint32_t dotted = 0;
+    if( GNetParseAddress( name, dotted ) ) return htonl( dotted );
+    // What can't be a name is not asked for: the answer would only come late.
+    if( !GNetIsName( name ) ) return 0;
+    const GString text = GWideToUTF8( name );
+    const in_addr_t address = ::inet_addr( text.c_str( ) );
+    if( address != 0 && address != INADDR_NONE ) return address;
+    const std::vector<in_addr> found = lookUp( text.c_str( ) );
+    return found.empty( ) ? 0 : found.front( ).s_addr;
+}
+
+sockaddr_in parseHost( GWStringView host )
 {
     sockaddr_in address{ };
     address.sin_family = AF_INET;
     const size_t colon = std::min( host.find( u':' ), host.size( ) );
-    const GString name = GWideToUTF8( GWStringView( host ).substr( 0, colon ) );
     if( colon < host.size( ) )
     {
-        const int64_t port = GCalc( GWStringView( host ).substr( colon + 1 ) );
+        const int64_t port = GCalc( host.substr( colon + 1 ) );
         address.sin_port = htons( static_cast<uint16_t>( port > 0 && port <= 65535 ? port : 0 ) );
     }
-    address.sin_addr.s_addr = ::inet_addr( name.c_str( ) );
-    if( address.sin_addr.s_addr != 0 && address.sin_addr.s_addr != INADDR_NONE ) return address;
-    // "0.0.0.0" is no address; a look-up would only say so slowly.
-    uint32_t dotted = 0;
-    const bool isDotted = GNetParseAddress( host.substr( 0, colon ), dotted );
-    address.sin_addr.s_addr = isDotted ? htonl( dotted ) : name.empty( ) ? 0 : resolve( name );
+    address.sin_addr.s_addr = resolve( host.substr( 0, colon ) );
     return address;
 }
 
-GWString composeHost( const sockaddr_in& address )
+void composeHost( const sockaddr_in& address, GWString& host )
 {
-    const uint32_t ip = ntohl( address.sin_addr.s_addr );
-    return GConcat( ip >> 24, u'.', ip >> 16 & 255, u'.', ip >> 8 & 255, u'.', ip & 255, u':',
-                    static_cast<unsigned>( ntohs( address.sin_port ) ) );
+    GNetComposeHost( ntohl( address.sin_addr.s_addr ), ntohs( address.sin_port ), host );
+}
+GWString composeAddress( in_addr address )
+{
+    GWString host;
+    GNetComposeHost( ntohl( address.s_addr ), 0, host );
+    return host.substr( 0, host.find( u':' ) );
 }
 
 const sockaddr* generic( const sockaddr_in& address )
@@ -140,7 +168,7 @@ GNetUDPPort* GNetUDPPortOpen( const GWString& localHost )
     GNetUDPPort* port = new GNetUDPPort;
     port->handle = handle;
     port->alive = true;
-    port->host = composeHost( address );
+    composeHost( address, port->host );
     return port;
 }
 
@@ -178,6 +206,7 @@ void GNetUDPPortClose( GNetUDPPort* port )
 {
     GCALL( GNetUDPPortClose );
     GPRECONDITION( port );
+    if( GIsShuttingDown( ) ) return;
     GLOG( u"Closing port bound to '", port->host, u"'" );
     ::close( port->handle );
     delete port;
@@ -189,31 +218,32 @@ bool GNetUDPPortRecv( GNetUDPPort* port, GString& buffer, GWString& remoteHost )
     buffer.clear( );
     remoteHost.clear( );
     if( GIsShuttingDown( ) || !port->alive ) return false;
-    buffer.resize( port->largeReads ? LARGE_RECV_SIZE : RECV_SIZE );
+    // Read aside and copied: a text that is sized to the largest datagram would be cleared in full each time.
+    std::array<char, LARGE_RECV_SIZE> block;
     sockaddr_in address{ };
     socklen_t size = sizeof( address );
-    const ssize_t length =
-        ::recvfrom( port->handle, buffer.data( ), buffer.size( ), 0, reinterpret_cast<sockaddr*>( &address ), &size );
+    const ssize_t length = ::recvfrom( port->handle, block.data( ), port->largeReads ? LARGE_RECV_SIZE : RECV_SIZE, 0,
+                                       reinterpret_cast<sockaddr*>( &address ), &size );
     if( length < 1 )
     {
-        buffer.clear( );
-        if( length < 0 && failedDatagram( ) && ( !port->forgiving || brokenSocket( ) ) )
+        const int error = errno;
+        if( length < 0 && failedDatagram( ) && ( !port->forgiving || isBroken( error ) ) )
         {
-            GLOG( u"WARNING Error when receiving via port '", port->host, u"', closing.", lastErrorText( ) );
+            GLOG( u"WARNING Error when receiving via port '", port->host, u", closing.", lastErrorText( ) );
             port->alive = false;
         }
         return false;
     }
-    buffer.resize( static_cast<size_t>( length ) );
-    remoteHost = composeHost( address );
+    buffer.assign( block.data( ), static_cast<size_t>( length ) );
+    composeHost( address, remoteHost );
     return true;
 }
 
 void GNetUDPPortSend( GNetUDPPort* port, const GWString& remoteHost, const char* buffer, int length )
 {
     GPRECONDITION_TEXT( port && buffer, "p && buffer" );
-    GVERIFY( length > 0 );
     if( GIsShuttingDown( ) || !port->alive ) return;
+    GVERIFY( length > 0 );
     if( length > MTU ) GLOG( u"WARNING Packet size (", length, u") exceeds recommended MTU (", MTU, u")" );
     const sockaddr_in address = parseHost( remoteHost );
     const bool hostIP = address.sin_addr.s_addr != 0;
@@ -227,9 +257,10 @@ void GNetUDPPortSend( GNetUDPPort* port, const GWString& remoteHost, const char*
     const ssize_t sent = ::sendto( port->handle, buffer, size, MSG_NOSIGNAL, generic( address ), sizeof( address ) );
     if( sent < 0 )
     {
+        const int error = errno;
         if( !failedDatagram( ) ) return;
-        const bool forgiven = port->forgiving && !brokenSocket( );
-        GLOG( u"WARNING Error when sending via port '", port->host, forgiven ? u"', ignoring." : u"', closing.",
+        const bool forgiven = port->forgiving && !isBroken( error );
+        GLOG( u"WARNING Error when sending via port '", port->host, forgiven ? u", ignoring." : u", closing.",
               lastErrorText( ) );
         port->alive = forgiven;
     }
@@ -313,7 +344,9 @@ GWString GNetTCPSocketGetLocalHost( GNetTCPSocket* socket )
         GLOG( u"WARNING Could not 'getsockname' on socket ", socket->host, u", closing.", lastErrorText( ) );
         return NO_HOST;
     }
-    return composeHost( address );
+    GWString host;
+    composeHost( address, host );
+    return host;
 }
 
 int GNetTCPSocketSend( GNetTCPSocket* socket, const char* buffer, int length )
@@ -325,9 +358,7 @@ int GNetTCPSocketSend( GNetTCPSocket* socket, const char* buffer, int length )
     {
         if( failedStream( ) )
         {
-            std::array<char, 256> text{ };
-            const std::string_view error = ::strerror_r( lastError_, text.data( ), text.size( ) );
-            GLOG( u"WARNING Connection failed on send, error '", error, u"'" );
+            GLOG( u"WARNING Connection failed on send, error '", describeLastError( ), u"'" );
             socket->alive = false;
         }
         return 0;
@@ -340,28 +371,28 @@ bool GNetTCPSocketRecv( GNetTCPSocket* socket, GString& buffer )
 {
     GPRECONDITION( socket );
     if( GIsShuttingDown( ) ) return false;
-    bool received = false;
+    size_t received = 0;
     std::array<char, BLOCK_SIZE> block;
-    while( socket->alive )
+    while( socket->alive && received < MAX_STREAM_BYTES )
     {
         const ssize_t length = ::recv( socket->handle, block.data( ), block.size( ), 0 );
         if( length > 0 )
         {
             buffer.append( block.data( ), static_cast<size_t>( length ) );
-            received = true;
+            received += static_cast<size_t>( length );
         }
         else if( length == 0 || failedStream( ) )
             socket->alive = false;
         else
             break;
     }
-    return received;
+    return received > 0;
 }
 
 void GNetTCPSocketShutdown( GNetTCPSocket* socket )
 {
     GPRECONDITION( socket );
-    if( GIsShuttingDown( ) ) return;
+    if( GIsShuttingDown( ) || !socket->alive ) return;
     GLOG( u"Shutting down socket '", socket->host, u"'" );
     ::shutdown( socket->handle, SHUT_WR );
 }
@@ -376,22 +407,38 @@ void GNetTCPSocketClose( GNetTCPSocket* socket )
 {
     GCALL( GNetTCPSocketClose );
     GPRECONDITION( socket );
+    if( GIsShuttingDown( ) ) return;
     GLOG( u"Closing socket '", socket->host, u"'" );
     ::shutdown( socket->handle, SHUT_RDWR );
     ::close( socket->handle );
     delete socket;
 }
 
-// The name of a machine resolves to a loopback address on many systems, so its interfaces are asked; loopback stands in when the
-// machine has no other address, for that is what the name then means.
 bool GNetListIPs( GStringList& list )
+{
+    list.clear( );
+    if( GIsShuttingDown( ) ) return false;
+    std::array<char, HOST_NAME_SIZE> name{ };
+    if( ::gethostname( name.data( ), name.size( ) - 1 ) != 0 )
+    {
+        GLOG( u"WARNING Unable to 'gethostname', ignoring." );
+        return false;
+    }
+    const std::vector<in_addr> addresses = lookUp( name.data( ) );
+    if( addresses.empty( ) ) GLOG( u"WARNING Unable to 'gethostbyname', ignoring." );
+    for( const in_addr address : addresses ) list.push_back( composeAddress( address ) );
+    return !list.empty( );
+}
+
+bool GNetListInterfaceIPs( GStringList& list )
 {
     list.clear( );
     if( GIsShuttingDown( ) ) return false;
     ifaddrs* interfaces = nullptr;
     if( ::getifaddrs( &interfaces ) != 0 )
     {
-        GLOG( u"WARNING Unable to 'gethostbyname', ignoring." );
+        lastError_ = errno;
+        GLOG( u"WARNING Unable to list the interfaces, ignoring.", lastErrorText( ) );
         return false;
     }
     GStringList loopback;
@@ -400,9 +447,7 @@ bool GNetListIPs( GStringList& list )
         if( !it->ifa_addr || it->ifa_addr->sa_family != AF_INET || !( it->ifa_flags & IFF_UP ) ) continue;
         sockaddr_in address{ };
         std::memcpy( &address, it->ifa_addr, sizeof( address ) );
-        const GWString host = composeHost( address );
-        GStringList& target = it->ifa_flags & IFF_LOOPBACK ? loopback : list;
-        target.push_back( host.substr( 0, host.find( u':' ) ) );
+        ( it->ifa_flags & IFF_LOOPBACK ? loopback : list ).push_back( composeAddress( address.sin_addr ) );
     }
     ::freeifaddrs( interfaces );
     if( list.empty( ) ) list = loopback;

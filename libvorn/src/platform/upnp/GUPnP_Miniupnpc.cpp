@@ -84,6 +84,7 @@ void readGlobalHost( GNetUPnPMapping* mapping )
 
 GNetUPnPMapping* GNetUPnPMappingOpen( const GWString& localHost, int lowPort, int highPort )
 {
+    GPRECONDITION( lowPort < highPort );
     if( GIsShuttingDown( ) ) return nullptr;
     GWString localIP;
     int localPort = 0;
@@ -110,14 +111,15 @@ GNetUPnPMapping* GNetUPnPMappingOpen( const GWString& localHost, int lowPort, in
 
 GWString GNetUPnPMappingGetGlobalHost( const GNetUPnPMapping* mapping )
 {
+    GPRECONDITION( mapping );
     return mapping->globalHost;
 }
 
 void GNetUPnPMappingClose( GNetUPnPMapping* mapping )
 {
-    GPRECONDITION_TEXT( mapping, "mapping" );
-    if( !GIsShuttingDown( ) )
-        UPNP_DeletePortMapping( mapping->urls.controlURL, mapping->data.first.servicetype, mapping->port.c_str( ),
-                                "UDP", nullptr );
+    GPRECONDITION( mapping );
+    if( GIsShuttingDown( ) ) return;
+    UPNP_DeletePortMapping( mapping->urls.controlURL, mapping->data.first.servicetype, mapping->port.c_str( ), "UDP",
+                            nullptr );
     release( mapping );
 }
