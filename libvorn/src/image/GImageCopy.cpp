@@ -47,12 +47,19 @@ void _GImageCopy( int fromType, const GImageRows& from, const GImageFormat& toFo
     const ptrdiff_t stride = GImageRowStride( toFormat.type, toFormat.width );
     const uint8_t* source = from.data;
     uint8_t* target = pixelOf( toFormat, toBuffer, toRect );
+    const bool plain = bytes < 4 || ( flags & ( GIC_OPAQUE | GIC_PREMULTIPLIED ) ) == GIC_OPAQUE;
+    const size_t rowBytes = static_cast<size_t>( fromWidth ) * static_cast<size_t>( bytes );
+    if( plain && from.stride == stride && stride == static_cast<ptrdiff_t>( rowBytes ) )
+    {
+        std::memcpy( target, source, rowBytes * static_cast<size_t>( fromHeight ) );
+        return;
+    }
     for( int y = 0; y < fromHeight; y++, source += from.stride, target += stride )
     {
-        if( bytes == 4 )
-            composeRow( source, target, fromWidth, flags );
+        if( plain )
+            std::memcpy( target, source, rowBytes );
         else
-            std::memcpy( target, source, static_cast<size_t>( fromWidth ) * static_cast<size_t>( bytes ) );
+            composeRow( source, target, fromWidth, flags );
     }
 }
 
