@@ -27,6 +27,8 @@ void makeOpaque( uint8_t* pixels, int stride, int width, int height )
 
 bool GImageScaleRows( int type, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight )
 {
+    const int channels = type == GIT_RGB565 || type == GIT_RGB555 || type == GIT_YUY2 ? 0 : GImageBytesPerPixel( type );
+    if( GImageScaleBox( channels, from, to, toStride, toWidth, toHeight ) ) return true;
     switch( type )
     {
     case GIT_RGB24:
@@ -76,8 +78,7 @@ void GImageResizeIYUY( const GImageFormat& fromFormat, const char* fromBuffer, c
         const int fromWidth = fromFormat.width / half, fromHeight = fromFormat.height / half;
         const int toWidth = toFormat.width / half, toHeight = toFormat.height / half;
         if( fromWidth > 0 && fromHeight > 0 && toWidth > 0 && toHeight > 0 )
-            libyuv::ScalePlane( from, fromWidth, fromWidth, fromHeight, to, toWidth, toWidth, toHeight,
-                                libyuv::kFilterBox );
+            GImageScaleRows( GIT_GRAY8, { from, fromWidth, fromWidth, fromHeight }, to, toWidth, toWidth, toHeight );
         from += static_cast<ptrdiff_t>( fromWidth ) * fromHeight;
         to += static_cast<ptrdiff_t>( toWidth ) * toHeight;
     }

@@ -147,7 +147,7 @@ bool GImageConvertRows( int fromType, const GImageRows& from, int toType, uint8_
 
 uint8_t* GImageScratch( int slot, size_t size )
 {
-    thread_local std::array<std::vector<uint8_t>, 4> buffers;
+    thread_local std::array<std::vector<uint8_t>, 5> buffers;
     std::vector<uint8_t>& buffer = buffers[static_cast<size_t>( slot )];
     if( buffer.size( ) < size ) buffer.resize( size );
     return buffer.data( );

@@ -308,6 +308,38 @@ TEST( GImageResize, WhatIsOpaqueStaysOpaque )
     }
 }
 
+TEST( GImageResize, ShrinkingTakesTheMeanOfEachArea )
+{
+    for( const int type : { GIT_GRAY8, GIT_RGB24, GIT_BGRA32 } )
+        for( const auto& [width, height] : { std::pair( 7, 3 ), std::pair( 50, 24 ), std::pair( 1, 1 ) } )
+        {
+            const GImageFormat from{ type, 101, 49 }, to{ type, width, height };
+            const GString image = pattern( from );
+            GString out;
+            GImageResize( from, image.data( ), to, out );
+            const int bytes = GImageBytesPerPixel( type );
+            for( int i = 0; i < width * height * bytes; i++ )
+            {
+                const int channel = i % bytes, x = i / bytes % width, y = i / bytes / width;
+                int sum = 0, count = 0;
+                for( int v = y * 49 / height; v < ( y + 1 ) * 49 / height; v++ )
+                    for( int u = x * 101 / width; u < ( x + 1 ) * 101 / width; u++, count++ )
+                        sum += at( image, static_cast<size_t>( ( v * 101 + u ) * bytes + channel ) );
+                ASSERT_EQ( at( out, static_cast<size_t>( i ) ), ( sum + count / 2 ) / count ) << type << " " << i;
+            }
+        }
+}
+
+TEST( GImageResize, AnEnormousReductionDoesNotOverflow )
+{
+    const GString image( 70000 * 300, static_cast<char>( 255 ) );
+    GString out;
+    GImageResize( { GIT_GRAY8, 70000, 300 }, image.data( ), { GIT_GRAY8, 1, 1 }, out );
+    EXPECT_EQ( at( out, 0 ), 255 );
+    GImageResize( { GIT_GRAY8, 300, 70000 }, image.data( ), { GIT_GRAY8, 2, 1 }, out );
+    EXPECT_EQ( at( out, 1 ), 255 );
+}
+
 TEST( GImageResize, AveragesWhatItShrinks )
 {
     const GString image = bytes( { 0, 100, 100, 200 } );

@@ -84,6 +84,27 @@ TEST( GImageWide, StraightCompositionIsTheSameForEveryPairOfAlphas )
     }
 }
 
+TEST( GImageWide, ScalingDownIsTheSame )
+{
+    std::mt19937 random( 9 );
+    const auto upTo = [&random]( int most )
+    { return 1 + static_cast<int>( random( ) % static_cast<unsigned>( most ) ); };
+    for( const int type : { GIT_GRAY8, GIT_RGB24, GIT_BGRA32 } )
+        for( int round = 0; round < 200; round++ )
+        {
+            const GImageFormat from{ type, 1 + upTo( 300 ), 1 + upTo( round % 10 ? 60 : 600 ) };
+            const GImageFormat to{ type, upTo( from.width / 2 ), upTo( from.height / 2 ) };
+            const GString image = noise( static_cast<size_t>( GImageSize( from ) ), static_cast<unsigned>( round ) );
+            const auto resize = [&]
+            {
+                GString out;
+                GImageResize( from, image.data( ), to, out );
+                return out;
+            };
+            expectSame( resize, std::to_string( type ) + " " + std::to_string( round ) );
+        }
+}
+
 TEST( GImageWide, Gray4IsTheSame )
 {
     for( const int type : { GIT_BGRA32, GIT_BGR24, GIT_RGB24, GIT_RGB555 } )
