@@ -13,6 +13,7 @@ pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-shm xcb-xtest xcb-keysyms
 pkg_check_modules(THEORA REQUIRED IMPORTED_TARGET theora ogg)
 pkg_check_modules(SPEEX REQUIRED IMPORTED_TARGET speex)
 pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(DEFLATE REQUIRED IMPORTED_TARGET libdeflate)
 pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
 find_library(YUV_LIBRARY yuv REQUIRED)
 find_library(FREEIMAGE_LIBRARY freeimage REQUIRED)

@@ -1,7 +1,6 @@
 // PNG to and from memory. Images of peers pass through here alone: the size is known before a row is decoded.
-#include "GImageRows.h"
+#include "GImagePNGRows.h"
 
-#include <algorithm>
 #include <csetjmp>
 #include <cstring>
 #include <png.h>
@@ -36,40 +35,40 @@ void readBytes( png_structp png, png_bytep to, png_size_t length )
     input->left -= length;
 }
 
-// Screens are flat: where many pixels repeat their left neighbour, plain rows are smaller than filtered ones and faster to make.
-bool isFlat( const GImageRows& rows, int bytes )
-{
-    int same = 0, seen = 0;
-    const int step = std::max( 1, rows.height / 8 );
-    for( int y = 0; y < rows.height; y += step )
-    {
-        const uint8_t* p = rows.data + static_cast<ptrdiff_t>( y ) * rows.stride;
-        for( int x = 1; x < rows.width; x++, p += bytes )
-            same += std::memcmp( p, p + bytes, static_cast<size_t>( bytes ) ) == 0;
-        seen += rows.width - 1;
-    }
-    return same * 3 >= seen;
-}
-
-void writeRows( png_structp png, const GImageRows& rows )
-{
-    for( int y = 0; y < rows.height; y++ )
-        png_write_row( png, const_cast<png_bytep>( rows.data + static_cast<ptrdiff_t>( y ) * rows.stride ) );
-}
-
-void setUp( png_structp png, png_infop info, int type, const GImageRows& rows )
+void writeHeader( png_structp png, png_infop info, const GImageRows& rows )
 {
     png_set_compression_level( png, COMPRESSION_LEVEL );
-    if( isFlat( rows, GImageBytesPerPixel( type ) ) ) png_set_filter( png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE );
     png_set_IHDR( png, info, static_cast<png_uint_32>( rows.width ), static_cast<png_uint_32>( rows.height ), 8,
                   PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT );
     png_write_info( png, info );
+}
+
+void writeRows( png_structp png, png_infop info, int type, const GImageRows& rows, bool flat )
+{
+    if( flat ) png_set_filter( png, PNG_FILTER_TYPE_BASE, PNG_FILTER_NONE );
+    writeHeader( png, info, rows );
     if( type == GIT_RGBA32 || type == GIT_BGRA32 ) png_set_filler( png, 0, PNG_FILLER_AFTER );
     if( type == GIT_BGR24 || type == GIT_BGRA32 ) png_set_bgr( png );
+    for( int y = 0; y < rows.height; y++ )
+        png_write_row( png, const_cast<png_bytep>( rows.data + static_cast<ptrdiff_t>( y ) * rows.stride ) );
+    png_write_end( png, info );
+}
+
+// The library's frame around contents that are packed already.
+void writePacked( png_structp png, png_infop info, const GImageRows& rows, const uint8_t* packed, size_t length )
+{
+    writeHeader( png, info, rows );
+    png_write_chunk( png, reinterpret_cast<png_const_bytep>( "IDAT" ), packed, length );
+    png_write_chunk( png, reinterpret_cast<png_const_bytep>( "IEND" ), nullptr, 0 );
 }
 
 bool write( int type, const GImageRows& rows, GString& out )
 {
+    const bool flat = GImagePNGIsFlat( rows, GImageBytesPerPixel( type ) );
+    size_t length = 0;
+    const uint8_t* const packed = int64_t{ rows.width } * rows.height * 3 <= GIMAGE_PNG_AT_ONCE
+                                      ? GImagePNGPack( type, rows, flat, length )
+                                      : nullptr;
     png_structp png_ptr = png_create_write_struct( PNG_LIBPNG_VER_STRING, nullptr, leave, ignoreWarning );
     GASSERT( png_ptr );
     png_infop info_ptr = png_create_info_struct( png_ptr );
@@ -81,9 +80,10 @@ bool write( int type, const GImageRows& rows, GString& out )
         return false;
     }
     png_set_write_fn( png_ptr, &out, appendBytes, flushBytes );
-    setUp( png_ptr, info_ptr, type, rows );
-    writeRows( png_ptr, rows );
-    png_write_end( png_ptr, info_ptr );
+    if( packed )
+        writePacked( png_ptr, info_ptr, rows, packed, length );
+    else
+        writeRows( png_ptr, info_ptr, type, rows, flat );
     png_destroy_write_struct( &png_ptr, &info_ptr );
     return true;
 }
