@@ -60,6 +60,89 @@ TEST( GImagePNG, EveryLayoutComesBackAsRedGreenBlue )
     }
 }
 
+namespace
+{
+// Noise, a gradient that each filter suits somewhere, text-like spots, and both kinds of edges.
+GString scene( const GImageFormat& format, int kind )
+{
+    GString out( static_cast<size_t>( GImageSize( format ) ), static_cast<char>( 255 ) );
+    const int step = GImageBytesPerPixel( format.type );
+    srand( 3 );
+    for( int y = 0; y < format.height; y++ )
+        for( int x = 0; x < format.width; x++ )
+            for( int channel = 0; channel < step; channel++ )
+            {
+                const int values[] = { rand( ),       x * 3 + channel * 40,   y * 5,
+                                       ( x + y ) * 2, rand( ) % 9 ? 255 : 20, x * y / 7 };
+                out[static_cast<size_t>( ( y * format.width + x ) * step + channel )] =
+                    static_cast<char>( values[kind] );
+            }
+    return out;
+}
+} // namespace
+
+TEST( GImagePNG, EveryKindOfPictureIsKeptExactly )
+{
+    for( const int type : { GIT_RGB24, GIT_RGBA32, GIT_BGR24, GIT_BGRA32 } )
+        for( const int width : { 1, 2, 47, 48 } )
+            for( int kind = 0; kind < 6; kind++ )
+            {
+                const GImageFormat format{ type, width + 3, 30 };
+                const GRect rect{ 2, 1, 2 + width, 30 };
+                const GString image = scene( format, kind );
+                GString png, own, other, crop, expected;
+                GImageConvert( format, image.data( ), rect, GIT_PNG, png );
+                GImageCrop( format, image.data( ), rect, crop );
+                const GImageFormat part{ type, width, 29 };
+                if( type == GIT_RGB24 )
+                    expected = crop;
+                else
+                    GImageConvert( part, crop.data( ), GIT_RGB24, expected );
+                GImageFormat loaded;
+                const int length = static_cast<int>( png.size( ) );
+                ASSERT_TRUE( GImageLoadPNG( png.data( ), length, 1 << 20, loaded, own ) );
+                EXPECT_EQ( own, expected ) << type << " " << width << " " << kind;
+                ASSERT_TRUE( GImageLoad( png.data( ), length, loaded, other ) );
+                EXPECT_EQ( other, expected ) << type << " " << width << " " << kind;
+            }
+}
+
+TEST( GImagePNG, ALargePictureIsKeptExactly )
+{
+    for( const int type : { GIT_RGB24, GIT_RGBA32, GIT_BGR24, GIT_BGRA32, GIT_RGB565 } )
+    {
+        const GImageFormat format{ type, 801, 601 };
+        const GString image = scene( format, 3 );
+        GString png, pixels, expected = image;
+        GImageConvert( format, image.data( ), { 0, 0, 801, 601 }, GIT_PNG, png );
+        GImageFormat loaded, bgr{ GIT_BGR24, 801, 601 };
+        ASSERT_TRUE( GImageLoadPNG( png.data( ), static_cast<int>( png.size( ) ), 1 << 20, loaded, pixels ) );
+        if( type == GIT_RGB565 )
+        {
+            GImageConvert( format, image.data( ), GIT_BGR24, expected );
+            GImageConvert( bgr, expected.data( ), GIT_RGB24 );
+        }
+        else if( type != GIT_RGB24 )
+            GImageConvert( format, image.data( ), GIT_RGB24, expected );
+        EXPECT_EQ( pixels, expected ) << type;
+    }
+}
+
+TEST( GImagePNG, ItsHeaderSaysEightBitsOfRGBWithoutInterlace )
+{
+    for( const int edge : { 48, 700 } )
+    {
+        const GImageFormat format{ GIT_BGRA32, edge, edge };
+        const GString image = scene( format, 4 );
+        GString png;
+        GImageConvert( format, image.data( ), { 0, 0, edge, edge }, GIT_PNG, png );
+        EXPECT_EQ( png.substr( 0, 16 ), GString( "\x89PNG\r\n\x1A\n\0\0\0\rIHDR", 16 ) );
+        EXPECT_EQ( png.substr( 24, 5 ), GString( "\x08\x02\0\0\0", 5 ) );
+        EXPECT_EQ( png.substr( 37, 4 ), "IDAT" );
+        EXPECT_EQ( png.substr( png.size( ) - 12 ), GString( "\0\0\0\0IEND\xAE\x42\x60\x82", 12 ) );
+    }
+}
+
 TEST( GImagePNG, SixteenBitSourcesAreExpanded )
 {
     const char words[] = { 0x00, static_cast<char>( 0xF8 ), static_cast<char>( 0xE0 ), 0x07 };

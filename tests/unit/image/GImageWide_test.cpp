@@ -84,6 +84,23 @@ TEST( GImageWide, StraightCompositionIsTheSameForEveryPairOfAlphas )
     }
 }
 
+TEST( GImageWide, TilesArePackedTheSame )
+{
+    for( const int type : { GIT_RGBA32, GIT_BGRA32 } )
+        for( int width = 1; width < 50; width++ )
+        {
+            const GImageFormat format{ type, width, 9 };
+            const GString image = noise( static_cast<size_t>( GImageSize( format ) ), static_cast<unsigned>( width ) );
+            const auto encode = [&]
+            {
+                GString out;
+                GImageConvert( format, image.data( ), { 0, 0, width, 9 }, GIT_PNG, out );
+                return out;
+            };
+            expectSame( encode, std::to_string( type ) + " " + std::to_string( width ) );
+        }
+}
+
 TEST( GImageWide, ScalingDownIsTheSame )
 {
     std::mt19937 random( 9 );
