@@ -4,9 +4,10 @@
 #include "base/GPortable.h"
 #include "base/GUtil.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <mutex>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -19,56 +20,49 @@ namespace
 {
 constexpr int SUCCESS = 33; // The shell's result codes above 32 are successes.
 
+// The shell's code, its text, and the errors of this system that come closest.
 struct Reason
 {
     int code;
     const char16_t* text;
+    std::array<int, 4> errors;
 };
 constexpr Reason REASONS[] = {
-    { 0, u"The operating system is out of memory or resources." },
-    { 2, u"The specified file was not found." },
-    { 3, u"The specified path was not found." },
-    { 5, u"The operating system denied access to the specified file." },
-    { 8, u"There was not enough memory to complete the operation." },
-    { 11, u"The .exe file is invalid (non-Microsoft Win32 .exe or error in .exe image)." },
-    { 26, u"A sharing violation occurred." },
-    { 27, u"The file name association is incomplete or invalid." },
-    { 28, u"The DDE transaction could not be completed because the request timed out." },
-    { 29, u"The DDE transaction failed." },
-    { 30, u"The Dynamic Data Exchange (DDE) transaction could not be completed because other DDE transactions were "
-          u"being processed." },
-    { 31, u"There is no application associated with the given file name extension. This error will also be errorMsg = "
-          u"ed if you "
-          u"attempt to print a file that is not printable." },
-    { 32, u"The specified dynamic-link library (DLL) was not found." },
+    { 0, u"The operating system is out of memory or resources.", { EAGAIN, EMFILE, ENFILE } },
+    { 2, u"The specified file was not found.", { ENOENT } },
+    { 3, u"The specified path was not found.", { ENOTDIR, ENAMETOOLONG, ELOOP } },
+    { 5, u"The operating system denied access to the specified file.", { EACCES, EPERM } },
+    { 8, u"There was not enough memory to complete the operation.", { ENOMEM, E2BIG } },
+    { 11, u"The .exe file is invalid (non-Microsoft Win32 .exe or error in .exe image).", { ENOEXEC } },
+    { 26, u"A sharing violation occurred.", { ETXTBSY } },
+    { 27, u"The file name association is incomplete or invalid.", { } },
+    { 28, u"The DDE transaction could not be completed because the request timed out.", { } },
+    { 29, u"The DDE transaction failed.", { } },
+    { 30,
+      u"The Dynamic Data Exchange (DDE) transaction could not be completed because other DDE transactions were "
+      u"being processed.",
+      { } },
+    { 31,
+      u"There is no application associated with the given file name extension. This error will also be errorMsg = "
+      u"ed if you attempt to print a file that is not printable.",
+      { } },
+    { 32, u"The specified dynamic-link library (DLL) was not found.", { ELIBACC, ELIBBAD } },
 };
 constexpr const char16_t* UNKNOWN_REASON = u"An unknown error occured.";
+constexpr int UNKNOWN_CODE = 1;
 
 const char16_t* reasonOf( int code )
 {
-    for( const Reason& reason : REASONS )
-        if( reason.code == code ) return reason.text;
-    return UNKNOWN_REASON;
+    const auto* const found = std::ranges::find( REASONS, code, &Reason::code );
+    return found == std::end( REASONS ) ? UNKNOWN_REASON : found->text;
 }
 int codeOf( int error )
 {
-    switch( error )
-    {
-    case 0: return SUCCESS;
-    case EAGAIN: return 0;
-    case ENOENT: return 2;
-    case ENOTDIR:
-    case ENAMETOOLONG:
-    case ELOOP: return 3;
-    case EACCES:
-    case EPERM: return 5;
-    case ENOMEM: return 8;
-    case ENOEXEC: return 11;
-    case ETXTBSY: return 26;
-    case ELIBACC:
-    case ELIBBAD: return 32;
-    default: return 1;
-    }
+    if( !error ) return SUCCESS;
+    const auto* const found =
+        std::ranges::find_if( REASONS, [&]( const Reason& reason )
+                              { return std::ranges::find( reason.errors, error ) != reason.errors.end( ); } );
+    return found == std::end( REASONS ) ? UNKNOWN_CODE : found->code;
 }
 
 // Children are taken off the process table at the next start, so that none is left for long and nobody waits.
