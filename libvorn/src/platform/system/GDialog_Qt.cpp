@@ -32,9 +32,8 @@ int GSystemMessageBox( const GWString& title, const GWString& text, const GStrin
     std::map<QAbstractButton*, int> numbers;
     for( int i = 0; i < static_cast<int>( buttons.size( ) ); ++i )
     {
-        // Escape and closing give the button whose role is to reject, so there is exactly one.
-        const auto role = i == cancel ? QMessageBox::RejectRole : QMessageBox::AcceptRole;
-        QPushButton* button = box.addButton( GDesktopText( buttons[i] ), role );
+        // Buttons of one role stand in the order in which they were asked for.
+        QPushButton* button = box.addButton( GDesktopText( buttons[i] ), QMessageBox::ActionRole );
         numbers[button] = i;
         if( i == defaultButton ) box.setDefaultButton( button );
         if( i == cancel ) box.setEscapeButton( button );
