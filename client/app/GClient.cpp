@@ -30,6 +30,7 @@ GClient::GClient( const GWString& settingsPath, const GWString& avi, const GWStr
     _port = GSAFENEW( GMegaPort, ( _instance->get( u"Local_User_GUID" ) ) );
     _applyLogFilter( );
     GTextKeepAstral( _isRobust( ) );
+    if( _isRobust( ) && _platform.repeatOptions ) _platform.repeatOptions( );
     GClientSettingsApplyOptions( _instance,
                                  { settingsPath, avi, host, keepLogfiles, upgraded, uploadlogfiles, forceturn } );
     GClientSettingsApplyDefaults( _instance );

@@ -25,6 +25,7 @@ GClientPlatform GClientPlatformGet( )
         .registerListener = GSystemRegisterListener,
         .resignListener = GSystemResignListener,
         .postQuit = GWinPostQuit,
+        .repeatOptions = nullptr,
         .isTerminating = GIsSystemTerminating,
         .listIPs = GNetListIPs,
         .listInterfaceIPs = GNetListInterfaceIPs,

@@ -40,6 +40,8 @@ struct GClientPlatform
     std::function<void( IGSystemListener* listener )> registerListener;
     std::function<void( IGSystemListener* listener )> resignListener;
     std::function<void( int parameter )> postQuit;
+    // Makes a restart after a crash repeat what this start was given. Empty: it starts as the foundation has set it.
+    std::function<void( )> repeatOptions;
     // The system has asked the program to end.
     std::function<bool( )> isTerminating;
     std::function<bool( GStringList& list )> listIPs;

@@ -3,6 +3,8 @@
 #include "base/GUtil.h"
 #include "runtime/GInstance.h"
 
+#include <sstream>
+
 namespace
 {
 struct FixedSetting
@@ -59,6 +61,23 @@ GClientOptions GClientOptionsRead( const GCommandLine& commandLine )
     options.forceturn = commandLine.contains( "forceturn" );
     if( commandLine.contains( "reset" ) ) GFileDelete( options.settingsPath );
     return options;
+}
+
+GString GClientGetRestartArgs( const GCommandLine& commandLine )
+{
+    GString args = "-log x";
+    bool isLeftOut = false; // The value of an option that is left out goes with it.
+    std::istringstream tokens( commandLine.text( ) );
+    for( GString token; std::getline( tokens, token, ' ' ); )
+    {
+        if( token.empty( ) ) continue;
+        const bool isOption = token[0] == '-';
+        const GString name = GToLower( token.substr( 1 ) );
+        const bool wasLeftOut = isLeftOut;
+        isLeftOut = isOption && ( name == "log" || name == "reset" || name == "upgraded" );
+        if( !isLeftOut && ( isOption || !wasLeftOut ) ) args += " " + token;
+    }
+    return args;
 }
 
 void GClientSettingsApplyOptions( GInstance* instance, const GClientOptions& options )

@@ -26,6 +26,9 @@ struct GClientOptions
 // Reads the start parameters. With `reset` the settings file that they name is deleted first, so that all settings return to their
 // defaults.
 GClientOptions GClientOptionsRead( const GCommandLine& commandLine );
+// What a restart after a crash repeats of this start, behind the filter for everything. A settings file is not deleted again, and an
+// upgrade not celebrated twice.
+GString GClientGetRestartArgs( const GCommandLine& commandLine );
 // Start parameters become settings that are not saved.
 void GClientSettingsApplyOptions( GInstance* instance, const GClientOptions& options );
 // Writes the fixed values, and the defaults where the settings file has none; mends the values that can't be used as they are.

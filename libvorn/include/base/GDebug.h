@@ -8,8 +8,9 @@
 
 // Stores the restart command, brings the platform up (GInitializeNonPortable) and fills the hooks of GPortable.
 void GDebugOpen( const GString& restartPath, const GString& restartArgs );
-// Replaces the arguments of a crash restart, e.g. by the options that this run was started with.
-void GDebugSetRestartArgs( const GString& restartArgs );
+// Replaces the arguments of a crash restart, e.g. by the options that this run was started with. False, and nothing changes, when
+// they are too long for what is set aside for them (4096 bytes with the path, 62 words).
+bool GDebugSetRestartArgs( const GString& restartArgs );
 // Moves an old live log aside ("_clean" or "_dirty" by its last 32 bytes), opens the new one. False when another instance holds it.
 bool GLogOpen( const GWString& base, bool echo );
 // Writes the closing marker and renames; the final path, or empty when no log was open.

@@ -9,15 +9,20 @@ constexpr int GCRASH_TERMINATE = -2;
 
 // Handles SIGABRT, SIGFPE, SIGILL, SIGSEGV, SIGBUS and SIGTERM and the language's terminate on an alternate stack, and prepares all
 // that a crash needs. Called once by GInitializeNonPortable, on the main thread.
-void GCrashInstall( void ( *crashHandler )( ) );
-// The handler given to GCrashInstall, or null before.
 using GCrashHandler = void ( * )( );
+void GCrashInstall( GCrashHandler crashHandler );
+// The handler given to GCrashInstall, or null before.
 GCrashHandler GCrashGetHandler( );
 // Gives the calling thread its alternate signal stack, until GCrashCloseThread. GThreadOpen does it for its own threads.
 void GCrashOpenThread( );
 void GCrashCloseThread( );
-// The display connection's descriptor: a crash on the main thread shuts it down, which frees pointer grabs. -1: none.
-void GCrashSetDisplaySocket( int descriptor );
+// The descriptors of the display connections, two at most. Main thread.
+void GCrashAddDisplaySocket( int descriptor );
+void GCrashForgetDisplaySockets( );
+// Gives pointer and keyboard back to the rest of the desktop: an open menu or a hotkey would keep all input from the crash dialog.
+// Shuts the display connections down; a failure of another thread first makes the main thread stand still for good, since the
+// toolkit ends the process when it finds its connection broken. No heap; without a display nothing happens.
+void GCrashFreeInput( );
 
 // For the codes of exceptions, 0xC0000005 and its kin: answers 0x80010001 at once for those that are let through (breakpoint,
 // single step, 0x40000005); logs and aborts for all others, and answers 1 should the crash handler be unset.
@@ -39,8 +44,9 @@ struct GCrashAnswer
 };
 // Shows the dialog of the helper program and waits for it. False on Cancel, on close and without a display. No heap is used.
 bool GCrashAsk( GCrashAnswer& answer );
-// Prepares program and arguments (cut at single blanks) of a restart; an empty path: none. Heap only here.
-void GCrashPrepareRestart( const GString& path, const GString& arguments );
+// Prepares program and arguments (cut at single blanks) of a restart; an empty path: none. False, and nothing changes, when there is
+// no room for that much. Heap only here.
+bool GCrashPrepareRestart( const GString& path, const GString& arguments );
 bool GCrashCanRestart( );
 bool GCrashRestart( );
 // Real time, whatever clock the threads run on.

@@ -4,11 +4,13 @@
 
 #include "base/GTypes.h"
 
-// True when a running instance holds the file.
-bool GLogFileIsHeld( const GString& path );
+// Renames a log that was left behind; true also when there is none any more. False when a running instance holds it, or when it
+// can't be renamed. Of several instances that start at once one moves the file, and none moves what another has just opened.
+bool GLogFileMoveAside( const GString& fromPath, const GString& toPath );
 // Creates the file, which must not exist, and locks it. False when either fails.
 bool GLogFileOpen( const GString& path );
 bool GLogFileIsOpen( );
+bool GLogFileExists( const char* path ); // Uses no heap.
 // Does nothing without an open file; a failed write is ignored.
 void GLogFileWrite( const char* bytes, size_t length );
 // Renames the open file from one path to the other and closes it. Uses no heap.

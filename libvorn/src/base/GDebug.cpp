@@ -23,6 +23,7 @@ constexpr std::string_view CLEAN_MARKER = "---- Closed, Clean shutdown ----";
 constexpr uint64_t SECOND = 1000000;
 constexpr int64_t SECOND_CRASH_WAIT = 5000000;
 constexpr size_t PATH_LENGTH = 4096;
+constexpr size_t LINE_LENGTH = PATH_LENGTH + 128; // The longest line of the crash handler.
 
 struct DebugState
 {
@@ -41,7 +42,8 @@ DebugState& state( )
 }
 std::atomic<bool> crashing_ = false;
 std::atomic<GThreadID> crashingThread_ = 0;
-std::atomic<bool> systemTerminating = false;
+std::atomic<size_t> crashStep_ = 0;
+std::atomic<bool> systemTerminating_ = false;
 
 // "%02d%02d%02d_%02d%02d%02d" of the time in UTC. By arithmetic: the C library's conversions may take a lock.
 void formatTime( uint64_t time, char ( &text )[16] )
@@ -100,7 +102,7 @@ void writeLog( const GWString& line )
 // The same while the heap can't be trusted.
 void writeRaw( const char* message )
 {
-    char text[1024];
+    char text[LINE_LENGTH];
     char time[16];
     formatTime( GTimeGetTime( ), time );
     const int length = snprintf( text, sizeof( text ), "%s: %s", time, message );
@@ -149,7 +151,7 @@ bool moveOldLog( const GString& live )
 {
     if( !GFileExists( GUTF8ToWide( live ) ) ) return true;
     const GString closed = closedPath( state( ).base, endsClean( live ) );
-    if( !GLogFileIsHeld( live ) && GFileMove( GUTF8ToWide( live ), GUTF8ToWide( closed ) ) ) return true;
+    if( GLogFileMoveAside( live, closed ) ) return true;
     echo( "GLogOpen: ERROR Cannot open rename '" + live + "' to '" + closed +
           "' and thus can't open logfile, ignoring.\n" );
     return false;
@@ -158,6 +160,7 @@ bool moveOldLog( const GString& live )
 
 void GDebugOpen( const GString& restartPath, const GString& restartArgs )
 {
+    GCALL( function ); // Makes the tables of the call stacks, which a crash may not.
     state( ).restartPath = restartPath;
     GDebugSetRestartArgs( restartArgs );
     GInitializeNonPortable( GDebugAbort );
@@ -165,13 +168,16 @@ void GDebugOpen( const GString& restartPath, const GString& restartArgs )
     GPortableGetHooks( ).crash = []( ) { GDebugAbort( ); };
 }
 
-void GDebugSetRestartArgs( const GString& restartArgs )
+bool GDebugSetRestartArgs( const GString& restartArgs )
 {
     DebugState& debug = state( );
+    const size_t length = debug.restartPath.size( ) + 1 + restartArgs.size( );
+    if( length >= sizeof( debug.restartCommand ) || !GCrashPrepareRestart( debug.restartPath, restartArgs ) )
+        return false;
     debug.restartArgs = restartArgs;
     snprintf( debug.restartCommand, sizeof( debug.restartCommand ), "%s %s", debug.restartPath.c_str( ),
               restartArgs.c_str( ) );
-    GCrashPrepareRestart( debug.restartPath, restartArgs );
+    return true;
 }
 
 bool GLogOpen( const GWString& base, bool doEcho )
@@ -207,28 +213,43 @@ void closeLogRaw( )
 {
     if( !GLogFileIsOpen( ) ) return;
     writeRaw( "---- Closed, ERROR Dirty shutdown ----\n" );
+    const char* const live = state( ).livePath;
+    const int baseLength = static_cast<int>( strlen( live ) - strlen( ".log" ) );
     char closed[PATH_LENGTH + 32];
-    char time[16];
-    formatTime( GTimeGetTime( ), time );
-    const int baseLength = static_cast<int>( strlen( state( ).livePath ) ) - 4;
-    snprintf( closed, sizeof( closed ), "%.*s_%s_dirty.log", baseLength, state( ).livePath, time );
-    GLogFileClose( state( ).livePath, closed );
+    for( uint64_t now = GTimeGetTime( ), end = now + 60 * SECOND; now < end; now += SECOND )
+    {
+        char time[16];
+        formatTime( now, time );
+        snprintf( closed, sizeof( closed ), "%.*s_%s_dirty.log", baseLength, live, time );
+        if( !GLogFileExists( closed ) ) break;
+    }
+    GLogFileClose( live, closed );
 }
 
-// The comment may hold any number of lines, longer than the line buffer.
+// How many bytes of a line fit a log line, without a character cut in two.
+size_t fitLine( const char* text, size_t length )
+{
+    constexpr size_t MOST = 512;
+    if( length <= MOST ) return length;
+    length = MOST;
+    while( length > MOST - 4 && ( text[length] & 0xC0 ) == 0x80 ) --length;
+    return length;
+}
+// The comment may hold any number of lines, of any length.
 void writeComment( const char* comment )
 {
     writeFailure( "-------- User Comment -------\n" );
-    while( *comment )
+    for( const char* next = comment; *next; )
     {
-        char line[513];
-        size_t length = std::min( strcspn( comment, "\r\n" ), sizeof( line ) - 2 );
-        memcpy( line, comment, length );
-        comment += length;
-        comment += strspn( comment, "\r\n" );
-        line[length++] = '\n';
-        line[length] = '\0';
+        char line[520];
+        const size_t whole = strcspn( next, "\r\n" );
+        const size_t length = fitLine( next, whole );
+        snprintf( line, sizeof( line ), "%.*s\n", static_cast<int>( length ), next );
         writeFailure( line );
+        next += length;
+        if( length < whole ) continue;
+        if( *next == '\r' ) ++next;
+        if( *next == '\n' ) ++next;
     }
     writeFailure( "------------------------------\n" );
 }
@@ -245,29 +266,50 @@ bool GDebugCaptureCrashInfo( )
     return restart;
 }
 
+// ---- The crash handler. A failure of the handler itself, as over a broken heap, enters it anew and goes on behind the step that
+// failed: a call stack that can't be read does not keep the dialog away.
+namespace
+{
+bool restartAgreed_ = false;
+
+void tellFailure( )
+{
+    GSetShuttingDown( true );
+    writeFailure( "---- ERROR: UNCLEAN SHUTDOWN ----\n" );
+}
+void dumpFailure( )
+{
+    GCallDumpTo( crashingThread_, writeFailure );
+}
+void askUser( )
+{
+    restartAgreed_ = GDebugCaptureCrashInfo( ) && GCrashCanRestart( );
+}
+void closeFailed( )
+{
+    char text[LINE_LENGTH] = "-- Auto-restart declined. --\n";
+    if( restartAgreed_ )
+        snprintf( text, sizeof( text ), "-- Trying to auto-restart '%s' --\n", state( ).restartCommand );
+    writeFailure( text );
+    closeLogRaw( );
+}
+void restartFailed( )
+{
+    if( restartAgreed_ ) GCrashRestart( );
+}
+constexpr void ( *CRASH_STEPS[] )( ) = { tellFailure, dumpFailure, askUser, closeFailed, restartFailed };
+} // namespace
+
 void GDebugAbort( )
 {
     const GThreadID thread = GThreadGetCurrent( );
-    if( crashing_.exchange( true ) )
+    if( crashing_.exchange( true ) && crashingThread_ != thread )
     {
-        if( crashingThread_ != thread ) GCrashSleep( SECOND_CRASH_WAIT );
+        GCrashSleep( SECOND_CRASH_WAIT );
         GCrashExit( -1 );
     }
     crashingThread_ = thread;
-    GSetShuttingDown( true );
-    writeFailure( "---- ERROR: UNCLEAN SHUTDOWN ----\n" );
-    GCallDumpTo( thread, writeFailure );
-    if( !GDebugCaptureCrashInfo( ) || !GCrashCanRestart( ) )
-    {
-        writeFailure( "-- Auto-restart declined. --\n" );
-        closeLogRaw( );
-        GCrashExit( -1 );
-    }
-    static char text[PATH_LENGTH + 64];
-    snprintf( text, sizeof( text ), "-- Trying to auto-restart '%s' --\n", state( ).restartCommand );
-    writeFailure( text );
-    closeLogRaw( );
-    GCrashRestart( );
+    for( size_t step = crashStep_++; step < std::size( CRASH_STEPS ); step = crashStep_++ ) CRASH_STEPS[step]( );
     GCrashExit( -1 );
 }
 
@@ -326,7 +368,7 @@ void _GPOnSignal( int signal )
 {
     if( signal == SIGTERM )
     {
-        systemTerminating = true;
+        systemTerminating_ = true;
         writeFailure( "WARNING System signalled SIGTERM\n" );
         return;
     }
@@ -343,5 +385,5 @@ void _GPOnSignal( int signal )
 }
 bool GIsSystemTerminating( )
 {
-    return systemTerminating;
+    return systemTerminating_;
 }

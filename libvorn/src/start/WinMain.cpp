@@ -122,6 +122,7 @@ void restartProgram( const GString& restartPath )
 
 int WinMain( const GString& executablePath, const GString& commandLineText )
 {
+    GCALL( function );
     const GCommandLine commandLine( commandLineText );
     const GString restartPath = commandLine.contains( "norestart" ) ? GString( ) : ownPath( executablePath );
     GDebugOpen( restartPath, CRASH_RESTART_ARGS );

@@ -39,6 +39,20 @@ TEST_F( GClientSettingsTest, ResetDeletesTheSettingsFileThatIsNamed )
     EXPECT_FALSE( std::filesystem::exists( "settings.ini" ) );
 }
 
+TEST_F( GClientSettingsTest, RestartAfterACrashRepeatsTheOptionsAndLogsEverything )
+{
+    EXPECT_EQ( GClientGetRestartArgs( GCommandLine( "" ) ), "-log x" );
+    EXPECT_EQ( GClientGetRestartArgs( GCommandLine( "-property me.ini  -silent -HOST a.example" ) ),
+               "-log x -property me.ini -silent -HOST a.example" );
+    EXPECT_EQ( GClientGetRestartArgs( GCommandLine( "-avi \xE4\xF0.webm" ) ), "-log x -avi \xE4\xF0.webm" );
+}
+
+TEST_F( GClientSettingsTest, RestartAfterACrashDoesNothingTwice )
+{
+    EXPECT_EQ( GClientGetRestartArgs( GCommandLine( "-reset -upgraded -Log lK first -silent" ) ),
+               "-log x first -silent" );
+}
+
 TEST_F( GClientSettingsTest, ResetOfAMissingFileDoesNoHarm )
 {
     EXPECT_EQ( GClientOptionsRead( GCommandLine( "-reset -property none.ini" ) ).settingsPath, u"none.ini" );

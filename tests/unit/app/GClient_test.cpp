@@ -221,6 +221,18 @@ TEST_F( Client, FacesSurviveInTextsWithTheRemedyOnly )
     GTextKeepAstral( false );
 }
 
+TEST_F( Client, OptionsAreRepeatedAfterACrashWithTheRemedyOnly )
+{
+    int repeats = 0;
+    platform.repeatOptions = [&]( ) { ++repeats; };
+    open( );
+    EXPECT_EQ( 0, repeats );
+    close( );
+    settings( { { "Robust_Client", "1" } } );
+    open( );
+    EXPECT_EQ( 1, repeats );
+}
+
 TEST_F( Client, OptionsBecomeSettingsThatAreNotSaved )
 {
     settings( { } );

@@ -252,7 +252,7 @@ TEST_F( GDebugDeathTest, CommentIsLoggedAndTheProgramRestarted )
     EXPECT_EQ( readPipe( restarted ), "-log x\n" );
     const std::string log = dirtyLog( );
     const std::string stamp = "\n\\d{6}_\\d{6}: ";
-    EXPECT_TRUE( std::regex_search( log, std::regex( "-------- User Comment -------" + stamp + "first" + stamp +
+    EXPECT_TRUE( std::regex_search( log, std::regex( "-------- User Comment -------" + stamp + "first" + stamp + stamp +
                                                      "second" + stamp + "------------------------------\n" ) ) )
         << log;
     EXPECT_NE( log.find( "-- Trying to auto-restart '" + program + " -log x' --\n" ), std::string::npos );

@@ -18,7 +18,6 @@ extern char** environ;
 namespace
 {
 constexpr const char* HELPER_NAME = "/velmora-crash";
-constexpr int MAX_DESCRIPTOR = 1024;
 constexpr size_t MAX_ARGUMENTS = 62;
 
 char helperPath_[PATH_MAX];
@@ -36,7 +35,7 @@ char* restartArguments_[MAX_ARGUMENTS + 2];
     for( const int signal : { SIGABRT, SIGFPE, SIGILL, SIGSEGV, SIGBUS, SIGTERM, SIGPIPE } )
         ::signal( signal, SIG_DFL );
     if( output >= 0 ) dup2( output, STDOUT_FILENO );
-    for( int descriptor = 3; descriptor < MAX_DESCRIPTOR; ++descriptor ) close( descriptor );
+    close_range( STDERR_FILENO + 1, ~0U, 0 );
     execve( path, arguments, environ );
     _exit( 127 );
 }
@@ -91,11 +90,14 @@ bool GCrashAsk( GCrashAnswer& answer )
     answer.comment[0] = '\0';
     int ends[2];
     if( !hasDisplay_ || access( helperPath_, X_OK ) || pipe2( ends, O_CLOEXEC ) ) return false;
+    GCrashFreeInput( );
+    const pid_t self = getpid( );
     const pid_t child = _Fork( );
     if( !child )
     {
         // The dialog must not outlive a process that is killed meanwhile.
         prctl( PR_SET_PDEATHSIG, SIGTERM );
+        if( getppid( ) != self ) _exit( 0 );
         char* const arguments[] = { helperPath_, nullptr };
         runChild( helperPath_, arguments, ends[1] );
     }
@@ -110,19 +112,19 @@ bool GCrashAsk( GCrashAnswer& answer )
     return parseAnswer( bytes, got, answer );
 }
 
-void GCrashPrepareRestart( const GString& path, const GString& arguments )
+bool GCrashPrepareRestart( const GString& path, const GString& arguments )
 {
-    restartArguments_[0] = nullptr;
-    const GString text = path + GString( 1, '\0' ) + arguments;
-    if( path.empty( ) || text.size( ) >= sizeof( restartText_ ) ) return;
-    memcpy( restartText_, text.data( ), text.size( ) );
-    restartText_[text.size( )] = '\0';
+    const GString text = path + ' ' + arguments;
+    const auto words = static_cast<size_t>( std::count( arguments.begin( ), arguments.end( ), ' ' ) ) + 1;
+    if( text.size( ) >= sizeof( restartText_ ) || words > MAX_ARGUMENTS ) return false;
+    memcpy( restartText_, text.c_str( ), text.size( ) + 1 );
+    restartText_[path.size( )] = '\0';
     size_t count = 0;
-    restartArguments_[count++] = restartText_;
-    for( char* token = strtok( restartText_ + path.size( ) + 1, " " ); token && count <= MAX_ARGUMENTS;
-         token = strtok( nullptr, " " ) )
+    if( !path.empty( ) ) restartArguments_[count++] = restartText_;
+    for( char* token = strtok( restartText_ + path.size( ) + 1, " " ); token && count; token = strtok( nullptr, " " ) )
         restartArguments_[count++] = token;
     restartArguments_[count] = nullptr;
+    return true;
 }
 bool GCrashCanRestart( )
 {

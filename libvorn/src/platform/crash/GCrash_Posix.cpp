@@ -3,6 +3,7 @@
 #include "base/GDebug.h"
 #include "base/GPortable.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -13,10 +14,14 @@
 
 namespace
 {
-GCrashHandler handler_ = nullptr;
+constexpr int64_t PARK_PAUSE = 1000;
+constexpr int PARK_TRIES = 1000;
+
+std::atomic<GCrashHandler> handler_ = nullptr;
 pthread_t mainThread_;
-volatile int displaySocket_ = -1;
-void ( *sleep_ )( int64_t ) = nullptr;
+std::atomic<int> displaySockets_[] = { -1, -1 };
+std::atomic<bool> parked_ = false;
+std::atomic<void ( * )( int64_t )> sleep_ = nullptr;
 
 struct CodeName
 {
@@ -61,18 +66,43 @@ constexpr unsigned UNKNOWN = 0xFFFFFFFF;
 void onSignal( int signal, siginfo_t* info, void* )
 {
     const int savedError = errno;
-    // A popup menu's pointer grab would keep all input from the dialog. Another thread's crash leaves the display alone, since the
-    // user-interface thread would take the process with it.
-    if( signal != SIGTERM && displaySocket_ >= 0 && pthread_equal( pthread_self( ), mainThread_ ) )
-        shutdown( displaySocket_, SHUT_RDWR );
     const unsigned code = GCrashGetCode( signal, info->si_code );
     if( code != UNKNOWN ) _GPNameException( code );
     _GPOnSignal( signal );
     errno = savedError;
 }
+
+int parkSignal( )
+{
+    return SIGRTMAX - 1;
+}
+// The user-interface thread stands still from here to the end of the process. It can still fail: that signal comes through.
+void onPark( int )
+{
+    parked_ = true;
+    for( ;; ) pause( );
+}
+
+void sleepReally( int64_t microseconds )
+{
+    timespec left = { static_cast<time_t>( microseconds / 1000000 ),
+                      static_cast<long>( microseconds % 1000000 * 1000 ) };
+    while( nanosleep( &left, &left ) && errno == EINTR )
+    {
+    }
+}
+
+// True when the user-interface thread will not touch the display any more.
+bool standsStill( )
+{
+    if( pthread_equal( pthread_self( ), mainThread_ ) ) return true;
+    if( pthread_kill( mainThread_, parkSignal( ) ) ) return false;
+    for( int i = 0; i < PARK_TRIES && !parked_; ++i ) sleepReally( PARK_PAUSE );
+    return parked_;
+}
 } // namespace
 
-void GCrashInstall( void ( *crashHandler )( ) )
+void GCrashInstall( GCrashHandler crashHandler )
 {
     handler_ = crashHandler;
     mainThread_ = pthread_self( );
@@ -83,6 +113,9 @@ void GCrashInstall( void ( *crashHandler )( ) )
     sigemptyset( &action.sa_mask );
     for( const int signal : { SIGABRT, SIGFPE, SIGILL, SIGSEGV, SIGBUS, SIGTERM } )
         sigaction( signal, &action, nullptr );
+    action.sa_flags = 0;
+    action.sa_handler = onPark;
+    sigaction( parkSignal( ), &action, nullptr );
     signal( SIGPIPE, SIG_IGN );
     std::set_terminate( []( ) { _GPOnSignal( GCRASH_TERMINATE ); } );
     GCrashPrepareDialog( );
@@ -91,9 +124,24 @@ GCrashHandler GCrashGetHandler( )
 {
     return handler_;
 }
-void GCrashSetDisplaySocket( int descriptor )
+void GCrashAddDisplaySocket( int descriptor )
 {
-    displaySocket_ = descriptor;
+    for( std::atomic<int>& socket : displaySockets_ )
+    {
+        int none = -1;
+        if( socket.compare_exchange_strong( none, descriptor ) ) return;
+    }
+}
+void GCrashForgetDisplaySockets( )
+{
+    for( std::atomic<int>& socket : displaySockets_ ) socket = -1;
+}
+void GCrashFreeInput( )
+{
+    if( displaySockets_[0] < 0 || !standsStill( ) ) return;
+    // Closing would not do: the toolkit's reader thread holds the connection.
+    for( const std::atomic<int>& socket : displaySockets_ )
+        if( socket >= 0 ) shutdown( socket, SHUT_RDWR );
 }
 
 unsigned GCrashGetCode( int signal, int detail )
@@ -138,10 +186,6 @@ void GCrashSetSleep( void ( *sleep )( int64_t microseconds ) )
 }
 void GCrashSleep( int64_t microseconds )
 {
-    if( sleep_ ) return sleep_( microseconds );
-    timespec left = { static_cast<time_t>( microseconds / 1000000 ),
-                      static_cast<long>( microseconds % 1000000 * 1000 ) };
-    while( nanosleep( &left, &left ) && errno == EINTR )
-    {
-    }
+    if( void ( *const sleep )( int64_t ) = sleep_ ) return sleep( microseconds );
+    sleepReally( microseconds );
 }

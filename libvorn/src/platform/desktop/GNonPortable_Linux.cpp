@@ -15,15 +15,15 @@ void GInitializeNonPortable( void ( *crashHandler )( ) )
     GCrashInstall( crashHandler );
     GDesktopOpen( );
     if( xcb_connection_t* connection = GDesktopGetConnection( ) )
-        GCrashSetDisplaySocket( xcb_get_file_descriptor( connection ) );
+        GCrashAddDisplaySocket( xcb_get_file_descriptor( connection ) );
     GSleepWatchOpen( );
     GThreadRegister( u"(main)" );
 }
 
 void GNonPortableClose( )
 {
+    GCrashForgetDisplaySockets( );
     GHotkeyCloseAll( );
     GXcbClose( );
-    GCrashSetDisplaySocket( -1 );
     GDesktopClose( );
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -18,28 +19,49 @@ void writeTo( int descriptor, const char* bytes, size_t length )
     do written = write( descriptor, bytes, length );
     while( written < 0 && errno == EINTR );
 }
+// While an instance holds the lock of the file at that path, no other moves it: whoever does must hold it too.
+bool isStillAt( int descriptor, const GString& path )
+{
+    struct stat own = { };
+    struct stat there = { };
+    return !fstat( descriptor, &own ) && !stat( path.c_str( ), &there ) && own.st_dev == there.st_dev &&
+           own.st_ino == there.st_ino;
+}
+int openLeftBehind( const GString& path )
+{
+    // Some file systems lock only what is open for writing; a log that may only be read can be moved all the same.
+    const int descriptor = open( path.c_str( ), O_RDWR | O_CLOEXEC | O_NONBLOCK );
+    return descriptor < 0 && errno == EACCES ? open( path.c_str( ), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) : descriptor;
+}
 } // namespace
 
-bool GLogFileIsHeld( const GString& path )
+bool GLogFileMoveAside( const GString& fromPath, const GString& toPath )
 {
-    const int probe = open( path.c_str( ), O_RDONLY | O_CLOEXEC | O_NONBLOCK );
-    if( probe < 0 ) return errno != ENOENT;
-    const bool held = flock( probe, LOCK_EX | LOCK_NB ) != 0;
-    close( probe );
-    return held;
+    const int descriptor = openLeftBehind( fromPath );
+    if( descriptor < 0 ) return errno == ENOENT;
+    const bool isFree = !flock( descriptor, LOCK_EX | LOCK_NB );
+    // Another instance may have moved it since; what lies there then is that instance's own.
+    const bool moved = isFree && isStillAt( descriptor, fromPath ) && !rename( fromPath.c_str( ), toPath.c_str( ) );
+    close( descriptor );
+    return moved;
 }
 
 bool GLogFileOpen( const GString& path )
 {
     const int descriptor = open( path.c_str( ), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, LOG_MODE );
     if( descriptor < 0 ) return false;
-    if( flock( descriptor, LOCK_EX | LOCK_NB ) )
+    // Another instance may hold the lock for the moment that it needs to move this file out of its own way.
+    if( flock( descriptor, LOCK_EX ) || !isStillAt( descriptor, path ) )
     {
         close( descriptor );
         return false;
     }
     descriptor_ = descriptor;
     return true;
+}
+bool GLogFileExists( const char* path )
+{
+    return !access( path, F_OK );
 }
 bool GLogFileIsOpen( )
 {

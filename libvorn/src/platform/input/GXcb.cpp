@@ -1,6 +1,7 @@
 #include "platform/input/GXcb.h"
 
 #include "base/GPortable.h"
+#include "platform/GCrash.h"
 #include "platform/desktop/GDesktop_Qt.h"
 
 #include <QGuiApplication>
@@ -65,6 +66,7 @@ void open( )
         connection_ = nullptr;
         return;
     }
+    GCrashAddDisplaySocket( xcb_get_file_descriptor( connection_ ) );
     xcb_screen_iterator_t screens = xcb_setup_roots_iterator( xcb_get_setup( connection_ ) );
     for( ; screen > 0 && screens.rem > 1; --screen ) xcb_screen_next( &screens );
     root_ = screens.data->root;
