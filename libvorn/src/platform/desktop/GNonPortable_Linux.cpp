@@ -3,6 +3,7 @@
 #include "platform/GCrash.h"
 #include "platform/GSystem.h"
 #include "platform/GThread.h"
+#include "platform/common/GScreenBackend.h"
 #include "platform/desktop/GDesktop_Qt.h"
 #include "platform/input/GHotkey.h"
 #include "platform/input/GXcb.h"
@@ -23,6 +24,7 @@ void GInitializeNonPortable( void ( *crashHandler )( ) )
 void GNonPortableClose( )
 {
     GCrashForgetDisplaySockets( );
+    GScreenBackendClose( );
     GHotkeyCloseAll( );
     GXcbClose( );
     GDesktopClose( );

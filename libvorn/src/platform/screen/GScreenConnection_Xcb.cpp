@@ -1,0 +1,87 @@
+#include "platform/screen/GScreenConnection.h"
+
+#include <csignal>
+#include <string_view>
+
+namespace
+{
+constexpr std::string_view ATOM_NAMES[GATOM_COUNT] = {
+    "_NET_CLIENT_LIST",
+    "_NET_SUPPORTED",
+    "_NET_ACTIVE_WINDOW",
+    "WM_STATE",
+    "_NET_WM_NAME",
+    "UTF8_STRING",
+    "_NET_WM_WINDOW_TYPE",
+    "_NET_WM_WINDOW_TYPE_DESKTOP",
+    "_NET_WM_WINDOW_TYPE_DOCK",
+};
+
+// Writing to a server that has gone would end the process. A handler that someone has set stays.
+void ignoreBrokenPipe( )
+{
+    struct sigaction action = { };
+    if( sigaction( SIGPIPE, nullptr, &action ) == 0 && action.sa_handler == SIG_DFL ) std::signal( SIGPIPE, SIG_IGN );
+}
+} // namespace
+
+bool GScreenConnection::open( )
+{
+    if( isAlive( ) ) return true;
+    close( );
+    ignoreBrokenPipe( );
+    int number = 0;
+    _connection = xcb_connect( nullptr, &number );
+    ++_generation;
+    if( isAlive( ) )
+    {
+        xcb_screen_iterator_t screens = xcb_setup_roots_iterator( xcb_get_setup( _connection ) );
+        for( ; number > 0 && screens.rem > 1; --number ) xcb_screen_next( &screens );
+        _screen = screens.rem > 0 ? screens.data : nullptr;
+    }
+    if( _screen && _readAtoms( ) ) return true;
+    close( );
+    return false;
+}
+
+void GScreenConnection::close( )
+{
+    if( _connection ) xcb_disconnect( _connection );
+    _connection = nullptr;
+    _screen = nullptr;
+}
+
+bool GScreenConnection::isAlive( ) const
+{
+    return _connection && !xcb_connection_has_error( _connection );
+}
+
+bool GScreenConnection::has( xcb_extension_t& extension ) const
+{
+    const xcb_query_extension_reply_t* reply = xcb_get_extension_data( _connection, &extension );
+    return reply && reply->present;
+}
+
+void GScreenConnection::dropEvents( )
+{
+    if( !_connection ) return;
+    while( GScreenReply<xcb_generic_event_t>( xcb_poll_for_queued_event( _connection ) ) )
+    {
+    }
+}
+
+bool GScreenConnection::_readAtoms( )
+{
+    xcb_intern_atom_cookie_t cookies[GATOM_COUNT];
+    for( int i = 0; i < GATOM_COUNT; ++i )
+        cookies[i] =
+            xcb_intern_atom( _connection, 0, static_cast<uint16_t>( ATOM_NAMES[i].size( ) ), ATOM_NAMES[i].data( ) );
+    bool good = true;
+    for( int i = 0; i < GATOM_COUNT; ++i )
+    {
+        const GScreenReply<xcb_intern_atom_reply_t> reply( xcb_intern_atom_reply( _connection, cookies[i], nullptr ) );
+        good = good && reply;
+        _atoms[i] = reply ? reply->atom : xcb_atom_t{ XCB_ATOM_NONE };
+    }
+    return good;
+}
