@@ -3,6 +3,7 @@
 #include "base/GDebug.h"
 #include "base/GPortable.h"
 #include "platform/GIcon.h"
+#include "platform/GScreen.h"
 #include "platform/GWin.h"
 
 namespace
@@ -29,8 +30,8 @@ GSkinPlatform::GSkinPlatform( )
                     { return GSystemExecute( path, GWString( ), reason ); } ),
       isLeftButtonDown( [] { return GSystemIsKeyDown( LEFT_BUTTON ); } ), openHotkey( GSystemHotkeyOpen ),
       closeHotkey( GSystemHotkeyClose ),
-      listWindows( []( std::map<uint32_t, GWString>& windows ) { windows.clear( ); } ),
-      raiseWindow( []( uint32_t ) {} ), getWorkArea( [] { return GWinGetWorkArea( 0, 0 ); } ),
+      listWindows( []( std::map<uint32_t, GWString>& windows ) { GScreenGetWindowList( &windows ); } ),
+      raiseWindow( GScreenRaiseWindow ), getWorkArea( [] { return GWinGetWorkArea( 0, 0 ); } ),
       showError( showErrorBox ), rollLog( rollLogFile )
 {
 }

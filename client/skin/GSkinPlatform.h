@@ -23,6 +23,7 @@ struct GSkinPlatform
     std::function<void( GHotkey hotkey )> closeHotkey;
     // Windows that can be shared: number and title.
     std::function<void( std::map<uint32_t, GWString>& windows )> listWindows;
+    // Brings one of them to the front; nothing happens when it has gone.
     std::function<void( uint32_t window )> raiseWindow;
     std::function<GRect( )> getWorkArea;
     // A modal box with the stop icon and no owner.
