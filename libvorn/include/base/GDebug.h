@@ -26,5 +26,7 @@ void _GPOnSignal( int signal );
 // Logs the exception's name. No heap.
 void _GPNameException( unsigned code );
 bool GIsSystemTerminating( );
-// Masks values of names that end in "password" before a line leaves the process.
-GWString GLogMask( const GWString& name, const GWString& value );
+// True for a name that ends in "password", in any case: its value never leaves the process in a log line.
+bool GLogIsSecret( GWStringView name );
+// The value as it may be logged: eight stars for what is secret and not empty. A view of `value` or of a constant.
+GWStringView GLogMask( GWStringView name, GWStringView value );

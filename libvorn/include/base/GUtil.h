@@ -10,7 +10,10 @@
 // GTextKeepAstral( true ) four-byte sequences become two units instead (and back).
 GWString GUTF8ToWide( std::string_view text );
 void GUTF8ToWide( std::string_view text, GWString& out ); // The same into a string that keeps its room.
+// The same into room for as many units as `text` has bytes; the units written.
+size_t GUTF8ToWide( std::string_view text, char16_t* out );
 GString GWideToUTF8( GWStringView text );
+void GWideToUTF8( GWStringView text, GString& out ); // The same into a string that keeps its room.
 void GTextKeepAstral( bool keep );
 // The 26 ASCII capitals only.
 GWString GToLower( GWStringView text );
@@ -25,11 +28,15 @@ bool GTest( GWStringView text );
 bool GTest( std::string_view text );
 // Tab, newline, return and backslash become two-byte escapes; any character of `extra` gets a backslash.
 GString GEscape( std::string_view text, std::string_view extra );
+void GAppendEscaped( GString& out, std::string_view text, std::string_view extra ); // The same at the end of `out`.
 GString GUnescape( std::string_view text );
+void GUnescape( std::string_view text, GString& out ); // The same into a string that keeps its room.
 // Keeps a-z 0-9 - _ @ . ; capitals are lower-cased, everything else is dropped.
 GWString GSanitizeName( GWStringView text );
 // Cuts at any delimiter, trims each item, drops the empty ones. Default delimiters: tab, newline, comma, semicolon.
 GStringList GSplitList( GWStringView text, GWStringView delimiters = u"\t\n,;" );
+// The same one by one: moves `begin`, which starts at 0, behind the next item and gives the item as a view; false when none is left.
+bool GSplitNext( GWStringView text, size_t& begin, GWStringView& item, GWStringView delimiters = u"\t\n,;" );
 GWString GJoinList( const GStringList& list );
 bool GListContains( const GStringList& list, GWStringView item );
 // Not empty and not "0.0.0.0:0"; the form of the text is not tested.

@@ -1,10 +1,10 @@
 // The one message of the system: commands on queues, signalling, exchanges with servers. A first line under the empty name,
-// headers with exact names, and content parts whose sizes stand in "Content-Length". A plain value without a lock.
+// headers with exact names, and content parts whose sizes stand in "Content-Length". A plain value without a lock. A message that
+// is read into again and again keeps its room and soon takes nothing from the heap.
 #pragma once
 
 #include "base/GUtil.h"
-
-#include <map>
+#include "runtime/GHeaderTable.h"
 
 constexpr int GHTTP_SUCCESS = 200;
 
@@ -33,7 +33,7 @@ public:
     void remove( GWStringView name, GWStringView item );
     bool test( GWStringView name ) const;
     int64_t calc( GWStringView name ) const;
-    const std::map<GWString, GWString, std::less<>>& headers( ) const { return _headers; }
+    const GHeaderTable& headers( ) const { return _headers; } // The first line, with the empty name, comes first.
 
     void addContent( const char* data, int length );
     void addContent( const GString& data );
@@ -51,9 +51,24 @@ public:
     GWString getDebugText( ) const;
 
 private:
+    // Strings of earlier parts; a copy of a message does without.
+    struct Spare
+    {
+        Spare( ) = default;
+        Spare( const Spare& ) {}
+        Spare( Spare&& ) = default;
+        Spare& operator=( const Spare& ) { return *this; }
+        Spare& operator=( Spare&& ) = default;
+        ~Spare( ) = default;
+        std::vector<GString> parts;
+    };
+    int _getResponse( GWStringView& text ) const;
+    void _addPart( const char* data, size_t length );
+    void _appendLines( GString& out, bool masked ) const;
     void _debugUpdate( );
 
-    std::map<GWString, GWString, std::less<>> _headers;
-    GString _debugText;
+    GHeaderTable _headers;
+    GString _debugText; // What the lines of the message are, as they may be logged: a crash dump shows it.
     std::vector<GString> _contentArray;
+    Spare _spare;
 };

@@ -3,7 +3,8 @@
 //   name  = +( backslash any | not backslash, CR, LF, colon )
 //   value = *( backslash any | not backslash, CR, LF )
 //   line  = blank name ":" blank value
-// Parsers are plain values: building one costs nothing, and every repetition is a loop.
+// Parsers are plain values: building one costs nothing, and every repetition is a loop. The settings file is read by them;
+// runtime/GHeaderScanner follows the same rules by hand, and a test holds it to these.
 #pragma once
 
 #include "base/GPortable.h"

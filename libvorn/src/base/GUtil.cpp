@@ -2,6 +2,7 @@
 
 #include "base/GBytes.h"
 #include "base/GDebug.h"
+#include "base/GPlainText.h"
 #include "platform/GTime.h"
 
 #include <algorithm>
@@ -28,71 +29,87 @@ int continuationsOf( unsigned char lead )
     if( lead < 0xF0 ) return 2;
     return lead < 0xF8 ? 3 : -1;
 }
-void appendCodePoint( GWString& out, uint32_t code )
+// The units written.
+size_t writeCodePoint( uint32_t code, char16_t* out )
 {
-    if( code < 0x10000 )
-        out += static_cast<char16_t>( code );
-    else if( code > 0x10FFFF || !keepAstral_.load( std::memory_order_relaxed ) )
-        out += REPLACEMENT;
-    else
+    out[0] = static_cast<char16_t>( code );
+    if( code < 0x10000 ) return 1;
+    if( code > 0x10FFFF || !keepAstral_.load( std::memory_order_relaxed ) )
     {
-        out += static_cast<char16_t>( 0xD800 + ( ( code - 0x10000 ) >> 10 ) );
-        out += static_cast<char16_t>( 0xDC00 + ( code & 0x3FF ) );
+        out[0] = REPLACEMENT;
+        return 1;
     }
+    out[0] = static_cast<char16_t>( 0xD800 + ( ( code - 0x10000 ) >> 10 ) );
+    out[1] = static_cast<char16_t>( 0xDC00 + ( code & 0x3FF ) );
+    return 2;
+}
+// One sequence of more than one byte, or what stands in for a broken one. Advances `i`.
+size_t decodeSequence( std::string_view text, size_t& i, char16_t* out )
+{
+    const auto lead = static_cast<unsigned char>( text[i++] );
+    const int wanted = continuationsOf( lead );
+    uint32_t code = wanted > 0 ? lead & ( 0x3F >> wanted ) : 0;
+    int got = 0;
+    for( ; got < wanted && i < text.size( ) && isContinuation( text[i] ); ++got )
+        code = code << 6 | ( text[i++] & 0x3F );
+    const bool isGood = got == wanted && ( wanted < 3 || code >= 0x10000 );
+    return writeCodePoint( isGood ? code : static_cast<uint32_t>( REPLACEMENT ), out );
+}
+// A character beyond ASCII, with its second unit when it is a kept pair. Advances `i`.
+void appendSequence( GWStringView text, size_t& i, bool keepAstral, GString& out )
+{
+    uint32_t code = text[i++];
+    const bool isPair = keepAstral && ( code & 0xFC00 ) == 0xD800 && i < text.size( ) && ( text[i] & 0xFC00 ) == 0xDC00;
+    if( isPair ) code = 0x10000 + ( ( code & 0x3FF ) << 10 ) + ( text[i++] & 0x3FF );
+    const int continuations = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    out += static_cast<char>( ( 0xFF00 >> ( continuations + 1 ) & 0xFF ) | code >> 6 * continuations );
+    for( int shift = continuations - 1; shift >= 0; --shift )
+        out += static_cast<char>( 0x80 | ( code >> 6 * shift & 0x3F ) );
 }
 } // namespace
 
-void GUTF8ToWide( std::string_view text, GWString& out )
+size_t GUTF8ToWide( std::string_view text, char16_t* out )
 {
-    out.clear( );
+    size_t units = 0;
     for( size_t i = 0; i < text.size( ); )
     {
-        const auto lead = static_cast<unsigned char>( text[i++] );
-        const int wanted = continuationsOf( lead );
-        if( wanted <= 0 )
-        {
-            out += wanted ? REPLACEMENT : static_cast<char16_t>( lead );
-            continue;
-        }
-        uint32_t code = lead & ( 0x3F >> wanted );
-        int got = 0;
-        for( ; got < wanted && i < text.size( ) && isContinuation( text[i] ); ++got )
-            code = code << 6 | ( text[i++] & 0x3F );
-        if( got == wanted && ( wanted < 3 || code >= 0x10000 ) )
-            appendCodePoint( out, code );
-        else
-            out += REPLACEMENT;
+        const size_t plain =
+            GPlainText::widen<GPlainText::Kind::Ascii>( text.data( ) + i, text.size( ) - i, out + units );
+        i += plain;
+        units += plain;
+        while( i < text.size( ) && static_cast<unsigned char>( text[i] ) >= 0x80 )
+            units += decodeSequence( text, i, out + units );
     }
+    return units;
+}
+void GUTF8ToWide( std::string_view text, GWString& out )
+{
+    out.resize( text.size( ) );
+    out.resize( GUTF8ToWide( text, out.data( ) ) );
 }
 GWString GUTF8ToWide( std::string_view text )
 {
     GWString out;
-    out.reserve( text.size( ) );
     GUTF8ToWide( text, out );
     return out;
 }
 
+void GWideToUTF8( GWStringView text, GString& out )
+{
+    out.resize( text.size( ) );
+    size_t i = GPlainText::narrow( text.data( ), text.size( ), out.data( ) );
+    out.resize( i );
+    const bool keepAstral = keepAstral_.load( std::memory_order_relaxed );
+    while( i < text.size( ) )
+        if( text[i] < 0x80 )
+            out += static_cast<char>( text[i++] );
+        else
+            appendSequence( text, i, keepAstral, out );
+}
 GString GWideToUTF8( GWStringView text )
 {
     GString out;
-    out.reserve( text.size( ) );
-    const bool keepAstral = keepAstral_.load( std::memory_order_relaxed );
-    for( size_t i = 0; i < text.size( ); ++i )
-    {
-        uint32_t code = text[i];
-        const bool isPair =
-            keepAstral && ( code & 0xFC00 ) == 0xD800 && i + 1 < text.size( ) && ( text[i + 1] & 0xFC00 ) == 0xDC00;
-        if( isPair ) code = 0x10000 + ( ( code & 0x3FF ) << 10 ) + ( text[++i] & 0x3FF );
-        if( code < 0x80 )
-        {
-            out += static_cast<char>( code );
-            continue;
-        }
-        const int continuations = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
-        out += static_cast<char>( ( 0xFF00 >> ( continuations + 1 ) & 0xFF ) | code >> 6 * continuations );
-        for( int shift = continuations - 1; shift >= 0; --shift )
-            out += static_cast<char>( 0x80 | ( code >> 6 * shift & 0x3F ) );
-    }
+    GWideToUTF8( text, out );
     return out;
 }
 void GTextKeepAstral( bool keep )
@@ -203,42 +220,78 @@ bool GTest( std::string_view text )
     return std::equal( text.begin( ), text.end( ), TRUE_TEXT.begin( ), TRUE_TEXT.end( ), isSame ) || GCalc( text ) > 0;
 }
 
+namespace
+{
+// The characters up to the first that needs an escape.
+size_t countUnescaped( std::string_view text, std::string_view extra )
+{
+    using namespace GPlainText;
+    size_t plain = 0;
+    if( extra.empty( ) ) plain = count<Kind::Value>( text.data( ), text.size( ) );
+    if( extra == ": " ) plain = count<Kind::Name>( text.data( ), text.size( ) );
+    const auto isEscaped = [extra]( char unit )
+    { return unit == '\t' || unit == '\n' || unit == '\r' || unit == '\\' || isOneOf( unit, extra ); };
+    const auto found = std::find_if( text.begin( ) + static_cast<ptrdiff_t>( plain ), text.end( ), isEscaped );
+    return static_cast<size_t>( found - text.begin( ) );
+}
+void appendEscape( char unit, GString& out )
+{
+    out += '\\';
+    switch( unit )
+    {
+    case '\t': out += 't'; break;
+    case '\n': out += 'n'; break;
+    case '\r': out += 'r'; break;
+    default: out += unit;
+    }
+}
+char unescapedUnit( char unit )
+{
+    switch( unit )
+    {
+    case 't': return '\t';
+    case 'n': return '\n';
+    case 'r': return '\r';
+    default: return unit;
+    }
+}
+} // namespace
+
+void GAppendEscaped( GString& out, std::string_view text, std::string_view extra )
+{
+    while( !text.empty( ) )
+    {
+        const size_t plain = countUnescaped( text, extra );
+        out.append( text.data( ), plain );
+        text.remove_prefix( plain );
+        if( text.empty( ) ) return;
+        appendEscape( text[0], out );
+        text.remove_prefix( 1 );
+    }
+}
 GString GEscape( std::string_view text, std::string_view extra )
 {
     GString out;
     out.reserve( text.size( ) );
-    for( const char unit : text ) switch( unit )
-        {
-        case '\t': out += "\\t"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\\': out += "\\\\"; break;
-        default:
-            if( isOneOf( unit, extra ) ) out += '\\';
-            out += unit;
-        }
+    GAppendEscaped( out, text, extra );
     return out;
+}
+void GUnescape( std::string_view text, GString& out )
+{
+    out.clear( );
+    for( size_t i = 0; i < text.size( ); i += 2 )
+    {
+        const size_t slash = std::min( text.find( '\\', i ), text.size( ) );
+        out.append( text.data( ) + i, slash - i );
+        i = slash;
+        if( i + 1 < text.size( ) ) out += unescapedUnit( text[i + 1] );
+    }
 }
 GString GUnescape( std::string_view text )
 {
     GString out;
     out.reserve( text.size( ) );
-    for( size_t i = 0; i < text.size( ); ++i )
-    {
-        if( text[i] != '\\' )
-        {
-            out += text[i];
-            continue;
-        }
-        if( ++i == text.size( ) ) break;
-        switch( text[i] )
-        {
-        case 't': out += '\t'; break;
-        case 'n': out += '\n'; break;
-        case 'r': out += '\r'; break;
-        default: out += text[i];
-        }
-    }
+    GUnescape( text, out );
     return out;
 }
 
@@ -254,16 +307,22 @@ GWString GSanitizeName( GWStringView text )
     return out;
 }
 
+bool GSplitNext( GWStringView text, size_t& begin, GWStringView& item, GWStringView delimiters )
+{
+    while( begin <= text.size( ) )
+    {
+        const size_t end = std::min( text.find_first_of( delimiters, begin ), text.size( ) );
+        item = trimmed( text.substr( begin, end - begin ) );
+        begin = end + 1;
+        if( !item.empty( ) ) return true;
+    }
+    return false;
+}
 GStringList GSplitList( GWStringView text, GWStringView delimiters )
 {
     GStringList list;
-    for( size_t begin = 0; begin <= text.size( ); )
-    {
-        const size_t end = std::min( text.find_first_of( delimiters, begin ), text.size( ) );
-        const GWStringView item = trimmed( text.substr( begin, end - begin ) );
-        if( !item.empty( ) ) list.emplace_back( item );
-        begin = end + 1;
-    }
+    GWStringView item;
+    for( size_t begin = 0; GSplitNext( text, begin, item, delimiters ); ) list.emplace_back( item );
     return list;
 }
 GWString GJoinList( const GStringList& list )
@@ -366,7 +425,14 @@ void GConsume( GString& buffer, int num )
     if( num > 0 ) buffer.erase( 0, static_cast<size_t>( num ) );
 }
 
-GWString GLogMask( const GWString& name, const GWString& value )
+bool GLogIsSecret( GWStringView name )
 {
-    return GToLower( name ).ends_with( u"password" ) && !value.empty( ) ? GWString( u"********" ) : value;
+    constexpr GWStringView SECRET = u"password";
+    return name.size( ) >= SECRET.size( ) &&
+           std::equal( SECRET.rbegin( ), SECRET.rend( ), name.rbegin( ),
+                       []( char16_t wanted, char16_t unit ) { return lowerUnit( unit ) == wanted; } );
+}
+GWStringView GLogMask( GWStringView name, GWStringView value )
+{
+    return GLogIsSecret( name ) && !value.empty( ) ? GWStringView( u"********" ) : value;
 }

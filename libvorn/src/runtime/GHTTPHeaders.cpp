@@ -1,8 +1,11 @@
 #include "runtime/GHTTPHeaders.h"
 
 #include "base/GDebug.h"
-#include "base/GLineGrammar.h"
+#include "runtime/GHeaderScanner.h"
 
+#include <boost/spirit/include/classic_core.hpp>
+
+#include <algorithm>
 #include <climits>
 
 namespace
@@ -11,27 +14,17 @@ namespace spirit = boost::spirit::classic;
 
 constexpr GWStringView CONTENT_LENGTH = u"Content-Length";
 constexpr GWStringView PROTOCOL = u"HTTP/1.1";
-constexpr std::string_view HEADER_END = "\r\n\r\n";
-
-// firstLine CR LF *( line CR LF ) CR LF. The bytes taken, or 0.
-int parseHeader( const char* buffer, int length, GLineGrammar::Matches& names, GLineGrammar::Matches& values )
-{
-    using namespace GLineGrammar;
-    // Without the end of a header nothing can match: a growing stream buffer is refused at the cost of one search.
-    const size_t end = std::string_view( buffer, static_cast<size_t>( length ) ).find( HEADER_END );
-    if( end == std::string_view::npos ) return 0;
-    const auto eol = spirit::ch_p( '\r' ) >> spirit::ch_p( '\n' );
-    names.emplace_back( );
-    const auto info = spirit::parse( buffer, buffer + length,
-                                     value( )[Push{ &values }] >> eol >> *( line( names, values ) >> eol ) >> eol );
-    return info.hit ? static_cast<int>( info.stop - buffer ) : 0;
-}
+constexpr std::string_view EOL = "\r\n";
+// Room that is kept for the parts of the next message.
+constexpr size_t MAX_KEPT_PART = 65536;
+constexpr size_t MAX_KEPT_PARTS = 8;
 
 // The end of the header and of all parts; 0 when a size is no size or the message is longer than any buffer.
-int64_t measure( int64_t header, const GStringList& sizes )
+int64_t measure( int64_t header, GWStringView sizes )
 {
     int64_t total = header;
-    for( const GWString& size : sizes )
+    GWStringView size;
+    for( size_t begin = 0; GSplitNext( sizes, begin, size ); )
     {
         const int64_t part = GCalc( size );
         if( part < 0 || part > INT_MAX - total ) return 0;
@@ -40,9 +33,11 @@ int64_t measure( int64_t header, const GStringList& sizes )
     return total;
 }
 
-GWString wideOf( std::string_view escaped )
+bool holdsSecret( const GHeaderTable& headers )
 {
-    return GUTF8ToWide( GUnescape( escaped ) );
+    for( const auto& [name, value] : headers )
+        if( GLogIsSecret( name ) ) return true;
+    return false;
 }
 
 struct AssignUnits
@@ -81,13 +76,12 @@ void GHTTPHeaders::setResponse( int code, GWStringView text )
 
 GWString GHTTPHeaders::getMethod( ) const
 {
-    GWString uri;
-    return getMethod( uri );
+    const GWStringView line = _headers.get( u"" );
+    return GWString( line.substr( 0, line.find( u' ' ) ) );
 }
 GWString GHTTPHeaders::getMethod( GWString& uri ) const
 {
-    const auto found = _headers.find( u"" );
-    const GWStringView line = found == _headers.end( ) ? GWStringView( ) : GWStringView( found->second );
+    const GWStringView line = _headers.get( u"" );
     const size_t first = std::min( line.find( u' ' ), line.size( ) );
     const size_t begin = std::min( line.find_first_not_of( u' ', first ), line.size( ) );
     uri = line.substr( begin, line.find( u' ', begin ) - begin );
@@ -95,27 +89,29 @@ GWString GHTTPHeaders::getMethod( GWString& uri ) const
 }
 bool GHTTPHeaders::isMethod( GWStringView method ) const
 {
-    const auto found = _headers.find( u"" );
-    if( found == _headers.end( ) ) return method.empty( );
-    const GWStringView line = found->second;
+    const GWStringView line = _headers.get( u"" );
     return line.substr( 0, line.find( u' ' ) ) == method;
 }
 
 int GHTTPHeaders::getResponse( ) const
 {
-    GWString text;
-    return getResponse( text );
+    GWStringView text;
+    return _getResponse( text );
 }
 int GHTTPHeaders::getResponse( GWString& text ) const
 {
-    text.clear( );
-    const auto found = _headers.find( u"" );
-    if( found == _headers.end( ) || !found->second.starts_with( PROTOCOL ) ) return 0;
-    const char16_t* const begin = found->second.data( ) + PROTOCOL.size( );
-    const char16_t* const end = found->second.data( ) + found->second.size( );
+    GWStringView reason;
+    const int code = _getResponse( reason );
+    text = reason;
+    return code;
+}
+int GHTTPHeaders::_getResponse( GWStringView& text ) const
+{
+    const GWStringView line = _headers.get( u"" );
+    if( !line.starts_with( PROTOCOL ) ) return 0;
     GWStringView code;
     GWStringView reason;
-    const auto info = spirit::parse( begin, end,
+    const auto info = spirit::parse( line.data( ) + PROTOCOL.size( ), line.data( ) + line.size( ),
                                      +WideBlank( ) >> ( +WideDigit( ) )[AssignUnits{ &code }] >> *WideBlank( ) >>
                                          ( *spirit::anychar_p )[AssignUnits{ &reason }] );
     const int64_t number = info.hit ? GCalc( code ) : 0;
@@ -126,11 +122,7 @@ int GHTTPHeaders::getResponse( GWString& text ) const
 
 void GHTTPHeaders::set( GWStringView name, GWStringView value )
 {
-    const auto found = _headers.find( name );
-    if( found == _headers.end( ) )
-        _headers.emplace( name, value );
-    else
-        found->second = value;
+    _headers.set( name, value );
     _debugUpdate( );
 }
 void GHTTPHeaders::set( GWStringView name, const GStringList& list )
@@ -143,12 +135,11 @@ void GHTTPHeaders::set( GWStringView name, int64_t value )
 }
 GWString GHTTPHeaders::get( GWStringView name ) const
 {
-    const auto found = _headers.find( name );
-    return found == _headers.end( ) ? GWString( ) : found->second;
+    return GWString( _headers.get( name ) );
 }
 bool GHTTPHeaders::get( GWStringView name, GStringList& list ) const
 {
-    list = GSplitList( get( name ) );
+    list = GSplitList( _headers.get( name ) );
     return !list.empty( );
 }
 bool GHTTPHeaders::contains( GWStringView name ) const
@@ -157,10 +148,7 @@ bool GHTTPHeaders::contains( GWStringView name ) const
 }
 void GHTTPHeaders::erase( GWStringView name )
 {
-    const auto found = _headers.find( name );
-    if( found == _headers.end( ) ) return;
-    _headers.erase( found );
-    _debugUpdate( );
+    if( _headers.erase( name ) ) _debugUpdate( );
 }
 void GHTTPHeaders::insert( GWStringView name, GWStringView item )
 {
@@ -179,11 +167,11 @@ void GHTTPHeaders::remove( GWStringView name, GWStringView item )
 }
 bool GHTTPHeaders::test( GWStringView name ) const
 {
-    return GTest( get( name ) );
+    return GTest( _headers.get( name ) );
 }
 int64_t GHTTPHeaders::calc( GWStringView name ) const
 {
-    return GCalc( get( name ) );
+    return GCalc( _headers.get( name ) );
 }
 
 void GHTTPHeaders::addContent( const char* data, int length )
@@ -192,12 +180,24 @@ void GHTTPHeaders::addContent( const char* data, int length )
     GStringList sizes;
     get( CONTENT_LENGTH, sizes );
     sizes.push_back( GNumber( length ) );
-    _contentArray.emplace_back( data ? data : "", static_cast<size_t>( data ? length : 0 ) );
+    _addPart( data ? data : "", static_cast<size_t>( data ? length : 0 ) );
     set( CONTENT_LENGTH, sizes );
 }
 void GHTTPHeaders::addContent( const GString& data )
 {
     addContent( data.data( ), static_cast<int>( data.size( ) ) );
+}
+void GHTTPHeaders::_addPart( const char* data, size_t length )
+{
+    std::vector<GString>& spare = _spare.parts;
+    if( spare.empty( ) )
+    {
+        _contentArray.emplace_back( data, length );
+        return;
+    }
+    _contentArray.push_back( std::move( spare.back( ) ) );
+    spare.pop_back( );
+    _contentArray.back( ).assign( data, length );
 }
 const GString& GHTTPHeaders::getContent( int index ) const
 {
@@ -205,15 +205,29 @@ const GString& GHTTPHeaders::getContent( int index ) const
     return _contentArray[static_cast<size_t>( index )];
 }
 
+// The header lines, as they are written or as they may be logged.
+void GHTTPHeaders::_appendLines( GString& out, bool masked ) const
+{
+    static thread_local GString bytes;
+    for( const auto& [name, value] : _headers )
+    {
+        if( !name.empty( ) )
+        {
+            GWideToUTF8( name, bytes );
+            GAppendEscaped( out, bytes, ": " );
+            out += ": ";
+        }
+        GWideToUTF8( masked ? GLogMask( name, value ) : value, bytes );
+        GAppendEscaped( out, bytes, "" );
+        out += EOL;
+    }
+}
+
 void GHTTPHeaders::serialize( GString& out ) const
 {
     out.clear( );
-    for( const auto& [name, value] : _headers )
-    {
-        if( !name.empty( ) ) out += GEscape( GWideToUTF8( name ), ": " ) + ": ";
-        out += GEscape( GWideToUTF8( value ), "" ) + "\r\n";
-    }
-    out += "\r\n";
+    _appendLines( out, false );
+    out += EOL;
     for( const GString& part : _contentArray ) out += part;
 }
 GString GHTTPHeaders::serialize( ) const
@@ -227,29 +241,27 @@ int GHTTPHeaders::deserialize( const char* buffer, int length )
 {
     GPRECONDITION( buffer && length >= 0 );
     clear( );
-    GLineGrammar::Matches names;
-    GLineGrammar::Matches values;
-    const int header = parseHeader( buffer, length, names, values );
-    if( !header ) return 0;
-    const size_t pairs = GLineGrammar::countPairs( names, values );
-    for( size_t i = 0; i < pairs; ++i ) _headers[wideOf( names[i] )] = wideOf( values[i] );
-    GStringList sizes;
-    get( CONTENT_LENGTH, sizes );
-    const int64_t total = measure( header, sizes );
+    GHeaderScanner scanner( buffer, static_cast<size_t>( length ), _headers );
+    const size_t header = scanner.scan( );
+    const GWStringView sizes = header ? _headers.get( CONTENT_LENGTH ) : GWStringView( );
+    const int64_t total = header ? measure( static_cast<int64_t>( header ), sizes ) : 0;
     if( !total || total > length )
     {
         clear( );
         return 0;
     }
-    _contentArray.reserve( sizes.size( ) );
     const char* part = buffer + header;
-    for( const GWString& size : sizes )
+    GWStringView size;
+    for( size_t begin = 0; GSplitNext( sizes, begin, size ); )
     {
         const auto bytes = static_cast<size_t>( GCalc( size ) );
-        _contentArray.emplace_back( part, bytes );
+        _addPart( part, bytes );
         part += bytes;
     }
-    _debugUpdate( );
+    if( scanner.isCanonical( ) && !holdsSecret( _headers ) )
+        _debugText.assign( buffer, header - EOL.size( ) );
+    else
+        _debugUpdate( );
     return static_cast<int>( total );
 }
 int GHTTPHeaders::deserialize( const GString& text )
@@ -261,8 +273,11 @@ int GHTTPHeaders::deserialize( const GString& text )
 void GHTTPHeaders::clear( )
 {
     _headers.clear( );
+    for( GString& part : _contentArray )
+        if( part.capacity( ) <= MAX_KEPT_PART && _spare.parts.size( ) < MAX_KEPT_PARTS )
+            _spare.parts.push_back( std::move( part ) );
     _contentArray.clear( );
-    _debugUpdate( );
+    _debugText.clear( );
 }
 GWString GHTTPHeaders::getDebugText( ) const
 {
@@ -271,9 +286,5 @@ GWString GHTTPHeaders::getDebugText( ) const
 void GHTTPHeaders::_debugUpdate( )
 {
     _debugText.clear( );
-    for( const auto& [name, value] : _headers )
-    {
-        if( !name.empty( ) ) _debugText += GEscape( GWideToUTF8( name ), ": " ) + ": ";
-        _debugText += GEscape( GWideToUTF8( GLogMask( name, value ) ), "" ) + "\r\n";
-    }
+    _appendLines( _debugText, true );
 }

@@ -1,3 +1,4 @@
+#include "runtime/GHTTPHeaders.h"
 #include "runtime/GInstance.h"
 #include "support/CountAllocations.h"
 
@@ -31,6 +32,37 @@ TEST( GInstanceHotPath, ReadsAllocateNothing )
     EXPECT_GT( sum, 0 );
     instance.reset( );
     std::filesystem::remove( GWideToUTF8( path ) );
+}
+TEST( GHTTPHeadersHotPath, MessageThatIsReadIntoAgainAllocatesNothing )
+{
+    GHTTPHeaders request( u"INVITE" );
+    for( const char16_t* name : { u"To", u"From", u"CSeq", u"Sent-From", u"Sent-To", u"Route-List" } )
+        request.set( name, u"a value that is longer than any string holds in place" );
+    request.set( u"Escaped: name", u"with\ttab, \u00E4\u20AC and \\" );
+    request.set( u"Password", u"secret" );
+    request.addContent( GString( 500, 'x' ) );
+    request.addContent( GString( 40, 'y' ) );
+    const GString text = request.serialize( );
+    // The same with its lines in no order, as a stranger may send it.
+    const GString shuffled = "A / HTTP/1.1\r\nb: a rather long value of a header\r\na: 1\r\nb: 2\r\nC: 3\r\n\r\n";
+    GHTTPHeaders message;
+    GWString reason;
+    GString written;
+    long sum = 0;
+    const auto work = [&]( )
+    {
+        for( int i = 0; i < 100; ++i )
+        {
+            sum += message.deserialize( text ) + message.deserialize( shuffled );
+            sum += message.getResponse( ) + message.calc( u"a" ) + message.test( u"C" ) + message.isMethod( u"A" );
+            message.deserialize( text );
+            message.serialize( written );
+        }
+    };
+    work( );
+    EXPECT_EQ( countAllocations( work ), 0 );
+    EXPECT_EQ( written, text );
+    EXPECT_GT( sum, 0 );
 }
 TEST( GLogHotPath, ClosedCategoryComposesNothing )
 {

@@ -57,7 +57,7 @@ protected:
         std::remove( GWideToUTF8( path ).c_str( ) );
         return GSAFENEW( GInstance, ( path ) );
     }
-    static std::string text( const GWString& wide ) { return GWideToUTF8( wide ); }
+    static std::string text( GWStringView wide ) { return GWideToUTF8( wide ); }
     std::string value( GWStringView name ) { return text( instance.get( name ) ); }
     // The oldest message of a queue, taken off it; one without a first line when there is none.
     GHTTPHeaders take( GWStringView queue )
