@@ -14,6 +14,8 @@ int64_t GImageSize( const GImageFormat& format );
 int64_t GImageSizeIYUY( int width, int height );  // width * height * 3 / 2
 int64_t GImageSizeGray4( int width, int height ); // two pixels a byte, each row rounded up
 
+// Decodes a PNG, JPEG, GIF (its first picture) or BMP file to GIT_RGB24, or to GIT_RGBA32 when it has 32 bits a pixel. False, with a
+// warning, for other files, damaged ones and pictures of more than 64 megapixels, of which nothing is decoded.
 bool GImageLoad( const char* buffer, int length, GImageFormat& format, GString& pixels );
 // PNG from a peer: the dimensions are checked against `maxPixels` before anything is decoded.
 bool GImageLoadPNG( const char* buffer, int length, int64_t maxPixels, GImageFormat& format, GString& pixels );

@@ -100,12 +100,34 @@ struct RoundedChroma
 using ToPlanar = int ( * )( const uint8_t*, int, uint8_t*, int, uint8_t*, int, uint8_t*, int, int, int );
 using FromPlanar = int ( * )( const uint8_t*, int, const uint8_t*, int, const uint8_t*, int, uint8_t*, int, int, int );
 
+// Two rows at a time pass through pixels of four bytes, as inside the library, whose own call takes them from the heap each time.
+template <auto WIDEN>
+int threeToPlanar( const uint8_t* from, int stride, uint8_t* y, int yStride, uint8_t* u, int uStride, uint8_t* v,
+                   int vStride, int width, int height )
+{
+    const int fourStride = width * 4;
+    uint8_t* const four = GImageScratch( 0, static_cast<size_t>( fourStride ) * 2 );
+    int result = 0;
+    for( ; height > 0 && result == 0; height -= 2 )
+    {
+        const int rows = height > 1 ? 2 : 1;
+        result = WIDEN( from, stride, four, fourStride, width, rows );
+        if( result == 0 )
+            result = libyuv::ARGBToI420( four, fourStride, y, yStride, u, uStride, v, vStride, width, rows );
+        from += static_cast<ptrdiff_t>( stride ) * 2;
+        y += static_cast<ptrdiff_t>( yStride ) * 2;
+        u += uStride;
+        v += vStride;
+    }
+    return result;
+}
+
 ToPlanar toPlanar( int type )
 {
     switch( type )
     {
-    case GIT_RGB24: return libyuv::RAWToI420;
-    case GIT_BGR24: return libyuv::RGB24ToI420;
+    case GIT_RGB24: return threeToPlanar<libyuv::RAWToARGB>;
+    case GIT_BGR24: return threeToPlanar<libyuv::RGB24ToARGB>;
     case GIT_RGBA32: return libyuv::ABGRToI420;
     case GIT_BGRA32: return libyuv::ARGBToI420;
     case GIT_YUY2: return libyuv::YUY2ToI420;

@@ -109,6 +109,13 @@ Span placeSpan( int sourceLength, int targetStart, int targetLength, bool middle
     return span;
 }
 
+// Where the first tile begins of which something lies behind `edge`.
+int firstTile( const Span& span, int edge )
+{
+    if( span.start >= edge ) return span.start;
+    return span.start + ( edge - span.start ) / span.length * span.length;
+}
+
 GRect keepAspect( const GRect& from, const GRect& to )
 {
     const int64_t fromWidth = from.width( ), fromHeight = from.height( );
@@ -217,8 +224,9 @@ GRect GImageCopy( const GImageFormat& fromFormat, const char* fromBuffer, const 
                                    ( flags & GIC_RIGHT ) != 0, ( flags & GIC_TILE_X ) != 0 );
     const Span down = placeSpan( source.rows.height, place.top, place.height( ), ( flags & GIC_MIDDLE ) != 0,
                                  ( flags & GIC_BOTTOM ) != 0, ( flags & GIC_TILE_Y ) != 0 );
-    for( int y = down.start; y < down.end && y < clip.bottom; y += down.length )
-        for( int x = across.start; x < across.end && x < clip.right; x += across.length )
+    const int left = firstTile( across, clip.left ), top = firstTile( down, clip.top );
+    for( int y = top; y < down.end && y < clip.bottom; y += down.length )
+        for( int x = left; x < across.end && x < clip.right; x += across.length )
             touched = GRectUnion( touched, copyTile( source, across, down, x, y, clip, toFormat, toBuffer, flags ) );
     return touched;
 }

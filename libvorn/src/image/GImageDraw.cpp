@@ -94,6 +94,7 @@ void GImageInvertHorizLine( const GImageFormat& format, char* buffer, int left, 
 
 void GImageDrawRect( const GImageFormat& format, char* buffer, const GRect& rect, uint32_t colour )
 {
+    GPRECONDITION( buffer && format.width > 0 && format.height > 0 );
     if( GRectEmpty( rect ) ) return;
     GImageDrawHorizLine( format, buffer, rect.left, rect.right, rect.top, colour );
     GImageDrawHorizLine( format, buffer, rect.left, rect.right, rect.bottom - 1, colour );
@@ -103,6 +104,7 @@ void GImageDrawRect( const GImageFormat& format, char* buffer, const GRect& rect
 
 void GImageFillRect( const GImageFormat& format, char* buffer, const GRect& rect, uint32_t colour )
 {
+    GPRECONDITION( buffer && format.width > 0 && format.height > 0 );
     const GRect area = clipped( format, rect );
     if( GRectEmpty( area ) ) return;
     for( int y = area.top; y < area.bottom; y++ )
@@ -111,6 +113,7 @@ void GImageFillRect( const GImageFormat& format, char* buffer, const GRect& rect
 
 void GImageInvertRect( const GImageFormat& format, char* buffer, const GRect& rect )
 {
+    GPRECONDITION( buffer && format.width > 0 && format.height > 0 );
     const GRect area = clipped( format, rect );
     if( GRectEmpty( area ) ) return;
     for( int y = area.top; y < area.bottom; y++ ) GImageInvertHorizLine( format, buffer, area.left, area.right, y );

@@ -1,10 +1,14 @@
 // Image files through FreeImage, which is confined to this file. It keeps 24 and 32 bit pixels as blue, green, red whatever masks
-// it is given, so they are swapped here.
+// it is given, so they are swapped here. Its readers of rarer formats, and their tests of what a file is, have faults of their own:
+// only PNG, JPEG, GIF and BMP are let through, by their first bytes, before the library sees anything.
 #include "GImageRows.h"
 #include "base/GBytes.h"
 
 #include <FreeImage.h>
+#include <algorithm>
+#include <iterator>
 #include <memory>
+#include <string_view>
 
 namespace
 {
@@ -23,6 +27,18 @@ struct UnloadBitmap
 };
 using Memory = std::unique_ptr<FIMEMORY, CloseMemory>;
 using Bitmap = std::unique_ptr<FIBITMAP, UnloadBitmap>;
+
+// Whether the file begins like one of the formats that are let through.
+bool isKnown( std::string_view file )
+{
+    constexpr std::string_view BEGINS[] = { "\x89PNG\r\n\x1A\n", "\xFF\xD8\xFF", "GIF87a", "GIF89a", "BM" };
+    return std::any_of( std::begin( BEGINS ), std::end( BEGINS ),
+                        [file]( std::string_view begin ) { return file.substr( 0, begin.size( ) ) == begin; } );
+}
+bool isKnown( FREE_IMAGE_FORMAT kind )
+{
+    return kind == FIF_PNG || kind == FIF_JPEG || kind == FIF_GIF || kind == FIF_BMP;
+}
 
 bool isSaneSize( int64_t width, int64_t height )
 {
@@ -48,34 +64,32 @@ bool isSaneGif( const char* buffer, size_t length )
     return at + 9 <= length && isSaneSize( GReadU16( buffer + at + 5 ), GReadU16( buffer + at + 7 ) );
 }
 
-// Formats whose size can't be told before they are decoded are not decoded.
+// The size is known before anything is decoded.
 bool hasSaneSize( FREE_IMAGE_FORMAT kind, FIMEMORY* stream, std::string_view file )
 {
     if( kind == FIF_GIF ) return isSaneGif( file.data( ), file.size( ) );
-    if( !FreeImage_FIFSupportsNoPixels( kind ) ) return false;
     const Bitmap header( FreeImage_LoadFromMemory( kind, stream, FIF_LOAD_NOPIXELS ) );
     FreeImage_SeekMemory( stream, 0, SEEK_SET );
     if( !header ) return false;
     return isSaneSize( FreeImage_GetWidth( header.get( ) ), FreeImage_GetHeight( header.get( ) ) );
 }
 
-Bitmap loadBitmap( const char* buffer, int length )
+Bitmap loadBitmap( std::string_view file )
 {
-    const Memory stream(
-        FreeImage_OpenMemory( reinterpret_cast<BYTE*>( const_cast<char*>( buffer ) ), static_cast<DWORD>( length ) ) );
+    const Memory stream( FreeImage_OpenMemory( reinterpret_cast<BYTE*>( const_cast<char*>( file.data( ) ) ),
+                                               static_cast<DWORD>( file.size( ) ) ) );
     if( !stream )
     {
         GLOG( u"WARNING Unable to open memory stream" );
         return nullptr;
     }
-    const FREE_IMAGE_FORMAT kind = FreeImage_GetFileTypeFromMemory( stream.get( ), 0 );
-    if( kind == FIF_UNKNOWN )
+    const FREE_IMAGE_FORMAT kind = isKnown( file ) ? FreeImage_GetFileTypeFromMemory( stream.get( ), 0 ) : FIF_UNKNOWN;
+    if( !isKnown( kind ) )
     {
         GLOG( u"WARNING Unrecognized format, ignoring." );
         return nullptr;
     }
     Bitmap bitmap;
-    const std::string_view file( buffer, static_cast<size_t>( length ) );
     if( hasSaneSize( kind, stream.get( ), file ) ) bitmap.reset( FreeImage_LoadFromMemory( kind, stream.get( ), 0 ) );
     if( !bitmap ) GLOG( u"WARNING Unable to load image, ignoring." );
     return bitmap;
@@ -85,7 +99,7 @@ Bitmap loadBitmap( const char* buffer, int length )
 bool GImageLoad( const char* buffer, int length, GImageFormat& format, GString& pixels )
 {
     GPRECONDITION( buffer && length >= 0 );
-    Bitmap bitmap = loadBitmap( buffer, length );
+    Bitmap bitmap = loadBitmap( { buffer, static_cast<size_t>( length ) } );
     if( !bitmap ) return false;
     const BITMAPINFOHEADER* header = FreeImage_GetInfoHeader( bitmap.get( ) );
     if( header->biCompression != UNCOMPRESSED && header->biCompression != BIT_FIELDS )

@@ -37,8 +37,8 @@ bool GImageEncodeJPEG( int fromType, const GImageRows& from, GString& out );
 // Scales one block; false for a layout that cannot be scaled.
 bool GImageScaleRows( int type, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight );
 
-// Scales down to at most half in both directions by the mean of areas; false, and nothing done, for other sizes or a number of
-// channels other than 1, 3 and 4.
+// Scales by the mean of areas, in each direction to at most half or not at all; false, and nothing done, for other sizes or a number
+// of channels other than 1, 3 and 4.
 bool GImageScaleBox( int channels, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight );
 
 // Bytes that a thread keeps for intermediate rows; they only grow. `slot` 0 to 4 tells the uses apart.

@@ -211,11 +211,16 @@ void shrink( const GImageRows& from, uint8_t* to, int toStride, int toWidth, int
         row += static_cast<ptrdiff_t>( rows ) * from.stride;
     }
 }
+// Boxes of whole pixels serve a length that stays or becomes half or less; between them they would be too uneven.
+bool isWhole( int from, int to )
+{
+    return to == from || to <= from / 2;
+}
 } // namespace
 
 bool GImageScaleBox( int channels, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight )
 {
-    if( toWidth > from.width / 2 || toHeight > from.height / 2 ) return false;
+    if( !isWhole( from.width, toWidth ) || !isWhole( from.height, toHeight ) ) return false;
     switch( channels )
     {
     case 1: shrink<1>( from, to, toStride, toWidth, toHeight ); return true;

@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
 namespace
 {
 GString bytes( std::initializer_list<int> values )
@@ -226,6 +230,117 @@ TEST( GImageConvert, UnsupportedPairsAbortWithTheirNumbers )
                   "ERROR: Unsupported format #23" );
     EXPECT_DEATH( GImageConvert( { GIT_RGB24, 0, 2 }, image.data( ), GIT_RGBA32, out ), "Precondition failed" );
     EXPECT_DEATH( GImageConvert( { GIT_RGB24, 2, 2 }, nullptr, GIT_RGBA32, out ), "Precondition failed" );
+}
+
+namespace
+{
+// One pixel by the plain rule of each pair that only moves channels; the place of red, green and blue and the bytes of a layout.
+struct Layout
+{
+    int type;
+    int bytes;
+    int red;
+};
+constexpr Layout MOVED[] = { { GIT_RGB24, 3, 0 }, { GIT_RGBA32, 4, 0 }, { GIT_BGR24, 3, 2 }, { GIT_BGRA32, 4, 2 } };
+
+GString moved( const GString& image, const Layout& from, const Layout& to )
+{
+    GString out;
+    for( size_t i = 0; i < image.size( ); i += static_cast<size_t>( from.bytes ) )
+    {
+        const char* p = image.data( ) + i;
+        const char red = p[from.red], blue = p[2 - from.red];
+        out += to.red ? blue : red;
+        out += p[1];
+        out += to.red ? red : blue;
+        if( to.bytes == 4 ) out += from.bytes == 4 ? p[3] : static_cast<char>( 255 );
+    }
+    return out;
+}
+} // namespace
+
+TEST( GImageConvert, MovedChannelsFollowThePlainRuleAtEveryWidth )
+{
+    const std::pair<int, int> pairs[] = { { 15, 16 }, { 16, 15 }, { 20, 19 }, { 19, 15 },
+                                          { 15, 19 }, { 20, 15 }, { 16, 19 } };
+    const auto layout = []( int type )
+    {
+        for( const Layout& each : MOVED )
+            if( each.type == type ) return each;
+        return MOVED[0];
+    };
+    for( const auto& [from, to] : pairs )
+        for( int width = 1; width < 70; width++ )
+        {
+            const GImageFormat format{ from, width, 2 };
+            const GString image = pattern( format );
+            GString out;
+            GImageConvert( format, image.data( ), to, out );
+            ASSERT_EQ( out, moved( image, layout( from ), layout( to ) ) ) << from << " " << to << " " << width;
+        }
+}
+
+TEST( GImageConvert, InPlaceSwapsEveryWidth )
+{
+    for( const int type : { GIT_RGB24, GIT_RGBA32 } )
+        for( int width = 1; width < 70; width++ )
+        {
+            GImageFormat format{ type, width, 3 };
+            const GString image = pattern( format );
+            GString swapped = image;
+            GImageConvert( format, swapped.data( ), type == GIT_RGB24 ? GIT_BGR24 : GIT_BGRA32 );
+            const Layout& from = MOVED[type == GIT_RGB24 ? 0 : 1];
+            const Layout& to = MOVED[type == GIT_RGB24 ? 2 : 3];
+            ASSERT_EQ( swapped, moved( image, from, to ) ) << type << " " << width;
+            GImageConvert( format, swapped.data( ), type );
+            ASSERT_EQ( swapped, image );
+        }
+}
+
+TEST( GImageConvert, EveryPairIsOfferedOrAbortsWithItsNumbers )
+{
+    // Rows of the two tables; GIT_PNG and GIT_JPEG are targets of 15 to 20.
+    const std::pair<int, int> offered[] = { { 15, 16 }, { 16, 15 }, { 20, 19 }, { 19, 15 }, { 15, 19 },
+                                            { 20, 15 }, { 16, 19 }, { 17, 19 }, { 21, 15 }, { 15, 23 },
+                                            { 16, 23 }, { 23, 16 }, { 19, 17 }, { 20, 17 }, { 18, 24 },
+                                            { 19, 24 }, { 20, 24 }, { 15, 24 }, { 24, 15 }, { 24, 19 } };
+    const GString image( 64, 'x' );
+    GString out;
+    for( int from = 14; from <= 24; from++ )
+        for( int to = 14; to <= 24; to++ )
+        {
+            if( from == to ) continue;
+            const GImageFormat format{ from, 4, 4 };
+            if( std::find( std::begin( offered ), std::end( offered ), std::pair( from, to ) ) != std::end( offered ) )
+            {
+                out.clear( );
+                GImageConvert( format, image.data( ), to, out );
+                const GImageFormat target{ to, 4, 4 };
+                EXPECT_EQ( static_cast<int64_t>( out.size( ) ), to == GIT_GRAY4 ? 8 : GImageSize( target ) );
+                continue;
+            }
+            const std::string text = to == GIT_GRAY4
+                                         ? "ERROR Unsupported conversion from #" + std::to_string( from ) + " to GRAY4"
+                                         : "ERROR Unsupported conversion format, from #" + std::to_string( from ) +
+                                               " to #" + std::to_string( to ) + ", aborting\\.";
+            EXPECT_DEATH( GImageConvert( format, image.data( ), to, out ), text ) << from << " " << to;
+        }
+}
+
+TEST( GImageConvert, ThreeBytePixelsBecomeThePlanesThatFourBytePixelsGive )
+{
+    for( const auto& [three, four] : { std::pair( GIT_RGB24, GIT_RGBA32 ), std::pair( GIT_BGR24, GIT_BGRA32 ) } )
+        for( const auto& [width, height] : { std::pair( 2, 2 ), std::pair( 37, 11 ), std::pair( 64, 5 ) } )
+        {
+            const GImageFormat format{ three, width, height };
+            const GString image = pattern( format );
+            GString wide, planes, expected;
+            for( size_t i = 0; i < image.size( ); i += 3 )
+                wide += image.substr( i, 3 ) + GString( 1, static_cast<char>( 255 ) );
+            GImageConvertToIYUY( format, image.data( ), planes );
+            GImageConvertToIYUY( { four, width, height }, wide.data( ), expected );
+            EXPECT_EQ( planes, expected ) << three << " " << width;
+        }
 }
 
 TEST( GImageConvert, PlanarAndBackStaysNear )

@@ -78,6 +78,97 @@ TEST( GImageCopy, TilesRepeatUntilTheEdge )
     EXPECT_EQ( across( "abcdef", 4, GIC_TILE_X | GIC_RIGHT ), "cdef" );
 }
 
+TEST( GImageCopy, FlagsOfOneDirectionGoTogether )
+{
+    // Which part of a wide source is taken counts for each of the tiles; a stretched source is neither cut nor repeated.
+    EXPECT_EQ( across( "abcdef", 4, GIC_TILE_X | GIC_CENTER ), "bcde" );
+    EXPECT_EQ( across( "ab", 5, GIC_TILE_X | GIC_CENTER ), "ababa" );
+    EXPECT_EQ( across( "ab", 5, GIC_TILE_X | GIC_RIGHT ), "ababa" );
+    EXPECT_EQ( across( "aaaa", 2, GIC_STRETCH_X | GIC_RIGHT ), "aa" );
+    EXPECT_EQ( across( "aaaa", 2, GIC_STRETCH_X | GIC_CENTER | GIC_TILE_X ), "aa" );
+    EXPECT_EQ( across( "abcdef", 4, GIC_CENTER | GIC_RIGHT ), "bcde" );
+    EXPECT_EQ( down( "abcdef", 4, GIC_TILE_Y | GIC_MIDDLE ), "bcde" );
+    EXPECT_EQ( down( "abcdef", 4, GIC_TILE_Y | GIC_BOTTOM ), "cdef" );
+    EXPECT_EQ( down( "ab", 5, GIC_TILE_Y | GIC_BOTTOM ), "ababa" );
+    EXPECT_EQ( down( "aaaa", 2, GIC_STRETCH_Y | GIC_BOTTOM ), "aa" );
+}
+
+TEST( GImageCopy, FlagsOfOneDirectionLeaveTheOtherAlone )
+{
+    EXPECT_EQ( across( "abcdef", 4, GIC_MIDDLE | GIC_BOTTOM | GIC_TILE_Y | GIC_STRETCH_Y ), "abcd" );
+    EXPECT_EQ( down( "abcdef", 4, GIC_CENTER | GIC_RIGHT | GIC_TILE_X | GIC_STRETCH_X ), "abcd" );
+    EXPECT_EQ( down( "ab", 4, GIC_CENTER | GIC_RIGHT | GIC_TILE_X | GIC_STRETCH_X ), "ab.." );
+}
+
+TEST( GImageCopy, EachDirectionHasItsOwnPlacing )
+{
+    const GString source = letters( "abcd"
+                                    "efgh"
+                                    "ijkl" );
+    const auto placed = [&source]( int width, int height, int flags )
+    {
+        GString target = letters( std::string( static_cast<size_t>( width * height ), '.' ) );
+        GImageCopy( { GIT_RGB24, 4, 3 }, source.data( ), { 0, 0, 4, 3 }, { GIT_RGB24, width, height }, target.data( ),
+                    { 0, 0, width, height }, flags );
+        return names( target );
+    };
+    EXPECT_EQ( placed( 2, 1, GIC_CENTER | GIC_MIDDLE ), "fg" );
+    EXPECT_EQ( placed( 2, 1, GIC_RIGHT | GIC_MIDDLE ), "gh" );
+    EXPECT_EQ( placed( 2, 1, GIC_RIGHT | GIC_BOTTOM ), "kl" );
+    EXPECT_EQ( placed( 2, 1, GIC_CENTER | GIC_BOTTOM ), "jk" );
+    EXPECT_EQ( placed( 2, 4, GIC_RIGHT | GIC_TILE_Y ), "cdghklcd" );
+    EXPECT_EQ( placed( 5, 2, GIC_TILE_X | GIC_BOTTOM ), "efgheijkli" );
+    EXPECT_EQ( placed( 5, 2, GIC_TILE_X | GIC_STRETCH_Y ).size( ), 10U );
+}
+
+TEST( GImageCopy, OneDirectionStretchesWhileTheOtherTiles )
+{
+    const GString source = letters( "aabb" );
+    GString target = letters( "........" );
+    const GRect touched = GImageCopy( { GIT_RGB24, 4, 1 }, source.data( ), { 0, 0, 4, 1 }, { GIT_RGB24, 2, 4 },
+                                      target.data( ), { 0, 0, 2, 4 }, GIC_STRETCH_X | GIC_TILE_Y );
+    EXPECT_EQ( names( target ), "abababab" );
+    EXPECT_EQ( touched, ( GRect{ 0, 0, 2, 4 } ) );
+}
+
+TEST( GImageCopy, AspectOverridesTheOtherPlacings )
+{
+    const GString source( 4 * 2 * 3, 'a' );
+    GString target( 8 * 8 * 3, '.' );
+    const GRect touched =
+        GImageCopy( { GIT_RGB24, 4, 2 }, source.data( ), { 0, 0, 4, 2 }, { GIT_RGB24, 8, 8 }, target.data( ),
+                    { 0, 0, 8, 8 }, GIC_ASPECT | GIC_TILE_X | GIC_TILE_Y | GIC_RIGHT | GIC_BOTTOM );
+    EXPECT_EQ( touched, ( GRect{ 0, 2, 8, 6 } ) );
+    EXPECT_EQ( names( target ).substr( 0, 16 ), std::string( 16, '.' ) );
+    EXPECT_EQ( names( target ).substr( 48 ), std::string( 16, '.' ) );
+    const GRect same = GImageCopy( { GIT_RGB24, 4, 2 }, source.data( ), { 0, 0, 4, 2 }, { GIT_RGB24, 8, 8 },
+                                   target.data( ), { 2, 2, 6, 4 }, GIC_ASPECT );
+    EXPECT_EQ( same, ( GRect{ 2, 2, 6, 4 } ) );
+}
+
+TEST( GImageCopy, OpaqueGoesWithStretchAndTiles )
+{
+    const GString source = pixel( 9, 8, 7, 0 );
+    GString target( 4 * 4 * 4, '.' );
+    GImageCopy( { GIT_BGRA32, 1, 1 }, source.data( ), { 0, 0, 1, 1 }, { GIT_BGRA32, 4, 4 }, target.data( ),
+                { 0, 0, 4, 4 }, GIC_STRETCH_X | GIC_TILE_Y | GIC_OPAQUE );
+    for( int i = 0; i < 16; i++ ) EXPECT_EQ( target.substr( static_cast<size_t>( i ) * 4, 4 ), source );
+    GString kept( 4 * 4 * 4, '.' );
+    GImageCopy( { GIT_BGRA32, 1, 1 }, source.data( ), { 0, 0, 1, 1 }, { GIT_BGRA32, 4, 4 }, kept.data( ),
+                { 0, 0, 4, 4 }, GIC_STRETCH_X | GIC_TILE_Y );
+    EXPECT_EQ( kept, GString( 64, '.' ) );
+}
+
+TEST( GImageCopy, TilesFarOutsideCostNothing )
+{
+    const GString source = letters( "ab" );
+    GString target = letters( "...." );
+    const GRect touched = GImageCopy( { GIT_RGB24, 2, 1 }, source.data( ), { 0, 0, 2, 1 }, { GIT_RGB24, 4, 1 },
+                                      target.data( ), { -1000000001, 0, 1000000000, 1 }, GIC_TILE_X );
+    EXPECT_EQ( names( target ), "baba" );
+    EXPECT_EQ( touched, ( GRect{ 0, 0, 4, 1 } ) );
+}
+
 TEST( GImageCopy, TilesInBothDirections )
 {
     const GString source = letters( "abcd" );
@@ -311,6 +402,20 @@ TEST( GImageDraw, InvertLeavesTheAlpha )
     GString four = pixel( 1, 2, 3, 4 );
     GImageInvertRect( { GIT_BGRA32, 1, 1 }, four.data( ), { 0, 0, 1, 1 } );
     EXPECT_EQ( four, pixel( 254, 253, 252, 4 ) );
+}
+
+TEST( GImageDraw, NullBuffersAndEmptyImagesAbort )
+{
+    GString image( 12, 0 );
+    const GImageFormat format{ GIT_RGB24, 2, 2 }, empty{ GIT_RGB24, 0, 2 };
+    EXPECT_DEATH( GImageFillRect( format, nullptr, { 0, 0, 1, 1 }, 0 ), "Precondition failed" );
+    EXPECT_DEATH( GImageFillRect( empty, image.data( ), { 0, 0, 1, 1 }, 0 ), "Precondition failed" );
+    EXPECT_DEATH( GImageDrawRect( empty, image.data( ), { 0, 0, 0, 0 }, 0 ), "Precondition failed" );
+    EXPECT_DEATH( GImageInvertRect( empty, image.data( ), { 0, 0, 1, 1 } ), "Precondition failed" );
+    EXPECT_DEATH( GImageDrawHorizLine( format, nullptr, 0, 1, 0, 0 ), "Precondition failed" );
+    EXPECT_DEATH( GImageDrawVertLine( empty, image.data( ), 0, 0, 1, 0 ), "Precondition failed" );
+    EXPECT_DEATH( GImageInvertHorizLine( format, nullptr, 0, 1, 0 ), "Precondition failed" );
+    EXPECT_DEATH( GImageVertMirror( format, nullptr ), "Precondition failed" );
 }
 
 TEST( GImageDraw, UnsupportedTypesWarnAndStayUnchanged )

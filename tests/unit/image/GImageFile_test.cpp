@@ -242,6 +242,71 @@ TEST( GImageLoad, JPEGBothWaysKeepsColoursAndTheRowsFromTheTop )
     }
 }
 
+TEST( GImageLoad, JPEGTakesTheSixteenBitLayouts )
+{
+    for( const int type : { GIT_RGB565, GIT_RGB555 } )
+    {
+        const int red = type == GIT_RGB565 ? 0xF800 : 0x7C00;
+        GString image;
+        for( int i = 0; i < 16 * 16; i++ ) image += { static_cast<char>( red & 255 ), static_cast<char>( red >> 8 ) };
+        GString jpeg, pixels;
+        GImageConvert( { type, 16, 16 }, image.data( ), { 0, 0, 16, 16 }, GIT_JPEG, jpeg );
+        GImageFormat loaded;
+        ASSERT_TRUE( GImageLoad( jpeg.data( ), static_cast<int>( jpeg.size( ) ), loaded, pixels ) );
+        EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGB24, 16, 16 } ) );
+        EXPECT_NEAR( static_cast<unsigned char>( pixels[0] ), 255, 6 );
+        EXPECT_NEAR( static_cast<unsigned char>( pixels[1] ), 0, 6 );
+        EXPECT_NEAR( static_cast<unsigned char>( pixels[2] ), 0, 6 );
+    }
+}
+
+TEST( GImageLoad, JPEGTakesARectangle )
+{
+    const GImageFormat format{ GIT_BGRA32, 40, 40 };
+    GString image( static_cast<size_t>( GImageSize( format ) ), 0 ), jpeg, pixels;
+    GImageFillRect( format, image.data( ), { 8, 8, 24, 40 }, 0xFFFFFFFF );
+    GImageConvert( format, image.data( ), { 8, 8, 24, 40 }, GIT_JPEG, jpeg );
+    GImageFormat loaded;
+    ASSERT_TRUE( GImageLoad( jpeg.data( ), static_cast<int>( jpeg.size( ) ), loaded, pixels ) );
+    EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGB24, 16, 32 } ) );
+    EXPECT_EQ( pixels, GString( 16 * 32 * 3, static_cast<char>( 255 ) ) );
+}
+
+TEST( GImageLoad, ThirtyTwoBitsLoadRedFirstWithTheirAlpha )
+{
+    // A BMP of one pixel: file header, info header of 40 bytes, blue, green, red, alpha.
+    GString file( 58, 0 );
+    file.replace( 0, 2, "BM" );
+    const std::pair<int, uint32_t> fields[] = { { 2, 58 }, { 10, 54 }, { 14, 40 },
+                                                { 18, 1 }, { 22, 1 },  { 26, 32 << 16 | 1 } };
+    for( const auto& [at, value] : fields ) GWriteU32( file.data( ) + at, value );
+    file.replace( 54, 4, "\x03\x02\x01\x80" );
+    GImageFormat loaded;
+    GString pixels;
+    ASSERT_TRUE( GImageLoad( file.data( ), 58, loaded, pixels ) );
+    EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGBA32, 1, 1 } ) );
+    EXPECT_EQ( pixels, "\x01\x02\x03\x80" );
+    // The same with a size that is refused before anything is decoded.
+    TestLog::expect( "WARNING Unable to load image, ignoring." );
+    GWriteU32( file.data( ) + 18, 20000 );
+    GWriteU32( file.data( ) + 22, 20000 );
+    EXPECT_FALSE( GImageLoad( file.data( ), 58, loaded, pixels ) );
+}
+
+TEST( GImageLoad, OnlyFourFormatsAreLetThrough )
+{
+    TestLog::expect( "WARNING Unrecognized format, ignoring." );
+    // An icon, XPM text, a portable pixmap, a little-endian TIFF and an empty file.
+    const GString files[] = { GString( "\0\0\1\0\1\0\1\1\0\0\1\0\x20\0\x30\0\0\0\x16\0\0\0", 22 ) + GString( 64, 0 ),
+                              "/* XPM */\nstatic char *x[] = { \"1 1 1 1\", \"a c #000000\", \"a\" };",
+                              "P6 1 1 255\nabc", GString( "II*\0\x08\0\0\0\0\0", 10 ), "" };
+    GImageFormat loaded;
+    GString pixels;
+    for( const GString& file : files )
+        EXPECT_FALSE( GImageLoad( file.data( ), static_cast<int>( file.size( ) ), loaded, pixels ) );
+    EXPECT_EQ( TestLog::count( "WARNING Unrecognized format, ignoring." ), 5 );
+}
+
 TEST( GImageLoad, RubbishIsReportedAndIgnored )
 {
     TestLog::expect( "WARNING Unrecognized format, ignoring." );
