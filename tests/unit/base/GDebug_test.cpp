@@ -4,6 +4,7 @@
 #include "base/GUtil.h"
 #include "platform/GCrash.h"
 #include "platform/GThread.h"
+#include "platform/GTime.h"
 #include "support/TestFolder.h"
 #include "support/TestLog.h"
 
@@ -14,6 +15,7 @@
 #include <stdexcept>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 
 namespace
@@ -102,6 +104,41 @@ TEST_F( GDebugTest, LinesCarryTheTimeAndTheNameTellsTheEnd )
     EXPECT_TRUE( read( dirty ).ends_with( "---- Closed, ERROR Dirty shutdown ----\n" ) );
     EXPECT_TRUE( list( "velmora.log" ).empty( ) );
 }
+TEST_F( GDebugTest, TimeIsTheSystemClocksInUTC )
+{
+    constexpr uint64_t UNIX_EPOCH = 11644473600;
+    const std::pair<uint64_t, std::string> times[] = { { 0, "700101_000000" },          { 951782399, "000228_235959" },
+                                                       { 951868799, "000229_235959" },  { 951868800, "000301_000000" },
+                                                       { 1230767999, "081231_235959" }, { 1709210096, "240229_123456" },
+                                                       { 4107542400, "000301_000000" } };
+    static uint64_t now;
+    GTimeSetSource( [] { return now; } );
+    for( const auto& [seconds, text] : times )
+    {
+        now = ( seconds + UNIX_EPOCH ) * 1000000 + 999999;
+        ASSERT_TRUE( GLogOpen( u"velmora", false ) );
+        EXPECT_EQ( read( "velmora.log" ), text + ": --------------- Opening Logfile -------------\n" );
+        EXPECT_EQ( GWideToUTF8( GLogClose( true ) ), "velmora_" + text + "_clean.log" );
+        std::filesystem::remove( "velmora_" + text + "_clean.log" );
+    }
+    GTimeSetSource( nullptr );
+}
+TEST_F( GDebugTest, LineIsOneWriteWithItsTimeAndIsEchoedWithout )
+{
+    const GPortableHooks saved = GPortableGetHooks( );
+    GDebugOpen( "", "" );
+    testing::internal::CaptureStdout( );
+    ASSERT_TRUE( GLogOpen( u"velmora", true ) );
+    GLog( u"one \u00E4 line\n" );
+    EXPECT_EQ( testing::internal::GetCapturedStdout( ),
+               "--------------- Opening Logfile -------------\none \xC3\xA4 line\n" );
+    EXPECT_TRUE( std::regex_search( read( "velmora.log" ), std::regex( "\n\\d{6}_\\d{6}: one \xC3\xA4 line\n$" ) ) );
+    testing::internal::CaptureStdout( );
+    GLogClose( true );
+    GLog( u"echo only\n" );
+    EXPECT_EQ( testing::internal::GetCapturedStdout( ), "---- Closed, Clean shutdown ----\necho only\n" );
+    GPortableGetHooks( ) = saved;
+}
 TEST_F( GDebugTest, LogsClosedWithinASecondKeepTheirNames )
 {
     for( int i = 0; i < 3; ++i )
@@ -148,6 +185,52 @@ TEST_F( GDebugTest, HeldLogRefusesASecondInstance )
     close( holder );
     EXPECT_TRUE( GLogOpen( u"velmora", false ) );
     GLogClose( true );
+}
+TEST_F( GDebugTest, OfSeveralInstancesThatStartAtOnceOneGetsTheLog )
+{
+    constexpr int INSTANCES = 8;
+    for( int round = 0; round < 20; ++round )
+    {
+        write( "velmora.log", "left behind" );
+        int begin[2];
+        int end[2];
+        int told[2];
+        ASSERT_FALSE( pipe( begin ) || pipe( end ) || pipe( told ) );
+        for( int i = 0; i < INSTANCES; ++i )
+            if( !fork( ) )
+            {
+                close( begin[1] );
+                close( end[1] );
+                char none;
+                // Closing the pipe starts all of them; nobody lets go of the log before all have tried.
+                static_cast<void>( ::read( begin[0], &none, 1 ) );
+                const char got = GLogOpen( u"velmora", false ) ? '1' : '0';
+                static_cast<void>( ::write( told[1], &got, 1 ) );
+                static_cast<void>( ::read( end[0], &none, 1 ) );
+                _exit( 0 );
+            }
+        close( begin[1] );
+        close( told[1] );
+        int winners = 0;
+        for( int i = 0; i < INSTANCES; ++i )
+        {
+            char got = '0';
+            ASSERT_EQ( ::read( told[0], &got, 1 ), 1 );
+            winners += got == '1';
+        }
+        close( end[1] );
+        while( wait( nullptr ) > 0 )
+        {
+        }
+        for( const int descriptor : { begin[0], end[0], told[0] } ) close( descriptor );
+        EXPECT_EQ( winners, 1 );
+        EXPECT_NE( read( "velmora.log" ).find( "Opening Logfile" ), std::string::npos );
+        // Who came too late may have left an empty file, and nothing that was written is lost or moved.
+        std::string left;
+        for( const std::string& name : list( "_dirty.log" ) ) left += read( name );
+        EXPECT_EQ( left, "left behind" );
+        for( const std::string& name : list( ".log" ) ) std::filesystem::remove( name );
+    }
 }
 TEST_F( GDebugTest, UnwritableDirectoryIsReported )
 {
@@ -256,6 +339,97 @@ TEST_F( GDebugDeathTest, CommentIsLoggedAndTheProgramRestarted )
                                                      "second" + stamp + "------------------------------\n" ) ) )
         << log;
     EXPECT_NE( log.find( "-- Trying to auto-restart '" + program + " -log x' --\n" ), std::string::npos );
+}
+TEST_F( GDebugDeathTest, CommentOfAnyLengthIsLoggedWithoutCuttingACharacter )
+{
+    EXPECT_EXIT(
+        {
+            beginWithDialog( "printf O01; printf 'a%.0s' $(seq 510); printf '\\303\\274\\303\\274\\r\\n\\r\\nend'" );
+            GAbort( );
+        },
+        testing::ExitedWithCode( CRASHED ), "" );
+    const std::string stamp = "\n\\d{6}_\\d{6}: ";
+    EXPECT_TRUE( std::regex_search(
+        dirtyLog( ), std::regex( "a{510}\xC3\xBC" + stamp + "\xC3\xBC" + stamp + stamp + "end" + stamp + "---" ) ) )
+        << dirtyLog( );
+}
+TEST_F( GDebugDeathTest, RestartCommandIsLoggedWhole )
+{
+    const GString options = "-host " + GString( 3000, 'h' );
+    EXPECT_EXIT(
+        {
+            beginWithDialog( "printf 'O10'", "/bin/true" );
+            if( GDebugSetRestartArgs( options ) ) GAbort( );
+        },
+        testing::ExitedWithCode( CRASHED ), "" );
+    EXPECT_NE( dirtyLog( ).find( "-- Trying to auto-restart '/bin/true " + options + "' --\n" ), std::string::npos );
+}
+TEST_F( GDebugDeathTest, RestartArgumentsThatDoNotFitChangeNothing )
+{
+    const int restarted = openPipe( "restarted" );
+    writeScript( "program", "echo \"$@\" > restarted" );
+    const GString program = std::filesystem::absolute( "program" ).string( );
+    EXPECT_EXIT(
+        {
+            beginWithDialog( "printf 'O10'", program );
+            GString words;
+            for( int i = 0; i < 63; ++i ) words += " -a";
+            if( !GDebugSetRestartArgs( GString( 4096, 'h' ) ) && !GDebugSetRestartArgs( words ) ) GAbort( );
+        },
+        testing::ExitedWithCode( CRASHED ), "" );
+    EXPECT_EQ( readPipe( restarted ), "-log x\n" );
+    EXPECT_NE( dirtyLog( ).find( "-- Trying to auto-restart '" + program + " -log x' --\n" ), std::string::npos );
+}
+TEST_F( GDebugDeathTest, CallStackThatCannotBeReadKeepsNothingElseAway )
+{
+    EXPECT_EXIT(
+        {
+            beginWithDialog( "printf 'O11said'" );
+            GCallEnter( reinterpret_cast<const char*>( 16 ), "wild", 1, "function" );
+            GAbort( );
+        },
+        testing::ExitedWithCode( CRASHED ), "" );
+    const std::string log = dirtyLog( );
+    EXPECT_NE( log.find( ": said\n" ), std::string::npos ) << log;
+    EXPECT_TRUE( log.ends_with( "---- Closed, ERROR Dirty shutdown ----\n" ) );
+}
+TEST_F( GDebugDeathTest, FailureNeverTakesAnotherLogsName )
+{
+    EXPECT_EXIT(
+        {
+            begin( );
+            GTimeSetSource( []( ) -> uint64_t { return 11644473600000000; } );
+            write( "velmora_700101_000000_dirty.log", "before" );
+            GAbort( );
+        },
+        testing::ExitedWithCode( CRASHED ), "" );
+    EXPECT_EQ( read( "velmora_700101_000000_dirty.log" ), "before" );
+    EXPECT_TRUE( read( "velmora_700101_000001_dirty.log" ).ends_with( "Dirty shutdown ----\n" ) );
+}
+TEST_F( GDebugDeathTest, SignalBeforeTheHandlerIsSetEndsTheProcess )
+{
+    EXPECT_EXIT(
+        {
+            GPortableGetHooks( ).log = []( const GWString& line )
+            { write( "said", read( "said" ) + GWideToUTF8( line ) ); };
+            _GPOnSignal( SIGILL );
+        },
+        testing::ExitedWithCode( CRASHED ), "" );
+    EXPECT_EQ( read( "said" ), "ERROR Signal 'SIGILL' caught, aborting.\nERROR Abort handler not yet set, exiting.\n" );
+}
+TEST_F( GDebugDeathTest, EachSignalHasItsName )
+{
+    const std::pair<int, const char*> names[] = { { SIGABRT, "SIGABRT" },
+                                                  { SIGINT, "SIGINT" },
+                                                  { SIGFPE, "SIGFPE" },
+                                                  { GCRASH_TERMINATE, "(terminate)" },
+                                                  { SIGBUS, "(unknown)" } };
+    for( const auto& [number, name] : names )
+        EXPECT_EXIT( ( begin( ), _GPOnSignal( number ) ), testing::ExitedWithCode( CRASHED ), "" );
+    std::string logs;
+    for( const std::string& log : list( "_dirty.log" ) ) logs += read( log );
+    for( const auto& [number, name] : names )
+        EXPECT_NE( logs.find( std::string( "ERROR Signal '" ) + name + "' caught, aborting.\n" ), std::string::npos );
 }
 TEST_F( GDebugDeathTest, CancelDeclines )
 {
