@@ -36,6 +36,19 @@ TEST( GCommandLine, PlainTokensAreNumbered )
     EXPECT_EQ( line.get( "1" ), "y" );
     EXPECT_EQ( line.get( "2" ), "z" );
 }
+TEST( GCommandLine, LoneDashIsAnOptionWithoutAName )
+{
+    const GCommandLine line( "- value" );
+    EXPECT_TRUE( line.contains( "" ) );
+    EXPECT_EQ( line.get( "" ), "" );
+    EXPECT_EQ( line.get( "0" ), "value" );
+}
+TEST( GCommandLine, OptionMayBearANumber )
+{
+    const GCommandLine line( "x -0 y z" );
+    EXPECT_EQ( line.get( "0" ), "y" );
+    EXPECT_EQ( line.get( "1" ), "z" );
+}
 TEST( GCommandLine, AbsentOptionLeavesTheTargetAlone )
 {
     const GCommandLine line( "" );

@@ -2,6 +2,7 @@
 
 #include "base/GDebug.h"
 #include "platform/GThread.h"
+#include "support/TestClock.h"
 #include "support/TestLog.h"
 
 #include <gtest/gtest.h>
@@ -146,6 +147,45 @@ TEST( GCallStack, TraceIndentsByDepth )
     EXPECT_NE( lines[2].find( ")   LEAVING inner (" ), std::string::npos ) << lines[2];
     EXPECT_TRUE( endsWith( lines[3], "ms\n" ) ) << lines[3];
 }
+TEST( GCallStack, TraceTellsPlaceAndDuration )
+{
+    TestClock clock;
+    GCallSetTrace( true );
+    GCallEnter( "file.cpp", "method", 12, "Class" );
+    clock.advance( 34999 );
+    GCallLeave( );
+    GCallSetTrace( false );
+    const std::string begin = "TRACE(" + std::to_string( GThreadGetCurrent( ) ) + ") ";
+    EXPECT_EQ( TestLog::lines( ), ( std::vector<std::string>{ begin + "ENTERING method (file.cpp: 12)\n",
+                                                              begin + "LEAVING method (file.cpp: 12), 34ms\n" } ) );
+}
+TEST( GCallStack, AnotherThreadsStackCanBeDumpedWhileItRuns )
+{
+    const GEvent entered = GEventOpen( );
+    const GEvent dumped = GEventOpen( );
+    uint64_t id = 0;
+    std::thread thread(
+        [&]( )
+        {
+            id = GThreadGetCurrent( );
+            GCallEnter( "deep.cpp", "run", 1, "Service" );
+            inner( );
+            GEventSet( entered );
+            GEventWait( dumped, 10000000 );
+            GCallLeave( );
+        } );
+    ASSERT_TRUE( GEventWait( entered, 10000000 ) );
+    GCallDump( id );
+    GEventSet( dumped );
+    thread.join( );
+    const std::vector<std::string> lines = TestLog::lines( );
+    ASSERT_EQ( lines.size( ), 3u );
+    EXPECT_EQ( lines[0], "---- Call Stack for Thread #" + std::to_string( id ) + " -----\n" );
+    EXPECT_TRUE( endsWith( lines[1], "): *[inner] (function)\n" ) ) << lines[1];
+    EXPECT_EQ( lines[2], "deep.cpp(1):  [run] (Service)\n" );
+    GEventClose( entered );
+    GEventClose( dumped );
+}
 TEST( GCallStack, EndsWithItsThread )
 {
     uint64_t id = 0;
@@ -166,6 +206,14 @@ TEST( GCallStack, DestructorWithoutAStackWarns )
     TestLog::clear( );
     std::thread( []( ) { _GCallDestructor( GThreadGetCurrent( ) ); } ).join( );
     EXPECT_EQ( TestLog::count( "WARNING Invalid thread key on close, ignoring." ), 1 );
+}
+TEST( GCallStack, DestructorForAnotherThreadChangesNothing )
+{
+    outer( false );
+    TestLog::expect( "WARNING: Assertion failed. (GMAPCONTAINS( GDebug_threadIDCallStackMap, thread ))" );
+    _GCallDestructor( 0xFFFFFFFF );
+    GCallDump( GThreadGetCurrent( ) );
+    EXPECT_EQ( TestLog::count( "*[outer] (function)" ), 1 );
 }
 TEST( GCallStackDeathTest, LeaveWithoutAStackAborts )
 {

@@ -5,18 +5,25 @@
 #include "platform/GCrash.h"
 #include "platform/GNull.h"
 #include "platform/GSystem.h"
+#include "platform/GThread.h"
 #include "support/TestFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
 
 namespace
 {
 // What the program under test does; set in the child alone.
 bool ( *program_ )( ) = []( ) { return false; };
 int boxes_ = 0;
+
+// How often the system still refuses to remove a file.
+int refusals_ = 0;
 
 bool runNormally( )
 {
@@ -38,6 +45,12 @@ protected:
         program_ = program;
         _exit( WinMain( "test", commandLine ) );
     }
+    // Each refusal and each sleep is written down.
+    static void refuseRemoving( int times )
+    {
+        refusals_ = times;
+        GThreadSetSleep( []( int64_t duration ) { std::ofstream( "slept", std::ios::app ) << duration << ' '; } );
+    }
     static bool hasRun( ) { return std::filesystem::exists( "ran" ); }
     static std::string cleanLog( )
     {
@@ -47,6 +60,20 @@ protected:
 };
 using WinMainDeathTest = WinMainTest;
 } // namespace
+
+// In the library's place: removes, unless the test has it refuse.
+extern "C" int remove( const char* path ) noexcept
+{
+    if( refusals_ == 0 )
+    {
+        const int removed = unlink( path );
+        return removed && errno == EISDIR ? rmdir( path ) : removed;
+    }
+    --refusals_;
+    std::ofstream( "refused", std::ios::app ) << '.';
+    errno = EBUSY;
+    return -1;
+}
 
 bool GWinMain( const GString& )
 {
@@ -106,6 +133,44 @@ TEST_F( WinMainDeathTest, UpgradedRemovesTheUpgradeFirst )
     EXPECT_NE( cleanLog( ).find( "Started from upgrade" ), std::string::npos );
     EXPECT_EQ( cleanLog( ).find( "WARNING" ), std::string::npos );
 }
+TEST_F( WinMainDeathTest, UpgradeThatStaysIsTriedFourTimesAndThenExecuted )
+{
+    write( "upgrade.exe", "#!/bin/sh\n:\n" );
+    EXPECT_EXIT( ( refuseRemoving( INT_MAX ), run( "-silent -upgraded" ) ), testing::ExitedWithCode( 0 ), "" );
+    EXPECT_EQ( read( "refused" ), "...." );
+    EXPECT_EQ( read( "slept" ), "500000 500000 500000 " );
+    EXPECT_FALSE( hasRun( ) );
+    const std::string log = cleanLog( );
+    size_t from = 0;
+    for( const char* text : { "Started from upgrade\n",
+                              "WARNING: Cannot delete 'upgrade.exe', waiting a bit and trying again 2 more times.\n",
+                              "WARNING: Cannot delete 'upgrade.exe', waiting a bit and trying again 1 more times.\n",
+                              "WARNING: Cannot delete 'upgrade.exe', waiting a bit and trying again 0 more times.\n",
+                              "Executed 'upgrade.exe', shutting down.\n" } )
+    {
+        const size_t found = log.find( text, from );
+        ASSERT_NE( found, std::string::npos ) << text << log;
+        from = found;
+    }
+}
+TEST_F( WinMainDeathTest, FourthAttemptMayRemoveTheUpgrade )
+{
+    write( "upgrade.exe", "#!/bin/sh\n:\n" );
+    EXPECT_EXIT( ( refuseRemoving( 3 ), run( "-silent -upgraded" ) ), testing::ExitedWithCode( 0 ), "" );
+    EXPECT_EQ( read( "slept" ), "500000 500000 500000 " );
+    EXPECT_FALSE( std::filesystem::exists( "upgrade.exe" ) );
+    EXPECT_TRUE( hasRun( ) );
+}
+TEST_F( WinMainDeathTest, StaleUpgradeIsExecutedAtEveryStart )
+{
+    write( "upgrade.exe", "#!/bin/sh\n:\n" );
+    for( int start = 0; start < 3; ++start ) EXPECT_EXIT( run( "-silent" ), testing::ExitedWithCode( 0 ), "" );
+    EXPECT_FALSE( hasRun( ) );
+    const std::vector<std::string> logs = list( "_clean.log" );
+    EXPECT_EQ( logs.size( ), 3u );
+    for( const std::string& log : logs )
+        EXPECT_NE( read( log ).find( "Executed 'upgrade.exe', shutting down.\n" ), std::string::npos );
+}
 TEST_F( WinMainDeathTest, RestartWithoutAPathEndsInABox )
 {
     EXPECT_EXIT(
@@ -143,6 +208,25 @@ TEST_F( WinMainDeathTest, SecondInstanceCancels )
                               "- To keep the new instance after closing the old, click Try Again\n"
                               "- To keep both instances, click Continue." );
     close( holder );
+}
+TEST_F( WinMainDeathTest, SecondInstanceRunsOnceTheFirstHasEnded )
+{
+    EXPECT_EXIT(
+        {
+            static int holder = holdFile( "velmora.log", "running" );
+            GNullSetBoxAnswer(
+                []( const GWString&, const GWString& )
+                {
+                    close( holder );
+                    return 1;
+                } );
+            run( "-silent" );
+        },
+        testing::ExitedWithCode( 0 ), "" );
+    EXPECT_TRUE( hasRun( ) );
+    ASSERT_EQ( list( "_dirty.log" ).size( ), 1u );
+    EXPECT_EQ( read( list( "_dirty.log" )[0] ), "running" );
+    EXPECT_NE( cleanLog( ).find( "Version: Velmora/764" ), std::string::npos );
 }
 TEST_F( WinMainDeathTest, SecondInstanceContinuesWithoutALog )
 {
@@ -203,6 +287,42 @@ TEST_F( WinMainTest, ExecuteTellsWhyItFailed )
     chmod( "broken", 0755 );
     EXPECT_FALSE( GSystemExecute( u"broken", u"", reason ) );
     EXPECT_EQ( reason, u"The .exe file is invalid (non-Microsoft Win32 .exe or error in .exe image)." );
+}
+TEST_F( WinMainTest, ExecuteTellsOfAFileThatIsHeldOrNotToBeOpened )
+{
+    GWString reason;
+    write( "held", "#!/bin/sh\n:\n" );
+    chmod( "held", 0755 );
+    const int writer = open( "held", O_WRONLY | O_CLOEXEC );
+    EXPECT_FALSE( GSystemExecute( u"held", u"", reason ) );
+    EXPECT_EQ( reason, u"A sharing violation occurred." );
+    close( writer );
+    EXPECT_FALSE( GSystemExecute( u"held", GWString( 4000000, u'a' ), reason ) );
+    EXPECT_EQ( reason, u"There was not enough memory to complete the operation." );
+    write( "document.none", "text" );
+    const GString path = getenv( "PATH" );
+    setenv( "PATH", "", 1 );
+    EXPECT_FALSE( GSystemExecute( u"document.none", u"", reason ) );
+    setenv( "PATH", path.c_str( ), 1 );
+    EXPECT_EQ( reason,
+               u"There is no application associated with the given file name extension. This error will also be "
+               u"errorMsg = ed if you attempt to print a file that is not printable." );
+}
+TEST_F( WinMainTest, ExecuteTellsOfAFileThatIsDenied )
+{
+    GWString reason;
+    std::filesystem::create_directory( "locked" );
+    write( "locked/program", "#!/bin/sh\n:\n" );
+    chmod( "locked", 0 );
+    // Of one thread alone, and whoever runs the tests.
+    std::thread(
+        [&]( )
+        {
+            syscall( SYS_setresuid, -1, 65534, -1 );
+            EXPECT_FALSE( GSystemExecute( u"locked/program", u"", reason ) );
+        } )
+        .join( );
+    EXPECT_EQ( reason, u"The operating system denied access to the specified file." );
 }
 TEST_F( WinMainTest, ExecutePassesTheArguments )
 {

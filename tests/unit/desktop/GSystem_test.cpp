@@ -7,6 +7,15 @@
 #include "platform/GIcon.h"
 #include "unit/desktop/DesktopFixture.h"
 
+#include <QApplication>
+#include <QDialogButtonBox>
+#include <QKeyEvent>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
+
+#include <regex>
+
 namespace
 {
 class Listener : public IGSystemListener
@@ -23,7 +32,26 @@ public:
     std::string said;
     IGSystemListener* resigns = nullptr;
 };
-using GSystemTest = DesktopFixture;
+class GSystemTest : public DesktopFixture
+{
+protected:
+    // The number of the button that `answer` has pressed.
+    static int ask( const std::function<void( QMessageBox& box )>& answer )
+    {
+        QTimer waker;
+        QObject::connect( &waker, &QTimer::timeout, &waker,
+                          [&]( )
+                          {
+                              auto* const box = qobject_cast<QMessageBox*>( QApplication::activeModalWidget( ) );
+                              if( !box || !box->isVisible( ) ) return;
+                              waker.stop( );
+                              answer( *box );
+                          } );
+        waker.start( 1 );
+        return GSystemMessageBox( u"Title", u"<b>text</b>\n\n- line", { u"Cancel", u"Try Again", u"Continue" }, 1, 0,
+                                  GBOX_WARNING );
+    }
+};
 } // namespace
 
 TEST_F( GSystemTest, SleepReachesEveryListenerAndTheLog )
@@ -76,10 +104,49 @@ TEST_F( GSystemTest, EmptyHotkeyTextGivesNull )
 TEST_F( GSystemTest, InfoIsOneLineWithItsFields )
 {
     const GString info = GWideToUTF8( GSystemGetInfo( ) );
-    for( const char* field : { "language=", "CPU=", "Mhz, ", "RAM=", "MB, ", "numMonitors=", "screen=(", "px, ",
-                               "mm), ", "bpp=", "country=" } )
-        EXPECT_NE( GString::npos, info.find( field ) ) << field << " in " << info;
-    EXPECT_EQ( GString::npos, info.find( '\n' ) );
+    EXPECT_TRUE( std::regex_match( info, std::regex( "[^=\n]+, linux [^=\n]+, Qt 6[.0-9]+ offscreen, language=\\w*, "
+                                                     "CPU=\\d+Mhz, RAM=[1-9]\\d*MB, numMonitors=[1-9]\\d*, "
+                                                     "screen=\\([1-9]\\d*x[1-9]\\d*px, \\d+x\\d+mm\\), bpp=\\d+, "
+                                                     "country=\\w*" ) ) )
+        << info;
+}
+
+TEST_F( GSystemTest, BoxShowsItsButtonsInOrder )
+{
+    QStringList texts;
+    QString title;
+    QString text;
+    QString preset;
+    QMessageBox::Icon icon = QMessageBox::NoIcon;
+    const int clicked = ask(
+        [&]( QMessageBox& box )
+        {
+            title = box.windowTitle( );
+            text = box.text( );
+            icon = box.icon( );
+            preset = box.defaultButton( )->text( );
+            const QList<QAbstractButton*> buttons = box.findChild<QDialogButtonBox*>( )->buttons( );
+            for( const QAbstractButton* button : buttons ) texts += button->text( );
+            buttons[2]->click( );
+        } );
+    EXPECT_EQ( clicked, 2 );
+    EXPECT_EQ( title, "Title" );
+    EXPECT_EQ( text, "<b>text</b>\n\n- line" );
+    EXPECT_EQ( texts, QStringList( { "Cancel", "Try Again", "Continue" } ) );
+    EXPECT_EQ( preset, "Try Again" );
+    EXPECT_EQ( icon, QMessageBox::Warning );
+}
+
+TEST_F( GSystemTest, BoxGivesTheDefaultOnReturnAndCancelOnEscapeAndClose )
+{
+    const auto press = []( QMessageBox& box, int key )
+    {
+        QKeyEvent event( QEvent::KeyPress, key, Qt::NoModifier );
+        QCoreApplication::sendEvent( &box, &event );
+    };
+    EXPECT_EQ( ask( [&]( QMessageBox& box ) { press( box, Qt::Key_Return ); } ), 1 );
+    EXPECT_EQ( ask( [&]( QMessageBox& box ) { press( box, Qt::Key_Escape ); } ), 0 );
+    EXPECT_EQ( ask( []( QMessageBox& box ) { box.close( ); } ), 0 );
 }
 
 TEST_F( GSystemTest, MenuIsNotShownWhileShuttingDown )

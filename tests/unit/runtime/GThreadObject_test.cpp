@@ -8,6 +8,10 @@
 #include <atomic>
 #include <memory>
 #include <stdexcept>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
 
 namespace
 {
@@ -31,6 +35,12 @@ public:
     std::atomic<int> shutdowns = 0;
     std::atomic<int> result = 0;
     GEvent done = nullptr;
+};
+
+class Sleeper : public GThreadObject
+{
+public:
+    void sleep( int milliseconds ) { _sleep( milliseconds ); }
 };
 
 constexpr int64_t DEADLINE = 10000000;
@@ -113,6 +123,29 @@ TEST_F( GThreadObjectTest, StandsInTheThreadTableWhileItRuns )
     worker->stop( true );
     EXPECT_FALSE( isListed( ) );
 }
+TEST_F( GThreadObjectTest, SecondStartWarnsAndRunsASecondThread )
+{
+    TestLog::expect( "WARNING: Assertion failed. (!_thread)" );
+    worker->start( u"worker" );
+    const GThreadID first = worker->getThread( );
+    worker->start( u"worker" );
+    EXPECT_NE( worker->getThread( ), first );
+    worker->stop( true );
+    GThreadClose( first );
+    EXPECT_EQ( worker->shutdowns, 2 );
+}
+TEST( GThreadObjectDeathTest, SleepingANegativeTimeAborts )
+{
+    EXPECT_DEATH( Sleeper( ).sleep( -1 ), "ERROR: Assertion failed, aborting. \\(ms >= 0\\)" );
+}
+TEST( GThreadObject, ObjectThatGoesWithItsThreadWarns )
+{
+    TestLog::expect( "WARNING: Assertion failed. (!_thread)" );
+    const std::unique_ptr<GThreadObject> object( GSAFENEW( GThreadObject, ( ) ) );
+    object->start( u"left" );
+    // The thread has ended, and the object does not know.
+    GThreadClose( object->getThread( ) );
+}
 TEST( GThreadObject, JoinWithoutAThreadDoesNothing )
 {
     const std::unique_ptr<GThreadObject> object( GSAFENEW( GThreadObject, ( ) ) );
@@ -175,9 +208,35 @@ TEST( GThread, CloseOfAnUnknownThreadWarns )
     TestLog::expect( "WARNING: Assertion failed. (GMAPCONTAINS( GThread_threadIDThreadMap, threadID ))" );
     GThreadClose( 0xFFFFFFFF );
 }
+TEST( GThread, PriorityThatIsNotGrantedWarns )
+{
+    TestLog::expect( "WARNING Cannot set thread priority, ignoring." );
+    // Of one thread alone, and whoever runs the tests.
+    std::thread(
+        []( )
+        {
+            syscall( SYS_setresuid, -1, 65534, -1 );
+            GThreadSetPriority( 2 );
+        } )
+        .join( );
+}
+TEST( GThread, LowerPriorityIsGrantedToTheThreadAlone )
+{
+    const int before = getpriority( PRIO_PROCESS, 0 );
+    std::thread(
+        []( )
+        {
+            GThreadSetPriority( -4 );
+            EXPECT_EQ( getpriority( PRIO_PROCESS, 0 ), 19 );
+        } )
+        .join( );
+    EXPECT_EQ( getpriority( PRIO_PROCESS, 0 ), before );
+}
 TEST( GThreadDeathTest, EmptyMutexAborts )
 {
     EXPECT_DEATH( GMutexLock( nullptr ), "ERROR: Assertion failed, aborting." );
+    EXPECT_DEATH( GMutexUnlock( nullptr ), "ERROR: Assertion failed, aborting." );
+    EXPECT_DEATH( GMutexClose( nullptr ), "ERROR: Assertion failed, aborting." );
     EXPECT_DEATH( GThreadSleep( -1 ), "duration >= 0" );
 }
 TEST( GThreadDeathTest, EscapedExceptionRunsTheCrashHandler )
