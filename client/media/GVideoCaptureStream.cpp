@@ -60,6 +60,7 @@ void GVideoCaptureStream::_sendReport( )
 
 void GVideoCaptureStream::setFormat( const GHTTPHeaders& headers )
 {
+    const GObjectLock scope( *this ); // In the order of reset( ): the object before its media.
     const GMutexScope audio( _audioMutex );
     const GMutexScope video( _videoMutex );
     reset( );

@@ -4,13 +4,15 @@
 #include "platform/GThread.h"
 #include "platform/GTime.h"
 
+#include <atomic>
+
 class TestClock
 {
 public:
     TestClock( )
     {
         now( ) = 13000000000000000;
-        GTimeSetSource( [] { return now( ); } );
+        GTimeSetSource( [] { return now( ).load( ); } );
         GThreadSetSleep( []( int64_t duration ) { now( ) += static_cast<uint64_t>( duration ); } );
     }
     ~TestClock( )
@@ -22,9 +24,10 @@ public:
     TestClock& operator=( const TestClock& ) = delete;
 
     void advance( int64_t microseconds ) { now( ) += static_cast<uint64_t>( microseconds ); }
-    static uint64_t& now( )
+    // Threads that the code under test started read it, too.
+    static std::atomic<uint64_t>& now( )
     {
-        static uint64_t time = 0;
+        static std::atomic<uint64_t> time = 0;
         return time;
     }
 };
