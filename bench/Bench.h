@@ -78,8 +78,8 @@ private:
         double project; // Seconds a call.
         double anchor;
     };
-    static constexpr int ROUNDS = 15;
-    static constexpr double BATCH_SECONDS = 0.008;
+    static constexpr int ROUNDS = 101;
+    static constexpr double BATCH_SECONDS = 0.001;
 
     double _now( ) const
     {
