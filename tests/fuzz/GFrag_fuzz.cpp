@@ -41,7 +41,7 @@ void requireApart( const GFragList& list )
 
 void explode( GFragList& list, Fuzz::Input& input )
 {
-    const int width = 4 + input.byte( ) % 60, height = 4 + input.byte( ) % 60;
+    const int width = 8 + input.byte( ) % 56, height = 8 + input.byte( ) % 56;
     const int64_t before = areaOf( list );
     GFragExplodeList( list, width, height );
     Fuzz::require( areaOf( list ) == before );
@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
 {
     Fuzz::Input input( data, size );
     GFragList list;
-    for( int steps = 0; !input.empty( ) && steps < 64; steps++ )
+    for( int steps = 0; !input.empty( ) && steps < 24; steps++ )
     {
         switch( input.byte( ) % 4 )
         {
