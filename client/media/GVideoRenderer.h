@@ -5,7 +5,7 @@
 
 #include "client/media/GWaveFormat.h"
 #include "image/GImageFormat.h"
-#include "platform/GSound.h"
+#include "platform/GSoundRing.h"
 #include "runtime/GInstance.h"
 
 #include <deque>

@@ -1,28 +1,20 @@
-// The system's sound: mute, volume and wave files, and the one-second playback ring with its two cursors.
-// Speaker line: the default sink. Wave line: this program's own streams. Without a sound server every call is a quiet no-op.
+// The system's sound: mute, volume and wave files. The speaker line is the server's default output; the wave line is this program's
+// own streams, whose volume and mute are remembered while none plays and given to each new one. Any thread. A call waits a second or
+// two at most for a server that hangs, and returns at once where there is none.
 #pragma once
 
 #include "base/GTypes.h"
 
+// Starts a wave file (uncompressed, 8 or 16 bits, one or two channels, at most 64 MiB) and returns; it ends by itself, and sounds
+// already playing go on beside it, eight at most. Whatever prevents it is logged: "WARNING Unable to play sound '".
 void GSoundPlay( const GWString& path );
+// True if the speaker line or the wave line is muted. A line that cannot be asked is not.
 bool GSoundIsMuted( );
+// Mutes the speaker line; an unmute unmutes the wave line too. Nothing happens without a server.
 void GSoundSetMute( bool mute );
-double GSoundGetVolume( ); // Speaker volume times wave volume, each 0 to 1.
+// Speaker volume times wave volume, each from 0 to 1. A speaker line that cannot be asked counts as 1.
+double GSoundGetVolume( );
+// The speaker line to `volume`, held in 0 to 1, and the wave line to 1. Failure is logged: "WARNING Couldn't set volume, ignoring."
 void GSoundSetVolume( double volume );
-// The two lines one by one, for the online commands that set them apart.
+// The two lines one by one, for the online commands that set them apart. As above.
 void GSoundSetLines( double speaker, double wave );
-
-// A looping buffer of 16-bit mono samples. The device pulls between the cursors' danger zone; the owner writes ahead of the write
-// cursor. Any one thread at a time.
-struct GSoundRingRecord;
-using GSoundRing = GSoundRingRecord*;
-// `bytes`: size of the ring. Null when there is no sound server.
-GSoundRing GSoundRingOpen( int frequency, int bytes );
-void GSoundRingClose( GSoundRing ring );
-void GSoundRingPlay( GSoundRing ring ); // Starts, looping.
-void GSoundRingStop( GSoundRing ring );
-// Byte positions: what is being heard, and where writing is safe.
-bool GSoundRingGetCursors( GSoundRing ring, int& play, int& write );
-// Copies `length` bytes to `offset`, wrapping at the end. False when the buffer is lost (the server went away).
-bool GSoundRingWrite( GSoundRing ring, int offset, const char* data, int length );
-bool GSoundRingIsAlive( GSoundRing ring );

@@ -1,134 +1,223 @@
-// Runs beside a sound server of its own (tests/support/with-sound). The last tests take the server away.
+// Lines and wave files on a sound server of its own (tests/support/with-sound).
 #include "platform/GSound.h"
 
 #include "base/GUtil.h"
+#include "platform/GSoundRing.h"
+#include "support/TestFolder.h"
 #include "support/TestLog.h"
+#include "support/TestSound.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <thread>
+#include <cmath>
+#include <numbers>
 
 namespace
 {
-// Polls until it holds, ten seconds at most.
-template <typename Condition>
-bool becomes( Condition condition )
-{
-    for( int i = 0; i < 500; i++ )
-    {
-        if( condition( ) ) return true;
-        std::this_thread::sleep_for( std::chrono::milliseconds( 20 ) );
-    }
-    return false;
-}
+using TestSound::ask;
+using TestSound::becomes;
+using TestSound::run;
 
-GString waveFile( int seconds )
+constexpr int RATE = 8000;
+
+// A tone as a mono wave file of 16 bits.
+GString waveFile( double seconds, double frequency = 500 )
 {
-    GString samples( static_cast<size_t>( seconds * 8000 * 2 ), 0 );
-    for( size_t i = 0; i < samples.size( ); i += 2 ) samples[i + 1] = i / 16 % 2 ? 32 : -32;
+    GString samples;
+    for( int i = 0; i < static_cast<int>( seconds * RATE ); i++ )
+    {
+        const auto sample = static_cast<int16_t>( 12000 * std::sin( 2 * std::numbers::pi * frequency * i / RATE ) );
+        samples += static_cast<char>( sample & 255 );
+        samples += static_cast<char>( sample >> 8 );
+    }
     GString file = "RIFF";
     GSerialize( static_cast<uint32_t>( 36 + samples.size( ) ), file );
     file += "WAVEfmt ";
     GSerialize( 16U, file );
     GSerialize( 1U | 1U << 16, file );
-    GSerialize( 8000U, file );
-    GSerialize( 16000U, file );
+    GSerialize( static_cast<uint32_t>( RATE ), file );
+    GSerialize( static_cast<uint32_t>( RATE ) * 2, file );
     GSerialize( 2U | 16U << 16, file );
     file += "data";
     GSerialize( static_cast<uint32_t>( samples.size( ) ), file );
     return file + samples;
 }
+
+// Half the crossings of zero: the periods of a tone.
+int periodsOf( const std::vector<int16_t>& samples )
+{
+    int crossings = 0;
+    for( size_t i = 1; i < samples.size( ); i++ ) crossings += ( samples[i - 1] < 0 ) != ( samples[i] < 0 );
+    return crossings / 2;
+}
+
+int greatestOf( const std::vector<int16_t>& samples )
+{
+    int greatest = 0;
+    for( const int16_t sample : samples ) greatest = std::max( greatest, std::abs( sample ) );
+    return greatest;
+}
+
+// Own streams that the server knows.
+int streams( )
+{
+    return std::atoi( ask( "pactl list sink-inputs | grep -c 'application.name = \"Velmora\"'" ).c_str( ) );
+}
+
+int entriesOf( const char* folder )
+{
+    int count = 0;
+    for( const auto& entry : std::filesystem::directory_iterator( folder ) ) count += !entry.path( ).empty( );
+    return count;
+}
+
+class GSound : public TestFolder
+{
+protected:
+    void TearDown( ) override
+    {
+        EXPECT_TRUE( becomes( [] { return streams( ) == 0; } ) );
+        GSoundSetMute( false );
+        GSoundSetVolume( 1.0 );
+        TestFolder::TearDown( );
+    }
+};
 } // namespace
 
-TEST( GSound, TwoLinesAtHalfGiveAQuarter )
+TEST_F( GSound, TwoLinesAtHalfGiveAQuarter )
 {
     GSoundSetLines( 0.5, 0.5 );
     EXPECT_NEAR( GSoundGetVolume( ), 0.25, 0.001 );
-    GSoundSetVolume( 0.75 );
-    EXPECT_NEAR( GSoundGetVolume( ), 0.75, 0.001 );
-    GSoundSetVolume( 1.0 );
+    EXPECT_NE( ask( "pactl get-sink-volume spk" ).find( "50%" ), GString::npos );
 }
 
-TEST( GSound, MuteIsReadBack )
+TEST_F( GSound, SettingTheVolumePutsTheWaveLineAtFull )
+{
+    GSoundSetLines( 0.5, 0.5 );
+    GSoundSetVolume( 0.75 );
+    EXPECT_NEAR( GSoundGetVolume( ), 0.75, 0.001 );
+    EXPECT_NE( ask( "pactl get-sink-volume spk" ).find( "75%" ), GString::npos );
+}
+
+TEST_F( GSound, VolumesAreHeldInTheirRange )
+{
+    GSoundSetVolume( 7.0 );
+    EXPECT_NEAR( GSoundGetVolume( ), 1.0, 0.001 );
+    GSoundSetVolume( -1.0 );
+    EXPECT_NEAR( GSoundGetVolume( ), 0.0, 0.001 );
+    GSoundSetLines( std::nan( "" ), std::nan( "" ) );
+    EXPECT_NEAR( GSoundGetVolume( ), 0.0, 0.001 );
+    ASSERT_TRUE( run( "pactl set-sink-volume spk 150%" ) );
+    GSoundSetLines( 1.0, 0.5 );
+    EXPECT_NEAR( GSoundGetVolume( ), 0.5, 0.001 );
+}
+
+TEST_F( GSound, MuteOfTheSpeakerIsSetAndReadBack )
 {
     GSoundSetMute( true );
     EXPECT_TRUE( GSoundIsMuted( ) );
+    EXPECT_EQ( ask( "pactl get-sink-mute spk" ), "Mute: yes" );
     GSoundSetMute( false );
     EXPECT_FALSE( GSoundIsMuted( ) );
+    ASSERT_TRUE( run( "pactl set-sink-mute spk 1" ) );
+    EXPECT_TRUE( GSoundIsMuted( ) ) << "whoever muted it";
 }
 
-TEST( GSound, BadWaveFileIsReportedAndIgnored )
+TEST_F( GSound, WaveLineIsThisProgramsOwnStreamsAndUnmutedWithTheSpeaker )
 {
-    TestLog::expect( "WARNING Unable to play sound 'no such file.wav', ignoring." );
-    TestLog::expect( "WARNING Unable to play sound 'sound_bad.wav', ignoring." );
-    GSoundPlay( u"no such file.wav" );
-    const GString wave = waveFile( 1 );
-    ASSERT_TRUE( GFileSave( u"sound_bad.wav", wave.data( ), 40 ) );
-    GSoundPlay( u"sound_bad.wav" );
-}
-
-TEST( GSound, WaveFileReachesTheSpeaker )
-{
-    const GString wave = waveFile( 2 );
-    ASSERT_TRUE( GFileSave( u"sound_good.wav", wave.data( ), static_cast<int64_t>( wave.size( ) ) ) );
-    GSoundPlay( u"sound_good.wav" );
-    EXPECT_TRUE( becomes(
-        [] { return std::system( "pactl list sink-inputs | grep -q 'application.name = \"Velmora\"'" ) == 0; } ) );
-    EXPECT_TRUE( becomes(
-        [] { return std::system( "pactl list sink-inputs | grep -q 'application.name = \"Velmora\"'" ) != 0; } ) );
-}
-
-TEST( GSoundRing, CursorsRunAroundAndStop )
-{
-    GSoundRing ring = GSoundRingOpen( 22000, 44000 );
+    GSoundRing ring = GSoundRingOpen( RATE, 2 * RATE );
     ASSERT_TRUE( ring );
-    int play = -1, write = -1;
-    ASSERT_TRUE( GSoundRingGetCursors( ring, play, write ) );
-    EXPECT_EQ( play, 0 );
-    EXPECT_EQ( write, 0 );
-    const GString samples( 1000, 5 );
-    EXPECT_TRUE( GSoundRingWrite( ring, 43500, samples.data( ), 1000 ) );
-    GSoundRingPlay( ring );
-    int64_t travelled = 0;
-    int last = 0;
-    EXPECT_TRUE( becomes(
-        [&]
-        {
-            if( !GSoundRingGetCursors( ring, play, write ) ) return false;
-            travelled += ( play - last + 44000 ) % 44000;
-            last = play;
-            EXPECT_LT( ( write - play + 44000 ) % 44000, 22000 );
-            return travelled > 50000;
-        } ) )
-        << "more than once around";
-    EXPECT_EQ( play % 2, 0 );
-    EXPECT_EQ( write % 2, 0 );
-    GSoundRingStop( ring );
-    EXPECT_TRUE( GSoundRingIsAlive( ring ) );
-    GSoundRingClose( ring );
-}
-
-TEST( GSoundServerGone, RingsReportTheLossAndCallsStayQuiet )
-{
-    GSoundRing ring = GSoundRingOpen( 8000, 16000 );
-    ASSERT_TRUE( ring );
-    GSoundRingPlay( ring );
-    const char* pid = std::getenv( "VELMORA_SOUND_PID" );
-    ASSERT_TRUE( pid );
-    ASSERT_EQ( kill( std::atoi( pid ), SIGKILL ), 0 );
-    EXPECT_TRUE( becomes( [ring] { return !GSoundRingIsAlive( ring ); } ) );
-    int play = 0, write = 0;
-    EXPECT_FALSE( GSoundRingGetCursors( ring, play, write ) );
-    EXPECT_FALSE( GSoundRingWrite( ring, 0, "ab", 2 ) );
-    GSoundRingStop( ring );
-    GSoundRingClose( ring );
-    EXPECT_EQ( GSoundRingOpen( 8000, 16000 ), nullptr );
-    GSoundSetVolume( 0.5 );
-    GSoundSetMute( true );
+    const GString stream = ask(
+        "pactl list sink-inputs | awk '/^Sink Input/ {n=substr($3,2)} /application.name = \"Velmora\"/ {print n}'" );
     EXPECT_FALSE( GSoundIsMuted( ) );
-    GSoundPlay( u"sound_good.wav" );
-    EXPECT_NEAR( GSoundGetVolume( ), 1.0, 0.001 );
+    ASSERT_TRUE( run( "pactl set-sink-input-mute " + stream + " 1" ) );
+    EXPECT_TRUE( GSoundIsMuted( ) );
+    GSoundSetMute( true );
+    GSoundSetMute( false );
+    EXPECT_FALSE( GSoundIsMuted( ) );
+    EXPECT_EQ( ask( "pactl list sink-inputs | grep -A20 'Sink Input #" + stream + "$' | grep -c 'Mute: no'" ), "1" );
+    ASSERT_TRUE( run( "pactl set-sink-input-volume " + stream + " 50%" ) );
+    EXPECT_NEAR( GSoundGetVolume( ), 0.5, 0.001 );
+    GSoundSetLines( 0.5, 0.25 );
+    EXPECT_NEAR( GSoundGetVolume( ), 0.125, 0.001 );
+    GSoundRingClose( ring );
+    EXPECT_NEAR( GSoundGetVolume( ), 0.125, 0.001 ) << "remembered while nothing plays";
+}
+
+TEST_F( GSound, WaveLineReachesStreamsThatBeginLater )
+{
+    const GString wave = waveFile( 1 );
+    write( "tone.wav", wave );
+    GSoundSetLines( 1.0, 0.5 );
+    TestSound::Recorder recorder;
+    GSoundPlay( u"tone.wav" );
+    // The server's half is an eighth of the amplitude.
+    EXPECT_NEAR( greatestOf( recorder.hear( RATE / 4 ) ), 12000 / 8, 200 );
+}
+
+TEST_F( GSound, WaveFileIsHeard )
+{
+    write( "tone.wav", waveFile( 1 ) );
+    TestSound::Recorder recorder;
+    GSoundPlay( u"tone.wav" );
+    const std::vector<int16_t> heard = recorder.hear( RATE / 2 );
+    EXPECT_EQ( heard.size( ), static_cast<size_t>( RATE / 2 ) );
+    EXPECT_NEAR( periodsOf( heard ), 250, 5 );
+    EXPECT_GT( greatestOf( heard ), 10000 );
+}
+
+TEST_F( GSound, SecondSoundPlaysBesideTheFirst )
+{
+    write( "low.wav", waveFile( 2, 400 ) );
+    write( "high.wav", waveFile( 2, 1000 ) );
+    GSoundPlay( u"low.wav" );
+    GSoundPlay( u"high.wav" );
+    EXPECT_TRUE( becomes( [] { return streams( ) == 2; } ) );
+    EXPECT_TRUE( becomes( [] { return streams( ) == 0; } ) );
+}
+
+TEST_F( GSound, ManySoundsAtOnceAreRefused )
+{
+    TestLog::expect( "WARNING Unable to play sound 'tone.wav', ignoring." );
+    write( "tone.wav", waveFile( 1 ) );
+    for( int i = 0; i < 9; i++ ) GSoundPlay( u"tone.wav" );
+    EXPECT_EQ( TestLog::count( "WARNING Unable to play sound" ), 1 );
+    EXPECT_TRUE( becomes( [] { return streams( ) == 0; } ) );
+    GSoundPlay( u"tone.wav" );
+    EXPECT_EQ( TestLog::count( "WARNING Unable to play sound" ), 1 );
+}
+
+TEST_F( GSound, PlayedSoundsLeaveNothingBehind )
+{
+    write( "click.wav", waveFile( 0.01 ) );
+    GSoundPlay( u"click.wav" );
+    EXPECT_TRUE( becomes( [] { return streams( ) == 0; } ) );
+    const int files = entriesOf( "/proc/self/fd" );
+    const int threads = entriesOf( "/proc/self/task" );
+    for( int i = 0; i < 20; i++ )
+    {
+        GSoundPlay( u"click.wav" );
+        EXPECT_TRUE( becomes( [] { return streams( ) == 0; } ) );
+    }
+    EXPECT_LE( entriesOf( "/proc/self/fd" ), files );
+    EXPECT_LE( entriesOf( "/proc/self/task" ), threads );
+}
+
+TEST_F( GSound, WhatIsNoWaveFileIsReportedAndIgnored )
+{
+    const GString wave = waveFile( 1 );
+    write( "cut.wav", wave.substr( 0, 40 ) );
+    write( "empty.wav", "" );
+    write( "text.wav", "no sound" );
+    std::filesystem::create_directory( "folder.wav" );
+    std::filesystem::create_symlink( "/dev/zero", "endless.wav" );
+    const int pipe = openPipe( "pipe.wav" );
+    write( "huge.wav", wave );
+    std::filesystem::resize_file( "huge.wav", ( 64 << 20 ) + 1 );
+    for( const GWString path : { u"missing.wav", u"cut.wav", u"empty.wav", u"text.wav", u"folder.wav", u"endless.wav",
+                                 u"pipe.wav", u"huge.wav", u"" } )
+    {
+        TestLog::expect( GWideToUTF8( u"WARNING Unable to play sound '" + path + u"', ignoring." ) );
+        GSoundPlay( path );
+    }
+    close( pipe );
+    EXPECT_EQ( streams( ), 0 );
 }

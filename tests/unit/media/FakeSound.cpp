@@ -1,6 +1,7 @@
 #include "FakeSound.h"
 
 #include "platform/GSound.h"
+#include "platform/GSoundRing.h"
 
 #include <cstring>
 

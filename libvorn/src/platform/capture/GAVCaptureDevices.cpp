@@ -9,6 +9,9 @@
 
 namespace
 {
+// The property of sources that a sound server may move to another device.
+constexpr const char* CURRENT_DEVICE = "current-device";
+
 struct Injected
 {
     GCaptureKind kind;
@@ -49,12 +52,12 @@ std::vector<Injected> listInjected( GCaptureKind kind )
     return devices;
 }
 
-// Where no sound server answers, nobody is asked for microphones: the library would try to start one.
+// Where no sound server answers, nobody is asked for microphones: the library would try to start one, or wait without end.
 bool isWorthAsking( GCaptureKind kind )
 {
     if( kind == GCAPTURE_VIDEO ) return true;
     const GSoundServer::Lock lock;
-    return GSoundServer::get( ).connect( );
+    return GSoundServer::get( ).isAnswering( );
 }
 
 bool isMonitor( GstDevice* device )
@@ -179,4 +182,16 @@ GstElement* GCaptureCreateSource( GCaptureKind kind, const GWString& name )
                    } );
     if( source && kind == GCAPTURE_AUDIO ) setPace( source );
     return source;
+}
+
+bool GCaptureIsPresent( GstElement* source )
+{
+    if( !g_object_class_find_property( G_OBJECT_GET_CLASS( source ), CURRENT_DEVICE ) ) return true;
+    gchar* device = nullptr;
+    g_object_get( source, "device", &device, nullptr );
+    if( !device ) return true;
+    const GSoundServer::Lock lock;
+    const bool present = GSoundServer::get( ).hasSource( device );
+    g_free( device );
+    return present;
 }

@@ -25,3 +25,5 @@ GStringList GCaptureListDevices( GCaptureKind kind );
 // An element with the source pad "src", floating, or null when there is no such device or it cannot be bound, which is logged.
 // The first of several devices of one name is taken.
 GstElement* GCaptureCreateSource( GCaptureKind kind, const GWString& name );
+// False when the source's device is known to be gone, though the source may go on with another one that it was given instead.
+bool GCaptureIsPresent( GstElement* source );

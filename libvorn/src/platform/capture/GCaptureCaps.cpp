@@ -191,6 +191,15 @@ const char* GCaptureLibraryName( std::string_view subtype )
     return subtype == "RGB24" ? "RGB" : "YUY2";
 }
 
+bool GCaptureIsShapeless( const GstCaps* caps )
+{
+    int numerator = 1;
+    int denominator = 1;
+    if( !gst_caps_get_size( caps ) ) return false;
+    gst_structure_get_fraction( gst_caps_get_structure( caps, 0 ), "pixel-aspect-ratio", &numerator, &denominator );
+    return numerator <= 0 || denominator <= 0;
+}
+
 bool GCaptureReadHeader( const GstCaps* caps, bool bottomUp, GBitmapInfoHeader& header )
 {
     GstVideoInfo info;

@@ -15,6 +15,8 @@ GstCaps* GCaptureNarrow( const GstCaps* offered, const GCaptureVideoChoice& choi
 GstCaps* GCaptureNarrow( int frequency );
 // The library's name of a pixel format ("RGB" for "RGB24").
 const char* GCaptureLibraryName( std::string_view subtype );
+// True when the pixels of a video stream have a shape below zero, as some film files tell it.
+bool GCaptureIsShapeless( const GstCaps* caps );
 // The header of a stream; with `bottomUp` its rows are stored from the bottom. False when the caps are no raw video.
 bool GCaptureReadHeader( const GstCaps* caps, bool bottomUp, GBitmapInfoHeader& header );
 // False when the caps are no plain audio.

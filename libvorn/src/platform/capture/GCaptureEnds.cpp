@@ -62,8 +62,9 @@ GCaptureVideoEnd::GCaptureVideoEnd( _GVideoTapFilter& tap, std::function<void( )
     gst_video_info_init( &_info );
 }
 
-GstElement* GCaptureVideoEnd::build( const GCaptureWish& wish, std::string_view subtype, bool isFile )
+GstElement* GCaptureVideoEnd::build( const GCaptureWish& wish, std::string_view subtype, bool isFile, bool isShapeless )
 {
+    const GString shape = isShapeless ? "capssetter caps=video/x-raw,pixel-aspect-ratio=1/1 ! " : "";
     const int fileWidth = std::max( LEAST_FILE_WIDTH, wish.width * 4 / 3 );
     const int fileHeight = std::max( LEAST_FILE_HEIGHT, wish.height );
     const GString limits = isFile ? "width=[1," + std::to_string( fileWidth ) + "],height=[1," +
@@ -73,7 +74,7 @@ GstElement* GCaptureVideoEnd::build( const GCaptureWish& wish, std::string_view 
     const GString pace = isFile ? " ! queue max-size-buffers=4 ! appsink max-buffers=4 sync=true"
                                 : " ! queue max-size-buffers=4 leaky=downstream ! appsink max-buffers=4 drop=true "
                                   "sync=false";
-    GstElement* branch = parseBranch( "videorate drop-only=true max-rate=" + std::to_string( wish.fps ) +
+    GstElement* branch = parseBranch( shape + "videorate drop-only=true max-rate=" + std::to_string( wish.fps ) +
                                           " ! videoconvert ! videoscale ! video/x-raw," + limits + "format=" +
                                           GCaptureLibraryName( subtype ) + pace + " name=\"" + VIDEO_RENDERER + "\"",
                                       "_GVideoTapFilter" );
@@ -112,6 +113,7 @@ GstFlowReturn GCaptureVideoEnd::_onSample( GstAppSink* sink, gpointer self )
     GCaptureVideoEnd& end = *static_cast<GCaptureVideoEnd*>( self );
     GstSample* sample = gst_app_sink_pull_sample( sink );
     if( !sample ) return GST_FLOW_EOS;
+    end._fresh = true;
     if( end._isNew )
     {
         end._isNew = false;
@@ -173,6 +175,7 @@ GstFlowReturn GCaptureAudioEnd::_onSample( GstAppSink* sink, gpointer self )
     GCaptureAudioEnd& end = *static_cast<GCaptureAudioEnd*>( self );
     GstSample* sample = gst_app_sink_pull_sample( sink );
     if( !sample ) return GST_FLOW_EOS;
+    end._fresh = true;
     GCaptureSample taken;
     readTime( sink, sample, taken );
     GstBuffer* buffer = gst_sample_get_buffer( sample );

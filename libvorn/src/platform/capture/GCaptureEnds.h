@@ -6,6 +6,7 @@
 #include "platform/common/GAudioTapFilter.h"
 #include "platform/common/GVideoTapFilter.h"
 
+#include <atomic>
 #include <functional>
 
 // What the listeners of a recorder want of its devices.
@@ -25,8 +26,11 @@ public:
     // `changed` is called on the streaming thread when the tap joined the graph or refused to.
     GCaptureVideoEnd( _GVideoTapFilter& tap, std::function<void( )> changed );
     // The tail of a pipeline, from conversion to the tap, floating. Surplus frames are dropped, none are made up. `subtype`:
-    // "YUY2" or "RGB24". Throws when the library lacks a part. Once only.
-    GstElement* build( const GCaptureWish& wish, std::string_view subtype, bool isFile );
+    // "YUY2" or "RGB24". `isShapeless`: the stream's pixels have no shape that makes sense, and count as square. Throws when the
+    // library lacks a part.
+    GstElement* build( const GCaptureWish& wish, std::string_view subtype, bool isFile, bool isShapeless = false );
+    // Whether a sample has come since the last call. Any thread.
+    bool takeFresh( ) { return _fresh.exchange( false ); }
 
 private:
     static GstFlowReturn _onSample( GstAppSink* sink, gpointer self );
@@ -36,6 +40,7 @@ private:
 
     _GVideoTapFilter& _tap;
     std::function<void( )> _changed;
+    std::atomic<bool> _fresh{ false };
     bool _isNew = true; // A format or an orientation has come since the last sample.
     bool _bottomUp = false;
     GstVideoInfo _info;
@@ -47,6 +52,7 @@ public:
     GCaptureAudioEnd( _GAudioTapFilter& tap, std::function<void( )> changed );
     // As above, ending in mono 16-bit samples of the wanted frequency.
     GstElement* build( const GCaptureWish& wish, bool isFile );
+    bool takeFresh( ) { return _fresh.exchange( false ); }
 
 private:
     static GstFlowReturn _onSample( GstAppSink* sink, gpointer self );
@@ -54,4 +60,5 @@ private:
 
     _GAudioTapFilter& _tap;
     std::function<void( )> _changed;
+    std::atomic<bool> _fresh{ false };
 };

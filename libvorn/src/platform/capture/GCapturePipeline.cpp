@@ -1,6 +1,7 @@
 #include "platform/capture/GCapturePipeline.h"
 
 #include "base/GUtil.h"
+#include "platform/capture/GAVCaptureDevices.h"
 #include "platform/capture/GCaptureCaps.h"
 #include "platform/capture/GCaptureCheck.h"
 
@@ -9,6 +10,8 @@
 namespace
 {
 constexpr const char* QUIT = "velmora-quit";
+constexpr const char* MOVED = "velmora-moved";
+constexpr const char* AUDIO_SOURCE = "Audio Capture Filter";
 // A clip that ends sooner than this is not played faster.
 constexpr std::chrono::milliseconds LEAST_ROUND( 100 );
 
@@ -19,6 +22,13 @@ GWString takeError( GstMessage* message )
     const GWString text = GUTF8ToWide( error ? error->message : "" );
     g_clear_error( &error );
     return text;
+}
+
+// A message of our own to the thread that listens.
+void tell( GstElement* pipeline, const char* what )
+{
+    const GCaptureRef<GstBus> bus( gst_element_get_bus( pipeline ) );
+    gst_bus_post( bus.get( ), gst_message_new_application( nullptr, gst_structure_new_empty( what ) ) );
 }
 
 GstCaps* queryOffer( GstElement* source )
@@ -44,14 +54,14 @@ GCapturePipeline::~GCapturePipeline( )
         const std::scoped_lock lock( _padMutex );
         _closing = true;
     }
-    const GCaptureRef<GstBus> bus( gst_element_get_bus( _pipeline ) );
     if( _thread )
     {
-        gst_bus_post( bus.get( ), gst_message_new_application( nullptr, gst_structure_new_empty( QUIT ) ) );
+        tell( _pipeline, QUIT );
         GThreadClose( _thread );
     }
     gst_element_set_state( _pipeline, GST_STATE_NULL );
     // Messages hold the elements that sent them.
+    const GCaptureRef<GstBus> bus( gst_element_get_bus( _pipeline ) );
     gst_bus_set_flushing( bus.get( ), TRUE );
     gst_object_unref( _pipeline );
 }
@@ -89,7 +99,7 @@ void GCapturePipeline::buildAudio( GstElement* source )
 {
     _wantsAudio = true;
     _useClockTime( );
-    gst_object_set_name( GST_OBJECT( source ), "Audio Capture Filter" );
+    gst_object_set_name( GST_OBJECT( source ), AUDIO_SOURCE );
     gst_bin_add( GST_BIN( _pipeline ), source );
     gst_element_set_state( source, GST_STATE_READY );
     GstCaps* offer = queryOffer( source );
@@ -102,6 +112,8 @@ void GCapturePipeline::buildAudio( GstElement* source )
     gst_caps_unref( offer );
     _link( source, _audioEnd.build( _wish, false ), fits ? narrow : nullptr );
     gst_caps_unref( narrow );
+    // Has no effect on sources that no server moves.
+    g_signal_connect( source, "notify::current-device", G_CALLBACK( _onMoved ), this );
 }
 
 void GCapturePipeline::_link( GstElement* source, GstElement* branch, GstCaps* caps )
@@ -144,26 +156,39 @@ void GCapturePipeline::_onDecodedPad( GstElement*, GstPad* pad, gpointer self )
     }
 }
 
+// Adds a branch for a decoded stream; false, with the branch gone, when the two do not fit.
+bool GCapturePipeline::_addBranch( GstPad* pad, GstElement* branch )
+{
+    gst_bin_add( GST_BIN( _pipeline ), branch );
+    const GCaptureRef<GstPad> target( gst_element_get_static_pad( branch, "sink" ) );
+    if( gst_pad_link( pad, target.get( ) ) == GST_PAD_LINK_OK ) return gst_element_sync_state_with_parent( branch );
+    gst_element_set_state( branch, GST_STATE_NULL );
+    gst_bin_remove( GST_BIN( _pipeline ), branch );
+    return false;
+}
+
 // A decoded stream gets its branch when it is the first of a wanted medium; others end in nothing.
 void GCapturePipeline::_addDecodedPad( GstPad* pad )
 {
     GstCaps* caps = gst_pad_get_current_caps( pad );
     if( !caps ) caps = gst_pad_query_caps( pad, nullptr );
     const GString kind = gst_caps_get_size( caps ) ? gst_structure_get_name( gst_caps_get_structure( caps, 0 ) ) : "";
+    const bool isShapeless = GCaptureIsShapeless( caps );
     gst_caps_unref( caps );
     const bool isVideo = kind.starts_with( "video/" ) && _wantsVideo && !_hasVideo;
     const bool isAudio = kind.starts_with( "audio/" ) && _wantsAudio && !_hasAudio;
-    GstElement* branch = isVideo   ? _videoEnd.build( _wish, "YUY2", _isFile )
-                         : isAudio ? _audioEnd.build( _wish, _isFile )
-                                   : GCaptureMakeElement( "fakesink" );
-    if( !isVideo && !isAudio ) g_object_set( branch, "async", FALSE, nullptr );
-    gst_bin_add( GST_BIN( _pipeline ), branch );
-    gst_element_sync_state_with_parent( branch );
-    const GCaptureRef<GstPad> target( gst_element_get_static_pad( branch, "sink" ) );
-    if( gst_pad_link( pad, target.get( ) ) != GST_PAD_LINK_OK ) return;
-    const std::scoped_lock lock( _mutex );
-    _hasVideo = _hasVideo || isVideo;
-    _hasAudio = _hasAudio || isAudio;
+    const bool added = ( isVideo && _addBranch( pad, _videoEnd.build( _wish, "YUY2", _isFile, isShapeless ) ) ) ||
+                       ( isAudio && _addBranch( pad, _audioEnd.build( _wish, _isFile ) ) );
+    if( added )
+    {
+        const std::scoped_lock lock( _mutex );
+        _hasVideo = _hasVideo || isVideo;
+        _hasAudio = _hasAudio || isAudio;
+        return;
+    }
+    GstElement* end = GCaptureMakeElement( "fakesink" );
+    g_object_set( end, "async", FALSE, nullptr );
+    _addBranch( pad, end );
 }
 
 void GCapturePipeline::_onNoMorePads( GstElement*, gpointer self )
@@ -208,7 +233,9 @@ void GCapturePipeline::_listen( )
                         : GST_CLOCK_TIME_NONE;
         GstMessage* message = gst_bus_timed_pop_filtered( bus.get( ), patience, kinds );
         const GstMessageType type = message ? GST_MESSAGE_TYPE( message ) : GST_MESSAGE_EOS;
-        running = type != GST_MESSAGE_APPLICATION;
+        const bool isOwn = type == GST_MESSAGE_APPLICATION;
+        running = !isOwn || !gst_message_has_name( message, QUIT );
+        if( isOwn && running ) _checkPresence( );
         if( type == GST_MESSAGE_ERROR ) _stopAndLose( takeError( message ) );
         rewindIsDue = type == GST_MESSAGE_EOS && !_onEnd( );
         if( message ) gst_message_unref( message );
@@ -226,9 +253,23 @@ bool GCapturePipeline::_onEnd( )
     const auto now = std::chrono::steady_clock::now( );
     if( now - _lastRewind < LEAST_ROUND ) return false;
     _lastRewind = now;
+    const bool fresh = _videoEnd.takeFresh( ) | _audioEnd.takeFresh( );
     const auto flags = static_cast<GstSeekFlags>( GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT );
-    if( !gst_element_seek_simple( _pipeline, GST_FORMAT_TIME, flags, 0 ) ) _stopAndLose( u"it cannot be played again" );
+    if( !fresh || !gst_element_seek_simple( _pipeline, GST_FORMAT_TIME, flags, 0 ) )
+        _stopAndLose( u"it cannot be played again" );
     return true;
+}
+
+// A server that loses a microphone gives its listeners another source, if only what the speaker plays: that is not what was asked for.
+void GCapturePipeline::_onMoved( GstElement*, GParamSpec*, gpointer self )
+{
+    tell( static_cast<GCapturePipeline*>( self )->_pipeline, MOVED );
+}
+
+void GCapturePipeline::_checkPresence( )
+{
+    const GCaptureRef<GstElement> source( gst_bin_get_by_name( GST_BIN( _pipeline ), AUDIO_SOURCE ) );
+    if( source && _hasMedium( ) && !GCaptureIsPresent( source.get( ) ) ) _stopAndLose( u"it is gone" );
 }
 
 bool GCapturePipeline::_hasMedium( )
@@ -272,8 +313,14 @@ void GCapturePipeline::_notify( )
     _changed.notify_all( );
 }
 
+// A film that shows nothing by then never will, though the library may not say so.
 void GCapturePipeline::waitUntilSettled( std::chrono::steady_clock::time_point deadline )
 {
-    std::unique_lock lock( _mutex );
-    _changed.wait_until( lock, deadline, [this] { return _isSettled( ); } );
+    bool settled = false;
+    {
+        std::unique_lock lock( _mutex );
+        settled = _changed.wait_until( lock, deadline, [this] { return _isSettled( ); } );
+    }
+    const bool works = ( _wantsVideo && _videoTap.isConnected( ) ) || ( _wantsAudio && _audioTap.isConnected( ) );
+    if( _isFile && !settled && !works ) _stopAndLose( u"nothing comes of it" );
 }

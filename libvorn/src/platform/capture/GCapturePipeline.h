@@ -34,7 +34,10 @@ private:
     static int _listenProc( void* self );
     static void _onDecodedPad( GstElement* decoder, GstPad* pad, gpointer self );
     static void _onNoMorePads( GstElement* decoder, gpointer self );
+    static void _onMoved( GstElement* source, GParamSpec* property, gpointer self );
+    void _checkPresence( );
     void _addDecoder( GstElement* source );
+    bool _addBranch( GstPad* pad, GstElement* branch );
     void _addDecodedPad( GstPad* pad );
     void _link( GstElement* source, GstElement* branch, GstCaps* caps );
     void _useClockTime( );

@@ -1,6 +1,6 @@
 // The playback ring: the stream's write callback is the device and pulls from the ring. The write cursor is what was pulled, the play
 // cursor is that minus what still waits in the server; between them lies what may be read at any moment.
-#include "platform/GSound.h"
+#include "platform/GSoundRing.h"
 
 #include "base/GPortable.h"
 #include "platform/sound/GSoundServer_Pulse.h"
@@ -84,10 +84,7 @@ bool connectStream( GSoundRingRecord& ring )
 void release( GSoundRingRecord& ring )
 {
     GSoundServer::get( ).removeStream( ring.stream );
-    pa_stream_set_write_callback( ring.stream, nullptr, nullptr );
-    pa_stream_set_state_callback( ring.stream, nullptr, nullptr );
-    pa_stream_disconnect( ring.stream );
-    pa_stream_unref( ring.stream );
+    GSoundServer::release( ring.stream );
 }
 
 void cork( GSoundRing ring, bool hold )
@@ -173,8 +170,9 @@ bool GSoundRingWrite( GSoundRing ring, int offset, const char* data, int length 
     GPRECONDITION( ring && data && length >= 0 && offset >= 0 );
     const GSoundServer::Lock lock;
     const size_t size = ring->bytes.size( );
-    size_t at = static_cast<size_t>( offset ) % size;
-    size_t left = std::min( static_cast<size_t>( length ), size );
+    size_t at = static_cast<size_t>( offset );
+    size_t left = static_cast<size_t>( length );
+    GPRECONDITION( at < size && left <= size );
     while( left > 0 )
     {
         const size_t count = std::min( left, size - at );

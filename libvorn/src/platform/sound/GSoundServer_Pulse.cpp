@@ -1,5 +1,7 @@
 #include "platform/sound/GSoundServer_Pulse.h"
 
+#include <cmath>
+
 namespace
 {
 constexpr pa_usec_t CONNECT_TIME = 2000000;
@@ -26,6 +28,16 @@ bool isSettled( void* context )
 bool isDone( void* operation )
 {
     return pa_operation_get_state( static_cast<pa_operation*>( operation ) ) != PA_OPERATION_RUNNING;
+}
+
+// A stream that is still on its way to the server can be ended only when it has arrived there.
+void onArrival( pa_stream* stream, void* )
+{
+    const pa_stream_state_t state = pa_stream_get_state( stream );
+    if( state == PA_STREAM_CREATING ) return;
+    pa_stream_set_state_callback( stream, nullptr, nullptr );
+    if( state == PA_STREAM_READY ) pa_stream_disconnect( stream );
+    pa_stream_unref( stream );
 }
 
 void onOperation( pa_operation*, void* server )
@@ -91,11 +103,39 @@ bool GSoundServer::finish( pa_operation* operation )
     return done;
 }
 
+bool GSoundServer::isAnswering( )
+{
+    if( !connect( ) ) return false;
+    const auto onInfo = []( pa_context*, const pa_server_info*, void* ) {};
+    return finish( pa_context_get_server_info( _context, onInfo, nullptr ) );
+}
+
+bool GSoundServer::hasSource( const char* name )
+{
+    if( !connect( ) ) return true;
+    bool refused = false;
+    const auto onInfo = []( pa_context*, const pa_source_info*, int end, void* argument )
+    { *static_cast<bool*>( argument ) |= end < 0; };
+    const bool answered = finish( pa_context_get_source_info_by_name( _context, name, onInfo, &refused ) );
+    return !answered || !refused;
+}
+
+pa_volume_t GSoundServer::getVolume( double volume )
+{
+    return static_cast<pa_volume_t>( std::lround( volume * PA_VOLUME_NORM ) );
+}
+
+void GSoundServer::release( pa_stream* stream )
+{
+    pa_stream_set_write_callback( stream, nullptr, nullptr );
+    pa_stream_set_state_callback( stream, onArrival, nullptr );
+    onArrival( stream, nullptr );
+}
+
 pa_cvolume GSoundServer::getWaveVolume( int channels ) const
 {
     pa_cvolume volume;
-    pa_cvolume_set( &volume, static_cast<unsigned>( channels ),
-                    static_cast<pa_volume_t>( waveVolume * PA_VOLUME_NORM ) );
+    pa_cvolume_set( &volume, static_cast<unsigned>( channels ), getVolume( waveVolume ) );
     return volume;
 }
 

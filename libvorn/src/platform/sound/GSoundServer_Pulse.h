@@ -27,6 +27,10 @@ public:
 
     // Under the lock: true when a server answers. Waits two seconds at most.
     bool connect( );
+    // Under the lock: true when it answers a question put now, within a second.
+    bool isAnswering( );
+    // Under the lock: true unless the server says that it has no source of that name.
+    bool hasSource( const char* name );
     // Under the lock: waits for an operation and lets go of it; false when it did not end well or a second has passed.
     bool finish( pa_operation* operation );
     // Under the lock: waits until `ready` says so, the context fails or the time is up.
@@ -37,10 +41,14 @@ public:
     // The wave line: volume 0 to 1 and mute of this program's own streams. Under the lock.
     double waveVolume = 1.0;
     bool waveMuted = false;
+    static pa_volume_t getVolume( double volume );
     pa_cvolume getWaveVolume( int channels ) const;
     // Every stream of this program is entered here for its life, so that the wave line reaches it.
     void addStream( pa_stream* stream ) { _streams.push_back( stream ); }
     void removeStream( pa_stream* stream ) { _streams.remove( stream ); }
+    // Lets go of a stream of any state, which is in the list no more and calls nobody back.
+    static void release( pa_stream* stream );
+    bool hasStreams( ) const { return !_streams.empty( ); }
     // Sets volume and mute of the streams that play now.
     bool applyWaveLine( );
 

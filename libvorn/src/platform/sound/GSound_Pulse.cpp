@@ -1,9 +1,8 @@
-// Lines and wave files. The speaker line is the server's default sink; the wave line is this program's own streams, whose volume is
-// kept here and given to each new one. Without a server the wave line alone is remembered.
+// The two lines of the mixer. The speaker line is the server's default sink; the wave line is this program's own streams. What
+// somebody else set on a stream that plays now counts, and is remembered.
 #include "platform/GSound.h"
 
-#include "base/GUtil.h"
-#include "platform/common/GWaveFile.h"
+#include "base/GPortable.h"
 #include "platform/sound/GSoundServer_Pulse.h"
 
 #include <algorithm>
@@ -12,34 +11,63 @@
 namespace
 {
 constexpr const char* DEFAULT_SINK = "@DEFAULT_SINK@";
-constexpr int MAX_PLAYING = 8;
 
-struct Speaker
+enum GSoundLine
 {
-    bool known = false;
+    LINE_SPEAKERS,
+    LINE_WAVEOUT
+};
+// All controls of a line.
+struct GSoundControls
+{
+    bool known = false; // The line answered.
     bool muted = false;
-    double volume = 1.0;
+    double volume = 1.0; // 0 to 1.
     int channels = 2;
 };
+
+double volumeOf( const pa_cvolume& volume )
+{
+    return std::min( 1.0, static_cast<double>( pa_cvolume_avg( &volume ) ) / PA_VOLUME_NORM );
+}
 
 void onSinkInfo( pa_context*, const pa_sink_info* info, int end, void* argument )
 {
     if( end || !info ) return;
-    Speaker& speaker = *static_cast<Speaker*>( argument );
-    speaker.known = true;
-    speaker.muted = info->mute != 0;
-    speaker.volume = std::min( 1.0, static_cast<double>( pa_cvolume_avg( &info->volume ) ) / PA_VOLUME_NORM );
-    speaker.channels = info->volume.channels;
+    *static_cast<GSoundControls*>( argument ) = { true, info->mute != 0, volumeOf( info->volume ),
+                                                  info->volume.channels };
 }
 
-// Under the lock. The default sink when the server names one.
-Speaker getSpeaker( )
+// The newest of this program's streams comes last.
+void onStreamInfo( pa_context* context, const pa_sink_input_info* info, int end, void* argument )
 {
-    Speaker speaker;
+    if( end || !info || info->client != pa_context_get_index( context ) || !info->has_volume ) return;
+    *static_cast<GSoundControls*>( argument ) = { true, info->mute != 0, volumeOf( info->volume ),
+                                                  info->volume.channels };
+}
+
+// These run under the lock.
+
+GSoundControls getWaveControls( )
+{
     GSoundServer& server = GSoundServer::get( );
+    GSoundControls controls;
+    if( server.hasStreams( ) && server.connect( ) )
+        server.finish( pa_context_get_sink_input_info_list( server.context( ), onStreamInfo, &controls ) );
+    if( !controls.known ) return { true, server.waveMuted, server.waveVolume, 1 };
+    server.waveMuted = controls.muted;
+    server.waveVolume = controls.volume;
+    return controls;
+}
+
+GSoundControls _GSoundGetLineControls( GSoundLine line )
+{
+    if( line == LINE_WAVEOUT ) return getWaveControls( );
+    GSoundServer& server = GSoundServer::get( );
+    GSoundControls controls;
     if( server.connect( ) )
-        server.finish( pa_context_get_sink_info_by_name( server.context( ), DEFAULT_SINK, onSinkInfo, &speaker ) );
-    return speaker;
+        server.finish( pa_context_get_sink_info_by_name( server.context( ), DEFAULT_SINK, onSinkInfo, &controls ) );
+    return controls;
 }
 
 void onSuccess( pa_context*, int success, void* argument )
@@ -47,121 +75,62 @@ void onSuccess( pa_context*, int success, void* argument )
     *static_cast<bool*>( argument ) = success != 0;
 }
 
-bool setSpeakerVolume( const Speaker& speaker, double volume )
+void _GSoundSetMute( GSoundLine line, bool mute )
 {
     GSoundServer& server = GSoundServer::get( );
-    pa_cvolume value;
-    pa_cvolume_set( &value, static_cast<unsigned>( speaker.channels ),
-                    static_cast<pa_volume_t>( std::lround( volume * PA_VOLUME_NORM ) ) );
+    if( line == LINE_WAVEOUT ) server.waveMuted = mute;
+    if( !server.connect( ) ) return;
+    if( line == LINE_WAVEOUT )
+        server.applyWaveLine( );
+    else
+        server.finish( pa_context_set_sink_mute_by_name( server.context( ), DEFAULT_SINK, mute, nullptr, nullptr ) );
+}
+
+bool setSpeakerVolume( double value )
+{
+    const GSoundControls controls = _GSoundGetLineControls( LINE_SPEAKERS );
+    if( !controls.known ) return false;
+    GSoundServer& server = GSoundServer::get( );
+    pa_cvolume volume;
+    pa_cvolume_set( &volume, static_cast<unsigned>( controls.channels ), GSoundServer::getVolume( value ) );
     bool success = false;
     return server.finish(
-               pa_context_set_sink_volume_by_name( server.context( ), DEFAULT_SINK, &value, onSuccess, &success ) ) &&
+               pa_context_set_sink_volume_by_name( server.context( ), DEFAULT_SINK, &volume, onSuccess, &success ) ) &&
            success;
 }
 
-// One wave file on its way; it ends and frees itself on the loop's thread.
-struct Playing
-{
-    GWaveFile file;
-    size_t at = 0;
-    pa_stream* stream = nullptr;
-};
-int playing_ = 0; // Under the lock.
-
-void endPlaying( Playing* playing )
-{
-    pa_stream_set_state_callback( playing->stream, nullptr, nullptr );
-    pa_stream_set_write_callback( playing->stream, nullptr, nullptr );
-    GSoundServer::get( ).removeStream( playing->stream );
-    pa_stream_disconnect( playing->stream );
-    pa_stream_unref( playing->stream );
-    playing_--;
-    delete playing;
-}
-
-void onDrained( pa_stream* stream, int success, void* argument )
-{
-    // When the stream failed its state callback has ended it, or will.
-    if( success && pa_stream_get_state( stream ) == PA_STREAM_READY ) endPlaying( static_cast<Playing*>( argument ) );
-}
-
-void onRoom( pa_stream* stream, size_t wanted, void* argument )
-{
-    Playing& playing = *static_cast<Playing*>( argument );
-    const size_t count = std::min( wanted, playing.file.samples.size( ) - playing.at );
-    if( count > 0 )
-        pa_stream_write( stream, playing.file.samples.data( ) + playing.at, count, nullptr, 0, PA_SEEK_RELATIVE );
-    playing.at += count;
-    if( playing.at < playing.file.samples.size( ) ) return;
-    pa_stream_set_write_callback( stream, nullptr, nullptr );
-    if( pa_operation* drain = pa_stream_drain( stream, onDrained, &playing ) ) pa_operation_unref( drain );
-}
-
-void onPlayingState( pa_stream* stream, void* argument )
-{
-    if( !PA_STREAM_IS_GOOD( pa_stream_get_state( stream ) ) ) endPlaying( static_cast<Playing*>( argument ) );
-}
-
-// Under the lock, with a server that answers.
-bool startPlaying( GWaveFile& file )
+bool setWaveVolume( double value )
 {
     GSoundServer& server = GSoundServer::get( );
-    if( playing_ >= MAX_PLAYING ) return false;
-    const pa_sample_spec spec{ file.bits == 8 ? PA_SAMPLE_U8 : PA_SAMPLE_S16LE, static_cast<uint32_t>( file.frequency ),
-                               static_cast<uint8_t>( file.channels ) };
-    pa_stream* stream = pa_stream_new( server.context( ), "Sound", &spec, nullptr );
-    if( !stream ) return false;
-    Playing* playing = new Playing{ std::move( file ), 0, stream };
-    playing_++;
-    server.addStream( stream );
-    pa_stream_set_write_callback( stream, onRoom, playing );
-    const pa_cvolume volume = server.getWaveVolume( spec.channels );
-    const pa_stream_flags_t flags = server.waveMuted ? PA_STREAM_START_MUTED : PA_STREAM_NOFLAGS;
-    if( pa_stream_connect_playback( stream, nullptr, nullptr, flags, &volume, nullptr ) < 0 )
-    {
-        endPlaying( playing );
-        return false;
-    }
-    pa_stream_set_state_callback( stream, onPlayingState, playing );
-    return true;
+    server.waveVolume = value;
+    return !server.hasStreams( ) || !server.connect( ) || server.applyWaveLine( );
+}
+
+void _GSoundSetVolume( GSoundLine line, double value )
+{
+    value = std::isnan( value ) ? 0.0 : std::clamp( value, 0.0, 1.0 );
+    if( line == LINE_WAVEOUT ? setWaveVolume( value ) : setSpeakerVolume( value ) ) return;
+    GLOG( u"WARNING Couldn't set volume, ignoring." );
 }
 } // namespace
-
-void GSoundPlay( const GWString& path )
-{
-    GCALL( function );
-    GString bytes;
-    GWaveFile file;
-    bool good = GFileLoad( path, bytes ) && file.parse( bytes );
-    if( good )
-    {
-        const GSoundServer::Lock lock;
-        if( !GSoundServer::get( ).connect( ) ) return;
-        good = startPlaying( file );
-    }
-    if( !good ) GLOG( u"WARNING Unable to play sound '", path, u"', ignoring." );
-}
 
 bool GSoundIsMuted( )
 {
     const GSoundServer::Lock lock;
-    return getSpeaker( ).muted || GSoundServer::get( ).waveMuted;
+    return _GSoundGetLineControls( LINE_SPEAKERS ).muted || _GSoundGetLineControls( LINE_WAVEOUT ).muted;
 }
 
 void GSoundSetMute( bool mute )
 {
     const GSoundServer::Lock lock;
-    GSoundServer& server = GSoundServer::get( );
-    if( !mute ) server.waveMuted = false;
-    if( !server.connect( ) ) return;
-    server.finish( pa_context_set_sink_mute_by_name( server.context( ), DEFAULT_SINK, mute, nullptr, nullptr ) );
-    if( !mute ) server.applyWaveLine( );
+    _GSoundSetMute( LINE_SPEAKERS, mute );
+    if( !mute ) _GSoundSetMute( LINE_WAVEOUT, false );
 }
 
 double GSoundGetVolume( )
 {
     const GSoundServer::Lock lock;
-    return getSpeaker( ).volume * GSoundServer::get( ).waveVolume;
+    return _GSoundGetLineControls( LINE_SPEAKERS ).volume * _GSoundGetLineControls( LINE_WAVEOUT ).volume;
 }
 
 void GSoundSetVolume( double volume )
@@ -172,10 +141,6 @@ void GSoundSetVolume( double volume )
 void GSoundSetLines( double speaker, double wave )
 {
     const GSoundServer::Lock lock;
-    GSoundServer& server = GSoundServer::get( );
-    server.waveVolume = std::clamp( wave, 0.0, 1.0 );
-    const Speaker line = getSpeaker( );
-    if( !line.known ) return;
-    const bool good = setSpeakerVolume( line, std::clamp( speaker, 0.0, 1.0 ) );
-    if( !server.applyWaveLine( ) || !good ) GLOG( u"WARNING Couldn't set volume, ignoring." );
+    _GSoundSetVolume( LINE_SPEAKERS, speaker );
+    _GSoundSetVolume( LINE_WAVEOUT, wave );
 }
