@@ -23,6 +23,8 @@ struct GNullScreen
     GImageFormat format;              // A raw type with whole bytes a pixel.
     GString pixels;                   // Of the whole screen.
     std::vector<GNullWindow> windows; // Front first. The desktop itself needs none.
+    std::vector<GRect> damage;        // What GScreenGetDamage tells next; it empties the list.
+    bool tellsDamage = true;
     int pointerX = 0;
     int pointerY = 0;
     uint32_t raised = 0; // The window that was raised last.

@@ -27,6 +27,16 @@ GScreen GScreenOpen( );
 const char* GScreenCapture( GScreen screen, const GRect& dirtyRect, GImageFormat& format );
 void GScreenClose( GScreen screen );
 
+// ---- Change, for captures that follow what is drawn.
+// What was drawn on the desktop since the last ask, as rectangles within it that do not overlap; a compositor may draw more than
+// has changed. The first ask gives the whole desktop, as does one after a change of its size or of the display. Ask first and
+// capture then: what is drawn in between is told the next time. Costs no round trip when nothing was drawn, and allocates nothing
+// once `rects` has its room. False, with no rectangles, where the display can't tell: then all may have changed.
+bool GScreenGetDamage( GScreen screen, std::vector<GRect>& rects );
+// Sleeps until there is something to ask for, and is true then, or until that time is over. A display that goes away wakes it, one
+// that can't tell does not. A thread that watches needs a handle of its own.
+bool GScreenWaitForDamage( GScreen screen, int64_t microseconds );
+
 // ---- Windows. A window's number is stable while it lives and never 0. Numbers are the same in the layout and in the list.
 // The visible windows from the front to the back with their whole rectangles, and for each its regions in window coordinates:
 // first the children of its contents, clipped, then the rest of the window, without overlap. Windows that are hidden, minimised,

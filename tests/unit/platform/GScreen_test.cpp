@@ -61,6 +61,26 @@ TEST_F( GScreenCommon, PartialCaptureKeepsTheRest )
     EXPECT_EQ( 2, drawn.captures );
 }
 
+TEST_F( GScreenCommon, DamageIsToldOnceAndTheWholeScreenFirst )
+{
+    std::vector<GRect> rects = { { 9, 9, 9, 9 } };
+    drawn.damage = { { 1, 1, 2, 2 } };
+    EXPECT_TRUE( GScreenWaitForDamage( screen, 0 ) );
+    EXPECT_TRUE( GScreenGetDamage( screen, rects ) );
+    EXPECT_EQ( ( std::vector<GRect>{ { 0, 0, 8, 6 } } ), rects );
+    EXPECT_FALSE( GScreenWaitForDamage( screen, 0 ) );
+    EXPECT_TRUE( GScreenGetDamage( screen, rects ) );
+    EXPECT_TRUE( rects.empty( ) );
+    drawn.damage = { { 1, 1, 2, 2 } };
+    EXPECT_TRUE( GScreenWaitForDamage( screen, 0 ) );
+    EXPECT_TRUE( GScreenGetDamage( screen, rects ) );
+    EXPECT_EQ( ( std::vector<GRect>{ { 1, 1, 2, 2 } } ), rects );
+    drawn.tellsDamage = false;
+    EXPECT_FALSE( GScreenGetDamage( screen, rects ) );
+    EXPECT_TRUE( rects.empty( ) );
+    EXPECT_FALSE( GScreenWaitForDamage( screen, 0 ) );
+}
+
 TEST_F( GScreenCommon, WithoutADisplayThereIsNothing )
 {
     GNullSetScreen( nullptr );

@@ -76,6 +76,20 @@ const char* GScreenCapture( GScreen screen, const GRect& dirtyRect_, GImageForma
     return buffer;
 }
 
+bool GScreenGetDamage( GScreen screen, std::vector<GRect>& rects )
+{
+    GVALIDPTR( screen );
+    const bool told = screen->backend->getDamage( rects );
+    if( !told ) rects.clear( );
+    return told;
+}
+
+bool GScreenWaitForDamage( GScreen screen, int64_t microseconds )
+{
+    GVALIDPTR( screen );
+    return screen->backend->waitForDamage( microseconds );
+}
+
 void GScreenGetLayout( GScreen screen, GFragList& windowList, std::map<uint32_t, GFragList>& windowFragMap )
 {
     GVALIDPTR( screen );

@@ -30,6 +30,9 @@ public:
     virtual const char* capture( const GRect& dirtyRect, GImageFormat& format ) = 0;
     // The desktop's size and its shown windows, front first and the desktop itself last. False without a display.
     virtual bool getWindows( int& width, int& height, std::vector<GScreenWindow>& windows ) = 0;
+    // As GScreenGetDamage and GScreenWaitForDamage.
+    virtual bool getDamage( std::vector<GRect>& rects ) = 0;
+    virtual bool waitForDamage( int64_t microseconds ) = 0;
 };
 
 // Never null.

@@ -42,9 +42,27 @@ public:
         windows.push_back( { DESKTOP_ID, { 0, 0, width, height }, {} } );
         return true;
     }
+    bool getDamage( std::vector<GRect>& rects ) override
+    {
+        rects.clear( );
+        if( !screen_ || !screen_->tellsDamage ) return false;
+        rects.swap( screen_->damage );
+        if( _damageFormat != screen_->format )
+        {
+            _damageFormat = screen_->format;
+            rects.assign( 1, { 0, 0, _damageFormat.width, _damageFormat.height } );
+        }
+        return true;
+    }
+    // Time does not pass here.
+    bool waitForDamage( int64_t ) override
+    {
+        return screen_ && screen_->tellsDamage && ( !screen_->damage.empty( ) || _damageFormat != screen_->format );
+    }
 
 private:
     GImageFormat _format;
+    GImageFormat _damageFormat;
     GString _frame;
 };
 } // namespace

@@ -2,6 +2,7 @@
 // made again when the server has gone. Nothing here waits for a server that has died.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -66,14 +67,20 @@ public:
     // Whether an extension may be used; a request of one that is not there would end the connection.
     bool has( xcb_extension_t& extension ) const;
 
-    // Takes the events and late errors that came along with replies, so that they do not pile up.
+    // Takes the events and late errors that came along with replies, so that they do not pile up; which kinds they were is noted.
     void dropEvents( );
+    // The same with all that the server has sent by now. Does not wait.
+    void readEvents( );
+    // Whether an event of this type has come since the last such question.
+    bool takeSeen( uint8_t type );
 
 private:
     bool _readAtoms( );
+    void _note( const xcb_generic_event_t& event );
 
     xcb_connection_t* _connection = nullptr;
     const xcb_screen_t* _screen = nullptr;
     xcb_atom_t _atoms[GATOM_COUNT] = { };
     unsigned _generation = 0;
+    std::bitset<128> _seen; // Types of events.
 };

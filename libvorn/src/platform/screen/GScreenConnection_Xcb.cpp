@@ -33,6 +33,7 @@ bool GScreenConnection::open( )
     int number = 0;
     _connection = xcb_connect( nullptr, &number );
     ++_generation;
+    _seen.reset( );
     if( isAlive( ) )
     {
         xcb_screen_iterator_t screens = xcb_setup_roots_iterator( xcb_get_setup( _connection ) );
@@ -65,9 +66,26 @@ bool GScreenConnection::has( xcb_extension_t& extension ) const
 void GScreenConnection::dropEvents( )
 {
     if( !_connection ) return;
-    while( GScreenReply<xcb_generic_event_t>( xcb_poll_for_queued_event( _connection ) ) )
-    {
-    }
+    while( const GScreenReply<xcb_generic_event_t> event{ xcb_poll_for_queued_event( _connection ) } ) _note( *event );
+}
+
+void GScreenConnection::readEvents( )
+{
+    if( !_connection ) return;
+    while( const GScreenReply<xcb_generic_event_t> event{ xcb_poll_for_event( _connection ) } ) _note( *event );
+}
+
+bool GScreenConnection::takeSeen( uint8_t type )
+{
+    const bool seen = _seen[type & 0x7F];
+    _seen.reset( type & 0x7F );
+    return seen;
+}
+
+// The eighth bit tells that another program sent it; only the server's own count.
+void GScreenConnection::_note( const xcb_generic_event_t& event )
+{
+    if( !( event.response_type & 0x80 ) ) _seen.set( event.response_type );
 }
 
 bool GScreenConnection::_readAtoms( )

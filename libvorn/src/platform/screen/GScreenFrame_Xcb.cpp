@@ -29,8 +29,8 @@ const xcb_format_t* findFormat( const xcb_setup_t* setup, uint8_t depth )
 
 const char* GScreenFrame::capture( const GRect& dirtyRect, GImageFormat& format )
 {
-    bool captured = _copy( dirtyRect ) || ( _rebuild( ) && _copy( dirtyRect ) );
-    if( !captured )
+    const auto startAgain = [&]( ) { return _rebuild( ) && _copy( dirtyRect ); };
+    if( !_copy( dirtyRect ) && !_connection.run( startAgain ) )
     {
         _release( );
         _connection.close( );
@@ -43,7 +43,7 @@ const char* GScreenFrame::capture( const GRect& dirtyRect, GImageFormat& format 
 bool GScreenFrame::_rebuild( )
 {
     _release( );
-    if( !_connection.open( ) || !_readDisplay( ) ) return false;
+    if( !_readDisplay( ) ) return false;
     const size_t frame = _stride * static_cast<size_t>( _format.height );
     _staging = ( frame + PAGE - 1 ) / PAGE * PAGE;
     const size_t staged = _getServerStride( _format.width ) * static_cast<size_t>( _format.height );

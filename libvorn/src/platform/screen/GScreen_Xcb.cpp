@@ -1,5 +1,6 @@
 // The desktop by way of the X server. A handle has a connection of its own; what needs no handle shares one under a lock.
 #include "platform/common/GScreenBackend.h"
+#include "platform/screen/GScreenDamage.h"
 #include "platform/screen/GScreenFrame.h"
 #include "platform/screen/GScreenTree.h"
 
@@ -32,10 +33,13 @@ public:
                 return true;
             } );
     }
+    bool getDamage( std::vector<GRect>& rects ) override { return _damage.take( rects ); }
+    bool waitForDamage( int64_t microseconds ) override { return _damage.wait( microseconds ); }
 
 private:
     GScreenConnection _connection;
     GScreenFrame _frame{ _connection };
+    GScreenDamage _damage{ _connection };
 };
 
 template <typename Work>
