@@ -155,6 +155,8 @@ bool GImageLoadPNG( const char* buffer, int length, int64_t maxPixels, GImageFor
         png_set_read_fn( png, &input, readBytes );
         png_set_user_limits( png, 0x7FFFFF, 0x7FFFFF );
         png_set_chunk_cache_max( png, 64 );
+        // Only what the pixels need is read: some of the others would take memory by the length that they claim.
+        png_set_keep_unknown_chunks( png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1 );
         good = readInto( png, info, maxPixels, format, pixels );
     }
     png_destroy_read_struct( &png, info ? &info : nullptr, nullptr );

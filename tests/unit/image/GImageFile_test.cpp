@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
 
 namespace
 {
@@ -27,6 +28,15 @@ GString gif( uint16_t width, uint16_t height )
     GWriteU16( out.data( ) + 32, width );
     GWriteU16( out.data( ) + 34, height );
     return out.append( "\0\2\2\x44\1\0\x3B", 7 );
+}
+// The most memory that this program has asked the system for so far.
+long peakKilobytes( )
+{
+    std::ifstream status( "/proc/self/status" );
+    std::string line;
+    while( std::getline( status, line ) )
+        if( line.starts_with( "VmPeak:" ) ) return std::stol( line.substr( 7 ) );
+    return 0;
 }
 // An 8 by 2 one-bit picture with a white first and a black second row.
 const unsigned char ONE_BIT_PNG[] = {
@@ -218,6 +228,27 @@ TEST( GImageLoad, OneBitPictureBecomesTwentyFourBits )
     ASSERT_TRUE( GImageLoad( reinterpret_cast<const char*>( ONE_BIT_PNG ), sizeof( ONE_BIT_PNG ), loaded, pixels ) );
     EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGB24, 8, 2 } ) );
     EXPECT_EQ( pixels, GString( 24, static_cast<char>( 255 ) ) + GString( 24, 0 ) );
+}
+
+TEST( GImageLoad, ChunkThatClaimsMoreThanTheFileTakesNoMemory )
+{
+    const std::string_view png( reinterpret_cast<const char*>( ONE_BIT_PNG ), sizeof( ONE_BIT_PNG ) );
+    constexpr size_t END_MARK = 12;
+    constexpr long MEGABYTE = 1024;
+    for( const std::string_view name : { "tEXt", "eXIf", "zTXt", "iCCP" } )
+        for( const size_t at : { size_t{ 33 }, png.size( ) - END_MARK } )
+        {
+            // 1.4 GB, of which three bytes are there.
+            const GString chunk = GString( "\x55\0\0\0", 4 ) + GString( name ) + "Key";
+            const GString bad = GString( png.substr( 0, at ) ) + chunk + GString( png.substr( at ) );
+            TestLog::expect( "WARNING Unable to load image, ignoring." );
+            GImageFormat loaded;
+            GString pixels;
+            const long before = peakKilobytes( );
+            EXPECT_FALSE( GImageLoad( bad.data( ), static_cast<int>( bad.size( ) ), loaded, pixels ) );
+            GImageLoadPNG( bad.data( ), static_cast<int>( bad.size( ) ), 100, loaded, pixels );
+            EXPECT_LT( peakKilobytes( ) - before, 100 * MEGABYTE ) << name << " at " << at;
+        }
 }
 
 TEST( GImageLoad, JPEGBothWaysKeepsColoursAndTheRowsFromTheTop )
