@@ -64,28 +64,11 @@ bool isSaneGif( const char* buffer, size_t length )
     return at + 9 <= length && isSaneSize( GReadU16( buffer + at + 5 ), GReadU16( buffer + at + 7 ) );
 }
 
-// The library takes memory for a PNG's chunk by the length that it claims. Behind 8 bytes of signature each chunk has a length of its
-// data, highest byte first, a name of 4 bytes, the data and 4 bytes of checksum; all must lie within the file, up to the end mark.
-bool areSaneChunks( std::string_view file )
-{
-    constexpr size_t FRAME = 12;
-    for( size_t at = 8; at < file.size( ); )
-    {
-        if( file.size( ) - at < FRAME ) return false;
-        const auto byte = [&]( size_t i ) { return size_t{ GReadU8( file.data( ) + at + i ) }; };
-        const size_t length = byte( 0 ) << 24 | byte( 1 ) << 16 | byte( 2 ) << 8 | byte( 3 );
-        if( length > file.size( ) - at - FRAME ) return false;
-        if( file.substr( at + 4, 4 ) == "IEND" ) return true;
-        at += FRAME + length;
-    }
-    return false;
-}
-
 // The size is known before anything is decoded.
 bool hasSaneSize( FREE_IMAGE_FORMAT kind, FIMEMORY* stream, std::string_view file )
 {
     if( kind == FIF_GIF ) return isSaneGif( file.data( ), file.size( ) );
-    if( kind == FIF_PNG && !areSaneChunks( file ) ) return false;
+    if( kind == FIF_PNG && !GImagePNGIsWhole( file ) ) return false;
     const Bitmap header( FreeImage_LoadFromMemory( kind, stream, FIF_LOAD_NOPIXELS ) );
     FreeImage_SeekMemory( stream, 0, SEEK_SET );
     if( !header ) return false;

@@ -142,10 +142,26 @@ bool GImageEncodePNG( int fromType, const GImageRows& from, GString& out )
     return write( GIT_BGR24, { rows, stride, from.width, from.height }, out );
 }
 
+// signature 8 | chunks: u32 length, most significant byte first | 4 name | data | u32 checksum
+bool GImagePNGIsWhole( std::string_view file )
+{
+    constexpr size_t SIGNATURE = 8, FRAME = 12;
+    for( size_t at = SIGNATURE; at + FRAME <= file.size( ); )
+    {
+        size_t length = 0;
+        for( size_t i = 0; i < 4; i++ ) length = length << 8 | static_cast<uint8_t>( file[at + i] );
+        if( length > file.size( ) - at - FRAME ) return false;
+        if( file.substr( at + 4, 4 ) == "IEND" ) return true;
+        at += FRAME + length;
+    }
+    return false;
+}
+
 bool GImageLoadPNG( const char* buffer, int length, int64_t maxPixels, GImageFormat& format, GString& pixels )
 {
     Input input{ buffer, length > 0 ? static_cast<size_t>( length ) : 0 };
     if( !buffer || input.left < 8 || png_sig_cmp( reinterpret_cast<png_const_bytep>( buffer ), 0, 8 ) ) return false;
+    if( !GImagePNGIsWhole( { buffer, input.left } ) ) return false;
     png_structp png = png_create_read_struct( PNG_LIBPNG_VER_STRING, nullptr, leave, ignoreWarning );
     if( !png ) return false;
     png_infop info = png_create_info_struct( png );

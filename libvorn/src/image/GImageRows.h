@@ -6,6 +6,7 @@
 #include "image/GImage.h"
 
 #include <cstddef>
+#include <string_view>
 
 // A block of pixels inside a larger image.
 struct GImageRows
@@ -34,6 +35,8 @@ void GImageEncodeGray4( int fromType, const GImageRows& from, GString& out );
 void GImageDecodeGray4( const GImageFormat& format, const char* buffer, const GRect& rect, int toType, GString& out );
 bool GImageEncodePNG( int fromType, const GImageRows& from, GString& out );
 bool GImageEncodeJPEG( int fromType, const GImageRows& from, GString& out );
+// Whether each chunk of a PNG file ends within the file. The library asks for a chunk's claimed length, up to 2 GiB, before it reads.
+bool GImagePNGIsWhole( std::string_view file );
 // Scales one block; false for a layout that cannot be scaled.
 bool GImageScaleRows( int type, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight );
 
