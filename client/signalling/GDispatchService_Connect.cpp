@@ -17,19 +17,6 @@ constexpr int64_t REQUEST_TIMEOUT = 5500000;
 // With the remedy: how long the two indirect hosts may lag behind the direct one.
 constexpr int64_t INDIRECT_GRACE = 1500000;
 constexpr int64_t LONGEST_STARTUP_SLEEP_MS = 600000;
-
-// An address that a gateway may have towards the internet: none of the ranges for inside use.
-bool isPublicHost( const GWString& host )
-{
-    GWString address;
-    int port = 0;
-    uint32_t value = 0;
-    if( !GNetIsUnicastHost( host ) || !GNetSplitHost( host, address, port ) || !GNetParseAddress( address, value ) )
-        return false;
-    const bool isPrivate = value >> 24 == 10 || value >> 20 == 0xAC1 || value >> 16 == 0xC0A8;
-    const bool isShared = value >> 22 == 0x64400000u >> 22 || value >> 16 == 0xA9FE || value >> 24 == 127;
-    return !isPrivate && !isShared;
-}
 } // namespace
 
 bool GDispatchService::_connect( )
@@ -258,7 +245,7 @@ bool GDispatchService::_goOnline( )
 // A mapping whose outside is public is a route that anyone can use. It may be known before or after the class is.
 void GDispatchService::_offerUPnPRoute( const GWString& host )
 {
-    if( !isPublicHost( host ) ) return;
+    if( !GNetIsPublicHost( host ) ) return;
     _upnpHost = host;
     if( !_instance->isSet( u"Route_List" ) || GCaseEquals( host, _instance->get( u"Global_Host" ) ) ) return;
     _instance->insert( u"Route_List", GRouteCompose( u"unrestricted", host ) );

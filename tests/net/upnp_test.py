@@ -46,6 +46,10 @@ class Probe:
     def count(self, text):
         return sum(text in line for line in self.log)
 
+    def peak_megabytes(self):
+        with open(f"/proc/{self.process.pid}/status") as status:
+            return next(int(line.split()[1]) for line in status if line.startswith("VmHWM:")) // 1024
+
     def end(self):
         self.process.stdin.close()
         code = self.process.wait(20)
@@ -117,7 +121,8 @@ class NoGateway(Gateway):
             with self.subTest(lie), liar.Liar(self.router, lie) as gateway:
                 probe = self.probe()
                 self.assertEqual(probe.state, "null")
-                self.assertLess(probe.seconds, 15)
+                self.assertLess(probe.seconds, 12)
+                self.assertLess(probe.peak_megabytes(), 100)
                 self.assertTrue(gateway.asked, "the description was never asked for")
                 self.assertEqual(probe.end(), 0)
 

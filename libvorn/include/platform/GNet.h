@@ -84,3 +84,5 @@ bool GNetIsName( GWStringView text );
 // A route target that a stranger may name: unicast, with a port, no broadcast or multicast.
 bool GNetIsUnicastHost( GWStringView host );
 bool GNetIsLoopbackHost( GWStringView host );
+// A unicast host that the internet can know: in none of the ranges for inside use.
+bool GNetIsPublicHost( GWStringView host );

@@ -1,4 +1,4 @@
-"""A gateway that answers a search and then lies: its description is nonsense or never comes."""
+"""A gateway that answers a search and then lies: its description is nonsense, has no end, or never comes."""
 import select
 import socket
 import threading
@@ -15,6 +15,10 @@ LIES = {
     "silence": (b"", b"", 0.2),
     "huge_length": (HEAD + b"Content-Length: 2147483647\r\n\r\n<root>", None, 0),
     "negative_length": (HEAD + b"Content-Length: -5\r\n\r\n<root>", None, 0),
+    "header_without_end": (HEAD, b"X-More: and more\r\n" * 1000, 0),
+    "body_without_end": (HEAD + b"\r\n<root>", b"<device>" * 1000, 0),
+    "chunks_without_end": (HEAD + b"Transfer-Encoding: chunked\r\n\r\n", b"8\r\n<device>\r\n" * 1000, 0),
+    "a_byte_now_and_then": (HEAD + b"\r\n", b"x", 0.2),
 }
 
 

@@ -71,6 +71,15 @@ TEST( GNetHost, OnlyLettersDigitsAndAFewSignsCanBeANameForALookUp )
     EXPECT_TRUE( GNetIsName( GWString( 253, u'a' ) ) );
     EXPECT_FALSE( GNetIsName( GWString( 254, u'a' ) ) );
 }
+TEST( GNetHost, AddressesForInsideUseAreNotPublic )
+{
+    for( const GWString host : { u"5.5.5.1:80", u"11.0.0.1:80", u"172.15.0.1:1", u"172.32.0.1:1", u"192.169.0.1:1",
+                                 u"100.63.0.1:1", u"100.128.0.1:1" } )
+        EXPECT_TRUE( GNetIsPublicHost( host ) );
+    for( const GWString host : { u"10.0.0.1:80", u"172.16.0.1:1", u"172.31.255.1:1", u"192.168.0.1:1", u"100.64.0.1:1",
+                                 u"100.127.0.1:1", u"169.254.0.1:1", u"127.0.0.1:1", u"224.0.0.1:1", u"5.5.5.1" } )
+        EXPECT_FALSE( GNetIsPublicHost( host ) );
+}
 TEST( GNetHost, KnowsLoopback )
 {
     EXPECT_TRUE( GNetIsLoopbackHost( u"127.0.0.1:80" ) );

@@ -94,6 +94,15 @@ bool GNetIsUnicastHost( GWStringView host )
     return network != 0 && network < 224 && value != BROADCAST;
 }
 
+bool GNetIsPublicHost( GWStringView host )
+{
+    uint32_t value = 0;
+    if( !GNetIsUnicastHost( host ) || !GNetParseAddress( host.substr( 0, host.find( u':' ) ), value ) ) return false;
+    const bool isPrivate = value >> 24 == 10 || value >> 20 == 0xAC1 || value >> 16 == 0xC0A8;
+    const bool isShared = value >> 22 == 0x64400000u >> 22 || value >> 16 == 0xA9FE || value >> 24 == 127;
+    return !isPrivate && !isShared;
+}
+
 bool GNetIsLoopbackHost( GWStringView host )
 {
     uint32_t value = 0;
