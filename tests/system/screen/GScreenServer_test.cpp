@@ -129,6 +129,21 @@ TEST_F( GScreenServer, AChangeOfSizeGivesANewBuffer )
     EXPECT_EQ( ( GRect{ 0, 0, 620, 440 } ), layout.back( ).rect );
 }
 
+TEST_F( GScreenServer, ASizeThatComesBackBetweenCapturesKeepsThePicture )
+{
+    const TestServer server( "640x480x24" );
+    TestWindows windows;
+    ASSERT_EQ( 0, std::system( "xrandr --output screen --off --fb 600x400" ) );
+    windows.setRootColour( 0x123456 );
+    ASSERT_TRUE( capture( ) );
+    ASSERT_EQ( 0, std::system( "xrandr --fb 500x300" ) );
+    ASSERT_EQ( 0, std::system( "xrandr --fb 600x400" ) );
+    windows.setRootColour( 0x654321 );
+    ASSERT_TRUE( capture( { 10, 10, 20, 20 } ) );
+    EXPECT_EQ( 0xFF654321, rawAt( 10, 10 ) );
+    EXPECT_EQ( 0xFF123456, rawAt( 300, 300 ) );
+}
+
 TEST_F( GScreenServer, AServerThatDiesGivesNothingUntilItIsBack )
 {
     TestServer server( "320x240x24" );

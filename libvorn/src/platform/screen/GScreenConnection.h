@@ -73,6 +73,8 @@ public:
     void readEvents( );
     // Whether an event of this type has come since the last such question.
     bool takeSeen( uint8_t type );
+    // Counts the new sizes of the desktop that events have told. One that came before a reply is counted once events are taken.
+    unsigned getSizeChanges( ) const { return _sizeChanges; }
 
 private:
     bool _readAtoms( );
@@ -82,5 +84,6 @@ private:
     const xcb_screen_t* _screen = nullptr;
     xcb_atom_t _atoms[GATOM_COUNT] = { };
     unsigned _generation = 0;
+    unsigned _sizeChanges = 0;
     std::bitset<128> _seen; // Types of events.
 };

@@ -40,7 +40,12 @@ bool GScreenConnection::open( )
         for( ; number > 0 && screens.rem > 1; --number ) xcb_screen_next( &screens );
         _screen = screens.rem > 0 ? screens.data : nullptr;
     }
-    if( _screen && _readAtoms( ) ) return true;
+    if( _screen )
+    {
+        const uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+        xcb_change_window_attributes( _connection, _screen->root, XCB_CW_EVENT_MASK, &mask );
+        if( _readAtoms( ) ) return true;
+    }
     close( );
     return false;
 }
@@ -85,7 +90,9 @@ bool GScreenConnection::takeSeen( uint8_t type )
 // The eighth bit tells that another program sent it; only the server's own count.
 void GScreenConnection::_note( const xcb_generic_event_t& event )
 {
-    if( !( event.response_type & 0x80 ) ) _seen.set( event.response_type );
+    if( event.response_type & 0x80 ) return;
+    _seen.set( event.response_type );
+    if( event.response_type == XCB_CONFIGURE_NOTIFY ) ++_sizeChanges;
 }
 
 bool GScreenConnection::_readAtoms( )

@@ -31,7 +31,8 @@ private:
     xcb_damage_damage_t _damage = 0;
     xcb_xfixes_region_t _region = 0;
     uint8_t _event = 0;
-    bool _isAllNew = false; // The next ask gives the whole desktop.
+    unsigned _sizeChanges = 0; // Of the connection, as last looked at.
+    bool _isAllNew = false;    // The next ask gives the whole desktop.
     bool _isDamaged = false;
     GRect _desktop;
 };

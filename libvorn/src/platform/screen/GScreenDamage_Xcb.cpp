@@ -89,9 +89,6 @@ bool GScreenDamage::_watch( )
     if( !isAnswered( connection, xcb_damage_query_version( connection, 1, 1 ),
                      xcb_xfixes_query_version( connection, 2, 0 ) ) )
         return false;
-    // Tells of a new size of the desktop.
-    const uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
-    xcb_change_window_attributes( connection, _connection.getRoot( ), XCB_CW_EVENT_MASK, &mask );
     _damage = xcb_generate_id( connection );
     _region = xcb_generate_id( connection );
     xcb_damage_create( connection, _damage, _connection.getRoot( ), XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY );
@@ -118,7 +115,8 @@ bool GScreenDamage::_readEvents( )
     if( !_isWatching( ) ) return false;
     _connection.readEvents( );
     _isDamaged = _connection.takeSeen( _event ) || _isDamaged;
-    _isAllNew = _connection.takeSeen( XCB_CONFIGURE_NOTIFY ) || _isAllNew;
+    _isAllNew = _sizeChanges != _connection.getSizeChanges( ) || _isAllNew;
+    _sizeChanges = _connection.getSizeChanges( );
     return _connection.isAlive( );
 }
 

@@ -19,6 +19,8 @@ private:
     bool _rebuild( );
     void _release( );
     bool _readDisplay( );
+    bool _hasSameSize( );
+    GScreenReply<xcb_get_geometry_reply_t> _readSize( );
     bool _copy( const GRect& dirtyRect );
     bool _copyShared( const GRect& rect );
     bool _copyPlain( const GRect& rect );
@@ -28,7 +30,8 @@ private:
     GScreenConnection& _connection;
     GScreenMemory _memory;
     GImageFormat _format;
-    unsigned _generation = 0;
+    unsigned _generation = 0; // Of the connection, as is the next, when the buffer was made.
+    unsigned _sizeChanges = 0;
     const GScreenPixels* _pixels = nullptr; // Of the display.
     size_t _pixelBytes = 0;
     size_t _stride = 0;     // Bytes of a row of the frame buffer, which has no padding.

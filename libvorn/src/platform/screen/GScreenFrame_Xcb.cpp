@@ -35,7 +35,6 @@ const char* GScreenFrame::capture( const GRect& dirtyRect, GImageFormat& format 
         _release( );
         _connection.close( );
     }
-    _connection.dropEvents( );
     format = _format;
     return _memory.get( );
 }
@@ -66,8 +65,9 @@ bool GScreenFrame::_readDisplay( )
     const xcb_setup_t* setup = xcb_get_setup( _connection.get( ) );
     const xcb_visualtype_t* visual = findVisual( screen );
     const xcb_format_t* stored = findFormat( setup, screen.root_depth );
-    const GScreenReply<xcb_get_geometry_reply_t> root(
-        xcb_get_geometry_reply( _connection.get( ), xcb_get_geometry( _connection.get( ), screen.root ), nullptr ) );
+    _connection.readEvents( );
+    _sizeChanges = _connection.getSizeChanges( );
+    const auto root = _readSize( );
     if( !root || root->width == 0 || root->height == 0 ) return false;
     _pixels = visual && stored && setup->image_byte_order == XCB_IMAGE_ORDER_LSB_FIRST
                   ? GScreenFindPixels( stored->bits_per_pixel, visual->red_mask, visual->green_mask, visual->blue_mask )
@@ -90,15 +90,34 @@ bool GScreenFrame::_readDisplay( )
     return true;
 }
 
-// False when the server refused or the display is another one by now. The desktop's size is asked in the same breath.
+// False when the server refused or the display is another one by now: news of its size come before the answer.
 bool GScreenFrame::_copy( const GRect& dirtyRect )
 {
     if( !_memory.get( ) || !_connection.isAlive( ) || _generation != _connection.getGeneration( ) ) return false;
-    const xcb_get_geometry_cookie_t asked = xcb_get_geometry( _connection.get( ), _connection.getRoot( ) );
     const GRect rect = GRectIntersect( dirtyRect, { 0, 0, _format.width, _format.height } );
-    const bool copied = GRectEmpty( rect ) || ( _memory.getSegment( ) ? _copyShared( rect ) : _copyPlain( rect ) );
-    const GScreenReply<xcb_get_geometry_reply_t> root( xcb_get_geometry_reply( _connection.get( ), asked, nullptr ) );
-    return copied && root && root->width == _format.width && root->height == _format.height;
+    bool copied = true;
+    if( GRectHasVolume( rect ) )
+        copied = _memory.getSegment( ) ? _copyShared( rect ) : _copyPlain( rect );
+    else
+        _connection.readEvents( );
+    _connection.dropEvents( );
+    return copied && _connection.isAlive( ) && _hasSameSize( );
+}
+
+// One change can be told several times.
+bool GScreenFrame::_hasSameSize( )
+{
+    if( _sizeChanges == _connection.getSizeChanges( ) ) return true;
+    _sizeChanges = _connection.getSizeChanges( );
+    const auto root = _readSize( );
+    return root && root->width == _format.width && root->height == _format.height;
+}
+
+GScreenReply<xcb_get_geometry_reply_t> GScreenFrame::_readSize( )
+{
+    xcb_connection_t* connection = _connection.get( );
+    return GScreenReply<xcb_get_geometry_reply_t>(
+        xcb_get_geometry_reply( connection, xcb_get_geometry( connection, _connection.getRoot( ) ), nullptr ) );
 }
 
 bool GScreenFrame::_copyShared( const GRect& rect )
