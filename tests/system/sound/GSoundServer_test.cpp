@@ -122,6 +122,26 @@ TEST_F( GSoundServer, OneThatHangsHoldsNobodyForLong )
         } ) );
 }
 
+TEST_F( GSoundServer, RecorderOfOneThatHangsIsClosed )
+{
+    TestLog::expect( "WARNING Capture device does not stop, leaving it behind." );
+    ASSERT_GT( TestSound::serverPid( ), 0 );
+    CaptureListener listener;
+    std::optional<Recording> recording;
+    recording.emplace( listener, u"Microphone", u"test camera" );
+    EXPECT_TRUE( listener.wait( 1, 2 ) );
+    const std::string own =
+        "pactl list source-outputs | grep -c 'application.process.id = \"" + std::to_string( getpid( ) ) + "\"'";
+    EXPECT_EQ( TestSound::ask( own ), "1" );
+    {
+        const Hang hang;
+        EXPECT_TRUE( listener.waitForMore( 2, 0 ) );
+        recording.reset( );
+    }
+    // It ends as soon as the server goes on.
+    EXPECT_TRUE( becomes( [&] { return TestSound::ask( own ) == "0"; } ) );
+}
+
 // In a child that never had a server.
 TEST( GSoundServerDeathTest, WithoutOneNothingHangsAndTheRestGoesOn )
 {

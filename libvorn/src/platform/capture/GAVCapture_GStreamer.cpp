@@ -11,6 +11,7 @@
 namespace
 {
 constexpr std::chrono::seconds START_TIME( 5 );
+constexpr std::chrono::seconds END_TIME( 3 );
 } // namespace
 
 struct GAVCaptureRecord
@@ -65,6 +66,26 @@ void run( GAVCaptureRecord& record )
     for( const std::unique_ptr<GCapturePipeline>& pipeline : record.pipelines ) pipeline->run( );
     const auto deadline = std::chrono::steady_clock::now( ) + START_TIME;
     for( const std::unique_ptr<GCapturePipeline>& pipeline : record.pipelines ) pipeline->waitUntilSettled( deadline );
+}
+
+// The end of a recorder, on a thread of its own: where a sound server hangs, the library waits for it without limit.
+struct Farewell
+{
+    std::unique_ptr<GAVCaptureRecord> record;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool done = false;
+};
+
+int endProc( void* argument )
+{
+    const std::unique_ptr<std::shared_ptr<Farewell>> mine( static_cast<std::shared_ptr<Farewell>*>( argument ) );
+    Farewell& farewell = **mine;
+    farewell.record.reset( );
+    const std::scoped_lock lock( farewell.mutex );
+    farewell.done = true;
+    farewell.changed.notify_all( );
+    return 0;
 }
 
 // How one kind of device is told in the log.
@@ -136,7 +157,16 @@ void GAVCaptureClose( GAVCapture capture )
     GPRECONDITION_TEXT( capture, "capture_" );
     GASSERT_TEXT( capture->videoTapFilter.listeners.empty( ) && capture->audioTapFilter.listeners.empty( ),
                   "_listenerList.empty( )" );
-    delete capture;
+    const auto farewell = std::make_shared<Farewell>( );
+    farewell->record.reset( capture );
+    const GThreadID thread = GThreadOpen( u"GAVCaptureClose", endProc, new std::shared_ptr<Farewell>( farewell ) );
+    std::unique_lock lock( farewell->mutex );
+    const bool done = farewell->changed.wait_for( lock, END_TIME, [&] { return farewell->done; } );
+    lock.unlock( );
+    if( done )
+        GThreadClose( thread );
+    else
+        GLOG( u"WARNING Capture device does not stop, leaving it behind." );
 }
 
 void GAVCaptureSubscribeAudio( GAVCapture capture, IGCaptureAudioListener* listener )

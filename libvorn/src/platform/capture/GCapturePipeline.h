@@ -1,6 +1,6 @@
 // One pipeline of a recorder: a device of one medium, or a media file with the media that it has, played again from its begin
 // whenever it ends. A device that fails or ends is told once in the log and let go; its taps are out of the graph from then on.
-// Built, run and ended on one thread; a thread of its own hears the library's messages.
+// Built, run and ended by one thread at a time; a thread of its own hears the library's messages.
 #pragma once
 
 #include "platform/GThread.h"
