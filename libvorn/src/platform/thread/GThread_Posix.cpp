@@ -153,9 +153,13 @@ void GThreadRegister( const GWString& name )
     static_cast<void>( registered );
     const std::scoped_lock lock( tableMutex( ) );
     std::shared_ptr<ThreadRecord>& record = threadMap( )[thread];
-    if( !record ) record = std::make_shared<ThreadRecord>( );
+    // A thread that was opened has its handle already, and whoever closes it reads that without the lock.
+    if( !record )
+    {
+        record = std::make_shared<ThreadRecord>( );
+        record->handle = pthread_self( );
+    }
     record->name = name;
-    record->handle = pthread_self( );
 }
 
 void GThreadSleep( int64_t duration )
