@@ -323,6 +323,32 @@ TEST( GImageLoad, ThirtyTwoBitsLoadRedFirstWithTheirAlpha )
     EXPECT_FALSE( GImageLoad( file.data( ), 58, loaded, pixels ) );
 }
 
+TEST( GImageLoad, AJPEGThatClaimsTooManyPixelsIsRefusedBeforeDecoding )
+{
+    const GString image( 16 * 16 * 3, 'x' );
+    GString jpeg, pixels;
+    GImageConvert( { GIT_RGB24, 16, 16 }, image.data( ), { 0, 0, 16, 16 }, GIT_JPEG, jpeg );
+    // Behind the mark of the frame: u16 length, u8 precision, u16 height and width, the higher bytes first. What is missing of the
+    // pixels would be filled up.
+    const size_t frame = jpeg.find( "\xFF\xC0" );
+    ASSERT_NE( frame, GString::npos );
+    const auto setSize = [&]( int edge )
+    {
+        for( const size_t at : { frame + 5, frame + 7 } )
+        {
+            jpeg[at] = static_cast<char>( edge >> 8 );
+            jpeg[at + 1] = static_cast<char>( edge );
+        }
+    };
+    GImageFormat loaded;
+    setSize( 100 );
+    EXPECT_TRUE( GImageLoad( jpeg.data( ), static_cast<int>( jpeg.size( ) ), loaded, pixels ) );
+    EXPECT_EQ( loaded, ( GImageFormat{ GIT_RGB24, 100, 100 } ) );
+    TestLog::expect( "WARNING Unable to load image, ignoring." );
+    setSize( 8193 );
+    EXPECT_FALSE( GImageLoad( jpeg.data( ), static_cast<int>( jpeg.size( ) ), loaded, pixels ) );
+}
+
 TEST( GImageLoad, OnlyFourFormatsAreLetThrough )
 {
     TestLog::expect( "WARNING Unrecognized format, ignoring." );
