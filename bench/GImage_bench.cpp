@@ -170,6 +170,22 @@ void scalePacked( Bench::Suite& suite )
     }
 }
 
+// A skin's picture stretched over a window.
+void stretch( Bench::Suite& suite )
+{
+    const GImageFormat from{ GIT_BGRA32, 400, 300 }, to{ GIT_BGRA32, 800, 600 };
+    const GString image = noise( from );
+    GString out( static_cast<size_t>( GImageSize( to ) ), 0 );
+    suite.rate(
+        "400x300 to 800x600, BGRA32", "Mpx/s", 0.48, { 0.35, 1.0 },
+        [&] { GImageResize( from, image.data( ), to, out ); },
+        [&]
+        {
+            libyuv::ARGBScale( bytesOf( image ), 400 * 4, 400, 300, bytesOf( out ), 800 * 4, 800, 600,
+                               libyuv::kFilterBilinear );
+        } );
+}
+
 // ---- Composition of a picture of random alpha over a window's layer.
 
 void compose( Bench::Suite& suite )
@@ -272,6 +288,7 @@ int main( int argc, char** argv )
     convertToGray( suite );
     scalePlanar( suite );
     scalePacked( suite );
+    stretch( suite );
     compose( suite );
     encodeTiles( suite );
     return suite.finish( );

@@ -68,7 +68,7 @@ enum GImageCopyFlags
 };
 // Copies `fromRect` to `toRect`, both clipped to their pictures; types of two to four bytes a pixel, a source of another type is
 // converted on its way. The rectangle of the target that was touched; GRectAccumulator( ) when none. Takes nothing from the heap
-// but for what a thread keeps for rows in between, and for stretching up.
+// but for what a thread keeps for rows in between.
 GRect GImageCopy( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& fromRect,
                   const GImageFormat& toFormat, char* toBuffer, const GRect& toRect, int flags );
 // The same, and nothing outside `clipRect` is changed; where the picture lies does not depend on the clip.

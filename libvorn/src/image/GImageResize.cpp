@@ -1,52 +1,16 @@
 #include "GImageRows.h"
 
 #include <libyuv.h>
-#include <libyuv/scale_rgb.h>
-
-namespace
-{
-bool isOpaque( const GImageRows& rows )
-{
-    for( int y = 0; y < rows.height; y++ )
-    {
-        const uint8_t* row = rows.data + static_cast<ptrdiff_t>( y ) * rows.stride;
-        uint8_t all = 255;
-        for( int x = 0; x < rows.width; x++ ) all &= row[x * 4 + 3];
-        if( all != 255 ) return false;
-    }
-    return true;
-}
-
-// Averages are rounded down: without this an opaque picture would shine through by one step of 255.
-void makeOpaque( uint8_t* pixels, int stride, int width, int height )
-{
-    for( int y = 0; y < height; y++, pixels += stride )
-        for( int x = 0; x < width; x++ ) pixels[x * 4 + 3] = 255;
-}
-} // namespace
 
 bool GImageScaleRows( int type, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight )
 {
     const int channels = type == GIT_RGB565 || type == GIT_RGB555 || type == GIT_YUY2 ? 0 : GImageBytesPerPixel( type );
     if( GImageScaleBox( channels, from, to, toStride, toWidth, toHeight ) ) return true;
-    switch( type )
-    {
-    case GIT_RGB24:
-    case GIT_BGR24:
-        return libyuv::RGBScale( from.data, from.stride, from.width, from.height, to, toStride, toWidth, toHeight,
-                                 libyuv::kFilterBox ) == 0;
-    case GIT_RGBA32:
-    case GIT_BGRA32:
-        libyuv::ARGBScale( from.data, from.stride, from.width, from.height, to, toStride, toWidth, toHeight,
-                           libyuv::kFilterBox );
-        if( isOpaque( from ) ) makeOpaque( to, toStride, toWidth, toHeight );
-        return true;
-    case GIT_GRAY8:
-        libyuv::ScalePlane( from.data, from.stride, from.width, from.height, to, toStride, toWidth, toHeight,
-                            libyuv::kFilterBox );
-        return true;
-    default: return false;
-    }
+    // The library's own loops for packed pixels round down: white would come out gray and what is opaque would shine through.
+    if( channels != 1 ) return GImageScaleLinear( channels, from, to, toStride, toWidth, toHeight );
+    libyuv::ScalePlane( from.data, from.stride, from.width, from.height, to, toStride, toWidth, toHeight,
+                        libyuv::kFilterBox );
+    return true;
 }
 
 void GImageResize( const GImageFormat& fromFormat, const char* fromBuffer, const GImageFormat& toFormat, GString& out )

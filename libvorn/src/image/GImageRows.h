@@ -44,5 +44,8 @@ bool GImageScaleRows( int type, const GImageRows& from, uint8_t* to, int toStrid
 // of channels other than 1, 3 and 4.
 bool GImageScaleBox( int channels, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight );
 
+// Scales by interpolation to any size; false for a number of channels other than 3 and 4.
+bool GImageScaleLinear( int channels, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight );
+
 // Bytes that a thread keeps for intermediate rows; they only grow. `slot` 0 to 4 tells the uses apart.
 uint8_t* GImageScratch( int slot, size_t size );

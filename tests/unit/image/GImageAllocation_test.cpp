@@ -44,20 +44,21 @@ TEST( GImageAllocation, CopyAndCompositionTakeNothing )
     }
 }
 
-TEST( GImageAllocation, CopyToAnotherLayoutAndStretchingDownTakeNothingTwice )
+TEST( GImageAllocation, CopyToAnotherLayoutAndStretchingTakeNothingTwice )
 {
     const GString source = picture( GIT_BGRA32 );
     GString target = picture( GIT_RGBA32 );
     const GRect whole{ 0, 0, EDGE, EDGE }, small{ 0, 0, 30, 20 };
     for( const int flags : { 0, GIC_STRETCH_X | GIC_STRETCH_Y, +GIC_ASPECT } )
-        EXPECT_EQ( steadyAllocations(
-                       [&]
-                       {
-                           GImageCopy( { GIT_BGRA32, EDGE, EDGE }, source.data( ), whole, { GIT_RGBA32, EDGE, EDGE },
-                                       target.data( ), small, flags );
-                       } ),
-                   0 )
-            << flags;
+        for( const auto& [from, to] : { std::pair( whole, small ), std::pair( small, whole ) } )
+            EXPECT_EQ( steadyAllocations(
+                           [&, fromRect = from, toRect = to]
+                           {
+                               GImageCopy( { GIT_BGRA32, EDGE, EDGE }, source.data( ), fromRect,
+                                           { GIT_RGBA32, EDGE, EDGE }, target.data( ), toRect, flags );
+                           } ),
+                       0 )
+                << flags;
 }
 
 TEST( GImageAllocation, InPlaceConversionTakesNothing )

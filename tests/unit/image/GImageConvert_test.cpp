@@ -404,11 +404,17 @@ TEST( GImageResize, KeepsFlatColourInEveryChannelCount )
 {
     for( const int type : { GIT_RGB24, GIT_RGBA32, GIT_BGR24, GIT_BGRA32, GIT_GRAY8 } )
     {
-        const GString image( static_cast<size_t>( GImageSize( { type, 8, 8 } ) ), 77 );
-        GString out;
-        GImageResize( { type, 8, 8 }, image.data( ), { type, 5, 13 }, out );
-        ASSERT_EQ( out.size( ), static_cast<size_t>( GImageSize( { type, 5, 13 } ) ) );
-        for( size_t i = 0; i < out.size( ); i++ ) ASSERT_NEAR( at( out, i ), 77, 1 ) << type;
+        for( const int value : { 1, 77, 254, 255 } )
+            for( const auto& [width, height] :
+                 { std::pair( 5, 13 ), std::pair( 3, 4 ), std::pair( 8, 8 ), std::pair( 100, 7 ), std::pair( 1, 9 ) } )
+            {
+                const GString image( static_cast<size_t>( GImageSize( { type, 8, 8 } ) ), static_cast<char>( value ) );
+                GString out;
+                GImageResize( { type, 8, 8 }, image.data( ), { type, width, height }, out );
+                EXPECT_EQ( out, GString( static_cast<size_t>( GImageSize( { type, width, height } ) ),
+                                         static_cast<char>( value ) ) )
+                    << type << " " << value << " " << width;
+            }
     }
 }
 
@@ -421,6 +427,36 @@ TEST( GImageResize, WhatIsOpaqueStaysOpaque )
         GImageResize( { GIT_RGBA32, edge, edge }, image.data( ), { GIT_RGBA32, 5, 6 }, out );
         for( size_t i = 3; i < out.size( ); i += 4 ) ASSERT_EQ( at( out, i ), 255 ) << edge;
     }
+}
+
+TEST( GImageResize, OtherSizesInterpolateBetweenTheMiddlesOfPixels )
+{
+    for( const int type : { GIT_RGB24, GIT_BGRA32 } )
+        for( const auto& [width, height] : { std::pair( 29, 23 ), std::pair( 11, 9 ), std::pair( 64, 5 ) } )
+        {
+            const GImageFormat from{ type, 13, 10 }, to{ type, width, height };
+            const GString image = pattern( from );
+            GString out;
+            GImageResize( from, image.data( ), to, out );
+            const int bytes = GImageBytesPerPixel( type );
+            for( int i = 0; i < width * height * bytes; i++ )
+            {
+                const double x = std::clamp( ( i / bytes % width + 0.5 ) * 13 / width - 0.5, 0.0, 12.0 );
+                const double y = std::clamp( ( i / bytes / width + 0.5 ) * 10 / height - 0.5, 0.0, 9.0 );
+                const int left = static_cast<int>( x ), top = static_cast<int>( y );
+                const auto sample = [&]( int u, int v )
+                {
+                    const int place = ( std::min( v, 9 ) * 13 + std::min( u, 12 ) ) * bytes + i % bytes;
+                    return at( image, static_cast<size_t>( place ) );
+                };
+                const double above = sample( left, top ) * ( left + 1 - x ) + sample( left + 1, top ) * ( x - left );
+                const double below =
+                    sample( left, top + 1 ) * ( left + 1 - x ) + sample( left + 1, top + 1 ) * ( x - left );
+                // Weights have seven bits.
+                ASSERT_NEAR( at( out, static_cast<size_t>( i ) ), above * ( top + 1 - y ) + below * ( y - top ), 4.5 )
+                    << type << " " << width << " " << i;
+            }
+        }
 }
 
 TEST( GImageResize, ShrinkingTakesTheMeanOfEachArea )

@@ -101,6 +101,26 @@ TEST( GImageWide, TilesArePackedTheSame )
         }
 }
 
+TEST( GImageWide, InterpolationIsTheSame )
+{
+    std::mt19937 random( 8 );
+    const auto upTo = [&random]( int most )
+    { return 1 + static_cast<int>( random( ) % static_cast<unsigned>( most ) ); };
+    for( const int type : { GIT_RGB24, GIT_BGRA32 } )
+        for( int round = 0; round < 200; round++ )
+        {
+            const GImageFormat from{ type, upTo( 40 ), upTo( 40 ) }, to{ type, upTo( 90 ), 40 + upTo( 50 ) };
+            const GString image = noise( static_cast<size_t>( GImageSize( from ) ), static_cast<unsigned>( round ) );
+            const auto resize = [&]
+            {
+                GString out;
+                GImageResize( from, image.data( ), to, out );
+                return out;
+            };
+            expectSame( resize, std::to_string( type ) + " " + std::to_string( round ) );
+        }
+}
+
 TEST( GImageWide, ScalingDownIsTheSame )
 {
     std::mt19937 random( 9 );
