@@ -2,6 +2,7 @@
 
 #include "client/drawing/GImageGDI.h"
 #include "image/GImage.h"
+#include "support/TestFolder.h"
 #include "support/TestLog.h"
 
 #include <gtest/gtest.h>
@@ -10,43 +11,49 @@
 
 namespace
 {
-class GImageToolsTest : public testing::Test
+class GImageToolsTest : public TestFolder
 {
 protected:
-    GImageToolsTest( )
+    void SetUp( ) override
     {
+        TestFolder::SetUp( );
+        instance.reset( GSAFENEW( GInstance, ( u"drawing_test.ini" ) ) );
         for( int i = 0; i < 6 * 4; i++ ) image += GString( 3, static_cast<char>( i + 1 ) );
-        GImageTools_instanceWrite( &instance, u"Picture", sheet, image );
+        GImageTools_instanceWrite( instance.get( ), u"Picture", sheet, image );
+    }
+    void TearDown( ) override
+    {
+        instance.reset( ); // It saves into the folder.
+        TestFolder::TearDown( );
     }
     // What a source gives, or an empty rectangle that no source can give when there is none.
     GRect read( const GWString& source, int column = 0, int row = 0 )
     {
         GRect rect{ -1, -1, -1, -1 };
-        const char* pixels = GImageTools_instanceReadOpen( &instance, source, format, rect, column, row );
+        const char* pixels = GImageTools_instanceReadOpen( instance.get( ), source, format, rect, column, row );
         if( !pixels ) return { -1, -1, -1, -1 };
-        GImageTools_instanceReadClose( &instance, source );
+        GImageTools_instanceReadClose( instance.get( ), source );
         return rect;
     }
     const GRect missing{ -1, -1, -1, -1 };
     const GImageFormat sheet{ GIT_RGB24, 6, 4 };
     GImageFormat format;
     GString image;
-    const std::unique_ptr<GInstance> owner{ GSAFENEW( GInstance, ( u"drawing_test.ini" ) ) };
-    GInstance& instance = *owner;
+    std::unique_ptr<GInstance> instance;
 };
 } // namespace
 
 TEST_F( GImageToolsTest, WhatIsWrittenIsRead )
 {
     GRect rect;
-    const char* pixels = GImageTools_instanceReadOpen( &instance, u"picture", format, rect );
+    const char* pixels = GImageTools_instanceReadOpen( instance.get( ), u"picture", format, rect );
     ASSERT_TRUE( pixels );
     EXPECT_EQ( GString( pixels, image.size( ) ), image );
     EXPECT_EQ( format, sheet );
     EXPECT_EQ( rect, ( GRect{ 0, 0, 6, 4 } ) );
-    GImageTools_instanceReadClose( &instance, u"picture" );
+    GImageTools_instanceReadClose( instance.get( ), u"picture" );
     GRect dirty;
-    EXPECT_TRUE( GImageTools_instanceReadDirtyRect( &instance, u"Picture", dirty ) );
+    EXPECT_TRUE( GImageTools_instanceReadDirtyRect( instance.get( ), u"Picture", dirty ) );
     EXPECT_EQ( dirty, ( GRect{ 0, 0, 6, 4 } ) );
 }
 
@@ -68,9 +75,9 @@ TEST_F( GImageToolsTest, AMissingImageIsNoError )
 {
     EXPECT_EQ( read( u"Nobody_Image" ), missing );
     GRect rect;
-    EXPECT_FALSE( GImageTools_instanceReadCheck( &instance, u"Nobody_Image", format, rect ) );
-    EXPECT_FALSE( GImageTools_instanceCopy( &instance, u"Nobody_Image", u"Other" ) );
-    EXPECT_FALSE( GImageTools_instanceReadDirtyRect( &instance, u"Nobody_Image", rect ) );
+    EXPECT_FALSE( GImageTools_instanceReadCheck( instance.get( ), u"Nobody_Image", format, rect ) );
+    EXPECT_FALSE( GImageTools_instanceCopy( instance.get( ), u"Nobody_Image", u"Other" ) );
+    EXPECT_FALSE( GImageTools_instanceReadDirtyRect( instance.get( ), u"Nobody_Image", rect ) );
 }
 
 TEST_F( GImageToolsTest, AFileIsLoadedOnceAndKept )
@@ -82,42 +89,42 @@ TEST_F( GImageToolsTest, AFileIsLoadedOnceAndKept )
     EXPECT_EQ( format, sheet );
     ASSERT_TRUE( GFileDelete( u"drawing_test.png" ) );
     EXPECT_EQ( read( u"drawing_test.png" ), ( GRect{ 0, 0, 6, 4 } ) );
-    EXPECT_EQ( instance.getRaw( u"drawing_test.png" ), image );
+    EXPECT_EQ( instance->getRaw( u"drawing_test.png" ), image );
 }
 
 TEST_F( GImageToolsTest, PixelsThatDisagreeWithTheFormatAreNoImage )
 {
-    instance.setRaw( u"Picture", "short", 5 );
+    instance->setRaw( u"Picture", "short", 5 );
     EXPECT_EQ( read( u"Picture" ), missing );
-    instance.set( u"Text", u"no image" );
+    instance->set( u"Text", u"no image" );
     EXPECT_EQ( read( u"Text" ), missing );
 }
 
 TEST_F( GImageToolsTest, WritingInPlaceKeepsWhatWasThere )
 {
-    char* pixels = GImageTools_instanceWriteOpen( &instance, u"Picture", sheet );
+    char* pixels = GImageTools_instanceWriteOpen( instance.get( ), u"Picture", sheet );
     EXPECT_EQ( pixels[3], 2 );
     pixels[3] = 77;
-    GImageTools_instanceWriteClose( &instance, u"Picture", sheet, { 1, 0, 2, 1 } );
+    GImageTools_instanceWriteClose( instance.get( ), u"Picture", sheet, { 1, 0, 2, 1 } );
     GRect dirty;
-    ASSERT_TRUE( GImageTools_instanceReadDirtyRect( &instance, u"Picture", dirty ) );
+    ASSERT_TRUE( GImageTools_instanceReadDirtyRect( instance.get( ), u"Picture", dirty ) );
     EXPECT_EQ( dirty, ( GRect{ 1, 0, 2, 1 } ) );
-    EXPECT_EQ( instance.getRaw( u"Picture" )[3], 77 );
+    EXPECT_EQ( instance->getRaw( u"Picture" )[3], 77 );
 }
 
 TEST_F( GImageToolsTest, ACopyTakesTheRectangleOfItsSource )
 {
-    ASSERT_TRUE( GImageTools_instanceCopy( &instance, u"Picture(1,1,3,3)", u"Other" ) );
+    ASSERT_TRUE( GImageTools_instanceCopy( instance.get( ), u"Picture(1,1,3,3)", u"Other" ) );
     EXPECT_EQ( read( u"Other" ), ( GRect{ 0, 0, 2, 2 } ) );
-    EXPECT_EQ( instance.getRaw( u"Other" )[0], 8 );
+    EXPECT_EQ( instance->getRaw( u"Other" )[0], 8 );
 }
 
 TEST_F( GImageToolsTest, NullAndEmptyNamesAbort )
 {
     GRect rect;
     EXPECT_DEATH( GImageTools_instanceReadOpen( nullptr, u"Picture", format, rect ), "instance && source.size" );
-    EXPECT_DEATH( GImageTools_instanceReadOpen( &instance, u"", format, rect ), "instance && source.size" );
-    EXPECT_DEATH( GImageTools_instanceReadOpen( &instance, u"(0,0,1,1)", format, rect ), "name.size" );
+    EXPECT_DEATH( GImageTools_instanceReadOpen( instance.get( ), u"", format, rect ), "instance && source.size" );
+    EXPECT_DEATH( GImageTools_instanceReadOpen( instance.get( ), u"(0,0,1,1)", format, rect ), "name.size" );
 }
 
 TEST( GImageGDI, ClearsAndDrawsLinesWithBothEnds )
