@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -27,6 +28,18 @@ bool isStillAt( int descriptor, const GString& path )
     return !fstat( descriptor, &own ) && !stat( path.c_str( ), &there ) && own.st_dev == there.st_dev &&
            own.st_ino == there.st_ino;
 }
+// Another instance may hold the lock for the moment that it needs to move a file out of its way; nobody holds it for long.
+bool lockSoon( int descriptor )
+{
+    constexpr int TRIES = 100;
+    constexpr timespec PAUSE = { 0, 5000000 };
+    for( int i = 0; i < TRIES; ++i )
+    {
+        if( !flock( descriptor, LOCK_EX | LOCK_NB ) ) return true;
+        nanosleep( &PAUSE, nullptr );
+    }
+    return false;
+}
 int openLeftBehind( const GString& path )
 {
     // Some file systems lock only what is open for writing; a log that may only be read can be moved all the same.
@@ -50,8 +63,7 @@ bool GLogFileOpen( const GString& path )
 {
     const int descriptor = open( path.c_str( ), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, LOG_MODE );
     if( descriptor < 0 ) return false;
-    // Another instance may hold the lock for the moment that it needs to move this file out of its own way.
-    if( flock( descriptor, LOCK_EX ) || !isStillAt( descriptor, path ) )
+    if( !lockSoon( descriptor ) || !isStillAt( descriptor, path ) )
     {
         close( descriptor );
         return false;
