@@ -1,11 +1,13 @@
 // The blackboard: named values with a persist flag and a timestamp, named queues, and watchers that are told on the
 // user-interface thread. Names are folded (ASCII capitals); values are bytes, text is UTF-8. Any thread; one recursive lock, held
-// for one call or between open and close.
+// for one call or between open and close. Reads pass beside the lock, and beside each other, unless a change or open is on its way.
 #pragma once
 
 #include "base/GUtil.h"
 #include "platform/GNotify.h"
 #include "runtime/GHTTPHeaders.h"
+#include "runtime/GNameIndex.h"
+#include "runtime/GReaderGate.h"
 #include "runtime/GThreadSafeObject.h"
 
 #include <atomic>
@@ -89,15 +91,29 @@ private:
         GNotifyHandle notify;
         int arg;
     };
+    using ValueMap = std::map<GWString, Value, std::less<>>;
+    using Entry = ValueMap::value_type;
+    class Reading;
+    class Writing;
+
+    void _lockAll( );
+    void _unlockAll( );
     void _load( );
     bool _write( const GString& out );
-    void _notify( const GWString& lname );
+    void _notify( GWStringView lname );
     void _changed( );
-    Value* _find( GWStringView name );
+    const Value* _find( GWStringView name ) const;
+    Value& _obtain( const GFoldedName& lname ); // Created when missing.
+    void _assign( const GFoldedName& lname, std::string_view bytes, bool persist );
+    void _erase( ValueMap::iterator first, ValueMap::iterator last );
+    size_t _lengthOf( GWStringView lname ) const;
 
     std::atomic<uint64_t> _generation = 0;
     GWString _filename;
-    std::map<GWString, Value, std::less<>> _nameValueMap;
+    GReaderGate _gate; // Shut while _writers is above 0.
+    int _writers = 0;  // How often the holder of the lock has asked for the tables.
+    ValueMap _nameValueMap;
+    GNameIndex<Entry> _nameIndex; // Of _nameValueMap.
     std::map<GWString, std::deque<GString>, std::less<>> _queueMap;
     std::map<GWString, std::list<Watcher>, std::less<>> _watchMap;
     uint64_t _saveCount = 0; // Texts built.

@@ -5,6 +5,7 @@
 #include "platform/GThread.h"
 #include "platform/GTime.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -57,13 +58,36 @@ GWString tracePrefix( int depth )
 }
 void traceEnter( const GCallFrame& frame, int depth )
 {
-    GLog( GConcat( tracePrefix( depth ), u"ENTERING ", frame.function, u" (", frame.file, u": ", frame.line, u")\n" ) );
+    GLog( GConcat( tracePrefix( depth ), u"ENTERING ", frame.function.load( ), u" (", frame.file.load( ), u": ",
+                   frame.line.load( ), u")\n" ) );
 }
 void traceLeave( const GCallFrame& frame, int depth )
 {
-    const uint64_t elapsed = ( GTimeGetTime( ) - frame.enterTime ) / 1000;
-    GLog( GConcat( tracePrefix( depth ), u"LEAVING ", frame.function, u" (", frame.file, u": ", frame.line, u"), ",
-                   elapsed, u"ms\n" ) );
+    const uint64_t elapsed = ( GTimeGetTime( ) - frame.enterTime.load( ) ) / 1000;
+    GLog( GConcat( tracePrefix( depth ), u"LEAVING ", frame.function.load( ), u" (", frame.file.load( ), u": ",
+                   frame.line.load( ), u"), ", elapsed, u"ms\n" ) );
+}
+
+void copyFrame( const GCallFrame& from, GCallFrame& to )
+{
+    to.file.store( from.file.load( std::memory_order_relaxed ), std::memory_order_relaxed );
+    to.function.store( from.function.load( std::memory_order_relaxed ), std::memory_order_relaxed );
+    to.line.store( from.line.load( std::memory_order_relaxed ), std::memory_order_relaxed );
+    to.comment.store( from.comment.load( std::memory_order_relaxed ), std::memory_order_relaxed );
+    to.enterTime.store( from.enterTime.load( std::memory_order_relaxed ), std::memory_order_relaxed );
+}
+// Twice the room. A dump that has given up waiting may still read the old array, so that it stays.
+void growStack( GCallStack& stack )
+{
+    constexpr int FIRST_ROOM = 128;
+    const int room = stack.room ? stack.room * 2 : FIRST_ROOM;
+    auto frames = std::make_unique<GCallFrame[]>( static_cast<size_t>( room ) );
+    const GCallFrame* const old = stack.frames.load( std::memory_order_relaxed );
+    for( int i = 0; i < stack.room; ++i ) copyFrame( old[i], frames[static_cast<size_t>( i )] );
+    const std::scoped_lock lock( stack.lock );
+    stack.frames.store( frames.get( ), std::memory_order_release );
+    stack.arrays.push_back( std::move( frames ) );
+    stack.room = room;
 }
 
 // A thread that failed may hold a lock that its own dump wants: give up after a while and read without it.
@@ -94,14 +118,17 @@ private:
 void GCallEnter( const char* file, const char* function, int line, const char* comment )
 {
     GCallStack& stack = callStack_ ? *callStack_ : openCallStack( );
-    const GCallFrame frame = { file, function, line, comment, GTimeGetTime( ) };
-    stack.lock.lock( );
-    const int depth = stack.depth++;
-    const bool trace = stack.trace;
-    stack.frames.resize( static_cast<size_t>( depth ) );
-    stack.frames.push_back( frame );
-    stack.lock.unlock( );
-    if( trace ) traceEnter( frame, depth );
+    const int depth = stack.depth.load( std::memory_order_relaxed );
+    if( depth >= stack.room ) growStack( stack );
+    GCallFrame& frame = stack.frames.load( std::memory_order_relaxed )[depth];
+    frame.file.store( file, std::memory_order_relaxed );
+    frame.function.store( function, std::memory_order_relaxed );
+    frame.line.store( line, std::memory_order_relaxed );
+    frame.comment.store( comment, std::memory_order_relaxed );
+    frame.enterTime.store( GTimeGetTime( ), std::memory_order_relaxed );
+    stack.used.store( depth + 1, std::memory_order_release );
+    stack.depth.store( depth + 1, std::memory_order_release );
+    if( stack.trace.load( std::memory_order_relaxed ) ) traceEnter( frame, depth );
 }
 
 void GCallLeave( )
@@ -109,12 +136,11 @@ void GCallLeave( )
     GCallStack* const callStack = callStack_;
     GASSERT( callStack );
     if( !callStack ) return;
-    callStack->lock.lock( );
-    const int depth = callStack->depth > 0 ? --callStack->depth : 0;
-    const bool trace = callStack->trace && static_cast<size_t>( depth ) < callStack->frames.size( );
-    const GCallFrame frame = trace ? callStack->frames[static_cast<size_t>( depth )] : GCallFrame( );
-    callStack->lock.unlock( );
-    if( trace ) traceLeave( frame, depth );
+    const int depth = std::max( callStack->depth.load( std::memory_order_relaxed ) - 1, 0 );
+    callStack->depth.store( depth, std::memory_order_release );
+    if( callStack->trace.load( std::memory_order_relaxed ) &&
+        depth < callStack->used.load( std::memory_order_relaxed ) )
+        traceLeave( callStack->frames.load( std::memory_order_relaxed )[depth], depth );
 }
 
 void GCallSetTrace( bool trace )
@@ -135,11 +161,16 @@ void GCallDumpTo( uint64_t threadId, void ( *write )( const char* line ) )
     snprintf( text, sizeof( text ), "---- Call Stack for Thread #%llu -----\n",
               static_cast<unsigned long long>( threadId ) );
     write( text );
-    for( int i = static_cast<int>( stack.frames.size( ) ) - 1; i >= 0; --i )
+    // The number first: an array that is read after it has room for so many.
+    const int used = stack.used.load( std::memory_order_acquire );
+    const int depth = stack.depth.load( std::memory_order_acquire );
+    const GCallFrame* const frames = stack.frames.load( std::memory_order_acquire );
+    for( int i = used - 1; i >= 0; --i )
     {
-        const GCallFrame& frame = stack.frames[static_cast<size_t>( i )];
-        snprintf( text, sizeof( text ), "%s(%d): %c[%s] (%s)\n", frame.file, frame.line, i < stack.depth ? ' ' : '*',
-                  frame.function, frame.comment );
+        const GCallFrame& frame = frames[i];
+        snprintf( text, sizeof( text ), "%s(%d): %c[%s] (%s)\n", frame.file.load( std::memory_order_relaxed ),
+                  frame.line.load( std::memory_order_relaxed ), i < depth ? ' ' : '*',
+                  frame.function.load( std::memory_order_relaxed ), frame.comment.load( std::memory_order_relaxed ) );
         write( text );
     }
 }

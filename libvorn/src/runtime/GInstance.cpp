@@ -15,40 +15,60 @@ constexpr size_t MAX_DUMPED_VALUE = 1024;
 // One count for all blackboards.
 std::atomic<uint64_t> lastGeneration_ = 0;
 
-// A folded name. Short ones are folded in place, so that a read allocates nothing.
-class FoldedName
+} // namespace
+
+// Reads beside other readers; waits for whoever makes a change or holds open.
+class GInstance::Reading
 {
 public:
-    explicit FoldedName( GWStringView name )
+    explicit Reading( GInstance& instance ) : _instance( instance ), _slot( instance._gate.enter( ) )
     {
-        if( name.size( ) > std::size( _small ) )
-        {
-            _large = GToLower( name );
-            _view = _large;
-            return;
-        }
-        std::transform( name.begin( ), name.end( ), _small,
-                        []( char16_t unit )
-                        { return GWITHIN( u'A', unit, u'Z' ) ? static_cast<char16_t>( unit + 0x20 ) : unit; } );
-        _view = GWStringView( _small, name.size( ) );
+        if( !_slot ) _instance.lock( );
     }
-    FoldedName( const FoldedName& ) = delete;
-    FoldedName& operator=( const FoldedName& ) = delete;
-    GWStringView view( ) const { return _view; }
-    GWString text( ) const { return GWString( _view ); }
+    ~Reading( )
+    {
+        if( _slot )
+            GReaderGate::leave( *_slot );
+        else
+            _instance.unlock( );
+    }
+    Reading( const Reading& ) = delete;
+    Reading& operator=( const Reading& ) = delete;
 
 private:
-    char16_t _small[128];
-    GWString _large;
-    GWStringView _view;
+    GInstance& _instance;
+    GReaderGate::Slot* const _slot; // Null for a reader who had to take the lock.
 };
-} // namespace
+
+// Alone with the tables.
+class GInstance::Writing
+{
+public:
+    explicit Writing( GInstance& instance ) : _instance( instance ) { _instance._lockAll( ); }
+    ~Writing( ) { _instance._unlockAll( ); }
+    Writing( const Writing& ) = delete;
+    Writing& operator=( const Writing& ) = delete;
+
+private:
+    GInstance& _instance;
+};
+
+void GInstance::_lockAll( )
+{
+    lock( );
+    if( !_writers++ ) _gate.shut( );
+}
+void GInstance::_unlockAll( )
+{
+    if( !--_writers ) _gate.open( );
+    unlock( );
+}
 
 GInstance::GInstance( const GWString& filename ) : _filename( filename )
 {
     GCALL( GInstance );
     GPRECONDITION( filename.size( ) );
-    const GObjectLock lock( *this );
+    const Writing writing( *this );
     _load( );
     _changed( );
 }
@@ -71,7 +91,7 @@ void GInstance::_load( )
     const size_t pairs = countPairs( names, values );
     const uint64_t now = GTimeGetTime( );
     for( size_t i = 0; i < pairs; ++i )
-        _nameValueMap[GToLower( GUTF8ToWide( GUnescape( names[i] ) ) )] = { GUnescape( values[i] ), true, now };
+        _obtain( GFoldedName( GUTF8ToWide( GUnescape( names[i] ) ) ) ) = { GUnescape( values[i] ), true, now };
 }
 
 void GInstance::save( )
@@ -105,7 +125,7 @@ bool GInstance::_write( const GString& out )
 void GInstance::logDump( )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
+    const GObjectLock scope( *this );
     for( const auto& [name, value] : _nameValueMap )
     {
         if( value.value.empty( ) ) continue;
@@ -121,14 +141,34 @@ void GInstance::_changed( )
     _generation.store( ++lastGeneration_, std::memory_order_release );
 }
 
-GInstance::Value* GInstance::_find( GWStringView name )
+const GInstance::Value* GInstance::_find( GWStringView name ) const
 {
-    const FoldedName lname( name );
-    const auto found = _nameValueMap.find( lname.view( ) );
-    return found == _nameValueMap.end( ) ? nullptr : &found->second;
+    const Entry* const entry = _nameIndex.find( GFoldedName( name ) );
+    return entry ? &entry->second : nullptr;
+}
+GInstance::Value& GInstance::_obtain( const GFoldedName& lname )
+{
+    if( Entry* const entry = _nameIndex.find( lname ) ) return entry->second;
+    Entry& entry = *_nameValueMap.try_emplace( lname.text( ) ).first;
+    _nameIndex.insert( lname.hash( ), &entry );
+    return entry.second;
+}
+void GInstance::_erase( ValueMap::iterator first, ValueMap::iterator last )
+{
+    for( auto entry = first; entry != last; ++entry ) _nameIndex.erase( GFoldedName( entry->first ).hash( ), &*entry );
+    _nameValueMap.erase( first, last );
+}
+void GInstance::_assign( const GFoldedName& lname, std::string_view bytes, bool persist )
+{
+    Value& value = _obtain( lname );
+    value.value = bytes;
+    value.persist = persist;
+    value.timestamp = GTimeGetTime( );
+    _changed( );
+    _notify( lname.view( ) );
 }
 
-void GInstance::_notify( const GWString& lname )
+void GInstance::_notify( GWStringView lname )
 {
     const auto found = _watchMap.find( lname );
     if( found == _watchMap.end( ) ) return;
@@ -139,10 +179,19 @@ void GInstance::_notify( const GWString& lname )
 void GInstance::set( GWStringView name, const GString& value, bool persist )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
-    const Value* const old = _find( name );
-    if( old ? old->value == value : value.empty( ) ) return;
-    setRaw( name, value.data( ), static_cast<int>( value.size( ) ), persist );
+    const GFoldedName lname( name );
+    const auto isEqual = [&]( )
+    {
+        const Entry* const old = _nameIndex.find( lname );
+        return old ? old->second.value == value : value.empty( );
+    };
+    {
+        // Most calls change nothing and disturb nobody.
+        const Reading reading( *this );
+        if( isEqual( ) ) return;
+    }
+    const Writing writing( *this );
+    if( !isEqual( ) ) _assign( lname, value, persist );
 }
 void GInstance::set( GWStringView name, GWStringView value, bool persist )
 {
@@ -159,14 +208,9 @@ void GInstance::set( GWStringView name, int64_t value, bool persist )
 void GInstance::setRaw( GWStringView name, const char* bytes, int length, bool persist )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
-    const GWString lname = FoldedName( name ).text( );
-    Value& value = _nameValueMap[lname];
-    value.value.assign( bytes ? bytes : "", static_cast<size_t>( bytes ? std::max( length, 0 ) : 0 ) );
-    value.persist = persist;
-    value.timestamp = GTimeGetTime( );
-    _changed( );
-    _notify( lname );
+    const GFoldedName lname( name );
+    const Writing writing( *this );
+    _assign( lname, bytes ? std::string_view( bytes, static_cast<size_t>( std::max( length, 0 ) ) ) : "", persist );
 }
 
 GWString GInstance::get( GWStringView name )
@@ -178,8 +222,8 @@ GWString GInstance::get( GWStringView name )
 void GInstance::get( GWStringView name, GWString& out )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     GVERIFY( !name.empty( ) );
+    const Reading reading( *this );
     if( const Value* const value = _find( name ) )
         GUTF8ToWide( value->value, out );
     else
@@ -188,8 +232,8 @@ void GInstance::get( GWStringView name, GWString& out )
 void GInstance::get( GWStringView name, GString& out )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     GVERIFY( !name.empty( ) );
+    const Reading reading( *this );
     if( const Value* const value = _find( name ) )
         out = value->value;
     else
@@ -209,21 +253,21 @@ bool GInstance::get( GWStringView name, GStringVector& vector )
 GString GInstance::getRaw( GWStringView name )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
+    const Reading reading( *this );
     const Value* const value = _find( name );
     return value ? value->value : GString( );
 }
 uint64_t GInstance::getTimestamp( GWStringView name )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
+    const Reading reading( *this );
     const Value* const value = _find( name );
     return value ? value->timestamp : 0;
 }
 bool GInstance::isSet( GWStringView name )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
+    const Reading reading( *this );
     const Value* const value = _find( name );
     return value && !value->value.empty( );
 }
@@ -235,14 +279,14 @@ bool GInstance::contains( GWStringView name, GWStringView item )
 bool GInstance::test( GWStringView name )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
+    const Reading reading( *this );
     const Value* const value = _find( name );
     return value && GTest( std::string_view( value->value ) );
 }
 int64_t GInstance::calc( GWStringView name )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
+    const Reading reading( *this );
     const Value* const value = _find( name );
     return value ? GCalc( std::string_view( value->value ) ) : 0;
 }
@@ -250,8 +294,8 @@ int64_t GInstance::calc( GWStringView name )
 void GInstance::insert( GWStringView name, GWStringView item )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     if( !GVERIFY( !name.empty( ) ) ) return;
+    const Writing writing( *this );
     GStringList list;
     get( name, list );
     if( !GListContains( list, item ) ) list.emplace_back( item );
@@ -260,8 +304,8 @@ void GInstance::insert( GWStringView name, GWStringView item )
 void GInstance::remove( GWStringView name, GWStringView item )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     if( !GVERIFY( !name.empty( ) ) ) return;
+    const Writing writing( *this );
     GStringList list;
     get( name, list );
     list.remove( GWString( item ) );
@@ -271,36 +315,38 @@ void GInstance::remove( GWStringView name, GWStringView item )
 GString& GInstance::open( GWStringView name )
 {
     GCALL( GInstance );
-    lock( );
+    _lockAll( );
     _changed( );
-    return _nameValueMap[FoldedName( name ).text( )].value;
+    return _obtain( GFoldedName( name ) ).value;
 }
 void GInstance::close( GWStringView name, bool notify )
 {
     GCALL( GInstance );
-    const GWString lname = FoldedName( name ).text( );
-    if( GVERIFY( GMAPCONTAINS( _nameValueMap, lname ) ) ) _nameValueMap[lname].timestamp = GTimeGetTime( );
+    const GFoldedName lname( name );
+    Entry* const entry = _nameIndex.find( lname );
+    if( GVERIFY_TEXT( entry, "GMAPCONTAINS( _nameValueMap, lname )" ) ) entry->second.timestamp = GTimeGetTime( );
     _changed( );
-    if( notify ) _notify( lname );
-    unlock( );
+    if( notify ) _notify( lname.view( ) );
+    _unlockAll( );
 }
 
 void GInstance::clear( GWStringView name )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
-    const GWString lname = FoldedName( name ).text( );
+    const GFoldedName folded( name );
+    const GWStringView lname = folded.view( );
+    const Writing writing( *this );
     if( lname.ends_with( u'*' ) )
     {
-        const GWString base = lname.substr( 0, lname.size( ) - 1 );
+        const GWStringView base = lname.substr( 0, lname.size( ) - 1 );
         GASSERT( !base.empty( ) );
         const auto first = _nameValueMap.lower_bound( base );
         auto last = first;
         while( last != _nameValueMap.end( ) && last->first.starts_with( base ) ) ++last;
-        _nameValueMap.erase( first, last );
+        _erase( first, last );
     }
-    else
-        _nameValueMap.erase( lname );
+    else if( const auto found = _nameValueMap.find( lname ); found != _nameValueMap.end( ) )
+        _erase( found, std::next( found ) );
     _changed( );
     _notify( lname );
 }
@@ -309,10 +355,13 @@ void GInstance::clear( GWStringView name )
 void GInstance::enqueue( GWStringView name, const GString& item )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     if( !GVERIFY( !name.empty( ) ) ) return;
-    const GWString lname = FoldedName( name ).text( );
-    std::deque<GString>& queue = _queueMap[lname];
+    const GFoldedName folded( name );
+    const GWStringView lname = folded.view( );
+    const Writing writing( *this );
+    auto found = _queueMap.find( lname );
+    if( found == _queueMap.end( ) ) found = _queueMap.try_emplace( folded.text( ) ).first;
+    std::deque<GString>& queue = found->second;
     if( queue.size( ) >= MAX_QUEUE_LENGTH )
     {
         GLOG( u"WARNING Queue '", lname, u"' is full, dropping its oldest item, ignoring." );
@@ -328,53 +377,64 @@ void GInstance::enqueue( GWStringView name, const GHTTPHeaders& message )
 bool GInstance::dequeue( GWStringView name, GString& out )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     if( !GVERIFY( !name.empty( ) ) ) return false;
-    const FoldedName lname( name );
+    const GFoldedName lname( name );
+    {
+        // Services ask again and again, mostly for nothing.
+        const Reading reading( *this );
+        if( !_lengthOf( lname.view( ) ) ) return false;
+    }
+    const Writing writing( *this );
     const auto found = _queueMap.find( lname.view( ) );
     if( found == _queueMap.end( ) || found->second.empty( ) ) return false;
     out = std::move( found->second.front( ) );
     found->second.pop_front( );
-    _notify( found->first );
+    _notify( lname.view( ) );
     return true;
 }
 bool GInstance::index( GWStringView name, int i, GString& out )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
-    if( i < 0 || i >= length( name ) ) return false;
-    const FoldedName lname( name );
-    const auto found = _queueMap.find( lname.view( ) );
-    if( found == _queueMap.end( ) || static_cast<size_t>( i ) >= found->second.size( ) )
+    const GFoldedName lname( name );
     {
-        GLOG( u"WARNING Somehow indexed past end of queue '", name, u", ignoring." );
-        return false;
+        const Reading reading( *this );
+        if( i < 0 || static_cast<size_t>( i ) >= _lengthOf( lname.view( ) ) ) return false;
+        const auto found = _queueMap.find( lname.view( ) );
+        if( found != _queueMap.end( ) && static_cast<size_t>( i ) < found->second.size( ) )
+        {
+            out = found->second[static_cast<size_t>( i )];
+            return true;
+        }
     }
-    out = found->second[static_cast<size_t>( i )];
-    return true;
+    GLOG( u"WARNING Somehow indexed past end of queue '", name, u", ignoring." );
+    return false;
 }
 int GInstance::length( GWStringView name )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
-    const FoldedName lname( name );
-    const auto found = _queueMap.find( lname.view( ) );
-    return found == _queueMap.end( ) ? 0 : static_cast<int>( found->second.size( ) );
+    const GFoldedName lname( name );
+    const Reading reading( *this );
+    return static_cast<int>( _lengthOf( lname.view( ) ) );
+}
+size_t GInstance::_lengthOf( GWStringView lname ) const
+{
+    const auto found = _queueMap.find( lname );
+    return found == _queueMap.end( ) ? 0 : found->second.size( );
 }
 
 // ---- Watchers.
 void GInstance::watch( GWStringView name, GNotifyHandle notify, int arg )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
     GPRECONDITION( notify );
-    _watchMap[FoldedName( name ).text( )].push_back( { notify, arg } );
+    const Writing writing( *this );
+    _watchMap[GFoldedName( name ).text( )].push_back( { notify, arg } );
 }
 void GInstance::unwatch( GWStringView name, GNotifyHandle notify, int arg )
 {
     GCALL( GInstance );
-    const GObjectLock lock( *this );
-    const auto found = _watchMap.find( FoldedName( name ).view( ) );
+    const Writing writing( *this );
+    const auto found = _watchMap.find( GFoldedName( name ).view( ) );
     if( found != _watchMap.end( ) )
     {
         const auto isSame = [&]( const Watcher& watcher ) { return watcher.notify == notify && watcher.arg == arg; };

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 
 namespace
@@ -198,6 +199,36 @@ TEST( GCallStack, EndsWithItsThread )
         .join( );
     GCallDump( id );
     EXPECT_TRUE( TestLog::lines( ).empty( ) );
+}
+TEST( GCallStack, DeepCallsKeepEveryFrame )
+{
+    constexpr int DEPTH = 1000;
+    for( int i = 0; i < DEPTH; ++i ) GCallEnter( "deep.cpp", i % 2 ? "odd" : "even", i, "function" );
+    GCallDump( GThreadGetCurrent( ) );
+    for( int i = 0; i < DEPTH; ++i ) GCallLeave( );
+    EXPECT_EQ( TestLog::count( "):  [odd] (function)" ), DEPTH / 2 );
+    EXPECT_EQ( TestLog::count( "deep.cpp(0):  [even]" ), 1 );
+    EXPECT_EQ( TestLog::count( "deep.cpp(999):  [odd]" ), 1 );
+}
+TEST( GCallStack, AnotherThreadMayDumpIt )
+{
+    std::atomic<bool> ends = false;
+    std::atomic<uint64_t> id = 0;
+    std::thread busy(
+        [&]( )
+        {
+            const auto recurse = []( const auto& self, int depth ) -> void
+            {
+                const GCallScope scope( "busy.cpp", "recurse", depth, "function" );
+                if( depth < 300 ) self( self, depth + 1 );
+            };
+            for( recurse( recurse, 290 ); !ends; recurse( recurse, 0 ) ) id = GThreadGetCurrent( );
+        } );
+    while( !id ) std::this_thread::yield( );
+    while( TestLog::count( "[recurse] (function)" ) < 1000 ) GCallDump( id );
+    ends = true;
+    busy.join( );
+    EXPECT_GT( TestLog::count( "---- Call Stack for Thread #" ), 0 );
 }
 TEST( GCallStack, DestructorWithoutAStackWarns )
 {
