@@ -54,7 +54,7 @@ private:
         GHTTPHeaders message = input.message( );
         const auto headers = message.headers( );
         for( const auto& [name, value] : headers )
-            message.set( name, replace( replace( value, u"%o", client.host( ) ), u"%f", FAR ) );
+            message.set( name, replace( replace( GWString( value ), u"%o", client.host( ) ), u"%f", FAR ) );
         return message;
     }
     // What every honest message of that device carries.

@@ -17,6 +17,8 @@ public:
     // Empty when absent.
     GString get( const GString& name ) const;
     const GString& text( ) const { return _text; }
+    // The text as it may be logged: values of options whose names end in "password" are masked.
+    GString getLogText( ) const;
 
 private:
     GString _text;

@@ -119,7 +119,7 @@ void GCallEnter( const char* file, const char* function, int line, const char* c
 void GCallLeave( );
 // Logs that thread's stack; unknown threads log nothing. Lock order: global map, then the stack.
 void GCallDump( uint64_t threadId );
-// Switches ENTERING and LEAVING lines for the calling thread.
+// Switches ENTERING and LEAVING lines for the calling thread. A call that was entered before is timed from the switch on.
 void GCallSetTrace( bool trace );
 // Run by the platform at the end of a thread. Logs a warning for an empty id or stack and changes nothing then.
 void _GCallDestructor( uint64_t threadId );

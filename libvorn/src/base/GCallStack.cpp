@@ -125,10 +125,12 @@ void GCallEnter( const char* file, const char* function, int line, const char* c
     frame.function.store( function, std::memory_order_relaxed );
     frame.line.store( line, std::memory_order_relaxed );
     frame.comment.store( comment, std::memory_order_relaxed );
-    frame.enterTime.store( GTimeGetTime( ), std::memory_order_relaxed );
+    // The clock costs more than all the rest, and only a trace tells how long a call took.
+    const bool trace = stack.trace.load( std::memory_order_relaxed );
+    if( trace ) frame.enterTime.store( GTimeGetTime( ), std::memory_order_relaxed );
     stack.used.store( depth + 1, std::memory_order_release );
     stack.depth.store( depth + 1, std::memory_order_release );
-    if( stack.trace.load( std::memory_order_relaxed ) ) traceEnter( frame, depth );
+    if( trace ) traceEnter( frame, depth );
 }
 
 void GCallLeave( )
@@ -147,6 +149,10 @@ void GCallSetTrace( bool trace )
 {
     GCallStack& stack = callStack_ ? *callStack_ : openCallStack( );
     const std::scoped_lock lock( stack.lock );
+    // Calls that have been entered already are timed from here.
+    const uint64_t now = GTimeGetTime( );
+    if( trace && !stack.trace )
+        for( int i = 0; i < stack.depth; ++i ) stack.frames.load( )[i].enterTime = now;
     stack.trace = trace;
 }
 

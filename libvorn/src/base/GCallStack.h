@@ -17,7 +17,7 @@ struct GCallFrame
     std::atomic<const char*> function = nullptr;
     std::atomic<int> line = 0;
     std::atomic<const char*> comment = nullptr;
-    std::atomic<uint64_t> enterTime = 0;
+    std::atomic<uint64_t> enterTime = 0; // Microseconds since 1601; of use while the thread is traced.
 };
 
 struct GCallStack

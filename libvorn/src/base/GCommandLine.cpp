@@ -1,5 +1,6 @@
 #include "base/GCommandLine.h"
 
+#include "base/GDebug.h"
 #include "base/GUtil.h"
 
 GCommandLine::GCommandLine( const GString& text ) : _text( text )
@@ -40,4 +41,20 @@ GString GCommandLine::get( const GString& name ) const
     GString value;
     get( name, value );
     return value;
+}
+GString GCommandLine::getLogText( ) const
+{
+    GString out;
+    bool isSecret = false;
+    for( size_t begin = 0; begin <= _text.size( ); )
+    {
+        const size_t end = std::min( _text.find( ' ', begin ), _text.size( ) );
+        const GString token = _text.substr( begin, end - begin );
+        const bool isOption = token.starts_with( '-' );
+        if( begin ) out += ' ';
+        out += isSecret && !isOption && !token.empty( ) ? GString( "********" ) : token;
+        if( !token.empty( ) ) isSecret = isOption && GLogIsSecret( GUTF8ToWide( token ) );
+        begin = end + 1;
+    }
+    return out;
 }

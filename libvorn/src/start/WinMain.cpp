@@ -52,7 +52,7 @@ bool openLog( bool echo )
 void logStart( const GCommandLine& commandLine )
 {
     GLOGPLAIN( u"Version: ", VERSION_TEXT );
-    GLOGPLAIN( u"Command Line: ", commandLine.text( ) );
+    GLOGPLAIN( u"Command Line: ", commandLine.getLogText( ) );
     GLOGPLAIN( u"System: ", GSystemGetInfo( ) );
     const GString filter = commandLine.get( "log" );
     GLogSetFilter( filter );

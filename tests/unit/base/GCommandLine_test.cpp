@@ -58,3 +58,11 @@ TEST( GCommandLine, AbsentOptionLeavesTheTargetAlone )
     EXPECT_EQ( line.get( "host" ), "" );
     EXPECT_FALSE( line.contains( "" ) );
 }
+TEST( GCommandLine, PasswordsAreNotForTheLog )
+{
+    const GString plain = "-log x  -silent file -password_hint dog ";
+    EXPECT_EQ( GCommandLine( plain ).getLogText( ), plain );
+    EXPECT_EQ( GCommandLine( "-Local_Password  secret next -password -log x" ).getLogText( ),
+               "-Local_Password  ******** next -password -log x" );
+    EXPECT_EQ( GCommandLine( "" ).getLogText( ), "" );
+}

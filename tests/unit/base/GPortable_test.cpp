@@ -187,6 +187,20 @@ TEST( GCallStack, AnotherThreadsStackCanBeDumpedWhileItRuns )
     GEventClose( entered );
     GEventClose( dumped );
 }
+TEST( GCallStack, CallEnteredBeforeTheTraceIsTimedFromItsSwitch )
+{
+    TestClock clock;
+    GCallEnter( "a.cpp", "before", 1, "function" );
+    clock.advance( 7000 );
+    GCallSetTrace( true );
+    GCallEnter( "a.cpp", "within", 2, "function" );
+    clock.advance( 12999 );
+    GCallLeave( );
+    GCallLeave( );
+    GCallSetTrace( false );
+    EXPECT_EQ( TestLog::count( "  LEAVING within (a.cpp: 2), 12ms\n" ), 1 );
+    EXPECT_EQ( TestLog::count( " LEAVING before (a.cpp: 1), 12ms\n" ), 1 );
+}
 TEST( GCallStack, EndsWithItsThread )
 {
     uint64_t id = 0;
