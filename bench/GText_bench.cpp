@@ -1,6 +1,8 @@
 // Messages, the blackboard and expressions beside a signalling library, a locked map and a shared grammar.
 #include "Bench.h"
 
+#include "client/skin/GAttributeStack.h"
+#include "client/skin/GEvaluator.h"
 #include "runtime/GHTTPHeaders.h"
 #include "runtime/GInstance.h"
 
@@ -121,9 +123,9 @@ std::vector<GWString> namesOfBuddies( )
 }
 
 template <typename Table>
-void readAll( Table& table, const std::vector<GWString>& names, size_t from, GString& out )
+void readAll( Table& table, const std::vector<GWString>& names, size_t from, int times, GString& out )
 {
-    for( size_t i = 0; i < READS; i++ )
+    for( size_t i = 0; i < static_cast<size_t>( times ) * READS; i++ )
     {
         table.get( names[( from + i ) % names.size( )], out );
         Bench::keep( out );
@@ -136,6 +138,8 @@ class Readers
 {
 public:
     static constexpr int THREADS = 8;
+    // A thread reads for longer than the system lets it run at a time.
+    static constexpr int TIMES = 16;
     Readers( Table& table, const std::vector<GWString>& names )
     {
         for( int i = 0; i < THREADS; i++ )
@@ -145,7 +149,7 @@ public:
                     GString out;
                     for( _turn.arrive_and_wait( ); !_ends; _turn.arrive_and_wait( ) )
                     {
-                        readAll( table, names, static_cast<size_t>( i ) * 601, out );
+                        readAll( table, names, static_cast<size_t>( i ) * 601, TIMES, out );
                         _turn.arrive_and_wait( );
                     }
                 } );
@@ -180,24 +184,74 @@ void blackboard( Bench::Suite& suite )
         map.set( names[i], std::to_string( i ) );
     }
     GString out;
-    const auto read = [&] { readAll( *instance, names, 0, out ); };
+    const auto read = [&] { readAll( *instance, names, 0, 1, out ); };
     suite.rate( "blackboard read, 1 thread", "M/s", READS * MILLION, { 2.5, 4 }, read,
-                [&] { readAll( map, names, 0, out ); } );
+                [&] { readAll( map, names, 0, 1, out ); } );
     suite.allocationsOf( "blackboard read", 0, read );
 
     suite.useWallClock( true );
     Readers<GInstance> readers( *instance, names );
     Readers<LockedMap> mapReaders( map, names );
-    constexpr double ALL = READS * Readers<GInstance>::THREADS * MILLION;
+    constexpr int ROUNDS = Readers<GInstance>::THREADS * Readers<GInstance>::TIMES;
+    constexpr double ALL = READS * ROUNDS * MILLION;
     suite.rate(
         "blackboard read, 8 threads", "M/s", ALL, { 2.5, 9 }, [&] { readers.run( ); }, [&] { mapReaders.run( ); } );
     suite.rate(
         "blackboard read, 8 threads beside 1", "M/s", ALL, { 1, 1.5 }, [&] { readers.run( ); },
-        [&]
-        {
-            for( int i = 0; i < Readers<GInstance>::THREADS; i++ ) read( );
-        } );
+        [&] { readAll( *instance, names, 0, ROUNDS, out ); } );
     suite.useWallClock( false );
+}
+
+// ---- Expressions.
+
+struct Deaf : IGNotifyListener
+{
+    void onNotification( int, uint64_t ) override {}
+};
+
+// One grammar for all, run over the text each time; its value is run over again while there are names in it.
+GWString expand( const GEvaluator& evaluator, const std::map<GWString, GWString>& names, GWString text )
+{
+    GExpression expression;
+    for( GWString last; text != last && text.find( u'$' ) != GWString::npos; )
+    {
+        last = text;
+        text.clear( );
+        evaluator.parse( last, expression );
+        for( const GExpressionPart& part : expression )
+        {
+            const auto found = part.isName ? names.find( part.text ) : names.end( );
+            text += part.isName ? found == names.end( ) ? GWString( ) : found->second : part.text;
+        }
+    }
+    return text;
+}
+
+void expressions( Bench::Suite& suite )
+{
+    constexpr double MILLION = 1e-6;
+    Deaf listener;
+    const GNotifyHandle notify = GNotifyOpen( &listener );
+    const std::unique_ptr<GInstance> instance( GSAFENEW( GInstance, ( u"bench_text.ini" ) ) );
+    const GAttributeList attributes = { { u"align", u"right" }, { u"a", u"buddy7" }, { u"c", u"align" } };
+    const std::map<GWString, GWString> names( attributes.begin( ), attributes.end( ) );
+    const GEvaluator evaluator;
+    {
+        GAttributeStack stack( instance.get( ), notify );
+        stack.push( u"/skin/window", attributes );
+        for( const char16_t* const text : { u"$align", u"{$a}_b", u"${$c}" } )
+        {
+            GWString value;
+            const auto evaluate = [&] { Bench::keep( stack.read( text, value ) ); };
+            evaluate( );
+            if( value != expand( evaluator, names, text ) ) abort( );
+            const std::string name = "expression " + GWideToUTF8( text );
+            suite.rate( name, "M/s", MILLION, { 1, 10 }, evaluate,
+                        [&] { Bench::keep( expand( evaluator, names, text ) ); } );
+            suite.allocationsOf( name, 0, evaluate );
+        }
+    }
+    GNotifyClose( notify );
 }
 } // namespace
 
@@ -206,6 +260,7 @@ int main( int argc, char** argv )
     Bench::Suite suite( "text", argc, argv );
     messages( suite );
     blackboard( suite );
+    expressions( suite );
     std::remove( "bench_text.ini" );
     return suite.finish( );
 }

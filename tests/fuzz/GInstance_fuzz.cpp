@@ -14,9 +14,10 @@ namespace
 // In memory where there is such a place: each save waits for the disk.
 const GString& path( )
 {
-    static const GString text = ( std::filesystem::is_directory( "/dev/shm" ) ? "/dev/shm/" : "" ) +
-                                ( "velmora_fuzz_" + std::to_string( getpid( ) ) + ".ini" );
-    return text;
+    // Outlives everything: the file is removed at the very end.
+    static const auto* const text = new GString( ( std::filesystem::is_directory( "/dev/shm" ) ? "/dev/shm/" : "" ) +
+                                                 ( "velmora_fuzz_" + std::to_string( getpid( ) ) + ".ini" ) );
+    return *text;
 }
 void write( const std::vector<char>& bytes )
 {

@@ -16,8 +16,9 @@ void requireNames( const GWString& text )
     Fuzz::require( GLogIsSecret( text ) == lower.ends_with( u"password" ) );
     Fuzz::require( GLogMask( text + u"PassWord", u"secret" ).find( u"secret" ) == GWString::npos );
 }
-void requireNumbers( const GString& bytes, const GWString& text )
+void requireNumbers( const GWString& text )
 {
+    const GString bytes = GWideToUTF8( text );
     const int64_t number = GCalc( text );
     Fuzz::require( GCalc( GNumber( number ) ) == number );
     Fuzz::require( GCalc( std::string_view( bytes ) ) == number && GTest( bytes ) == GTest( text ) );
@@ -28,9 +29,8 @@ void requireNumbers( const GString& bytes, const GWString& text )
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
 {
     const std::vector<char> rest = Fuzz::Input( data, size ).rest( );
-    const GString bytes( rest.begin( ), rest.end( ) );
-    const GWString text = GUTF8ToWide( bytes );
+    const GWString text = GUTF8ToWide( std::string_view( rest.data( ), rest.size( ) ) );
     requireNames( text );
-    requireNumbers( bytes, text );
+    requireNumbers( text );
     return 0;
 }

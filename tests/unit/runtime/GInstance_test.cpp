@@ -172,6 +172,44 @@ TEST_F( GInstanceTest, SavesAndLoadsPersistentValuesOnly )
     instance( ).save( );
     EXPECT_EQ( read( ).substr( 0, 5 ), "a: 1\n" );
 }
+TEST_F( GInstanceTest, LeadingBlanksAreLostOnTheWayBackAndTrailingOnesStay )
+{
+    instance( ).set( u"a", u"  x  ", true );
+    instance( ).set( u"b", u"\ty ", true );
+    open( );
+    EXPECT_EQ( instance( ).get( u"a" ), u"x  " );
+    EXPECT_EQ( instance( ).get( u"b" ), u"\ty " ); // A tab is written as an escape.
+}
+TEST_F( GInstanceTest, SavedLinesStandInTheOrderOfTheFoldedNames )
+{
+    for( const char16_t* name : { u"b", u"\u00E4", u"A", u"_", u"Zz", u"z" } ) instance( ).set( name, u"1", true );
+    instance( ).clear( u"_*" );
+    instance( ).set( u"AB", u"2", true );
+    instance( ).save( );
+    EXPECT_EQ( read( ), "a: 1\nab: 2\nb: 1\nz: 1\nzz: 1\n\xC3\xA4: 1\n\n" );
+}
+TEST_F( GInstanceTest, WatchersAreToldInTheOrderOfTheirWatch )
+{
+    Listener listener;
+    const GNotifyHandle notify = GNotifyOpen( &listener );
+    for( const int arg : { 3, 1, 2, 1 } ) instance( ).watch( u"a", notify, arg );
+    instance( ).unwatch( u"A", notify, 1 ); // The first of the two.
+    instance( ).set( u"a", u"1" );
+    pump( );
+    EXPECT_EQ( listener.kinds, ( std::vector<int>{ 3, 2, 1 } ) );
+    for( const int arg : { 3, 2, 1 } ) instance( ).unwatch( u"a", notify, arg );
+    GNotifyClose( notify );
+}
+TEST_F( GInstanceTest, ManyNamesComeAndGo )
+{
+    for( int i = 0; i < 5000; ++i ) instance( ).set( GConcat( u"Name_", i ), i );
+    instance( ).clear( u"name_1*" );
+    for( int i = 0; i < 5000; ++i )
+        ASSERT_EQ( instance( ).getRaw( GConcat( u"nAME_", i ) ),
+                   std::to_string( i )[0] == '1' ? "" : std::to_string( i ) );
+    instance( ).set( u"name_17", 18 );
+    EXPECT_EQ( instance( ).calc( u"NAME_17" ), 18 );
+}
 TEST_F( GInstanceTest, DestructorSaves )
 {
     instance( ).set( u"a", u"1", true );

@@ -30,6 +30,23 @@ TEST( GInstanceHotPath, ReadsAllocateNothing )
     work( );
     EXPECT_EQ( countAllocations( work ), 0 );
     EXPECT_GT( sum, 0 );
+    // A change of a name that is there already, the same text again, and a look at an empty queue take nothing either.
+    const GString first = "a text of the first kind, longer than in place";
+    const GString second = "a text of the other kind, longer than in place";
+    const auto change = [&]( )
+    {
+        for( int i = 0; i < 100; ++i )
+        {
+            instance->set( u"Changing_Name_Of_Some_Length", i % 2 ? first : second );
+            instance->set( u"Changing_Name_Of_Some_Length", i % 2 ? first : second );
+            instance->open( u"Changing_Name_Of_Some_Length" ).front( ) = 'A';
+            instance->close( u"Changing_Name_Of_Some_Length", true );
+            sum += instance->length( u"Some_Service_commandQueue" );
+            instance->dequeue( u"Some_Service_commandQueue", narrow );
+        }
+    };
+    change( );
+    EXPECT_EQ( countAllocations( change ), 0 );
     instance.reset( );
     std::filesystem::remove( GWideToUTF8( path ) );
 }
