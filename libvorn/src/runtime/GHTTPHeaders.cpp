@@ -1,6 +1,7 @@
 #include "runtime/GHTTPHeaders.h"
 
 #include "base/GDebug.h"
+#include "base/GPlainText.h"
 #include "runtime/GHeaderScanner.h"
 
 #include <boost/spirit/include/classic_core.hpp>
@@ -31,6 +32,20 @@ int64_t measure( int64_t header, GWStringView sizes )
         total += part;
     }
     return total;
+}
+
+// Nearly all text is plain and is narrowed where it belongs.
+template <GPlainText::Kind kind>
+void appendEscaped( GString& out, GWStringView text )
+{
+    const size_t begin = out.size( );
+    out.resize( begin + text.size( ) );
+    const size_t narrowed = GPlainText::narrow( text.data( ), text.size( ), out.data( ) + begin );
+    if( GPlainText::count<kind>( out.data( ) + begin, narrowed ) == text.size( ) ) return;
+    out.resize( begin );
+    static thread_local GString bytes; // Keeps its room.
+    GWideToUTF8( text, bytes );
+    GAppendEscaped( out, bytes, kind == GPlainText::Kind::Name ? ": " : "" );
 }
 
 bool holdsSecret( const GHeaderTable& headers )
@@ -208,17 +223,14 @@ const GString& GHTTPHeaders::getContent( int index ) const
 // The header lines, as they are written or as they may be logged.
 void GHTTPHeaders::_appendLines( GString& out, bool masked ) const
 {
-    static thread_local GString bytes;
     for( const auto& [name, value] : _headers )
     {
         if( !name.empty( ) )
         {
-            GWideToUTF8( name, bytes );
-            GAppendEscaped( out, bytes, ": " );
+            appendEscaped<GPlainText::Kind::Name>( out, name );
             out += ": ";
         }
-        GWideToUTF8( masked ? GLogMask( name, value ) : value, bytes );
-        GAppendEscaped( out, bytes, "" );
+        appendEscaped<GPlainText::Kind::Value>( out, masked ? GLogMask( name, value ) : value );
         out += EOL;
     }
 }
