@@ -13,6 +13,8 @@ public:
     // `time`: microseconds at which the notification was posted.
     virtual void onNotification( int kind, uint64_t time ) = 0;
 };
+// User-interface thread. The listener must not be null and has to outlive the handle.
 GNotifyHandle GNotifyOpen( IGNotifyListener* listener );
 void GNotifyClose( GNotifyHandle notify );
+// Any thread, for as long as the handle is open. Notifications of one thread arrive in their order; none once the platform shuts down.
 void GNotify( GNotifyHandle notify, int kind );

@@ -1,4 +1,4 @@
-// Repeating timers on the user-interface thread. Ticks stop once the platform shuts down.
+// Repeating timers. User-interface thread only; ticks come in the message loop and stop once the platform shuts down.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,8 @@ public:
     virtual ~IGTimerListener( ) = default;
     virtual void onTimer( GTimer timer ) = 0;
 };
-// Preconditions: a period above 0 and a listener.
+// Preconditions: a period above 0 and a listener, which has to outlive the timer. Periods are whole milliseconds, at least one. The
+// first tick comes one period from now; ticks that the message loop was too busy for are not made up for.
 GTimer GTimerOpen( int64_t microseconds, IGTimerListener* listener );
+// No tick comes after it; also from within a tick.
 void GTimerClose( GTimer timer );

@@ -25,8 +25,12 @@ protected:
         QTimer waker; // `done` may look at what sends no event.
         waker.start( 5 );
         const QDeadlineTimer deadline( MOST_MILLISECONDS );
-        while( !done( ) && !deadline.hasExpired( ) ) QCoreApplication::processEvents( QEventLoop::WaitForMoreEvents );
-        return done( );
+        while( !done( ) )
+        {
+            if( deadline.hasExpired( ) ) return false;
+            QCoreApplication::processEvents( QEventLoop::WaitForMoreEvents );
+        }
+        return true;
     }
     // Runs all that is under way now.
     static void pumpAll( )

@@ -1,11 +1,23 @@
 #include "libvorn/src/platform/input/GKeyTable.h"
 
+#include "base/GPortable.h"
+#include "base/GUtil.h"
 #include "platform/GSystem.h"
 #include "support/TestLog.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
+
+namespace
+{
+GWString lower( GWString name )
+{
+    for( char16_t& letter : name )
+        if( GWITHIN( u'A', letter, u'Z' ) ) letter += 32;
+    return name;
+}
+} // namespace
 
 TEST( GKeyTable, NamesAreReadInEitherCase )
 {
@@ -19,17 +31,52 @@ TEST( GKeyTable, NamesAreReadInEitherCase )
     EXPECT_EQ( 0, GKeyFromName( u"" ) );
 }
 
-TEST( GKeyTable, EveryNameLeadsBackToItsKey )
+TEST( GKeyTable, EveryRowLeadsFromEachOfItsColumnsToTheOthers )
 {
-    std::set<int> keys;
     for( const GKeyRow* row = GKeyTableBegin( ); row->name; ++row )
     {
-        EXPECT_EQ( row->key, GKeyFromName( row->name ) );
-        EXPECT_EQ( row->name, GKeyGetName( row->key ) );
-        EXPECT_TRUE( keys.insert( row->key ).second ) << row->key;
-        EXPECT_EQ( row->key, GKeyFromKeysym( row->keysym ) );
+        const GString name = GWideToUTF8( row->name );
+        EXPECT_EQ( row->key, GKeyFromName( row->name ) ) << name;
+        EXPECT_EQ( row->key, GKeyFromName( GUTF8ToWide( " " + name + "\t" ) ) ) << name;
+        EXPECT_EQ( row->name, GKeyGetName( row->key ) ) << name;
+        EXPECT_EQ( row, GKeyTableFind( row->key ) ) << name;
+        EXPECT_EQ( row->key, GKeyFromKeysym( row->keysym ) ) << name;
+        EXPECT_EQ( row->otherKeysym ? row->key : 0, GKeyFromKeysym( row->otherKeysym ) ) << name;
     }
     EXPECT_EQ( u"", GKeyGetName( 7 ) );
+    EXPECT_EQ( nullptr, GKeyTableFind( 7 ) );
+}
+
+TEST( GKeyTable, NothingStandsInItTwice )
+{
+    std::set<GWString> names;
+    std::set<int> keys;
+    std::set<uint32_t> keysyms;
+    for( const GKeyRow* row = GKeyTableBegin( ); row->name; ++row )
+    {
+        EXPECT_TRUE( names.insert( lower( row->name ) ).second ) << GWideToUTF8( row->name );
+        EXPECT_TRUE( keys.insert( row->key ).second ) << row->key;
+        EXPECT_TRUE( GWITHIN( 1, row->key, 254 ) ) << row->key;
+        for( const uint32_t keysym : { row->keysym, row->otherKeysym } )
+            EXPECT_TRUE( !keysym || keysyms.insert( keysym ).second ) << keysym;
+        EXPECT_NE( 0u, row->keysym ) << row->key;
+    }
+    EXPECT_GT( keys.size( ), 100u );
+}
+
+TEST( GKeyTable, EveryKeyReadsBackFromAHotkeysText )
+{
+    for( const GKeyRow* row = GKeyTableBegin( ); row->name; ++row )
+    {
+        int modifiers = 0;
+        int key = 0;
+        GKeyParseHotkey( GConcat( u"ALT+", row->name ), modifiers, key );
+        const int modifier = GKeyGetModifier( row->key );
+        EXPECT_EQ( GKM_ALT | modifier, modifiers ) << row->key;
+        EXPECT_EQ( modifier ? 0 : row->key, key ) << row->key;
+        // A name that held the sign between names could not.
+        EXPECT_EQ( GWString::npos, GWString( row->name ).find( u'+' ) ) << row->key;
+    }
 }
 
 TEST( GKeyTable, CapitalKeysymsAreTheSameKey )

@@ -61,7 +61,7 @@ TEST_F( GSystemTest, SleepReachesEveryListenerAndTheLog )
     GSystemRegisterListener( &a );
     GSystemRegisterListener( &b );
     GLogSetFilter( "w" );
-    GSleepWatch watch( nullptr );
+    GSleepWatch watch( QDBusConnection( QStringLiteral( "no such bus" ) ), nullptr );
     watch.onPrepareForSleep( true );
     watch.onPrepareForSleep( false );
     GLogSetFilter( "" );

@@ -22,9 +22,9 @@ void GIconSetState( GIcon icon, int state )
 }
 void GIconSetText( GIcon, const GWString& ) {}
 void GIconSetBubble( GIcon, const GWString&, const GWString&, int ) {}
-bool GIconIsShown( GIcon )
+bool GIconHasHost( )
 {
-    return false;
+    return true;
 }
 int GMenuExecute( const GStringVector& )
 {

@@ -113,6 +113,10 @@ GRect GWinGetWorkArea( int, int )
 {
     return WORK_AREA;
 }
+bool GWinIsAnyShown( )
+{
+    return true;
+}
 double GWinGetScale( )
 {
     return 1.0;

@@ -3,7 +3,10 @@
 #include "base/GPortable.h"
 #include "platform/desktop/GDesktop_Qt.h"
 
+#include <QDir>
+#include <QEventLoop>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -19,6 +22,32 @@ QMessageBox::Icon iconOf( GBoxIcon icon )
     case GBOX_ERROR: return QMessageBox::Critical;
     default: return QMessageBox::Information;
     }
+}
+// Where the next chooser begins: beside the file that was chosen last.
+QString& folder( )
+{
+    static QString last = QDir::homePath( );
+    return last;
+}
+
+// Waits without holding the program's windows up: a call may come in while somebody looks for a file.
+GWString chooseFile( const GWString& title, QFileDialog::AcceptMode mode, const QString& name )
+{
+    if( GDesktopIsDown( ) ) return { };
+    QFileDialog dialog( nullptr, GDesktopText( title ), folder( ) );
+    dialog.setAcceptMode( mode );
+    dialog.setFileMode( mode == QFileDialog::AcceptOpen ? QFileDialog::ExistingFile : QFileDialog::AnyFile );
+    // A name from elsewhere says nothing about the place.
+    if( !name.isEmpty( ) ) dialog.selectFile( QFileInfo( name ).fileName( ) );
+    QEventLoop loop;
+    QObject::connect( &dialog, &QDialog::finished, &loop, &QEventLoop::quit );
+    dialog.show( );
+    dialog.activateWindow( );
+    loop.exec( );
+    if( dialog.result( ) != QDialog::Accepted || dialog.selectedFiles( ).isEmpty( ) ) return { };
+    const QString path = dialog.selectedFiles( ).constFirst( );
+    folder( ) = QFileInfo( path ).absolutePath( );
+    return GDesktopText( path );
 }
 } // namespace
 
@@ -47,12 +76,12 @@ GWString GSystemChooseFileOpen( const GWString& title )
 {
     GCALL( function );
     GDesktopOpen( );
-    return GDesktopText( QFileDialog::getOpenFileName( nullptr, GDesktopText( title ) ) );
+    return chooseFile( title, QFileDialog::AcceptOpen, QString( ) );
 }
 
 GWString GSystemChooseFileSave( const GWString& title, const GWString& name )
 {
     GCALL( function );
     GDesktopOpen( );
-    return GDesktopText( QFileDialog::getSaveFileName( nullptr, GDesktopText( title ), GDesktopText( name ) ) );
+    return chooseFile( title, QFileDialog::AcceptSave, GDesktopText( name ) );
 }

@@ -1,27 +1,16 @@
-#include "platform/GIcon.h"
+#include "platform/tray/GIcon_Qt.h"
 
 #include "base/GPortable.h"
-#include "base/GUtil.h"
 #include "platform/desktop/GDesktop_Qt.h"
+#include "platform/tray/GTrayHost_X11.h"
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QIcon>
+#include <QGuiApplication>
 #include <QPainter>
 #include <QPointer>
-#include <QSystemTrayIcon>
-
-#include <array>
-
-struct GIconRecord : public QSystemTrayIcon
-{
-    IGIconListener* listener = nullptr;
-    std::array<QIcon, 6> icons;
-    int current = GIS_PUBLIC_OFFLINE;
-    GWString toolTip;
-    GWString bubble;
-    int cookie = 0;
-};
+#include <QStyleHints>
+#include <QTextDocument>
 
 namespace
 {
@@ -71,9 +60,20 @@ QIcon loadState( int state )
     return icon;
 }
 
+// Hosts on the bus tell of each click alike.
+bool isSecondClick( GIcon icon )
+{
+    const int interval = QGuiApplication::styleHints( )->mouseDoubleClickInterval( );
+    const bool second = icon->lastClick.isValid( ) && icon->lastClick.elapsed( ) <= interval;
+    second ? icon->lastClick.invalidate( ) : icon->lastClick.start( );
+    return second;
+}
+
 // Listeners may open a menu or close the icon, so they run from the message loop and not within the toolkit's own handling.
 void onActivated( GIcon icon, QSystemTrayIcon::ActivationReason reason )
 {
+    if( reason == QSystemTrayIcon::Trigger && isSecondClick( icon ) ) reason = QSystemTrayIcon::DoubleClick;
+    if( reason == QSystemTrayIcon::DoubleClick ) icon->lastClick.invalidate( );
     const QPointer<QSystemTrayIcon> guard( icon );
     GDesktopPost(
         [guard, icon, reason]( )
@@ -85,7 +85,7 @@ void onActivated( GIcon icon, QSystemTrayIcon::ActivationReason reason )
         } );
 }
 
-void onMessageClicked( GIcon icon )
+void onBalloonClicked( GIcon icon )
 {
     const QPointer<QSystemTrayIcon> guard( icon );
     GDesktopPost(
@@ -94,20 +94,41 @@ void onMessageClicked( GIcon icon )
             if( guard ) icon->listener->onBubbleClick( icon, icon->cookie );
         } );
 }
+
+// No half of a pair at the end.
+QString cutText( const GWString& text, size_t most )
+{
+    GWString cut = text.substr( 0, most );
+    if( cut.size( ) < text.size( ) && !cut.empty( ) && QChar::isHighSurrogate( cut.back( ) ) ) cut.pop_back( );
+    return GDesktopText( cut );
+}
 } // namespace
+
+GIconRecord::GIconRecord( IGIconListener* listener_ ) : listener( listener_ )
+{
+    for( int state = GIS_PUBLIC_OFFLINE; state <= GIS_PRIVATE_ONLINE; ++state ) icons[state] = loadState( state );
+    setIcon( icons[current] );
+    QObject::connect( this, &QSystemTrayIcon::activated, this,
+                      [this]( QSystemTrayIcon::ActivationReason reason ) { onActivated( this, reason ); } );
+    QObject::connect( this, &QSystemTrayIcon::messageClicked, this, [this]( ) { onBalloonClicked( this ); } );
+    balloon.onClick = [this]( ) { onBalloonClicked( this ); };
+    balloon.onRefused = [this]( const QString& title, const QString& text, int milliseconds )
+    {
+        if( GTrayHostIsThere( ) )
+            showMessage( title, text, QSystemTrayIcon::Information, milliseconds );
+        else
+            window.show( title, text, milliseconds );
+        GDesktopFlush( );
+    };
+    window.onClick = balloon.onClick;
+}
 
 GIcon GIconOpen( IGIconListener* listener )
 {
     GCALL( function );
     GPRECONDITION( listener );
     GDesktopOpen( );
-    auto* icon = new GIconRecord;
-    icon->listener = listener;
-    for( int state = GIS_PUBLIC_OFFLINE; state <= GIS_PRIVATE_ONLINE; ++state ) icon->icons[state] = loadState( state );
-    icon->setIcon( icon->icons[icon->current] );
-    QObject::connect( icon, &QSystemTrayIcon::activated, icon,
-                      [icon]( QSystemTrayIcon::ActivationReason reason ) { onActivated( icon, reason ); } );
-    QObject::connect( icon, &QSystemTrayIcon::messageClicked, icon, [icon]( ) { onMessageClicked( icon ); } );
+    auto* icon = new GIconRecord( listener );
     icon->show( );
     GDesktopFlush( );
     return icon;
@@ -138,7 +159,9 @@ void GIconSetText( GIcon icon, const GWString& text )
     GPRECONDITION( icon );
     if( GDesktopIsDown( ) || icon->toolTip == text ) return;
     icon->toolTip = text;
-    icon->setToolTip( GDesktopText( text.substr( 0, MOST_TOOL_TIP ) ) );
+    const QString shown = cutText( text, MOST_TOOL_TIP );
+    // The toolkit takes what looks like markup for it.
+    icon->setToolTip( Qt::mightBeRichText( shown ) ? Qt::convertFromPlainText( shown ) : shown );
 }
 
 void GIconSetBubble( GIcon icon, const GWString& title, const GWString& text, int cookie )
@@ -148,13 +171,11 @@ void GIconSetBubble( GIcon icon, const GWString& title, const GWString& text, in
     if( GDesktopIsDown( ) || icon->bubble == text ) return;
     icon->bubble = text;
     icon->cookie = cookie;
-    icon->showMessage( GDesktopText( title.substr( 0, MOST_TITLE ) ), GDesktopText( text.substr( 0, MOST_BUBBLE ) ),
-                       QSystemTrayIcon::Information, BUBBLE_MILLISECONDS );
-    GDesktopFlush( );
+    icon->balloon.show( cutText( title, MOST_TITLE ), cutText( text, MOST_BUBBLE ), BUBBLE_MILLISECONDS );
 }
 
-bool GIconIsShown( GIcon icon )
+bool GIconHasHost( )
 {
-    GPRECONDITION( icon );
-    return icon->isVisible( ) && QSystemTrayIcon::isSystemTrayAvailable( );
+    GDesktopOpen( );
+    return GTrayHostIsThere( );
 }

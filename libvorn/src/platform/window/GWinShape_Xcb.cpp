@@ -30,6 +30,12 @@ xcb_atom_t getAtom( xcb_connection_t* connection, const std::string& name )
     return reply ? reply->atom : xcb_atom_t{ XCB_ATOM_NONE };
 }
 
+xcb_atom_t getStateAtom( xcb_connection_t* connection )
+{
+    static const xcb_atom_t atom = getAtom( connection, "WM_STATE" );
+    return atom;
+}
+
 bool askComposited( xcb_connection_t* connection )
 {
     // The manager of the first screen; the toolkit knows no other.
@@ -65,6 +71,71 @@ void GWinShapeInput( QWindow& window, const std::vector<GRect>& bands )
                           static_cast<xcb_window_t>( window.winId( ) ), 0, 0,
                           static_cast<uint32_t>( rectangles.size( ) ), rectangles.data( ) );
     GDesktopFlush( );
+}
+
+bool GWinIsIconic( QWindow& window )
+{
+    constexpr uint32_t ICONIC = 3; // IconicState, by the conventions of X clients (4.1.3.1).
+    xcb_connection_t* connection = GDesktopGetConnection( );
+    if( !connection ) return false;
+    const xcb_atom_t atom = getStateAtom( connection );
+    const Reply<xcb_get_property_reply_t> reply( xcb_get_property_reply(
+        connection, xcb_get_property( connection, 0, static_cast<xcb_window_t>( window.winId( ) ), atom, atom, 0, 1 ),
+        nullptr ) );
+    return reply && reply->format == 32 && xcb_get_property_value_length( reply.get( ) ) >= 4 &&
+           *static_cast<const uint32_t*>( xcb_get_property_value( reply.get( ) ) ) == ICONIC;
+}
+
+void GWinMap( QWindow& window )
+{
+    xcb_connection_t* connection = GDesktopGetConnection( );
+    if( !connection ) return;
+    xcb_map_window( connection, static_cast<xcb_window_t>( window.winId( ) ) );
+    GDesktopFlush( );
+}
+
+void GWinActivate( QWindow& window )
+{
+    constexpr uint32_t BY_THE_USER = 2; // The source of a request, by the window manager hints 1.5.
+    xcb_connection_t* connection = GDesktopGetConnection( );
+    if( !connection ) return;
+    static const xcb_atom_t atom = getAtom( connection, "_NET_ACTIVE_WINDOW" );
+    xcb_client_message_event_t message = { };
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = static_cast<xcb_window_t>( window.winId( ) );
+    message.type = atom;
+    message.data.data32[0] = BY_THE_USER;
+    const xcb_window_t root = xcb_setup_roots_iterator( xcb_get_setup( connection ) ).data->root;
+    xcb_send_event( connection, 0, root, XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                    reinterpret_cast<const char*>( &message ) );
+    GDesktopFlush( );
+}
+
+void GWinWantShown( QWindow& window )
+{
+    // The window manager's hints: nine words, of which the third is the state to begin in when the flags say so.
+    constexpr uint32_t WORDS = 9;
+    constexpr uint32_t NORMAL = 1;
+    xcb_connection_t* connection = GDesktopGetConnection( );
+    if( !connection ) return;
+    const auto id = static_cast<xcb_window_t>( window.winId( ) );
+    const Reply<xcb_get_property_reply_t> reply( xcb_get_property_reply(
+        connection, xcb_get_property( connection, 0, id, XCB_ATOM_WM_HINTS, XCB_ATOM_WM_HINTS, 0, WORDS ), nullptr ) );
+    if( !reply || reply->format != 32 || xcb_get_property_value_length( reply.get( ) ) < 12 ) return;
+    auto* words = static_cast<uint32_t*>( xcb_get_property_value( reply.get( ) ) );
+    words[2] = NORMAL;
+    xcb_change_property( connection, XCB_PROP_MODE_REPLACE, id, XCB_ATOM_WM_HINTS, XCB_ATOM_WM_HINTS, 32,
+                         static_cast<uint32_t>( xcb_get_property_value_length( reply.get( ) ) / 4 ), words );
+    GDesktopFlush( );
+}
+
+bool GWinIsIconicNews( const void* nativeEvent )
+{
+    xcb_connection_t* connection = GDesktopGetConnection( );
+    const auto* event = static_cast<const xcb_property_notify_event_t*>( nativeEvent );
+    return connection && ( event->response_type & 0x7F ) == XCB_PROPERTY_NOTIFY &&
+           event->atom == getStateAtom( connection );
 }
 
 void GWinSetClass( QWindow& window )

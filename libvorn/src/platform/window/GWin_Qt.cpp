@@ -17,6 +17,7 @@ namespace
 {
 constexpr int SETTLE_MILLISECONDS = 300;
 constexpr int FLASH_MILLISECONDS = 2000; // Twice on and off, at the usual pace of task bars.
+constexpr int UNDO_MILLISECONDS = 2000;  // Long enough for a window manager to get round to what it was asked.
 constexpr int MASK_ALPHA = 128;
 
 std::set<GWinRecord*> windows_;
@@ -204,6 +205,41 @@ void GWinRecord::flashTwice( )
     GDesktopFlush( );
 }
 
+void GWinRecord::display( )
+{
+    if( !isVisible( ) && !windowStates( ).testFlag( Qt::WindowMinimized ) ) GWinWantShown( *this );
+    setVisible( true );
+    GDesktopFlush( );
+}
+
+void GWinRecord::minimize( )
+{
+    _undoMinimize = QDeadlineTimer( 0 );
+    setWindowStates( windowStates( ) | Qt::WindowMinimized );
+    setVisible( true );
+    GDesktopFlush( );
+}
+
+void GWinRecord::restore( )
+{
+    const bool minimized = windowStates( ).testFlag( Qt::WindowMinimized );
+    // A maximized window that was minimized comes back maximized.
+    setWindowStates( minimized ? windowStates( ) & ~Qt::WindowStates( Qt::WindowMinimized ) : Qt::WindowNoState );
+    display( );
+    if( !minimized ) return;
+    // A window that is still shown can't be asked to be shown: the window manager would minimize it after that.
+    if( !GWinIsIconic( *this ) ) _undoMinimize.setRemainingTime( UNDO_MILLISECONDS );
+    GWinActivate( *this );
+}
+
+bool GWinRecord::nativeEvent( const QByteArray&, void* message, qintptr* )
+{
+    if( _undoMinimize.hasExpired( ) || !GWinIsIconicNews( message ) || !GWinIsIconic( *this ) ) return false;
+    _undoMinimize = QDeadlineTimer( 0 );
+    GWinMap( *this );
+    return true; // To the toolkit the window was never an icon.
+}
+
 // ---- The flat interface.
 
 GWin GWinOpen( const GWString& title, const GRect& rect, bool topmost, IGWinListener* listener )
@@ -226,8 +262,7 @@ void GWinClose( GWin win )
 void GWinShow( GWin win )
 {
     GPRECONDITION( win );
-    win->setVisible( true );
-    GDesktopFlush( );
+    win->display( );
 }
 void GWinHide( GWin win )
 {
@@ -238,8 +273,7 @@ void GWinHide( GWin win )
 void GWinMinimize( GWin win )
 {
     GPRECONDITION( win );
-    win->showMinimized( );
-    GDesktopFlush( );
+    win->minimize( );
 }
 void GWinMaximize( GWin win )
 {
@@ -250,8 +284,7 @@ void GWinMaximize( GWin win )
 void GWinRestore( GWin win )
 {
     GPRECONDITION( win );
-    win->showNormal( );
-    GDesktopFlush( );
+    win->restore( );
 }
 bool GWinIsMaximized( GWin win )
 {
@@ -339,6 +372,12 @@ void GWinPostQuit( int parameter )
 {
     quitParameter_ = parameter;
     GDesktopPost( []( ) { QCoreApplication::exit( 0 ); } );
+}
+
+bool GWinIsAnyShown( )
+{
+    return std::any_of( windows_.begin( ), windows_.end( ),
+                        []( const GWinRecord* window ) { return window->isVisible( ) && !window->isTopmost( ); } );
 }
 
 GRect GWinGetWorkArea( int x, int y )

@@ -4,6 +4,7 @@
 #include "platform/GWin.h"
 
 #include <QBackingStore>
+#include <QDeadlineTimer>
 #include <QImage>
 #include <QTimer>
 #include <QWindow>
@@ -24,6 +25,9 @@ public:
     void repaint( int width, int height, const char* pixels, int alpha );
     GRect getRect( ) const;
     void flashTwice( );
+    void display( );
+    void minimize( );
+    void restore( );
     // Follows the coming and going of a compositor.
     void updateShape( );
 
@@ -34,6 +38,7 @@ public:
 
 protected:
     bool event( QEvent* event ) override;
+    bool nativeEvent( const QByteArray& type, void* message, qintptr* result ) override;
 
 private:
     bool _dispatch( QEvent* event );
@@ -78,6 +83,8 @@ private:
     bool _expecting = false;
     QTimer _settleTimer;
     QTimer _flashTimer;
+    // Restored before the window manager had minimized it: what it still does about that is to be undone.
+    QDeadlineTimer _undoMinimize{ 0 };
 
     bool _capture = false;
     bool _tracking = false; // A move was handed on and a leave is owed.
@@ -96,5 +103,14 @@ int GKeyFromEvent( const QKeyEvent* event );
 bool GWinIsComposited( );
 // Pointer input passes through all but these rectangles.
 void GWinShapeInput( QWindow& window, const std::vector<GRect>& bands );
+// True when the window manager shows the window as an icon; and its request to show it again.
+bool GWinIsIconic( QWindow& window );
+void GWinMap( QWindow& window );
+// The user wants to see it: it comes to the front, and back from being minimized. Taken in its turn with what was asked before.
+void GWinActivate( QWindow& window );
+// Shown the next time it is no icon, though it was one before: the toolkit leaves that wish behind.
+void GWinWantShown( QWindow& window );
+// True for the news that the window manager has changed that.
+bool GWinIsIconicNews( const void* nativeEvent );
 // The class by which other programs find layered windows.
 void GWinSetClass( QWindow& window );
