@@ -129,6 +129,7 @@ void GClient::onTimer( GTimer timer )
         _checkCPU( );
     }
     _updateIconText( );
+    _stayReachable( );
 }
 
 // An exchange that is over is read until the server hangs up.
@@ -212,6 +213,19 @@ void GClient::_checkCPU( )
     for( const auto& [percent, name] : threads )
         if( percent > 0 ) text += GConcat( u"'", name, u"'=", GFormatDouble( percent, 2 ), u"% " );
     GLOG( u"WARNING CPU at ", GFormatDouble( total, 2 ), u"% (", text, u")" );
+}
+
+// Without a tray host nothing leads back to a hidden window. A host may come late, as the session starts.
+void GClient::_stayReachable( )
+{
+    constexpr int PATIENCE = 30; // Ticks.
+    if( _platform.hasTray( ) || _platform.isAnyWindowShown( ) )
+        _lostTicks = 0;
+    else if( ++_lostTicks == PATIENCE )
+    {
+        GLOG( u"There is no tray to come back from, showing the buddy list." );
+        _onInput( EVENT_OPEN, { } );
+    }
 }
 
 void GClient::_updateIconText( )

@@ -87,6 +87,7 @@ private:
     bool _listIPs( GStringList& list );
     void _checkCPU( );
     void _updateIconText( );
+    void _stayReachable( );
     void _updateIcon( int n );
     void _bubble( const GWString& title, const GWString& text, int eventID );
 
@@ -187,6 +188,7 @@ private:
     GHTTPClient* _httpClient = nullptr;
     GStringList _localIPs;
     GIntervalTimer _networkLost; // How long the address list has been empty, with the remedy.
+    int _lostTicks = 0;          // For how long there was neither a tray nor a window.
     bool _isLeaving = false;
     GWString _iconText;
     std::map<GWString, int> _openOffers;

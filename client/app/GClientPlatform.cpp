@@ -19,6 +19,8 @@ GClientPlatform GClientPlatformGet( )
         .setIconState = GIconSetState,
         .setIconText = GIconSetText,
         .setIconBubble = GIconSetBubble,
+        .hasTray = GIconHasHost,
+        .isAnyWindowShown = GWinIsAnyShown,
         .executeMenu = GMenuExecute,
         .openDocument = []( const GWString& path, GWString& reason ) { return GSystemExecute( path, u"", reason ); },
         .chooseFileSave = GSystemChooseFileSave,

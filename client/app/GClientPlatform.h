@@ -33,6 +33,9 @@ struct GClientPlatform
     std::function<void( GIcon icon, int state )> setIconState;
     std::function<void( GIcon icon, const GWString& text )> setIconText;
     std::function<void( GIcon icon, const GWString& title, const GWString& text, int eventID )> setIconBubble;
+    // False when nothing would lead back to a hidden window.
+    std::function<bool( )> hasTray;
+    std::function<bool( )> isAnyWindowShown;
     std::function<int( const GStringVector& labels )> executeMenu;
     std::function<bool( const GWString& path, GWString& reason )> openDocument;
     // Empty on cancel.

@@ -2,6 +2,7 @@
 
 #include "client/drawing/GImageStack.h"
 #include "client/skin/nodes/GNodeTools.h"
+#include "platform/GIcon.h"
 #include "platform/GTime.h"
 
 #include <algorithm>
@@ -58,6 +59,7 @@ void GWindowNode::_create( GAttributeStack& stack )
     _rect.right = _rect.left + std::clamp( stack.calc( u"$width" ), 0, MAX_EDGE );
     _rect.bottom = _rect.top + std::clamp( stack.calc( u"$height" ), 0, MAX_EDGE );
     stack.read( u"$remember", _remember );
+    _inTray = stack.test( u"$tray" );
     _restorePlace( );
     const bool hidden = stack.test( u"$hidden" );
     _notify = GNotifyOpen( this );
@@ -253,6 +255,7 @@ void GWindowNode::close( )
 void GWindowNode::fadeIn( int64_t duration )
 {
     if( !_win ) return;
+    if( _alpha && GWinIsMinimized( _win ) ) minimize( );
     GWinSetForeground( _win );
     // A window that was on its way out comes back at once.
     if( _fadeOutEnd && _instance->isRobust( u"Robust_Client" ) )
@@ -271,6 +274,12 @@ void GWindowNode::fadeIn( int64_t duration )
 void GWindowNode::fadeOut( int64_t duration )
 {
     if( !_win || !_alpha ) return;
+    // Without a tray host nothing would lead back to it.
+    if( _inTray && !GIconHasHost( ) )
+    {
+        if( !GWinIsMinimized( _win ) ) minimize( );
+        return;
+    }
     _fadeOutStart = GTimeGetTime( );
     _fadeOutEnd = _fadeOutStart + static_cast<uint64_t>( std::max<int64_t>( duration, 0 ) );
     _respond( GRESPONSE_RENDER );

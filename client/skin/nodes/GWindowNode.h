@@ -18,7 +18,8 @@ public:
     // Runs "$onopen" or "$onclose" with this node as its source.
     void open( );
     void close( );
-    // Microseconds. A fade-in of a window that shows already only raises it; a fade-out of a hidden one does nothing.
+    // Microseconds. A fade-in of a window that shows already only raises it, from the task bar too; a fade-out of a hidden one does
+    // nothing. A window with "$tray" minimizes instead of fading out when there is no tray host to bring it back.
     void fadeIn( int64_t duration );
     void fadeOut( int64_t duration );
     // Sizes the window to what its children need.
@@ -112,6 +113,7 @@ private:
     IGInputHandler* _mouseover = nullptr;
     GWString _path;
     GWString _remember;
+    bool _inTray = false;
     bool _firstUpdate = false;
     int _minWidth = 0;
     int _minHeight = 0;

@@ -526,6 +526,41 @@ TEST_F( Client, DoubleClickShowsTheBuddyList )
     EXPECT_TRUE( ran( u"(/skin/window_buddylist?open)" ) );
 }
 
+TEST_F( Client, BuddyListIsShownWhenThereIsNeitherTrayNorWindow )
+{
+    settings( { } );
+    open( );
+    desktop.commands.clear( );
+    desktop.tray = false;
+    tick( 29 );
+    EXPECT_TRUE( desktop.commands.empty( ) );
+    tick( );
+    EXPECT_EQ( desktop.commands, GStringVector{ u"(/skin/window_buddylist?open)" } );
+    EXPECT_TRUE( TestLog::contains( "There is no tray to come back from, showing the buddy list." ) );
+    tick( 100 );
+    EXPECT_EQ( desktop.commands.size( ), 1u );
+}
+
+TEST_F( Client, TrayThatComesLateOrAWindowKeepsTheBuddyListHidden )
+{
+    settings( { } );
+    open( );
+    desktop.commands.clear( );
+    desktop.tray = false;
+    tick( 29 );
+    desktop.tray = true;
+    tick( );
+    desktop.tray = false;
+    tick( 29 );
+    desktop.windowShown = true;
+    tick( 100 );
+    EXPECT_TRUE( desktop.commands.empty( ) );
+    // The tray is gone, and the last window closes.
+    desktop.windowShown = false;
+    tick( 30 );
+    EXPECT_EQ( desktop.commands.size( ), 1u );
+}
+
 TEST_F( Client, MenuRunsWhatIsChosen )
 {
     settings( { } );

@@ -75,6 +75,8 @@ void fillDesktop( GClientPlatform& platform )
     platform.setIconBubble = []( GIcon, const GWString& title, const GWString& text, int eventID ) {
         desktop_->bubbles.push_back( { title, text, eventID } );
     };
+    platform.hasTray = [] { return desktop_->tray; };
+    platform.isAnyWindowShown = [] { return desktop_->windowShown; };
     platform.executeMenu = []( const GStringVector& labels )
     {
         desktop_->menu = labels;

@@ -33,6 +33,8 @@ struct TestDesktop
     GWString iconText;
     int iconState = -1;
     int menuChoice = -1;
+    bool tray = true;
+    bool windowShown = false;
     bool terminating = false;
     bool muted = false;
     bool opens = true;

@@ -360,6 +360,27 @@ TEST_F( GWindowNodeTest, AMoveIsStoredAndDrawn )
     EXPECT_EQ( window->getLayerFormat( ).width, 60 );
 }
 
+// The platform of these tests has no tray host.
+TEST_F( GWindowNodeTest, AWindowOfTheTrayMinimizesWhenThereIsNoTray )
+{
+    open( { { u"tray", u"true" } } );
+    for( int i = 0; i < 2; ++i ) window->fadeOut( 0 );
+    EXPECT_TRUE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_TRUE( GWinIsMinimized( window->getWin( ) ) );
+    window->fadeIn( 0 );
+    EXPECT_FALSE( GWinIsMinimized( window->getWin( ) ) );
+    EXPECT_EQ( window->getAlpha( ), 255 );
+}
+
+TEST_F( GWindowNodeTest, OtherWindowsHideWhenThereIsNoTray )
+{
+    open( );
+    window->fadeOut( 0 );
+    clock.advance( INTERVAL + 1 );
+    window->onTimer( nullptr );
+    EXPECT_FALSE( GWinIsVisible( window->getWin( ) ) );
+}
+
 TEST_F( GWindowNodeTest, AWindowThatRemembersComesBackWhereItWas )
 {
     open( { { u"remember", u"Buddy_Window" } } );
