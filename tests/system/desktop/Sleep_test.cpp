@@ -5,6 +5,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
+#include <QElapsedTimer>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -121,8 +122,11 @@ TEST_F( SleepOnDesktop, SleepIsHeldUpUntilWhatWasBegunIsOnItsWay )
     EXPECT_EQ( QStringLiteral( "delay" ), manager.asked.value( 3 ).toString( ) );
     manager.party.announce( true );
     EXPECT_TRUE( isTold( 1, 0 ) );
+    QElapsedTimer held;
+    held.start( );
     EXPECT_TRUE( manager.isHeld( ) );
     EXPECT_TRUE( pumpUntil( [&]( ) { return !manager.isHeld( ); } ) );
+    EXPECT_GT( held.elapsed( ), 1500 );
     manager.party.announce( false );
     EXPECT_TRUE( isTold( 1, 1 ) );
     EXPECT_TRUE( pumpUntil( [&]( ) { return manager.isHeld( ); } ) );

@@ -64,7 +64,8 @@ void GSleepWatch::_hold( )
                       {
                           done->deleteLater( );
                           const QDBusPendingReply<QDBusUnixFileDescriptor> reply = *done;
-                          if( !reply.isError( ) && !_before ) _delay = reply.value( );
+                          const bool wanted = !_before || _letGoTimer.isActive( );
+                          if( wanted && !reply.isError( ) ) _delay = reply.value( );
                       } );
 }
 
