@@ -3,6 +3,7 @@
 #include "platform/GSystem.h"
 #include "platform/desktop/GDesktop_Qt.h"
 #include "platform/input/GKeyTable.h"
+#include "platform/input/GXcb.h"
 #include "platform/window/GWin_Qt.h"
 
 #include <QGuiApplication>
@@ -34,6 +35,12 @@ bool movesTop( int hit )
 bool movesBottom( int hit )
 {
     return hit == GHIT_BOTTOM || hit == GHIT_BOTTOMLEFT || hit == GHIT_BOTTOMRIGHT;
+}
+
+bool isHeld( uint32_t keycode )
+{
+    uint8_t keys[32] = { };
+    return GWITHIN( 8u, keycode, 255u ) && GXcbQueryKeymap( keys ) && ( keys[keycode / 8] & ( 1 << keycode % 8 ) );
 }
 
 Qt::CursorShape cursorOf( int hit )
@@ -254,7 +261,8 @@ void GWinRecord::_onKeyPress( QKeyEvent* event )
 
 void GWinRecord::_onKeyRelease( QKeyEvent* event )
 {
-    if( event->isAutoRepeat( ) ) return;
+    // The toolkit takes a repeat for a release when the press that follows has not come in yet.
+    if( event->isAutoRepeat( ) || isHeld( event->nativeScanCode( ) ) ) return;
     if( const int key = GKeyFromEvent( event ) ) _listener->onKeyUp( this, key );
 }
 
