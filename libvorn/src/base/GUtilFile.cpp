@@ -32,6 +32,9 @@ bool GFileExists( const GWString& path )
 bool GFileLoad( const GWString& path, GString& out )
 {
     out.clear( );
+    // A device or a pipe has no end that it is sure to reach.
+    std::error_code error;
+    if( !std::filesystem::is_regular_file( nativePath( path ), error ) ) return false;
     FILE* const fp = openFile( path, "rb" );
     if( !fp ) return false;
     char step[LOAD_STEP];

@@ -216,6 +216,15 @@ TEST_F( GUtilFile, MissingFileLoadsAsEmpty )
     EXPECT_FALSE( GFileLoad( u"none", text ) );
     EXPECT_TRUE( text.empty( ) );
 }
+TEST_F( GUtilFile, WhatHasNoEndIsNotLoaded )
+{
+    GString text = "old";
+    EXPECT_FALSE( GFileLoad( u"/dev/zero", text ) );
+    EXPECT_TRUE( text.empty( ) );
+    const int pipe = openPipe( "pipe" );
+    EXPECT_FALSE( GFileLoad( u"pipe", text ) );
+    close( pipe );
+}
 TEST_F( GUtilFile, DirectoryIsNoFile )
 {
     GString text;
