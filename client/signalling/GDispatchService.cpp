@@ -73,14 +73,14 @@ void GDispatchService::pass( int64_t timeout )
 
 void GDispatchService::_wait( int64_t timeout )
 {
-    GNetSourceList ports;
-    GNetSourceList sockets;
-    if( _udpPort ) ports.push_back( _udpPort );
-    if( _turnClient && _turnClient->getTCPSocket( ) ) sockets.push_back( _turnClient->getTCPSocket( ) );
+    _ports.clear( );
+    _sockets.clear( );
+    if( _udpPort ) _ports.push_back( _udpPort );
+    if( _turnClient && _turnClient->getTCPSocket( ) ) _sockets.push_back( _turnClient->getTCPSocket( ) );
     const bool open = _udpPort;
     unlock( );
     if( open )
-        GNetWait( ports, { }, sockets, timeout );
+        GNetWait( _ports, { }, _sockets, timeout );
     else
         GThreadSleep( timeout );
     lock( );
@@ -113,7 +113,7 @@ bool GDispatchService::_readOne( GMegaPortBucket& bucket )
 
 bool GDispatchService::_readRelay( GMegaPortBucket& bucket, bool& usable )
 {
-    GHTTPHeaders message;
+    GHTTPHeaders& message = _relayMessage;
     if( !_turnClient || !_turnClient->recv( message ) ) return false;
     if( message.getResponse( ) != GHTTP_SUCCESS ) return false;
     usable = true;

@@ -173,6 +173,10 @@ private:
     GIntervalTimer _registerTimer;
     GStunTest _stunTest;
     GNetUDPPort* _udpPort = nullptr;
+    // Rooms that every pass uses again.
+    GNetSourceList _ports;
+    GNetSourceList _sockets;
+    GHTTPHeaders _relayMessage;
     GUPnPTask* _upnpMapping = nullptr;
     std::vector<GUPnPTask*> _abandonedMappings;
     GUPnPFunctions _upnpFunctions;

@@ -72,7 +72,7 @@ bool isMonitor( GstDevice* device )
 GWString friendlyName( GstDevice* device )
 {
     gchar* name = gst_device_get_display_name( device );
-    const GWString wide = GCaptureFriendlyName( GUTF8ToWide( name ? name : "" ) );
+    GWString wide = GCaptureFriendlyName( GUTF8ToWide( name ? name : "" ) );
     g_free( name );
     return wide;
 }

@@ -19,7 +19,7 @@ GWString takeError( GstMessage* message )
 {
     GError* error = nullptr;
     gst_message_parse_error( message, &error, nullptr );
-    const GWString text = GUTF8ToWide( error ? error->message : "" );
+    GWString text = GUTF8ToWide( error ? error->message : "" );
     g_clear_error( &error );
     return text;
 }

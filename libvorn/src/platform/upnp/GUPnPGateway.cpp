@@ -71,7 +71,7 @@ GString controlURL( IGDdatas& data, const IGDdatas_service& service, const GStri
     UPNPUrls urls{ };
     data.first = service;
     GetUPNPUrls( &urls, &data, descriptionURL.c_str( ), 0 );
-    const GString url = urls.controlURL ? urls.controlURL : "";
+    GString url = urls.controlURL ? urls.controlURL : "";
     FreeUPNPUrls( &urls );
     return url;
 }
