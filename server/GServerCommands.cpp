@@ -2,6 +2,7 @@
 
 #include "base/GUtil.h"
 #include "platform/GTime.h"
+#include "server/GServerCheck.h"
 #include "server/core/GEndpoint.h"
 #include "server/core/GPassword.h"
 #include "server/logon/GLogonService.h"
@@ -125,6 +126,19 @@ int status( Context& context, const std::vector<GString>& )
     return metrics.empty( ) ? 1 : 0;
 }
 
+// Without the store: a check changes nothing. 1 when the server would not run as its settings say.
+int check( const GServerConfig& config, std::ostream& out )
+{
+    bool wrong = false;
+    for( const GFinding& finding : GServerCheck::run( config ) )
+    {
+        wrong |= finding.kind == GFINDING_ERROR;
+        out << GServerCheck::compose( finding ) << "\n";
+    }
+    if( !wrong ) out << "the settings are good\n";
+    return wrong ? 1 : 0;
+}
+
 struct Row
 {
     std::string_view command;
@@ -152,6 +166,7 @@ GString usage( )
         "Usage: velmora-server [--config FILE]             runs the server until SIGTERM; SIGHUP reads FILE again\n"
         "       velmora-server [--config FILE] COMMAND     one of:\n";
     for( const Row& row : ROWS ) text.append( "  " ).append( row.help ).append( "\n" );
+    text += "  check                           what is wrong with the settings, on this machine\n";
     return text + "       velmora-server --help\n"
                   "\n"
                   "Without a file every role runs on loopback, from TCP port 4430 on, with velmora-server.db in the "
@@ -161,6 +176,7 @@ GString usage( )
 
 int run( const GServerConfig& config, const std::vector<GString>& arguments, std::ostream& out, std::ostream& err )
 {
+    if( arguments == std::vector<GString>{ "check" } ) return check( config, out );
     for( const Row& row : ROWS )
     {
         const bool named = !arguments.empty( ) && arguments[0] == row.command &&
