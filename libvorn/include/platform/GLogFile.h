@@ -13,6 +13,9 @@ bool GLogFileIsOpen( );
 bool GLogFileExists( const char* path ); // Uses no heap.
 // Does nothing without an open file; a failed write is ignored.
 void GLogFileWrite( const char* bytes, size_t length );
+// From here to the end only the calling thread's lines are written: its next one is the last of the file. Waits for lines that are being
+// written, but not for long. Uses no heap.
+void GLogFileSeal( );
 // Renames the open file from one path to the other and closes it. Uses no heap.
 void GLogFileClose( const char* fromPath, const char* toPath );
 // Writes to standard output, under the same terms.

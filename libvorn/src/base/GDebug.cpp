@@ -200,6 +200,7 @@ bool GLogOpen( const GWString& base, bool doEcho )
 GWString GLogClose( bool clean )
 {
     if( !GLogFileIsOpen( ) ) return { };
+    GLogFileSeal( );
     writeLog( clean ? u"---- Closed, Clean shutdown ----\n" : u"---- Closed, ERROR Dirty shutdown ----\n" );
     const GString closed = closedPath( state( ).base, clean );
     GLogFileClose( state( ).livePath, closed.c_str( ) );
@@ -212,6 +213,7 @@ namespace
 void closeLogRaw( )
 {
     if( !GLogFileIsOpen( ) ) return;
+    GLogFileSeal( );
     writeRaw( "---- Closed, ERROR Dirty shutdown ----\n" );
     const char* const live = state( ).livePath;
     const int baseLength = static_cast<int>( strlen( live ) - strlen( ".log" ) );

@@ -3,6 +3,7 @@
 #include "base/GPortable.h"
 #include "base/GUtil.h"
 #include "platform/GCrash.h"
+#include "platform/GLogFile.h"
 #include "platform/GThread.h"
 #include "platform/GTime.h"
 #include "support/TestFolder.h"
@@ -10,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <regex>
 #include <stdexcept>
@@ -169,6 +171,31 @@ TEST_F( GDebugTest, LogLeftBehindIsNamedByItsLastLine )
         EXPECT_EQ( list( "_dirty.log" ).size( ), 1u ) << text;
         for( const std::string& name : list( "_dirty.log" ) ) std::filesystem::remove( name );
         std::filesystem::remove( GWideToUTF8( GLogClose( true ) ) );
+    }
+}
+TEST_F( GDebugTest, NothingFollowsTheMarkerThoughOtherThreadsGoOn )
+{
+    for( const bool clean : { true, false, true, false } )
+    {
+        ASSERT_TRUE( GLogOpen( u"velmora", false ) );
+        std::atomic<int> lines = 0;
+        std::atomic<bool> done = false;
+        std::thread writers[3];
+        for( std::thread& writer : writers )
+            writer = std::thread(
+                [&]
+                {
+                    for( ; !done; ++lines ) GLogFileWrite( "a line\n", 7 );
+                } );
+        while( lines < 100 ) std::this_thread::yield( );
+        const GString path = GWideToUTF8( GLogClose( clean ) );
+        const int before = lines;
+        while( lines < before + 100 ) std::this_thread::yield( );
+        done = true;
+        for( std::thread& writer : writers ) writer.join( );
+        EXPECT_TRUE( read( path ).ends_with( clean ? "---- Closed, Clean shutdown ----\n"
+                                                   : "---- Closed, ERROR Dirty shutdown ----\n" ) );
+        std::filesystem::remove( path );
     }
 }
 TEST_F( GDebugTest, HeldLogRefusesASecondInstance )

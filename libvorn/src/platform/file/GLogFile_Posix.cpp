@@ -13,6 +13,20 @@ namespace
 {
 constexpr mode_t LOG_MODE = 0644;
 std::atomic<int> descriptor_ = -1;
+std::atomic<int> writers_ = 0;    // Lines on their way to the file.
+std::atomic<pid_t> sealedBy_ = 0; // The thread that writes the end; 0 while all may write.
+
+void pauseShortly( )
+{
+    constexpr timespec PAUSE = { 0, 5000000 };
+    nanosleep( &PAUSE, nullptr );
+}
+// A thread that failed in the midst of a line never ends it.
+void waitForWriters( )
+{
+    constexpr int TRIES = 20;
+    for( int i = 0; i < TRIES && writers_ > 0; ++i ) pauseShortly( );
+}
 
 void writeTo( int descriptor, const char* bytes, size_t length )
 {
@@ -32,11 +46,10 @@ bool isStillAt( int descriptor, const GString& path )
 bool lockSoon( int descriptor )
 {
     constexpr int TRIES = 100;
-    constexpr timespec PAUSE = { 0, 5000000 };
     for( int i = 0; i < TRIES; ++i )
     {
         if( !flock( descriptor, LOCK_EX | LOCK_NB ) ) return true;
-        nanosleep( &PAUSE, nullptr );
+        pauseShortly( );
     }
     return false;
 }
@@ -68,6 +81,7 @@ bool GLogFileOpen( const GString& path )
         close( descriptor );
         return false;
     }
+    sealedBy_ = 0;
     descriptor_ = descriptor;
     return true;
 }
@@ -81,8 +95,17 @@ bool GLogFileIsOpen( )
 }
 void GLogFileWrite( const char* bytes, size_t length )
 {
+    // The count first: whoever seals or closes the file after it waits for this line.
+    ++writers_;
+    const pid_t owner = sealedBy_;
     const int descriptor = descriptor_;
-    if( descriptor >= 0 ) writeTo( descriptor, bytes, length );
+    if( descriptor >= 0 && ( !owner || owner == gettid( ) ) ) writeTo( descriptor, bytes, length );
+    --writers_;
+}
+void GLogFileSeal( )
+{
+    sealedBy_ = gettid( );
+    waitForWriters( );
 }
 void GLogFileEcho( const char* bytes, size_t length )
 {
@@ -92,6 +115,7 @@ void GLogFileClose( const char* fromPath, const char* toPath )
 {
     const int descriptor = descriptor_.exchange( -1 );
     if( descriptor < 0 ) return;
+    waitForWriters( );
     // Renamed while the lock is held, so that no other instance takes it for its own in between.
     [[maybe_unused]] const int moved = rename( fromPath, toPath );
     close( descriptor );
