@@ -4,6 +4,7 @@
 #include "support/TestLog.h"
 #include "support/TestSound.h"
 
+#include <dlfcn.h>
 #include <filesystem>
 
 namespace
@@ -28,6 +29,17 @@ TEST( GAVCapture, InjectedDevicesAreListed )
     for( const GWString& name : audio ) EXPECT_EQ( name.find( u"Monitor of" ), GWString::npos );
     EXPECT_TRUE( TestLog::contains( "VIDEODEVICE: Device name='test camera'" ) );
     EXPECT_EQ( audio.back( ), u"Microphone" );
+}
+
+// A fault of any thread is then told by our own handler, also while a plugin is being loaded.
+TEST( GAVCapture, FaultsAreNotTakenForAPlugins )
+{
+    GStringList audio;
+    GStringList video;
+    GAVCaptureGetDeviceList( audio, video );
+    const auto isTaken = reinterpret_cast<int ( * )( )>( dlsym( RTLD_DEFAULT, "gst_segtrap_is_enabled" ) );
+    ASSERT_TRUE( isTaken );
+    EXPECT_FALSE( isTaken( ) );
 }
 
 TEST( GAVCapture, TestDevicesGiveTightFramesAndExactChunks )

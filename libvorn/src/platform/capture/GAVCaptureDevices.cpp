@@ -145,7 +145,12 @@ void setPace( GstElement* source )
 
 bool GCaptureInitialize( )
 {
-    static const bool good = gst_init_check( nullptr, nullptr, nullptr );
+    // While it loads plugins the library would take faults of any thread for a plugin's and end the process without a word of ours.
+    static const bool good = []( )
+    {
+        gst_segtrap_set_enabled( FALSE );
+        return gst_init_check( nullptr, nullptr, nullptr ) != FALSE;
+    }( );
     return good;
 }
 
