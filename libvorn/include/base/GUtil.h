@@ -65,6 +65,7 @@ void GConsume( GString& buffer, int num );
 
 // ---- Files.
 bool GFileExists( const GWString& path );
+// Plain files only, since a device or a pipe may never end; false, and nothing in `out`, for all else.
 bool GFileLoad( const GWString& path, GString& out );
 // Only relative paths: a leading "/" or "\" aborts. Missing directories are created.
 bool GFileSave( const GWString& path, const char* buffer, int64_t length );

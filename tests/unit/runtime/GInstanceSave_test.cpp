@@ -160,7 +160,7 @@ TEST_F( GInstanceSave, FullDiskKeepsTheOldFile )
             instance.reset( );
             return warned && kept && saved ? 0 : 1;
         } );
-    if( status == NO_MOUNT ) GTEST_SKIP( ) << "needs the right to mount";
+    EXPECT_NE( status, NO_MOUNT ) << "needs the right to mount, as root or in a user's namespace";
     EXPECT_EQ( status, 0 );
 }
 TEST_F( GInstanceSave, FullDeviceWarnsAndStaysADevice )
