@@ -19,6 +19,11 @@ inline constexpr char16_t SETBUDDYLIST[] = u"SETBUDDYLIST";
 inline constexpr char16_t ADDBUDDY[] = u"ADDBUDDY";
 inline constexpr char16_t BUGREPORT[] = u"BUGREPORT";
 inline constexpr char16_t LOGFILE[] = u"LOGFILE";
+// ---- Requests for a contact, between the signalling host and devices that named CONTACTS among the Capabilities of their REGISTER.
+// CONTACTREQUEST comes from the server: From, To, State ("pending", or "answered" when another device has answered); the device says 200.
+// CONTACTANSWER goes to it: From, From-Device-GUID, Buddy-GUID, Answer ("refuse" or "block"); 200. ADDBUDDY accepts.
+inline constexpr char16_t CONTACTREQUEST[] = u"CONTACTREQUEST";
+inline constexpr char16_t CONTACTANSWER[] = u"CONTACTANSWER";
 // ---- Methods between devices.
 inline constexpr char16_t INVITE[] = u"INVITE";
 inline constexpr char16_t ACK[] = u"ACK";
@@ -57,5 +62,15 @@ inline constexpr char16_t INDIRECT_HOST_LIST[] = u"Indirect-Host-List";
 inline constexpr char16_t DELAY[] = u"Delay";
 inline constexpr char16_t FILENAME[] = u"Filename";
 inline constexpr char16_t TEXT[] = u"Text";
+inline constexpr char16_t CAPABILITIES[] = u"Capabilities"; // A list.
+inline constexpr char16_t STATE[] = u"State";
+inline constexpr char16_t ANSWER[] = u"Answer";
 inline constexpr char16_t CONTENT_LENGTH[] = u"Content-Length";
+
+// ---- Values.
+inline constexpr char16_t CAPABILITY_CONTACTS[] = u"contacts";
+inline constexpr char16_t PENDING[] = u"pending";
+inline constexpr char16_t ANSWERED[] = u"answered";
+inline constexpr char16_t REFUSE[] = u"refuse";
+inline constexpr char16_t BLOCK[] = u"block";
 } // namespace GProtocol
