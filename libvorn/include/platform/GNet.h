@@ -36,6 +36,23 @@ bool GNetUDPPortRecv( GNetUDPPort* port, GString& buffer, GWString& remoteHost )
 // One datagram; failures are logged. Takes nothing from the heap for a dotted host. A name is looked up and blocks: text from the
 // network is tested with GNetIsUnicastHost before it comes here.
 void GNetUDPPortSend( GNetUDPPort* port, const GWString& remoteHost, const char* buffer, int length );
+// A datagram to be sent by GNetUDPPortSendBatch; both texts are borrowed for the call.
+struct GNetOutgoing
+{
+    GWStringView remoteHost;
+    std::string_view bytes;
+};
+// Room for a received datagram; it is meant to be used again and keeps what it has grown to.
+struct GNetDatagram
+{
+    GWString remoteHost;
+    GString buffer;
+};
+// Up to `count` datagrams as GNetUDPPortRecv gives them, by few system calls: how many came, in their order, in the first records;
+// what the others hold is left alone. A datagram without a byte is passed over. Fewer than `count` mean that nothing is left by now.
+int GNetUDPPortRecvBatch( GNetUDPPort* port, GNetDatagram* const* datagrams, int count );
+// The datagrams in their order as GNetUDPPortSend sends each, by few system calls; a failure of one is logged and the next one goes.
+void GNetUDPPortSendBatch( GNetUDPPort* port, const GNetOutgoing* datagrams, int count );
 // Datagrams above 5888 bytes are read whole when set, up to 65,535 bytes; otherwise they are cut.
 void GNetUDPPortSetLargeReads( GNetUDPPort* port, bool large );
 // A send error marks the datagram, not the port, unless the socket itself is broken.

@@ -117,6 +117,14 @@ extern "C"
     {
         return answer<ssize_t>( Call::RECVFROM, "recvfrom", handle, data, length, flags, address, size );
     }
+    int sendmmsg( int handle, mmsghdr* messages, unsigned count, int flags )
+    {
+        return answer<int>( Call::SENDMMSG, "sendmmsg", handle, messages, count, flags );
+    }
+    int recvmmsg( int handle, mmsghdr* messages, unsigned count, int flags, timespec* wait )
+    {
+        return answer<int>( Call::RECVMMSG, "recvmmsg", handle, messages, count, flags, wait );
+    }
     ssize_t send( int handle, const void* data, size_t length, int flags )
     {
         return answer<ssize_t>( Call::SEND, "send", handle, data, length, flags );

@@ -16,6 +16,8 @@ enum class Call
     CONNECT,
     SENDTO,
     RECVFROM,
+    SENDMMSG,
+    RECVMMSG,
     SEND,
     RECV,
     PPOLL,

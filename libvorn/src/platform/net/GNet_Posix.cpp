@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <ifaddrs.h>
+#include <memory>
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -25,6 +26,9 @@ constexpr int MTU = 1472; // 1500 less the IPv4 and UDP headers.
 constexpr int RECV_SIZE = 4 * MTU;
 constexpr int LARGE_RECV_SIZE = 65535;
 constexpr int BLOCK_SIZE = 2048;
+constexpr int BATCH_SIZE = 32; // Datagrams a system call.
+// Where a datagram of a batch begins; the room for the rest of a large one lies elsewhere, so that common ones stay close together.
+constexpr int HEAD_SIZE = MTU;
 constexpr size_t MAX_STREAM_BYTES =
     16 << 20; // In one call: a sender that is faster than we are never ends it otherwise.
 constexpr size_t HOST_NAME_SIZE = 128;
@@ -61,6 +65,17 @@ bool isBroken( int error )
 {
     return error == EBADF || error == ENOTSOCK || error == EINVAL;
 }
+
+// What a port needs to read many datagrams at once; pages that no large datagram has touched cost nothing.
+struct BatchRoom
+{
+    std::array<std::array<char, HEAD_SIZE>, BATCH_SIZE> heads;
+    std::array<std::array<char, LARGE_RECV_SIZE - HEAD_SIZE>, BATCH_SIZE> rests;
+};
+struct PosixUDPPort : GNetUDPPort
+{
+    std::unique_ptr<BatchRoom> room; // None before the first batch.
+};
 
 // A blocking look-up: the addresses of a name in the resolver's order, none when it stays unresolved.
 std::vector<in_addr> lookUp( const char* name )
@@ -165,7 +180,7 @@ GNetUDPPort* GNetUDPPortOpen( const GWString& localHost )
     socklen_t size = sizeof( address );
     if( ::getsockname( handle, reinterpret_cast<sockaddr*>( &address ), &size ) != 0 )
         return abandon( handle, u"WARNING Could not 'getsockname' on port ", localHost, u", closing." );
-    GNetUDPPort* port = new GNetUDPPort;
+    PosixUDPPort* port = new PosixUDPPort;
     port->handle = handle;
     port->alive = true;
     composeHost( address, port->host );
@@ -209,8 +224,96 @@ void GNetUDPPortClose( GNetUDPPort* port )
     if( GIsShuttingDown( ) ) return;
     GLOG( u"Closing port bound to '", port->host, u"'" );
     ::close( port->handle );
-    delete port;
+    delete static_cast<PosixUDPPort*>( port );
 }
+
+namespace
+{
+// A port whose socket is of no use any more is given up; what passes is not.
+void failedToReceive( GNetUDPPort& port )
+{
+    const int error = errno;
+    if( !failedDatagram( ) || ( port.forgiving && !isBroken( error ) ) ) return;
+    GLOG( u"WARNING Error when receiving via port '", port.host, u", closing.", lastErrorText( ) );
+    port.alive = false;
+}
+
+// One system call for `asked` datagrams, at most BATCH_SIZE: how many came. Those with a byte fill the records from `received` on.
+int receiveBatch( GNetUDPPort& port, BatchRoom& room, int limit, int asked, GNetDatagram* const* datagrams,
+                  int& received )
+{
+    std::array<sockaddr_in, BATCH_SIZE> addresses;
+    std::array<std::array<iovec, 2>, BATCH_SIZE> pieces;
+    std::array<mmsghdr, BATCH_SIZE> messages;
+    for( size_t i = 0; i < static_cast<size_t>( asked ); ++i )
+    {
+        pieces[i] = { iovec{ room.heads[i].data( ), HEAD_SIZE },
+                      iovec{ room.rests[i].data( ), static_cast<size_t>( limit - HEAD_SIZE ) } };
+        messages[i] = { };
+        messages[i].msg_hdr.msg_name = &addresses[i];
+        messages[i].msg_hdr.msg_namelen = sizeof( sockaddr_in );
+        messages[i].msg_hdr.msg_iov = pieces[i].data( );
+        messages[i].msg_hdr.msg_iovlen = pieces[i].size( );
+    }
+    const int came = ::recvmmsg( port.handle, messages.data( ), static_cast<unsigned>( asked ), 0, nullptr );
+    if( came < 0 ) failedToReceive( port );
+    for( size_t i = 0; came > 0 && i < static_cast<size_t>( came ); ++i )
+    {
+        const size_t length = messages[i].msg_len;
+        if( !length ) continue;
+        GNetDatagram& datagram = *datagrams[received++];
+        datagram.buffer.assign( room.heads[i].data( ), std::min<size_t>( length, HEAD_SIZE ) );
+        if( length > HEAD_SIZE ) datagram.buffer.append( room.rests[i].data( ), length - HEAD_SIZE );
+        composeHost( addresses[i], datagram.remoteHost );
+    }
+    return came;
+}
+
+// What is tested and told of a datagram before it is sent; false when it has no host to go to.
+bool prepareToSend( GWStringView remoteHost, int64_t length, sockaddr_in& address )
+{
+    GVERIFY( length > 0 );
+    if( length > MTU ) GLOG( u"WARNING Packet size (", length, u") exceeds recommended MTU (", MTU, u")" );
+    address = parseHost( remoteHost );
+    const bool hostIP = address.sin_addr.s_addr != 0;
+    const bool hostPort = address.sin_port != 0;
+    if( GVERIFY( hostIP && hostPort ) ) return true;
+    GLOG( u"WARNING Could not resolve host '", remoteHost, u"', ignoring." );
+    return false;
+}
+
+void failedToSend( GNetUDPPort& port )
+{
+    const int error = errno;
+    if( !failedDatagram( ) ) return;
+    const bool forgiven = port.forgiving && !isBroken( error );
+    GLOG( u"WARNING Error when sending via port '", port.host, forgiven ? u", ignoring." : u", closing.",
+          lastErrorText( ) );
+    port.alive = forgiven;
+}
+
+void verifySent( size_t sent, size_t length )
+{
+    if( sent < length ) GLOG( u"WARNING Send buffer overflow; ", sent, u" of ", length, u" bytes sent, ignoring." );
+}
+
+// Sends all; a message that fails is told of and passed over.
+void sendMessages( GNetUDPPort& port, mmsghdr* messages, size_t count )
+{
+    for( size_t i = 0; i < count && port.alive; )
+    {
+        const int sent = ::sendmmsg( port.handle, messages + i, static_cast<unsigned>( count - i ), MSG_NOSIGNAL );
+        if( sent < 1 )
+        {
+            failedToSend( port );
+            ++i;
+            continue;
+        }
+        for( const size_t end = i + static_cast<size_t>( sent ); i < end; ++i )
+            verifySent( messages[i].msg_len, messages[i].msg_hdr.msg_iov->iov_len );
+    }
+}
+} // namespace
 
 bool GNetUDPPortRecv( GNetUDPPort* port, GString& buffer, GWString& remoteHost )
 {
@@ -224,48 +327,69 @@ bool GNetUDPPortRecv( GNetUDPPort* port, GString& buffer, GWString& remoteHost )
     socklen_t size = sizeof( address );
     const ssize_t length = ::recvfrom( port->handle, block.data( ), port->largeReads ? LARGE_RECV_SIZE : RECV_SIZE, 0,
                                        reinterpret_cast<sockaddr*>( &address ), &size );
-    if( length < 1 )
-    {
-        const int error = errno;
-        if( length < 0 && failedDatagram( ) && ( !port->forgiving || isBroken( error ) ) )
-        {
-            GLOG( u"WARNING Error when receiving via port '", port->host, u", closing.", lastErrorText( ) );
-            port->alive = false;
-        }
-        return false;
-    }
+    if( length < 0 ) failedToReceive( *port );
+    if( length < 1 ) return false;
     buffer.assign( block.data( ), static_cast<size_t>( length ) );
     composeHost( address, remoteHost );
     return true;
+}
+
+int GNetUDPPortRecvBatch( GNetUDPPort* port, GNetDatagram* const* datagrams, int count )
+{
+    GPRECONDITION( port && datagrams );
+    if( GIsShuttingDown( ) || !port->alive ) return 0;
+    std::unique_ptr<BatchRoom>& room = static_cast<PosixUDPPort*>( port )->room;
+    if( !room ) room = std::make_unique_for_overwrite<BatchRoom>( );
+    const int limit = port->largeReads ? LARGE_RECV_SIZE : RECV_SIZE;
+    int received = 0;
+    for( int asked = 1, came = 1; came == asked && received < count; )
+    {
+        asked = std::min( count - received, BATCH_SIZE );
+        came = receiveBatch( *port, *room, limit, asked, datagrams, received );
+    }
+    return received;
 }
 
 void GNetUDPPortSend( GNetUDPPort* port, const GWString& remoteHost, const char* buffer, int length )
 {
     GPRECONDITION_TEXT( port && buffer, "p && buffer" );
     if( GIsShuttingDown( ) || !port->alive ) return;
-    GVERIFY( length > 0 );
-    if( length > MTU ) GLOG( u"WARNING Packet size (", length, u") exceeds recommended MTU (", MTU, u")" );
-    const sockaddr_in address = parseHost( remoteHost );
-    const bool hostIP = address.sin_addr.s_addr != 0;
-    const bool hostPort = address.sin_port != 0;
-    if( !GVERIFY( hostIP && hostPort ) )
-    {
-        GLOG( u"WARNING Could not resolve host '", remoteHost, u"', ignoring." );
-        return;
-    }
+    sockaddr_in address{ };
+    if( !prepareToSend( remoteHost, length, address ) ) return;
     const size_t size = static_cast<size_t>( std::max( length, 0 ) );
     const ssize_t sent = ::sendto( port->handle, buffer, size, MSG_NOSIGNAL, generic( address ), sizeof( address ) );
     if( sent < 0 )
+        failedToSend( *port );
+    else
+        verifySent( static_cast<size_t>( sent ), size );
+}
+
+void GNetUDPPortSendBatch( GNetUDPPort* port, const GNetOutgoing* datagrams, int count )
+{
+    GPRECONDITION( port && datagrams );
+    if( GIsShuttingDown( ) ) return;
+    std::array<sockaddr_in, BATCH_SIZE> addresses;
+    std::array<iovec, BATCH_SIZE> pieces;
+    std::array<mmsghdr, BATCH_SIZE> messages;
+    for( int next = 0; next < count && port->alive; )
     {
-        const int error = errno;
-        if( !failedDatagram( ) ) return;
-        const bool forgiven = port->forgiving && !isBroken( error );
-        GLOG( u"WARNING Error when sending via port '", port->host, forgiven ? u", ignoring." : u", closing.",
-              lastErrorText( ) );
-        port->alive = forgiven;
+        size_t used = 0;
+        for( ; next < count && used < BATCH_SIZE; ++next )
+        {
+            const std::string_view bytes = datagrams[next].bytes;
+            if( !prepareToSend( datagrams[next].remoteHost, static_cast<int64_t>( bytes.size( ) ), addresses[used] ) )
+                continue;
+            // The system only reads it.
+            pieces[used] = { const_cast<char*>( bytes.data( ) ), bytes.size( ) };
+            messages[used] = { };
+            messages[used].msg_hdr.msg_name = &addresses[used];
+            messages[used].msg_hdr.msg_namelen = sizeof( sockaddr_in );
+            messages[used].msg_hdr.msg_iov = &pieces[used];
+            messages[used].msg_hdr.msg_iovlen = 1;
+            ++used;
+        }
+        sendMessages( *port, messages.data( ), used );
     }
-    else if( sent < static_cast<ssize_t>( size ) )
-        GLOG( u"WARNING Send buffer overflow; ", sent, u" of ", length, u" bytes sent, ignoring." );
 }
 
 bool GNetWait( const GNetSourceList& a, const GNetSourceList& b, const GNetSourceList& c, int64_t timeout )
