@@ -30,6 +30,7 @@ PR_SET_PDEATHSIG = 1
 libc = ctypes.CDLL(None, use_errno=True)
 
 INTERNET = ipaddress.ip_network("5.5.5.0/24")  # Ordinary public addresses: a gateway refuses to serve reserved ones.
+NOWHERE = "5.5.5.254"  # Takes what is for any other network, and forwards nothing: private addresses lead nowhere, and nobody says so.
 WAN = "fzrp"  # A router's side towards the internet, and its bridge of the inside.
 LAN = "lan0"
 
@@ -156,9 +157,9 @@ class Host:
         libc.setns(self.handle, CLONE_NEWNET)
         libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
-    def run(self, *command, text=None):
-        """Runs a program to its end; its output. A failure is an error with all that it said."""
-        done = subprocess.run(command, input=text, capture_output=True, text=True, preexec_fn=self._enter)
+    def run(self, *command, text=None, **more):
+        """Runs a program to its end; its output. A failure is an error with all that it said. `more` goes to subprocess.run."""
+        done = subprocess.run(command, input=text, capture_output=True, text=True, preexec_fn=self._enter, **more)
         if done.returncode != 0:
             what = Forbidden if "not permitted" in done.stderr else RuntimeError
             raise what(f"{' '.join(command)} on {self.name}: {done.stderr.strip()}")
@@ -223,23 +224,25 @@ class Switch(Host):
     def __init__(self, lab):
         super().__init__(lab, "internet")
         self._bridge(self.bridge)
-        self.run("ip", "link", "set", self.bridge, "up")
+        self._address(self.bridge, f"{NOWHERE}/{INTERNET.prefixlen}")
 
 
 class Router(Host):
-    """Between the internet and a network of its own, with a kind of NAT. `outside` and `inside` are its addresses."""
+    """Between the internet, or the network of another router, and a network of its own, with a kind of NAT. `outside` is its address
+    there, `inside_address` the one that its clients know."""
 
     bridge, plugs = LAN, 0
 
-    def __init__(self, lab, outside, network, nat):
+    def __init__(self, lab, outside, network, nat, behind=None):
         super().__init__(lab, f"router {outside}")
         self.outside, self.nat = outside, nat
         self.network = ipaddress.ip_network(network)
         inside = self.network.hosts()
         self.inside_address = str(next(inside))
         self.free_addresses = [str(next(inside)) for _ in range(8)]
-        self._plug(lab.internet, WAN)
-        self._address(WAN, f"{outside}/{INTERNET.prefixlen}")
+        self._plug(behind or lab.internet, WAN)
+        self._address(WAN, f"{outside}/{(behind.network if behind else INTERNET).prefixlen}")
+        self.run("ip", "route", "add", "default", "via", behind.inside_address if behind else NOWHERE)
         self._bridge(LAN)
         self._address(LAN, f"{self.inside_address}/{self.network.prefixlen}")
         self.set("net/ipv4/ip_forward", 1)
@@ -326,11 +329,13 @@ class Lab:
         host = self._own(Host(self, f"host {addresses[0]}"))
         host._plug(self.internet, "eth0")
         host._address("eth0", *(f"{address}/{INTERNET.prefixlen}" for address in addresses))
+        host.run("ip", "route", "add", "default", "via", NOWHERE)
         host.addresses = list(addresses)
         return host
 
-    def router(self, outside, network, nat):
-        return self._own(Router(self, outside, network, nat))
+    def router(self, outside, network, nat, behind=None):
+        """A router on the internet, or behind another router: `outside` is then a free address of that one's network."""
+        return self._own(Router(self, outside, network, nat, behind))
 
     def client(self, router):
         """A host of the router's inside with the next free address."""
