@@ -167,6 +167,7 @@ void GDispatchService::_requestREGISTER( )
     headers.set( GProtocol::DEVICE_GUID, _instance->get( u"Local_Device_GUID" ) );
     headers.set( GProtocol::VERSION, _instance->get( u"Current_Version" ) );
     headers.set( GProtocol::ROUTE_LIST, routeList );
+    if( _instance->test( u"Contact_Requests" ) ) headers.set( GProtocol::CAPABILITIES, GProtocol::CAPABILITY_CONTACTS );
     _registeredRoutes = routeList;
     _request( _instance->get( u"Global_SIP_Host" ), headers );
     _registerTimer.start( );

@@ -1,13 +1,17 @@
 #include "client/signalling/GSIPService.h"
 
 #include "client/signalling/GBuddySession.h"
+#include "client/signalling/GContactRequests.h"
 #include "client/transport/GMegaPort.h"
 #include "protocol/GProtocol.h"
 #include "runtime/GInstance.h"
 
+#include <set>
+
 namespace
 {
 constexpr char16_t QUEUE[] = u"GSIPService_commandQueue";
+constexpr char16_t LIST[] = u"Local_Buddy_List";
 constexpr char16_t CLIENT_QUEUE[] = u"GClient_commandQueue";
 constexpr int64_t WAIT = 500000;
 // While a handshake runs under the remedy its first repetition is due after 0.2 s.
@@ -20,7 +24,8 @@ constexpr const char16_t* STATE_NAMES[] = { u"Offline", u"Getting buddy list", u
 } // namespace
 
 GSIPService::GSIPService( GInstance* instance, GMegaPort* port )
-    : _instance( instance ), _port( port ), _sipClient( GSAFENEW( GSIPClient, ( port ) ) ), _listTimer( LIST_PERIOD )
+    : _instance( instance ), _port( port ), _sipClient( GSAFENEW( GSIPClient, ( port ) ) ),
+      _contactRequests( GSAFENEW( GContactRequests, ( instance, _sipClient ) ) ), _listTimer( LIST_PERIOD )
 {
     invariantTest( );
     _sipClient->setRobust( _isRobust( ) );
@@ -30,6 +35,7 @@ GSIPService::~GSIPService( )
 {
     stop( true );
     GASSERT( _buddyGUIDSessionMap.empty( ) );
+    delete _contactRequests;
     delete _sipClient;
 }
 
@@ -49,6 +55,11 @@ GWString GSIPService::_getState( int state )
 bool GSIPService::_isRobust( ) const
 {
     return _instance->isRobust( u"Robust_Signalling" );
+}
+
+bool GSIPService::_isClientRobust( ) const
+{
+    return _instance->isRobust( u"Robust_Client" );
 }
 
 GBuddySession* GSIPService::findBuddy( GWStringView buddyGUID ) const
@@ -139,17 +150,50 @@ bool GSIPService::_onInput( const GSIPInput& in )
 {
     _logInput( in );
     _instance->set( u"SIP_Status", _getState( _state ) );
-    bool handled = false;
-    switch( _state )
-    {
-    case OFFLINE: handled = _onOffline( in ); break;
-    case GETTING_BUDDY_LIST: handled = _onGettingBuddyList( in ); break;
-    case ONLINE: handled = _onOnline( in ); break;
-    case LEAVING_BUDDIES: handled = _onLeavingBuddies( in ); break;
-    case SETTING_BUDDY_LIST: handled = _onSettingBuddyList( in ); break;
-    }
+    const bool handled = _onContact( in ) || _onState( in );
     if( !handled ) _ignoreInput( in );
     return handled;
+}
+
+bool GSIPService::_onState( const GSIPInput& in )
+{
+    switch( _state )
+    {
+    case OFFLINE: return _onOffline( in );
+    case GETTING_BUDDY_LIST: return _onGettingBuddyList( in );
+    case ONLINE: return _onOnline( in );
+    case LEAVING_BUDDIES: return _onLeavingBuddies( in );
+    case SETTING_BUDDY_LIST: return _onSettingBuddyList( in );
+    }
+    return false;
+}
+
+// Contact requests pass by the table: they come as soon as the device is registered, and no session ever sees them.
+bool GSIPService::_onContact( const GSIPInput& in )
+{
+    if( in.isRequest( GProtocol::CONTACTREQUEST ) )
+    {
+        const bool isBuddy = _state == ONLINE && _instance->contains( LIST, in.request.get( GProtocol::FROM ) );
+        if( _state == ONLINE || _state == GETTING_BUDDY_LIST )
+            _contactRequests->onRequest( in.localHost, in.remoteHost, in.request, isBuddy );
+        else
+            GLOGIF( 's', u"Received 'CONTACTREQUEST' but not online, ignoring." );
+        return true;
+    }
+    if( in.isResponseTo( GProtocol::CONTACTANSWER ) )
+    {
+        if( _isFromServer( in ) ) _contactRequests->onResponse( in.originalRequest, in.response );
+        return true;
+    }
+    if( !in.isCommand( GProtocol::CONTACTANSWER ) || _state != ONLINE ) return false;
+    _contactRequests->answer( in.command.get( GProtocol::BUDDY_GUID ), in.command.get( GProtocol::ANSWER ) );
+    return true;
+}
+
+bool GSIPService::_updateContacts( )
+{
+    _contactRequests->update( );
+    return true;
 }
 
 bool GSIPService::_onOffline( const GSIPInput& in )
@@ -173,7 +217,7 @@ bool GSIPService::_onGettingBuddyList( const GSIPInput& in )
 
 bool GSIPService::_onOnline( const GSIPInput& in )
 {
-    if( in.is( UPDATE ) ) return true;
+    if( in.is( UPDATE ) ) return _updateContacts( );
     if( in.isCommand( u"BUDDYLOGOFF" ) ) return _leaveBuddies( );
     if( in.isCommand( GProtocol::ADDBUDDY ) ) return _addBuddy( in.command.get( GProtocol::BUDDY_GUID ) );
     if( in.isResponseTo( GProtocol::ADDBUDDY ) ) return !_isFromServer( in ) || _onAddBuddyResponse( in );
@@ -253,6 +297,7 @@ void GSIPService::_reset( )
     }
     _buddyGUIDSessionMap.clear( );
     _buddyOrder.clear( );
+    _contactRequests->reset( );
     _instance->clear( u"Combined_Buddy_Device_List" );
 }
 
@@ -260,6 +305,7 @@ void GSIPService::_reset( )
 
 bool GSIPService::_beginGettingBuddyList( )
 {
+    _isListFetched = false;
     _requestGETBUDDYLIST( );
     _listTimer.start( );
     if( _state != GETTING_BUDDY_LIST ) _changeState( GETTING_BUDDY_LIST );
@@ -288,8 +334,14 @@ bool GSIPService::_areAllOffline( ) const
     return true;
 }
 
+// With the remedy of the client a list that was never fetched is not written over the server's.
 bool GSIPService::_saveBuddyList( )
 {
+    if( !_isListFetched && _isClientRobust( ) )
+    {
+        GLOG( u"All buddies are offline, their list was never fetched, leaving the server's as it is." );
+        return _goOffline( true );
+    }
     GLOGIF( 's', u"All buddies are offline, sending 'SETTINGBUDDYLIST'" );
     _requestSETBUDDYLIST( );
     _listTimer.start( );
@@ -299,7 +351,9 @@ bool GSIPService::_saveBuddyList( )
 
 bool GSIPService::_addBuddy( const GWString& buddyGUID )
 {
-    if( GVERIFY( !buddyGUID.empty( ) ) ) _requestADDBUDDY( buddyGUID );
+    if( !GVERIFY( !buddyGUID.empty( ) ) ) return true;
+    _contactRequests->beginAccept( buddyGUID );
+    _requestADDBUDDY( buddyGUID );
     return true;
 }
 
@@ -307,7 +361,10 @@ bool GSIPService::_onAddBuddyResponse( const GSIPInput& in )
 {
     const GWString buddyGUID = in.originalRequest.get( GProtocol::BUDDY_GUID );
     if( in.response.getResponse( ) != GHTTP_SUCCESS || !GValidUserID( buddyGUID ) )
+    {
         _instance->set( u"Add_Buddy_Status", u"Unknown user." );
+        _contactRequests->failAccept( buddyGUID );
+    }
     else if( _instance->contains( u"Local_Buddy_List", buddyGUID ) )
     {
         _instance->set( u"Add_Buddy_Status", u"Already in buddy list." );
@@ -375,23 +432,37 @@ bool GSIPService::_captureChanged( )
     return true;
 }
 
+// With the remedy of the client the list is what the server has, not also what is left of an earlier logon.
 bool GSIPService::_processGETBUDDYLISTResponse( const GHTTPHeaders& response )
 {
+    _isListFetched = response.getResponse( ) == GHTTP_SUCCESS;
     GStringList buddyList;
-    if( response.getResponse( ) != GHTTP_SUCCESS )
-        GLOG( u"WARNING Request 'GETBUDDYLIST' failed, ignoring." );
+    if( _isListFetched )
+        buddyList = _readBuddyList( response );
     else
-        response.get( GProtocol::BUDDY_LIST, buddyList );
+        GLOG( u"WARNING Request 'GETBUDDYLIST' failed, ignoring." );
+    if( _isListFetched && _isClientRobust( ) ) _instance->set( LIST, buddyList );
+    for( const GWString& buddyGUID : buddyList ) _inviteBuddy( buddyGUID );
+    _changeState( ONLINE );
+    return true;
+}
+
+// The usable names, each once.
+GStringList GSIPService::_readBuddyList( const GHTTPHeaders& response ) const
+{
+    GStringList buddyList;
+    GStringList out;
+    std::set<GWString> known;
+    response.get( GProtocol::BUDDY_LIST, buddyList );
     for( const GWString& buddyGUID : buddyList )
     {
         GVERIFY( !buddyGUID.empty( ) );
-        if( GValidUserID( buddyGUID ) )
-            _inviteBuddy( buddyGUID );
-        else
+        if( !GValidUserID( buddyGUID ) )
             GLOG( u"WARNING Received invalid buddy in the buddy list, ignoring." );
+        else if( known.insert( buddyGUID ).second )
+            out.push_back( buddyGUID );
     }
-    _changeState( ONLINE );
-    return true;
+    return out;
 }
 
 // ---- Passing messages to the sessions.

@@ -11,6 +11,7 @@
 #include <map>
 
 class GBuddySession;
+class GContactRequests;
 class GInstance;
 class GMegaPort;
 
@@ -51,6 +52,8 @@ public:
 
 private:
     bool _onInput( const GSIPInput& in );
+    bool _onContact( const GSIPInput& in );
+    bool _onState( const GSIPInput& in );
     bool _onOffline( const GSIPInput& in );
     bool _onGettingBuddyList( const GSIPInput& in );
     bool _onOnline( const GSIPInput& in );
@@ -73,9 +76,11 @@ private:
     bool _reportBug( );
     bool _onBugReportResponse( const GHTTPHeaders& response );
     bool _captureChanged( );
+    bool _updateContacts( );
     bool _passRequest( const GSIPInput& in );
     bool _passResponse( const GSIPInput& in );
     bool _processGETBUDDYLISTResponse( const GHTTPHeaders& response );
+    GStringList _readBuddyList( const GHTTPHeaders& response ) const;
 
     void _requestGETBUDDYLIST( );
     void _requestSETBUDDYLIST( );
@@ -91,12 +96,15 @@ private:
     bool _isFromServer( const GSIPInput& in ) const;
     bool _mayBegin( const GSIPInput& in, const GWString& buddyGUID ) const;
     bool _isRobust( ) const;
+    bool _isClientRobust( ) const;
 
     GInstance* _instance;
     GMegaPort* _port;
     GSIPClient* _sipClient;
+    GContactRequests* _contactRequests;
     State _state = OFFLINE;
     std::map<GWString, GBuddySession*, std::less<>> _buddyGUIDSessionMap;
     std::deque<GWString> _buddyOrder; // Oldest first.
     GIntervalTimer _listTimer;
+    bool _isListFetched = false; // Since the last logon.
 };

@@ -83,6 +83,7 @@ public:
     };
     const GWString& host( ) const { return _udp.host( ); }
     void answer( );
+    void send( const GWString& to, const GHTTPHeaders& message ) const { _udp.send( to, message ); }
     std::vector<Device> devices;
     GStringList buddyList;
     int code = GHTTP_SUCCESS;
