@@ -67,6 +67,9 @@ const Row ROWS[] = {
     { "stun_pending_per_source", &GServerConfig::stunPendingPerSource, 1, MANY },
     { "buddies", &GServerConfig::buddies, 1, 2000 },
     { "devices_per_user", &GServerConfig::devicesPerUser, 1, 64 },
+    { "contacts", &GServerConfig::contacts },
+    { "contact_requests", &GServerConfig::contactRequests, 1, 1000 },
+    { "contact_requests_per_hour", &GServerConfig::contactRequestsPerHour, 1, MANY },
     { "connections", &GServerConfig::connections, 1, MANY },
     { "connections_per_address", &GServerConfig::connectionsPerAddress, 1, MANY },
     { "drain_seconds", &GServerConfig::drainSeconds, 0, 3600 },
@@ -217,6 +220,7 @@ bool GServerConfig::finish( GString& error )
     const GWString name = GUTF8ToWide( domain );
     if( name.empty( ) || name.find( u'@' ) != GWString::npos || GSanitizeName( name ) != name )
         error = "domain is small letters, digits, '-', '_' and '.', not '" + domain + "'";
+    if( !isAgreed( ) && contacts != CONTACTS_OPEN ) error = "contacts is 'agreed' or 'open', not '" + contacts + "'";
     return error.empty( );
 }
 

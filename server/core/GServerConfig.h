@@ -31,6 +31,11 @@ struct GServerConfig
     // Fills the hosts that no line named and tests all of them; false with the reason.
     bool finish( GString& error );
     bool hasRole( std::string_view role ) const;
+    // Only users who have each other on their lists reach each other.
+    bool isAgreed( ) const { return contacts == CONTACTS_AGREED; }
+
+    static constexpr std::string_view CONTACTS_AGREED = "agreed";
+    static constexpr std::string_view CONTACTS_OPEN = "open";
 
     GString domain = "velmora.local";
     GString store = "velmora-server.db";
@@ -64,6 +69,9 @@ struct GServerConfig
     int64_t stunPendingPerSource = 64;
     int64_t buddies = 200;
     int64_t devicesPerUser = 16;
+    GString contacts{ CONTACTS_OPEN };
+    int64_t contactRequests = 32;        // Waiting for the answer of one user.
+    int64_t contactRequestsPerHour = 60; // ADDBUDDYs of one user, whatever comes of them.
     int64_t connections = 4096;
     int64_t connectionsPerAddress = 256;
     int64_t drainSeconds = 5;

@@ -6,8 +6,12 @@ namespace GServerMessage
 {
 bool readRequest( const GString& datagram, GHTTPHeaders& out )
 {
+    return read( datagram, out ) && !out.getResponse( );
+}
+bool read( const GString& datagram, GHTTPHeaders& out )
+{
     if( datagram.empty( ) || datagram.size( ) > MAX_DATAGRAM ) return false;
-    if( out.deserialize( datagram ) != static_cast<int>( datagram.size( ) ) || out.getResponse( ) ) return false;
+    if( out.deserialize( datagram ) != static_cast<int>( datagram.size( ) ) ) return false;
     const GWString cseq = out.get( GProtocol::CSEQ );
     return !cseq.empty( ) && cseq.size( ) <= 128 && out.headers( ).size( ) <= MAX_HEADERS;
 }
@@ -26,11 +30,23 @@ GString compose( const GHTTPHeaders& request, int code, GWStringView text )
 
 GString methodLabel( const GHTTPHeaders& request )
 {
-    static constexpr GWStringView KNOWN[] = {
-        GProtocol::AUTHENTICATE, GProtocol::STUN,         GProtocol::HOLEPUNCH,    GProtocol::OPENTURN,
-        GProtocol::SENDUDP,      GProtocol::PING,         GProtocol::DEVICEGUID,   GProtocol::REGISTER,
-        GProtocol::UNREGISTER,   GProtocol::GETBUDDYLIST, GProtocol::SETBUDDYLIST, GProtocol::ADDBUDDY,
-        GProtocol::BUGREPORT,    GProtocol::LOGFILE,      GProtocol::INVITE,       u"GET" };
+    static constexpr GWStringView KNOWN[] = { GProtocol::AUTHENTICATE,
+                                              GProtocol::STUN,
+                                              GProtocol::HOLEPUNCH,
+                                              GProtocol::OPENTURN,
+                                              GProtocol::SENDUDP,
+                                              GProtocol::PING,
+                                              GProtocol::DEVICEGUID,
+                                              GProtocol::REGISTER,
+                                              GProtocol::UNREGISTER,
+                                              GProtocol::GETBUDDYLIST,
+                                              GProtocol::SETBUDDYLIST,
+                                              GProtocol::ADDBUDDY,
+                                              GProtocol::BUGREPORT,
+                                              GProtocol::LOGFILE,
+                                              GProtocol::INVITE,
+                                              GProtocol::CONTACTANSWER,
+                                              u"GET" };
     for( const GWStringView method : KNOWN )
         if( request.isMethod( method ) ) return GWideToUTF8( method );
     return "other";

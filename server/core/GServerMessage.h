@@ -10,6 +10,8 @@ constexpr int MAX_HEADERS = 64;
 
 // One whole request: the bytes are the message and nothing more, it is no response, and it has a CSeq of at most 128 units.
 bool readRequest( const GString& datagram, GHTTPHeaders& out );
+// The same for requests and responses.
+bool read( const GString& datagram, GHTTPHeaders& out );
 // An answer that repeats the request's CSeq unchanged, when it has one.
 GHTTPHeaders reply( const GHTTPHeaders& request, int code, GWStringView text );
 GString compose( const GHTTPHeaders& request, int code, GWStringView text );

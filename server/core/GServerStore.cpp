@@ -1,24 +1,16 @@
 #include "server/core/GServerStore.h"
 
 #include "base/GPortable.h"
+#include "server/core/GServerSchema.h"
 
 #include <sqlite3.h>
 
 namespace
 {
-constexpr char SCHEMA[] = R"(
+constexpr char PRAGMAS[] = R"(
 PRAGMA journal_mode=WAL;
 PRAGMA synchronous=NORMAL;
 PRAGMA foreign_keys=ON;
-CREATE TABLE IF NOT EXISTS account(name TEXT PRIMARY KEY, hash TEXT NOT NULL, email TEXT NOT NULL, created INTEGER NOT NULL) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS buddy(id INTEGER PRIMARY KEY, user TEXT NOT NULL, buddy TEXT NOT NULL, UNIQUE(user, buddy));
-CREATE TABLE IF NOT EXISTS device(device TEXT PRIMARY KEY, given INTEGER NOT NULL) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS logon(address TEXT NOT NULL, user TEXT NOT NULL, time INTEGER NOT NULL, PRIMARY KEY(address, user)) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS registration(user TEXT NOT NULL, device TEXT NOT NULL, host TEXT NOT NULL, listener TEXT NOT NULL,
-  routes TEXT NOT NULL, version TEXT NOT NULL, expires INTEGER NOT NULL, listed INTEGER NOT NULL, PRIMARY KEY(user, device)) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS allocation(host TEXT PRIMARY KEY, address TEXT NOT NULL) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS report(id INTEGER PRIMARY KEY, user TEXT NOT NULL, email TEXT NOT NULL, text TEXT NOT NULL, time INTEGER NOT NULL);
-CREATE TABLE IF NOT EXISTS value(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 )";
 } // namespace
 
@@ -87,12 +79,16 @@ GServerStore::~GServerStore( )
 
 bool GServerStore::open( const GString& path, GString& error )
 {
-    if( sqlite3_open( path.c_str( ), &_database ) == SQLITE_OK )
+    error.clear( );
+    bool good = sqlite3_open( path.c_str( ), &_database ) == SQLITE_OK;
+    if( good )
     {
         sqlite3_busy_timeout( _database, 5000 );
-        if( sqlite3_exec( _database, SCHEMA, nullptr, nullptr, nullptr ) == SQLITE_OK ) return true;
+        good = sqlite3_exec( _database, PRAGMAS, nullptr, nullptr, nullptr ) == SQLITE_OK &&
+               GServerSchema::migrate( _database, error );
     }
-    error = "can't open the store '" + path + "': " + sqlite3_errmsg( _database );
+    if( good ) return true;
+    error = "can't open the store '" + path + "': " + ( error.empty( ) ? sqlite3_errmsg( _database ) : error.c_str( ) );
     return false;
 }
 
@@ -119,8 +115,11 @@ bool GServerStore::setPassword( const GString& name, const GString& hash )
 }
 bool GServerStore::removeAccount( const GString& name )
 {
-    for( const char* sql : { "DELETE FROM logon WHERE user=?", "DELETE FROM buddy WHERE user=?",
-                             "DELETE FROM registration WHERE user=?" } )
+    // Whoever takes the name later is somebody else: nobody's list knows him.
+    for( const char* sql :
+         { "DELETE FROM logon WHERE user=?", "DELETE FROM registration WHERE user=?",
+           "DELETE FROM buddy WHERE user=?1 OR buddy=?1", "DELETE FROM request WHERE asker=?1 OR asked=?1",
+           "DELETE FROM block WHERE user=?1 OR blocked=?1", "UPDATE device SET user='' WHERE user=?" } )
         Statement( _database, sql ).bind( name ).run( );
     return Statement( _database, "DELETE FROM account WHERE name=?" ).bind( name ).run( 1 );
 }
@@ -155,14 +154,95 @@ bool GServerStore::addBuddy( const GString& user, const GString& buddy )
         .bind( buddy )
         .run( );
 }
-
-bool GServerStore::addDevice( const GString& device, uint64_t now )
+bool GServerStore::hasBuddy( const GString& user, const GString& buddy )
 {
-    return Statement( _database, "INSERT INTO device VALUES(?,?)" ).bind( device ).bind( now ).run( );
+    return Statement( _database, "SELECT 1 FROM buddy WHERE user=? AND buddy=?" ).bind( user ).bind( buddy ).row( );
+}
+
+bool GServerStore::addRequest( const GString& asker, const GString& asked, uint64_t now )
+{
+    return Statement( _database, "INSERT OR IGNORE INTO request(asker, asked, time) VALUES(?,?,?)" )
+        .bind( asker )
+        .bind( asked )
+        .bind( now )
+        .run( );
+}
+bool GServerStore::removeRequest( const GString& asker, const GString& asked )
+{
+    return Statement( _database, "DELETE FROM request WHERE asker=? AND asked=?" ).bind( asker ).bind( asked ).run( 1 );
+}
+std::vector<GString> GServerStore::listRequests( const GString& asked )
+{
+    std::vector<GString> askers;
+    Statement statement( _database, "SELECT asker FROM request WHERE asked=? ORDER BY id" );
+    statement.bind( asked );
+    while( statement.row( ) ) askers.push_back( statement.text( 0 ) );
+    return askers;
+}
+int64_t GServerStore::countRequests( )
+{
+    Statement statement( _database, "SELECT COUNT(*) FROM request" );
+    return statement.row( ) ? static_cast<int64_t>( statement.number( 0 ) ) : 0;
+}
+bool GServerStore::addBlock( const GString& user, const GString& blocked, uint64_t keep )
+{
+    if( !Statement( _database, "INSERT OR IGNORE INTO block(user, blocked) VALUES(?,?)" )
+             .bind( user )
+             .bind( blocked )
+             .run( ) )
+        return false;
+    return Statement( _database, "DELETE FROM block WHERE user=?1 AND id NOT IN "
+                                 "(SELECT id FROM block WHERE user=?1 ORDER BY id DESC LIMIT ?2)" )
+        .bind( user )
+        .bind( keep )
+        .run( );
+}
+bool GServerStore::removeBlock( const GString& user, const GString& blocked )
+{
+    return Statement( _database, "DELETE FROM block WHERE user=? AND blocked=?" ).bind( user ).bind( blocked ).run( 1 );
+}
+bool GServerStore::hasBlock( const GString& user, const GString& blocked )
+{
+    return Statement( _database, "SELECT 1 FROM block WHERE user=? AND blocked=?" ).bind( user ).bind( blocked ).row( );
+}
+
+bool GServerStore::addDevice( const GString& device, uint64_t now, const GString& address, uint64_t keep )
+{
+    if( !Statement( _database, "INSERT INTO device(device, given, address) VALUES(?,?,?)" )
+             .bind( device )
+             .bind( now )
+             .bind( address )
+             .run( ) )
+        return false;
+    return address.empty( ) ||
+           Statement( _database, "DELETE FROM device WHERE user='' AND address=?1 AND device NOT IN "
+                                 "(SELECT device FROM device WHERE user='' AND address=?1 "
+                                 "ORDER BY given DESC LIMIT ?2)" )
+               .bind( address )
+               .bind( keep )
+               .run( );
 }
 bool GServerStore::hasDevice( const GString& device )
 {
     return Statement( _database, "SELECT 1 FROM device WHERE device=?" ).bind( device ).row( );
+}
+bool GServerStore::useDevice( const GString& device, const GString& user, uint64_t now, uint64_t keep )
+{
+    {
+        Statement statement( _database, "SELECT user FROM device WHERE device=?" );
+        if( !statement.bind( device ).row( ) ) return false;
+        if( statement.text( 0 ) == user ) return true;
+    }
+    return Statement( _database, "UPDATE device SET user=?, given=?, address='' WHERE device=?" )
+               .bind( user )
+               .bind( now )
+               .bind( device )
+               .run( 1 ) &&
+           Statement( _database, "DELETE FROM device WHERE user=?1 AND device NOT IN "
+                                 "(SELECT device FROM device WHERE user=?1 ORDER BY given DESC LIMIT ?2)" )
+               .bind( user )
+               .bind( keep )
+               .run( );
 }
 
 bool GServerStore::addLogon( const GString& user, const GString& address, uint64_t now )
@@ -191,7 +271,7 @@ bool GServerStore::hasAnyLogon( const GString& address, uint64_t since )
 
 bool GServerStore::putRegistration( const GRegistration& r )
 {
-    return Statement( _database, "INSERT OR REPLACE INTO registration VALUES(?,?,?,?,?,?,?,?)" )
+    return Statement( _database, "INSERT OR REPLACE INTO registration VALUES(?,?,?,?,?,?,?,?,?)" )
         .bind( r.user )
         .bind( r.device )
         .bind( r.host )
@@ -200,6 +280,7 @@ bool GServerStore::putRegistration( const GRegistration& r )
         .bind( r.version )
         .bind( r.expires )
         .bind( uint64_t( r.listed ) )
+        .bind( uint64_t( r.contacts ) )
         .run( );
 }
 bool GServerStore::removeRegistration( const GString& user, const GString& device )
@@ -212,12 +293,13 @@ bool GServerStore::removeRegistration( const GString& user, const GString& devic
 std::vector<GRegistration> GServerStore::listRegistrations( )
 {
     std::vector<GRegistration> all;
-    Statement statement( _database,
-                         "SELECT user, device, host, listener, routes, version, expires, listed FROM registration" );
+    Statement statement(
+        _database,
+        "SELECT user, device, host, listener, routes, version, expires, listed, contacts FROM registration" );
     while( statement.row( ) )
         all.push_back( { statement.text( 0 ), statement.text( 1 ), statement.text( 2 ), statement.text( 3 ),
-                         statement.text( 4 ), statement.text( 5 ), statement.number( 6 ),
-                         statement.number( 7 ) != 0 } );
+                         statement.text( 4 ), statement.text( 5 ), statement.number( 6 ), statement.number( 7 ) != 0,
+                         statement.number( 8 ) != 0 } );
     return all;
 }
 

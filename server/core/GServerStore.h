@@ -1,4 +1,5 @@
-// What the server must not lose: accounts, buddy lists, device ids, live registrations, logons, relay addresses, bug reports.
+// What the server must not lose: accounts, buddy lists, device ids, live registrations, logons, relay addresses,
+// requests for a contact, bug reports.
 // SQLite in write-ahead mode: whatever a call has stored survives the kill of the process. Several processes of one machine may
 // share a store. Network thread only; a call that fails logs an ERROR line and reports it. Times are GTimeGetTime microseconds.
 #pragma once
@@ -27,7 +28,8 @@ struct GRegistration
     GString routes;   // Joined list, as it goes into an answer.
     GString version;
     uint64_t expires = 0;
-    bool listed = false; // A GETBUDDYLIST was answered since it began.
+    bool listed = false;   // A GETBUDDYLIST was answered since it began.
+    bool contacts = false; // It understands requests for a contact.
 };
 
 class GServerStore
@@ -38,7 +40,7 @@ public:
     GServerStore( const GServerStore& ) = delete;
     GServerStore& operator=( const GServerStore& ) = delete;
 
-    // ":memory:" keeps everything in memory. False with the reason.
+    // ":memory:" keeps everything in memory; a file of an earlier version becomes one of this. False with the reason.
     bool open( const GString& path, GString& error );
 
     // ---- Accounts. False when the name is taken, or is not there.
@@ -52,10 +54,25 @@ public:
     std::vector<GString> getBuddies( const GString& user );
     bool setBuddies( const GString& user, const std::vector<GString>& buddies );
     bool addBuddy( const GString& user, const GString& buddy );
+    bool hasBuddy( const GString& user, const GString& buddy );
 
-    // ---- Device ids that the server gave out.
-    bool addDevice( const GString& device, uint64_t now );
+    // ---- Requests for a contact, in the order in which they were made, and who wants none of whom.
+    bool addRequest( const GString& asker, const GString& asked, uint64_t now );
+    // False when there was none.
+    bool removeRequest( const GString& asker, const GString& asked );
+    std::vector<GString> listRequests( const GString& asked );
+    int64_t countRequests( );
+    // The `keep` newest of a user stay.
+    bool addBlock( const GString& user, const GString& blocked, uint64_t keep );
+    bool removeBlock( const GString& user, const GString& blocked );
+    bool hasBlock( const GString& user, const GString& blocked );
+
+    // ---- Device ids that the server gave out. One that nobody has used yet counts for the address that it was given to, of which
+    // the `keep` newest stay; a used one for its last user, likewise.
+    bool addDevice( const GString& device, uint64_t now, const GString& address = { }, uint64_t keep = 0 );
     bool hasDevice( const GString& device );
+    // False when it was never given out.
+    bool useDevice( const GString& device, const GString& user, uint64_t now, uint64_t keep );
 
     // ---- Logons: who has logged on from which address.
     bool addLogon( const GString& user, const GString& address, uint64_t now );

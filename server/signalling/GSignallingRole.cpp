@@ -6,12 +6,13 @@
 namespace
 {
 constexpr auto EXPIRY_PERIOD = std::chrono::seconds( 60 );
-}
+constexpr auto UPDATE_PERIOD = std::chrono::milliseconds( 500 );
+} // namespace
 
 GSignallingRole::GSignallingRole( boost::asio::io_context& io, const GServerConfig& config, GServerStore& store,
                                   GMetrics& metrics )
     : _config( config ), _metrics( metrics ), _service( config, store, metrics ), _limit( 1, 1 ), _io( io ),
-      _relayAddress( GServerHost::split( config.relayUDP ).bind ), _timer( io )
+      _relayAddress( GServerHost::split( config.relayUDP ).bind ), _timer( io ), _updateTimer( io )
 {
     reload( );
 }
@@ -43,12 +44,14 @@ void GSignallingRole::close( )
 {
     boost::system::error_code ignored;
     _timer.cancel( ignored );
+    _updateTimer.cancel( ignored );
     for( const auto& socket : _sockets ) socket->close( );
 }
 void GSignallingRole::reload( )
 {
     const auto rate = static_cast<double>( _config.datagramsPerSecond );
     _limit.setRate( rate, rate * 2 );
+    _service.reload( );
 }
 std::vector<GString> GSignallingRole::boundHosts( ) const
 {
@@ -71,9 +74,28 @@ void GSignallingRole::_onDatagram( size_t listener, const GDatagramSocket::Endpo
     if( !_limit.take( address == _relayAddress ? host : address, now ) )
         return _metrics.count( "signalling", "any", "limited" );
     _service.onDatagram( listener, host, GString( data, length ), now, _out );
+    _sendAll( );
+    _metrics.setGauge( "velmora_registrations", static_cast<int64_t>( _service.registrationCount( ) ) );
+}
+void GSignallingRole::_sendAll( )
+{
     for( const GSignallingDatagram& datagram : _out ) _sockets[datagram.listener]->send( datagram.to, datagram.bytes );
     _out.clear( );
-    _metrics.setGauge( "velmora_registrations", static_cast<int64_t>( _service.registrationCount( ) ) );
+    if( !_service.isIdle( ) && !_updating ) _armUpdate( );
+}
+// Runs only while a device owes an answer.
+void GSignallingRole::_armUpdate( )
+{
+    _updating = true;
+    _updateTimer.expires_after( UPDATE_PERIOD );
+    _updateTimer.async_wait(
+        [this]( const boost::system::error_code& code )
+        {
+            _updating = false;
+            if( code ) return;
+            _service.update( GTimeGetTime( ), _out );
+            _sendAll( );
+        } );
 }
 void GSignallingRole::_armExpiry( )
 {

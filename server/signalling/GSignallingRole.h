@@ -21,7 +21,9 @@ public:
 
 private:
     void _onDatagram( size_t listener, const GDatagramSocket::Endpoint& from, const char* data, size_t length );
+    void _sendAll( );
     void _armExpiry( );
+    void _armUpdate( );
 
     const GServerConfig& _config;
     GMetrics& _metrics;
@@ -33,4 +35,6 @@ private:
     GString _relayAddress;
     std::vector<GSignallingDatagram> _out;
     boost::asio::steady_timer _timer;
+    boost::asio::steady_timer _updateTimer;
+    bool _updating = false;
 };

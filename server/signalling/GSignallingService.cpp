@@ -19,6 +19,9 @@ constexpr size_t MAX_REPLIES = 65536;
 constexpr int MAX_ROUTES = 8;
 constexpr int DEVICE_LENGTH = 24;
 constexpr int64_t REPORTS_PER_DAY = 50;
+// Ids that an address has fetched and not used, and ids that a user has used: the oldest leave, and their devices ask for others.
+constexpr uint64_t UNUSED_DEVICES = 1000;
+constexpr uint64_t USED_DEVICES = 64;
 
 // What became of a request, as the figures call it.
 constexpr std::string_view DROPPED = "dropped";
@@ -53,6 +56,9 @@ const GSignallingService::Row GSignallingService::ROWS[] = {
     { GProtocol::GETBUDDYLIST, { GProtocol::FROM }, &GSignallingService::_onGETBUDDYLIST },
     { GProtocol::SETBUDDYLIST, { GProtocol::FROM }, &GSignallingService::_onSETBUDDYLIST },
     { GProtocol::ADDBUDDY, { GProtocol::FROM, GProtocol::BUDDY_GUID }, &GSignallingService::_onADDBUDDY },
+    { GProtocol::CONTACTANSWER,
+      { GProtocol::FROM, GProtocol::FROM_DEVICE_GUID, GProtocol::BUDDY_GUID, GProtocol::ANSWER },
+      &GSignallingService::_onCONTACTANSWER },
     { GProtocol::BUGREPORT, { GProtocol::FROM, GProtocol::TEXT }, &GSignallingService::_onBUGREPORT },
     { GProtocol::INVITE,
       { GProtocol::FROM, GProtocol::FROM_DEVICE_GUID, GProtocol::TO, GProtocol::TRY_ROUTE_LIST },
@@ -61,7 +67,7 @@ const GSignallingService::Row GSignallingService::ROWS[] = {
 
 GSignallingService::GSignallingService( const GServerConfig& config, GServerStore& store, GMetrics& metrics )
     : _config( config ), _database( store ), _metrics( metrics ), _replies( REPLY_LIFETIME, MAX_REPLIES ),
-      _invites( INVITE_LIFETIME, MAX_REPLIES )
+      _invites( INVITE_LIFETIME, MAX_REPLIES ), _contacts( config, store, metrics )
 {
 }
 
@@ -79,14 +85,20 @@ void GSignallingService::onDatagram( size_t listener, const GString& from, const
                                      std::vector<GSignallingDatagram>& out )
 {
     Request request{ listener, from, bytes, now, GHTTPHeaders( ), out };
-    if( !GServerMessage::readRequest( bytes, request.headers ) )
-        return _metrics.count( "signalling", "other", "malformed" );
+    if( !GServerMessage::read( bytes, request.headers ) ) return _metrics.count( "signalling", "other", "malformed" );
+    if( request.headers.getResponse( ) ) return _onResponse( request );
     const auto present = [&request]( GWStringView name ) { return !request.headers.get( name ).empty( ); };
     std::string_view result = DROPPED;
     for( const Row& row : ROWS )
         if( request.headers.isMethod( row.method ) && std::all_of( row.headers.begin( ), row.headers.end( ), present ) )
             result = ( this->*row.handler )( request );
     _metrics.count( "signalling", GServerMessage::methodLabel( request.headers ), result );
+}
+
+void GSignallingService::_onResponse( Request& request )
+{
+    const bool known = _contacts.onResponse( request.from, request.headers );
+    _metrics.count( "signalling", known ? "CONTACTREQUEST" : "other", known ? "acknowledged" : "malformed" );
 }
 
 // ---- Requests that need no registration.
@@ -100,16 +112,13 @@ std::string_view GSignallingService::_onPING( Request& request )
 
 std::string_view GSignallingService::_onDEVICEGUID( Request& request )
 {
-    const GString key = GPasswordDigest( joinKey( { request.from, request.bytes } ) );
-    if( const GString* reply = _replies.find( key, request.now ) )
-    {
-        request.out.push_back( { request.listener, request.from, *reply } );
-        return REPEATED;
-    }
+    GString key;
+    if( _repeats( request, key ) ) return REPEATED;
     const uint64_t since = request.now - static_cast<uint64_t>( _config.logonSeconds ) * SECOND;
-    if( !_database.hasAnyLogon( _addressOf( request.from ), since ) ) return REFUSED;
+    const GString address = _addressOf( request.from );
+    if( !_database.hasAnyLogon( address, since ) ) return REFUSED;
     const GString device = GPasswordRandomText( DEVICE_LENGTH );
-    if( !_database.addDevice( device, request.now ) ) return REFUSED;
+    if( !_database.addDevice( device, request.now, address, UNUSED_DEVICES ) ) return REFUSED;
     GHTTPHeaders answer = GServerMessage::reply( request.headers, GHTTP_SUCCESS, u"OK" );
     answer.set( GProtocol::DEVICE_GUID, GUTF8ToWide( device ) );
     _replies.store( key, answer.serialize( ), request.now );
@@ -141,15 +150,22 @@ std::string_view GSignallingService::_onREGISTER( Request& request )
     const GRegistration* known = _registrationOf( request );
     const bool goesOn = known && known->user == user && known->device == device;
     const bool listed = goesOn && known->listed;
+    GStringList capabilities;
+    request.headers.get( GProtocol::CAPABILITIES, capabilities );
+    const bool contacts = GListContains( capabilities, GProtocol::CAPABILITY_CONTACTS );
+    if( !_database.useDevice( device, user, request.now, USED_DEVICES ) ) return REFUSED;
     _removeOthersAt( request.from, user, device );
-    _store( { user, device, request.from,
-              _listeners.size( ) > request.listener ? _listeners[request.listener] : GString( ), routes,
-              GServerMessage::loggable( request.headers.get( GProtocol::VERSION ) ),
-              request.now + static_cast<uint64_t>( _config.registrationSeconds ) * SECOND, listed } );
+    if( !_store( { user, device, request.from,
+                   _listeners.size( ) > request.listener ? _listeners[request.listener] : GString( ), routes,
+                   GServerMessage::loggable( request.headers.get( GProtocol::VERSION ) ),
+                   request.now + static_cast<uint64_t>( _config.registrationSeconds ) * SECOND, listed, contacts } ) )
+        return REFUSED;
     _limitDevices( user, device );
     if( !goesOn )
         GLOGPLAIN( u"register user=", user, u" device=", device, u" from=", request.from, u" routes='", routes, u"'" );
-    return _answer( request, GHTTP_SUCCESS, u"OK" );
+    const std::string_view result = _answer( request, GHTTP_SUCCESS, u"OK" );
+    if( contacts ) _contacts.tellAll( { user, device, request.listener, request.from }, request.now, request.out );
+    return result;
 }
 
 // ---- Requests from the source of the user's live registration only.
@@ -184,7 +200,7 @@ std::string_view GSignallingService::_onGETBUDDYLIST( Request& request )
     if( !registration->listed )
     {
         registration->listed = true;
-        _database.putRegistration( *registration );
+        if( !_database.putRegistration( *registration ) ) return REFUSED;
     }
     return _send( request, answer, "answered" );
 }
@@ -194,6 +210,8 @@ std::string_view GSignallingService::_onSETBUDDYLIST( Request& request )
     const GRegistration* registration = _registrationOf( request );
     if( !registration ) return REFUSED;
     if( !request.headers.contains( GProtocol::BUDDY_LIST ) ) return DROPPED;
+    GString key;
+    if( _repeats( request, key ) ) return REPEATED;
     GStringList list;
     request.headers.get( GProtocol::BUDDY_LIST, list );
     std::vector<GString> buddies;
@@ -208,44 +226,100 @@ std::string_view GSignallingService::_onSETBUDDYLIST( Request& request )
     const bool takes = !buddies.empty( ) || ( list.empty( ) && registration->listed );
     if( takes && !_database.setBuddies( registration->user, buddies ) ) return REFUSED;
     GLOGPLAIN( u"buddies user=", registration->user, u" count=", buddies.size( ), takes ? u"" : u" result=unchanged" );
-    return _answer( request, GHTTP_SUCCESS, u"OK" );
+    // Whom a user has on his list he need not be asked about.
+    if( takes )
+        for( const GString& asker : _database.listRequests( registration->user ) )
+            if( std::find( buddies.begin( ), buddies.end( ), asker ) != buddies.end( ) )
+                _settle( request, asker, *registration );
+    return _answerOnce( request, key, GHTTP_SUCCESS, u"OK" );
 }
 
 std::string_view GSignallingService::_onADDBUDDY( Request& request )
 {
     const GRegistration* registration = _registrationOf( request );
     if( !registration ) return REFUSED;
+    const GString user = registration->user;
+    GString key;
+    if( _repeats( request, key ) ) return REPEATED;
+    // Whoever asks learns which accounts there are: not faster than a person would.
+    if( !_contacts.mayAsk( user, request.now ) ) return _answerOnce( request, key, 429, u"Too many requests" );
     GString buddy = narrow( request.headers, GProtocol::BUDDY_GUID );
     if( buddy.find( '@' ) == GString::npos ) buddy += "@" + _config.domain;
     if( !GValidUserID( GUTF8ToWide( buddy ) ) || !_database.getAccount( buddy ) )
-        return _answer( request, 404, u"Unknown user" );
-    const std::vector<GString> buddies = _database.getBuddies( registration->user );
-    const bool known = std::find( buddies.begin( ), buddies.end( ), buddy ) != buddies.end( );
-    if( !known && static_cast<int64_t>( buddies.size( ) ) >= _config.buddies )
-        return _answer( request, 400, u"Too many buddies" );
-    if( !known && !_database.addBuddy( registration->user, buddy ) ) return REFUSED;
-    if( !known ) GLOGPLAIN( u"buddy user=", registration->user, u" added=", buddy );
-    return _answer( request, GHTTP_SUCCESS, u"OK" );
+        return _answerOnce( request, key, 404, u"Unknown user" );
+    const bool known = _database.hasBuddy( user, buddy );
+    if( !known && static_cast<int64_t>( _database.getBuddies( user ).size( ) ) >= _config.buddies )
+        return _answerOnce( request, key, 400, u"Too many buddies" );
+    if( !known && !_database.addBuddy( user, buddy ) ) return REFUSED;
+    if( !known ) GLOGPLAIN( u"buddy user=", user, u" added=", buddy );
+    const std::string_view result = _answerOnce( request, key, GHTTP_SUCCESS, u"OK" );
+    _contacts.unblock( user, buddy );
+    _settle( request, buddy, *registration );
+    _ask( request, user, buddy );
+    return result;
+}
+
+std::string_view GSignallingService::_onCONTACTANSWER( Request& request )
+{
+    const GRegistration* registration = _registrationOf( request );
+    if( !registration || registration->device != narrow( request.headers, GProtocol::FROM_DEVICE_GUID ) )
+        return REFUSED;
+    const GString asker = narrow( request.headers, GProtocol::BUDDY_GUID );
+    const GWString answer = request.headers.get( GProtocol::ANSWER );
+    const bool blocks = answer == GProtocol::BLOCK;
+    if( !GValidUserID( GUTF8ToWide( asker ) ) || ( !blocks && answer != GProtocol::REFUSE ) ) return DROPPED;
+    GString key;
+    if( _repeats( request, key ) ) return REPEATED;
+    // Only accounts are blocked, so that nobody fills the store with names; whether there is one isn't told.
+    if( blocks && asker != registration->user && _database.getAccount( asker ) &&
+        !_contacts.block( registration->user, asker ) )
+        return REFUSED;
+    GLOGPLAIN( u"contact asker=", asker, u" asked=", registration->user,
+               blocks ? u" result=blocked" : u" result=refused" );
+    const std::string_view result = _answerOnce( request, key, GHTTP_SUCCESS, u"OK" );
+    _settle( request, asker, *registration );
+    return result;
+}
+
+// The asked user's devices learn of it now; those that come later, when they register.
+void GSignallingService::_ask( Request& request, const GString& asker, const GString& asked )
+{
+    if( !_contacts.ask( asker, asked, request.now ) ) return;
+    for( const GContactDevice& device : _devicesOf( asked, request.now ) )
+        _contacts.tell( device, asker, GProtocol::PENDING, request.now, request.out );
+}
+// The user's other devices need not ask him any more.
+void GSignallingService::_settle( Request& request, const GString& asker, const GRegistration& answering )
+{
+    if( !_contacts.settle( asker, answering.user ) ) return;
+    for( const GContactDevice& device : _devicesOf( answering.user, request.now ) )
+        if( device.device != answering.device )
+            _contacts.tell( device, asker, GProtocol::ANSWERED, request.now, request.out );
+}
+GContactService::Devices GSignallingService::_devicesOf( const GString& user, uint64_t now ) const
+{
+    GContactService::Devices devices;
+    const auto found = _registrations.find( user );
+    if( found == _registrations.end( ) ) return devices;
+    for( const auto& [device, registration] : found->second )
+        if( registration.contacts && registration.expires >= now )
+            devices.push_back( { user, device, _listenerOf( registration ), registration.host } );
+    return devices;
 }
 
 std::string_view GSignallingService::_onBUGREPORT( Request& request )
 {
     const GRegistration* registration = _registrationOf( request );
     if( !registration ) return REFUSED;
-    const GString key = GPasswordDigest( joinKey( { request.from, request.bytes } ) );
-    if( _replies.find( key, request.now ) )
-    {
-        _answer( request, GHTTP_SUCCESS, u"OK" );
-        return REPEATED;
-    }
+    GString key;
+    if( _repeats( request, key ) ) return REPEATED;
     if( _database.countBugReports( registration->user, request.now - DAY ) >= REPORTS_PER_DAY )
-        return _answer( request, 429, u"Too many reports" );
+        return _answerOnce( request, key, 429, u"Too many reports" );
     if( !_database.addBugReport( registration->user, narrow( request.headers, GProtocol::EMAIL ),
                                  narrow( request.headers, GProtocol::TEXT ), request.now ) )
         return REFUSED;
     GLOGPLAIN( u"report user=", registration->user );
-    _replies.store( key, { }, request.now );
-    return _answer( request, GHTTP_SUCCESS, u"OK" );
+    return _answerOnce( request, key, GHTTP_SUCCESS, u"OK" );
 }
 
 std::string_view GSignallingService::_onINVITE( Request& request )
@@ -262,7 +336,7 @@ std::string_view GSignallingService::_onINVITE( Request& request )
         return REPEATED;
     }
     GHTTPHeaders answer = GServerMessage::reply( request.headers, 100, u"Trying" );
-    _forwardINVITE( request, to, device, answer );
+    if( _contacts.mayInvite( registration->user, to ) ) _forwardINVITE( request, to, device, answer );
     if( answer.get( GProtocol::DEVICE_LIST ).empty( ) )
         answer = GServerMessage::reply( request.headers, 400, u"Offline" );
     const int code = answer.getResponse( );
@@ -291,6 +365,20 @@ void GSignallingService::_forwardINVITE( Request& request, const GString& to, co
 }
 
 // ---- Answers.
+// A request that came a moment ago changes nothing again, whatever has happened since: its answer goes out once more.
+bool GSignallingService::_repeats( Request& request, GString& key )
+{
+    key = GPasswordDigest( joinKey( { request.from, request.bytes } ) );
+    const GString* reply = _replies.find( key, request.now );
+    if( reply ) request.out.push_back( { request.listener, request.from, *reply } );
+    return reply;
+}
+std::string_view GSignallingService::_answerOnce( Request& request, const GString& key, int code, GWStringView text )
+{
+    const std::string_view result = _answer( request, code, text );
+    _replies.store( key, request.out.back( ).bytes, request.now );
+    return result;
+}
 std::string_view GSignallingService::_send( Request& request, const GHTTPHeaders& answer, std::string_view result )
 {
     request.out.push_back( { request.listener, request.from, answer.serialize( ) } );
@@ -310,13 +398,14 @@ GRegistration* GSignallingService::_registrationOf( const Request& request )
     GRegistration& registration = _registrations[at->second.first][at->second.second];
     return registration.expires >= request.now ? &registration : nullptr;
 }
-void GSignallingService::_store( const GRegistration& registration )
+bool GSignallingService::_store( const GRegistration& registration )
 {
+    if( !_database.putRegistration( registration ) ) return false;
     GRegistration& known = _registrations[registration.user][registration.device];
     if( !known.host.empty( ) && known.host != registration.host ) _byHost.erase( known.host );
     known = registration;
     _byHost[registration.host] = { registration.user, registration.device };
-    _database.putRegistration( registration );
+    return true;
 }
 void GSignallingService::_remove( const GString& user, const GString& device )
 {
@@ -330,6 +419,7 @@ void GSignallingService::_remove( const GString& user, const GString& device )
     const auto at = _byHost.find( host );
     if( at != _byHost.end( ) && at->second == std::make_pair( user, device ) ) _byHost.erase( at );
     _database.removeRegistration( user, device );
+    _contacts.forget( user, device );
 }
 // One address and port is one program: what it was before is over.
 void GSignallingService::_removeOthersAt( const GString& host, const GString& user, const GString& device )

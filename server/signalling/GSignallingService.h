@@ -8,15 +8,9 @@
 #include "server/core/GReplyCache.h"
 #include "server/core/GServerConfig.h"
 #include "server/core/GServerStore.h"
+#include "server/signalling/GContactService.h"
 
 #include <map>
-
-struct GSignallingDatagram
-{
-    size_t listener;
-    GString to;
-    GString bytes;
-};
 
 class GSignallingService
 {
@@ -28,6 +22,10 @@ public:
     void load( uint64_t now );
     void onDatagram( size_t listener, const GString& from, const GString& bytes, uint64_t now,
                      std::vector<GSignallingDatagram>& out );
+    // Repeats what devices have not answered. Every second is enough; nothing to do while isIdle.
+    void update( uint64_t now, std::vector<GSignallingDatagram>& out ) { _contacts.update( now, out ); }
+    bool isIdle( ) const { return _contacts.isIdle( ); }
+    void reload( ) { _contacts.reload( ); }
     // Ends registrations whose time is over or whose account is gone. Once a minute is enough: no answer uses one that is over.
     void expire( uint64_t now );
     size_t registrationCount( ) const;
@@ -55,13 +53,20 @@ private:
     std::string_view _onGETBUDDYLIST( Request& request );
     std::string_view _onSETBUDDYLIST( Request& request );
     std::string_view _onADDBUDDY( Request& request );
+    std::string_view _onCONTACTANSWER( Request& request );
     std::string_view _onBUGREPORT( Request& request );
     std::string_view _onINVITE( Request& request );
 
+    void _onResponse( Request& request );
+    bool _repeats( Request& request, GString& key );
+    std::string_view _answerOnce( Request& request, const GString& key, int code, GWStringView text );
+    void _ask( Request& request, const GString& asker, const GString& asked );
+    void _settle( Request& request, const GString& asker, const GRegistration& answering );
+    GContactService::Devices _devicesOf( const GString& user, uint64_t now ) const;
     std::string_view _send( Request& request, const GHTTPHeaders& answer, std::string_view result );
     std::string_view _answer( Request& request, int code, GWStringView text );
     void _forwardINVITE( Request& request, const GString& to, const GString& callerDevice, GHTTPHeaders& answer );
-    void _store( const GRegistration& registration );
+    bool _store( const GRegistration& registration );
     void _remove( const GString& user, const GString& device );
     void _removeOthersAt( const GString& host, const GString& user, const GString& device );
     void _limitDevices( const GString& user, const GString& keep );
@@ -78,4 +83,5 @@ private:
     std::map<GString, std::pair<GString, GString>> _byHost; // Source to user and device.
     GReplyCache _replies;
     GReplyCache _invites;
+    GContactService _contacts;
 };

@@ -226,12 +226,14 @@ TEST_F( GSignallingServiceTest, AnEmptyListCountsOnlyAfterAnAnsweredGet )
 {
     store.addBuddy( ANN, BEN );
     registerBoth( );
-    const GHTTPHeaders empty = request( u"SETBUDDYLIST", 2, { { u"From", ANN_W }, { u"Buddy-List", u"" } } );
-    EXPECT_EQ( codeOf( send( ANN_HOST, empty ) ), 200 );
+    const auto empty = []( int cseq ) {
+        return request( u"SETBUDDYLIST", cseq, { { u"From", ANN_W }, { u"Buddy-List", u"" } } );
+    };
+    EXPECT_EQ( codeOf( send( ANN_HOST, empty( 2 ) ) ), 200 );
     EXPECT_EQ( store.getBuddies( ANN ).size( ), 1u );
     send( ANN_HOST, request( u"GETBUDDYLIST", 3, { { u"From", ANN_W } } ) );
     EXPECT_EQ( codeOf( send( ANN_HOST, registration( ANN_W, u"dev1", 4 ) ) ), 200 ) << "the same registration goes on";
-    EXPECT_EQ( codeOf( send( ANN_HOST, empty ) ), 200 );
+    EXPECT_EQ( codeOf( send( ANN_HOST, empty( 5 ) ) ), 200 );
     EXPECT_TRUE( store.getBuddies( ANN ).empty( ) );
 }
 TEST_F( GSignallingServiceTest, ANewRegistrationMustFetchItsListAnew )
@@ -254,6 +256,56 @@ TEST_F( GSignallingServiceTest, AddingABuddyNeedsHisAccountAndIsKept )
     EXPECT_EQ( add( BEN_W ), 200 );
     EXPECT_EQ( add( u"nobody@velmora.local" ), 404 );
     EXPECT_EQ( store.getBuddies( ANN ), std::vector<GString>{ BEN } );
+}
+TEST_F( GSignallingServiceTest, ARepeatedRequestChangesNothingAgain )
+{
+    registerBoth( );
+    const GHTTPHeaders set = request( u"SETBUDDYLIST", 2, { { u"From", ANN_W }, { u"Buddy-List", u"zoe@x.y" } } );
+    const auto first = send( ANN_HOST, set );
+    send( ANN_HOST, request( u"ADDBUDDY", 3, { { u"From", ANN_W }, { u"Buddy-GUID", BEN_W } } ) );
+    const auto again = send( ANN_HOST, set );
+    ASSERT_EQ( again.size( ), 1u );
+    EXPECT_EQ( again[0].bytes, first.at( 0 ).bytes );
+    EXPECT_EQ( store.getBuddies( ANN ), ( std::vector<GString>{ "zoe@x.y", BEN } ) )
+        << "a late repeat takes nobody away";
+}
+TEST_F( GSignallingServiceTest, AskingForAccountsHasALimit )
+{
+    config.contactRequestsPerHour = 3;
+    service.reload( );
+    registerBoth( );
+    int cseq = 10;
+    const auto add = [&]( const GWString& name ) {
+        return codeOf(
+            send( ANN_HOST, request( u"ADDBUDDY", ++cseq, { { u"From", ANN_W }, { u"Buddy-GUID", name } } ) ) );
+    };
+    for( const char16_t* name : { u"a@velmora.local", u"b@velmora.local", u"c@velmora.local" } )
+        EXPECT_EQ( add( name ), 404 );
+    EXPECT_EQ( add( BEN_W ), 429 );
+    now += 1201 * SECOND;
+    EXPECT_EQ( send( ANN_HOST, registration( ANN_W, u"dev1", 3 ) ).size( ), 1u );
+    EXPECT_EQ( add( BEN_W ), 200 );
+}
+TEST_F( GSignallingServiceTest, IdentitiesThatNobodyUsesAreLimited )
+{
+    GString first;
+    for( int i = 0; i < 1200; ++i )
+    {
+        const auto out = send( ANN_HOST, request( u"DEVICEGUID", 100 + i ) );
+        if( !i ) first = GWideToUTF8( parsed( out.at( 0 ).bytes ).get( u"Device-GUID" ) );
+        now += 1;
+    }
+    EXPECT_FALSE( store.hasDevice( first ) ) << "the oldest leave";
+    EXPECT_TRUE( store.hasDevice( "dev1" ) );
+    for( int i = 0; i < 100; ++i )
+    {
+        const GWString device = GConcat( u"used", i );
+        store.addDevice( GWideToUTF8( device ), now, "198.51.100.1", 1000 );
+        EXPECT_EQ( codeOf( send( ANN_HOST, registration( ANN_W, device ) ) ), 200 );
+        now += 1;
+    }
+    EXPECT_FALSE( store.hasDevice( "used0" ) );
+    EXPECT_TRUE( store.hasDevice( "used99" ) );
 }
 TEST_F( GSignallingServiceTest, ReportsAreStoredOnce )
 {
