@@ -52,6 +52,19 @@ GString compose( const boost::asio::ip::udp::endpoint& endpoint )
 {
     return compose( endpoint.address( ), endpoint.port( ) );
 }
+void compose( const boost::asio::ip::udp::endpoint& endpoint, GString& out )
+{
+    const uint32_t address = endpoint.address( ).to_v4( ).to_uint( );
+    char text[24];
+    char* end = text;
+    for( int shift = 24; shift >= 0; shift -= 8 )
+    {
+        end = std::to_chars( end, end + 3, address >> shift & 0xFF ).ptr;
+        *end++ = shift ? '.' : ':';
+    }
+    end = std::to_chars( end, end + 5, endpoint.port( ) ).ptr;
+    out.assign( text, static_cast<size_t>( end - text ) );
+}
 GString compose( const boost::asio::ip::tcp::endpoint& endpoint )
 {
     return compose( endpoint.address( ), endpoint.port( ) );

@@ -13,6 +13,8 @@ namespace GEndpoint
 // "ip:port" of an IPv4 endpoint.
 GString compose( const boost::asio::ip::address& address, unsigned short port );
 GString compose( const boost::asio::ip::udp::endpoint& endpoint );
+void compose( const boost::asio::ip::udp::endpoint& endpoint,
+              GString& out ); // The same into a string that keeps its room.
 GString compose( const boost::asio::ip::tcp::endpoint& endpoint );
 // False when the text is no dotted address with a port (0 is allowed: any free one).
 bool parse( std::string_view host, uint32_t& address, unsigned short& port );

@@ -4,17 +4,13 @@ namespace
 {
 constexpr std::string_view MESSAGES = "velmora_messages_total";
 
-GString seriesOf( std::string_view role, std::string_view method, std::string_view result )
+GString seriesOf( const std::tuple<GString, GString, GString>& labels )
 {
+    const auto& [role, method, result] = labels;
     GString series( MESSAGES );
     series.append( "{role=\"" ).append( role ).append( "\",method=\"" ).append( method );
     series.append( "\",result=\"" ).append( result ).append( "\"}" );
     return series;
-}
-uint64_t valueOf( const std::map<GString, uint64_t, std::less<>>& counters, std::string_view series )
-{
-    const auto found = counters.find( series );
-    return found == counters.end( ) ? 0 : found->second;
 }
 template <typename Map>
 void composeAll( GString& out, const Map& map, std::string_view kind )
@@ -32,7 +28,11 @@ void composeAll( GString& out, const Map& map, std::string_view kind )
 
 void GMetrics::count( std::string_view role, std::string_view method, std::string_view result, uint64_t number )
 {
-    add( seriesOf( role, method, result ), number );
+    const auto found = _messages.find( std::tie( role, method, result ) );
+    if( found == _messages.end( ) )
+        _messages.emplace( Labels( role, method, result ), number );
+    else
+        found->second += number;
 }
 void GMetrics::add( std::string_view name, uint64_t number )
 {
@@ -44,20 +44,28 @@ void GMetrics::add( std::string_view name, uint64_t number )
 }
 void GMetrics::setGauge( std::string_view name, int64_t value )
 {
-    _gauges.insert_or_assign( GString( name ), value );
+    const auto found = _gauges.find( name );
+    if( found == _gauges.end( ) )
+        _gauges.emplace( name, value );
+    else
+        found->second = value;
 }
 uint64_t GMetrics::get( std::string_view role, std::string_view method, std::string_view result ) const
 {
-    return valueOf( _counters, seriesOf( role, method, result ) );
+    const auto found = _messages.find( std::tie( role, method, result ) );
+    return found == _messages.end( ) ? 0 : found->second;
 }
 uint64_t GMetrics::getTotal( std::string_view name ) const
 {
-    return valueOf( _counters, name );
+    const auto found = _counters.find( name );
+    return found == _counters.end( ) ? 0 : found->second;
 }
 GString GMetrics::compose( ) const
 {
     GString out;
-    composeAll( out, _counters, "counter" );
+    std::map<GString, uint64_t, std::less<>> counters = _counters;
+    for( const auto& [labels, value] : _messages ) counters.emplace( seriesOf( labels ), value );
+    composeAll( out, counters, "counter" );
     composeAll( out, _gauges, "gauge" );
     return out;
 }

@@ -1,10 +1,12 @@
 // Counters and gauges of the running server, in the text form that Prometheus reads. Network thread only.
-// Labels come from fixed words of the code, never from the wire, so the number of series is bounded.
+// Labels come from fixed words of the code, never from the wire, so the number of series is bounded; a series that is there
+// already takes nothing from the heap.
 #pragma once
 
 #include "base/GTypes.h"
 
 #include <map>
+#include <tuple>
 
 class GMetrics
 {
@@ -18,6 +20,8 @@ public:
     GString compose( ) const;
 
 private:
+    using Labels = std::tuple<GString, GString, GString>; // Role, method, result.
+    std::map<Labels, uint64_t, std::less<>> _messages;
     std::map<GString, uint64_t, std::less<>> _counters;
     std::map<GString, int64_t, std::less<>> _gauges;
 };

@@ -2,17 +2,20 @@
 
 #include "protocol/GProtocol.h"
 
+#include <algorithm>
+
 namespace GServerMessage
 {
-bool readRequest( const GString& datagram, GHTTPHeaders& out )
+bool readRequest( std::string_view datagram, GHTTPHeaders& out )
 {
     return read( datagram, out ) && !out.getResponse( );
 }
-bool read( const GString& datagram, GHTTPHeaders& out )
+bool read( std::string_view datagram, GHTTPHeaders& out )
 {
     if( datagram.empty( ) || datagram.size( ) > MAX_DATAGRAM ) return false;
-    if( out.deserialize( datagram ) != static_cast<int>( datagram.size( ) ) ) return false;
-    const GWString cseq = out.get( GProtocol::CSEQ );
+    const int length = static_cast<int>( datagram.size( ) );
+    if( out.deserialize( datagram.data( ), length ) != length ) return false;
+    const GWStringView cseq = out.headers( ).get( GProtocol::CSEQ );
     return !cseq.empty( ) && cseq.size( ) <= 128 && out.headers( ).size( ) <= MAX_HEADERS;
 }
 
@@ -28,7 +31,29 @@ GString compose( const GHTTPHeaders& request, int code, GWStringView text )
     return reply( request, code, text ).serialize( );
 }
 
-GString methodLabel( const GHTTPHeaders& request )
+void begin( GString& out, const GHTTPHeaders& request )
+{
+    out.assign( "HTTP/1.1 200 OK\r\n" );
+    if( request.contains( GProtocol::CSEQ ) ) append( out, "CSeq", request.headers( ).get( GProtocol::CSEQ ) );
+}
+void append( GString& out, std::string_view name, std::string_view plainValue )
+{
+    out.append( name ).append( ": " ).append( plainValue ).append( "\r\n" );
+}
+void append( GString& out, std::string_view name, GWStringView value )
+{
+    static thread_local GString bytes; // Keeps its room.
+    GWideToUTF8( value, bytes );
+    out.append( name ).append( ": " );
+    GAppendEscaped( out, bytes, "" );
+    out.append( "\r\n" );
+}
+void end( GString& out )
+{
+    out.append( "\r\n" );
+}
+
+const GString& methodLabel( const GHTTPHeaders& request )
 {
     static constexpr GWStringView KNOWN[] = { GProtocol::AUTHENTICATE,
                                               GProtocol::STUN,
@@ -47,9 +72,16 @@ GString methodLabel( const GHTTPHeaders& request )
                                               GProtocol::INVITE,
                                               GProtocol::CONTACTANSWER,
                                               u"GET" };
-    for( const GWStringView method : KNOWN )
-        if( request.isMethod( method ) ) return GWideToUTF8( method );
-    return "other";
+    static const std::vector<GString> labels = []
+    {
+        std::vector<GString> texts;
+        for( const GWStringView method : KNOWN ) texts.push_back( GWideToUTF8( method ) );
+        texts.emplace_back( "other" );
+        return texts;
+    }( );
+    const GWStringView line = request.headers( ).get( u"" );
+    const GWStringView method = line.substr( 0, line.find( u' ' ) );
+    return labels[static_cast<size_t>( std::find( std::begin( KNOWN ), std::end( KNOWN ), method ) - KNOWN )];
 }
 
 bool has( const GHTTPHeaders& request, std::initializer_list<GWStringView> names )

@@ -9,14 +9,20 @@ constexpr int MAX_DATAGRAM = 8192;
 constexpr int MAX_HEADERS = 64;
 
 // One whole request: the bytes are the message and nothing more, it is no response, and it has a CSeq of at most 128 units.
-bool readRequest( const GString& datagram, GHTTPHeaders& out );
+bool readRequest( std::string_view datagram, GHTTPHeaders& out );
 // The same for requests and responses.
-bool read( const GString& datagram, GHTTPHeaders& out );
+bool read( std::string_view datagram, GHTTPHeaders& out );
 // An answer that repeats the request's CSeq unchanged, when it has one.
 GHTTPHeaders reply( const GHTTPHeaders& request, int code, GWStringView text );
 GString compose( const GHTTPHeaders& request, int code, GWStringView text );
+// For answers by the hundred thousand: the first line of a 200 and the request's CSeq; then headers in the order of their names,
+// and `end`. The bytes are those of a composed message, in a string that keeps its room.
+void begin( GString& out, const GHTTPHeaders& request );
+void append( GString& out, std::string_view name, std::string_view plainValue );
+void append( GString& out, std::string_view name, GWStringView value );
+void end( GString& out );
 // The method when it is one of the system's, otherwise "other": a label for the figures.
-GString methodLabel( const GHTTPHeaders& request );
+const GString& methodLabel( const GHTTPHeaders& request );
 // A header that is there and not empty.
 bool has( const GHTTPHeaders& request, std::initializer_list<GWStringView> names );
 // Printable text for a log line: control characters as escapes, at most 100 bytes.

@@ -14,18 +14,25 @@ PRAGMA foreign_keys=ON;
 )";
 } // namespace
 
-// One prepared statement: bind in order, then step. Preparing each time costs microseconds; messages come far more seldom.
+// One statement in use: bind in order, then step. What was prepared is kept for the next use of the same text.
 class GServerStore::Statement
 {
 public:
-    Statement( sqlite3* database, const char* sql ) : _database( database )
+    Statement( Database& database, const char* sql ) : _database( database ), _sql( sql )
     {
-        _failed = sqlite3_prepare_v2( database, sql, -1, &_statement, nullptr ) != SQLITE_OK;
+        const auto kept = database.prepared.find( sql );
+        if( kept != database.prepared.end( ) ) std::swap( _statement, kept->second );
+        if( !_statement ) _failed = sqlite3_prepare_v2( _database, sql, -1, &_statement, nullptr ) != SQLITE_OK;
     }
     ~Statement( )
     {
         if( _failed ) GLOG( u"ERROR Store failed: ", std::string_view( sqlite3_errmsg( _database ) ) );
-        sqlite3_finalize( _statement );
+        sqlite3_stmt*& kept = _database.prepared[_sql];
+        sqlite3_reset( _statement );
+        if( kept || _failed )
+            sqlite3_finalize( _statement );
+        else
+            kept = _statement;
     }
     Statement( const Statement& ) = delete;
     Statement& operator=( const Statement& ) = delete;
@@ -53,6 +60,7 @@ public:
     // Runs to its end; true when it changed at least `changes` rows.
     bool run( int changes = 0 )
     {
+        _database.beforeChange( );
         row( );
         return _done && sqlite3_changes( _database ) >= changes;
     }
@@ -64,7 +72,8 @@ public:
     uint64_t number( int column ) const { return static_cast<uint64_t>( sqlite3_column_int64( _statement, column ) ); }
 
 private:
-    sqlite3* _database;
+    Database& _database;
+    const char* _sql;
     sqlite3_stmt* _statement = nullptr;
     int _index = 0;
     bool _failed = false;
@@ -72,15 +81,17 @@ private:
 };
 
 GServerStore::GServerStore( ) = default;
-GServerStore::~GServerStore( )
+GServerStore::~GServerStore( ) = default;
+GServerStore::Database::~Database( )
 {
-    sqlite3_close( _database );
+    for( const auto& [sql, statement] : prepared ) sqlite3_finalize( statement );
+    sqlite3_close( handle );
 }
 
 bool GServerStore::open( const GString& path, GString& error )
 {
     error.clear( );
-    bool good = sqlite3_open( path.c_str( ), &_database ) == SQLITE_OK;
+    bool good = sqlite3_open( path.c_str( ), &_database.handle ) == SQLITE_OK;
     if( good )
     {
         sqlite3_busy_timeout( _database, 5000 );
@@ -90,6 +101,24 @@ bool GServerStore::open( const GString& path, GString& error )
     if( good ) return true;
     error = "can't open the store '" + path + "': " + ( error.empty( ) ? sqlite3_errmsg( _database ) : error.c_str( ) );
     return false;
+}
+
+void GServerStore::beginBatch( )
+{
+    _database.batch = true;
+}
+bool GServerStore::endBatch( )
+{
+    _database.batch = false;
+    if( !_database.begun ) return true;
+    _database.begun = false;
+    if( _execute( "COMMIT" ) ) return true;
+    _execute( "ROLLBACK" );
+    return false;
+}
+void GServerStore::Database::beforeChange( )
+{
+    if( batch && !begun ) begun = execute( "BEGIN IMMEDIATE" );
 }
 
 bool GServerStore::addAccount( const GAccount& account )
@@ -142,10 +171,12 @@ std::vector<GString> GServerStore::getBuddies( const GString& user )
 }
 bool GServerStore::setBuddies( const GString& user, const std::vector<GString>& buddies )
 {
-    if( !_execute( "BEGIN IMMEDIATE" ) ) return false;
+    _database.beforeChange( );
+    if( !_execute( "SAVEPOINT list" ) ) return false;
     bool good = Statement( _database, "DELETE FROM buddy WHERE user=?" ).bind( user ).run( );
     for( const GString& buddy : buddies ) good = good && addBuddy( user, buddy );
-    return _execute( good ? "COMMIT" : "ROLLBACK" ) && good;
+    if( !good ) _execute( "ROLLBACK TO list" );
+    return _execute( "RELEASE list" ) && good;
 }
 bool GServerStore::addBuddy( const GString& user, const GString& buddy )
 {
@@ -355,9 +386,9 @@ bool GServerStore::expire( uint64_t logonsSince, uint64_t now )
     return Statement( _database, "DELETE FROM registration WHERE expires<?" ).bind( now ).run( ) && logons;
 }
 
-bool GServerStore::_execute( const char* sql )
+bool GServerStore::Database::execute( const char* sql )
 {
-    if( sqlite3_exec( _database, sql, nullptr, nullptr, nullptr ) == SQLITE_OK ) return true;
-    GLOG( u"ERROR Store failed: ", std::string_view( sqlite3_errmsg( _database ) ) );
+    if( sqlite3_exec( handle, sql, nullptr, nullptr, nullptr ) == SQLITE_OK ) return true;
+    GLOG( u"ERROR Store failed: ", std::string_view( sqlite3_errmsg( handle ) ) );
     return false;
 }

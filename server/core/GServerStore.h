@@ -8,8 +8,10 @@
 
 #include <memory>
 #include <optional>
+#include <unordered_map>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 struct GAccount
 {
@@ -42,6 +44,11 @@ public:
 
     // ":memory:" keeps everything in memory; a file of an earlier version becomes one of this. False with the reason.
     bool open( const GString& path, GString& error );
+
+    // ---- What is stored between these two becomes durable at the end, at once: an answer that acknowledges it must leave after a
+    // good end. False when nothing of it was kept. Nothing is begun before the first change.
+    void beginBatch( );
+    bool endBatch( );
 
     // ---- Accounts. False when the name is taken, or is not there.
     bool addAccount( const GAccount& account );
@@ -101,7 +108,19 @@ public:
 
 private:
     class Statement;
-    bool _execute( const char* sql );
+    // The open file with the statements that were prepared, by the place of their text, a literal; null while in use.
+    struct Database
+    {
+        ~Database( );
+        operator sqlite3*( ) const { return handle; }
+        bool execute( const char* sql );
+        void beforeChange( );
+        sqlite3* handle = nullptr;
+        std::unordered_map<const char*, sqlite3_stmt*> prepared;
+        bool batch = false;
+        bool begun = false;
+    };
+    bool _execute( const char* sql ) { return _database.execute( sql ); }
 
-    sqlite3* _database = nullptr;
+    Database _database;
 };

@@ -38,7 +38,12 @@ void GStunRole::start( )
 {
     for( size_t i = 0; i < _sockets.size( ); ++i )
         _sockets[i]->start( [this, i]( const GDatagramSocket::Endpoint& from, const char* data, size_t length )
-                            { _onDatagram( static_cast<GStunSocket>( i ), from, data, length ); } );
+                            { _onDatagram( static_cast<GStunSocket>( i ), from, data, length ); },
+                            [this, i]
+                            {
+                                _sendAll( );
+                                if( i == STUN_REFRESH ) _arm( );
+                            } );
 }
 void GStunRole::close( )
 {
@@ -69,15 +74,13 @@ void GStunRole::_onDatagram( GStunSocket socket, const GDatagramSocket::Endpoint
                              size_t length )
 {
     const uint64_t now = GTimeGetTime( );
-    if( !_limit.take( from.address( ).to_string( ), now ) ) return _metrics.count( "stun", "any", "limited" );
-    _service.onDatagram( socket, GEndpoint::compose( from ), GString( data, length ), now, _out );
-    _sendAll( );
-    if( socket == STUN_REFRESH ) _arm( );
+    if( !_limit.take( from.address( ).to_v4( ).to_uint( ), now ) ) return _metrics.count( "stun", "any", "limited" );
+    GEndpoint::compose( from, _from );
+    _service.onDatagram( socket, _from, { data, length }, now, _out );
 }
 void GStunRole::_sendAll( )
 {
-    for( const GStunDatagram& datagram : _out )
-        _sockets[static_cast<size_t>( datagram.socket )]->send( datagram.to, datagram.bytes );
+    GDatagramSendAll( _sockets, _out );
     _out.clear( );
 }
 void GStunRole::_arm( )

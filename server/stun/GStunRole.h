@@ -26,8 +26,9 @@ private:
     const GServerConfig& _config;
     GMetrics& _metrics;
     GStunService _service;
-    GRateLimit _limit;
+    GRateLimitByNumber _limit; // By address.
     std::vector<std::unique_ptr<GDatagramSocket>> _sockets;
-    std::vector<GStunDatagram> _out;
+    GDatagramList _out;
+    GString _from; // Of the datagram in hand; keeps its room.
     boost::asio::steady_timer _timer;
 };

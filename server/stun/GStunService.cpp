@@ -5,34 +5,35 @@
 
 #include <algorithm>
 
-void GStunService::onDatagram( GStunSocket socket, const GString& from, const GString& bytes, uint64_t now,
-                               std::vector<GStunDatagram>& out )
+void GStunService::onDatagram( GStunSocket socket, const GString& from, std::string_view bytes, uint64_t now,
+                               GDatagramList& out )
 {
     // The bare word opens a way through the sender's own NAT; arriving is all that it does.
     if( bytes == "HOLEPUNCH" ) return _count( "HOLEPUNCH", "taken" );
-    GHTTPHeaders request;
-    if( !GServerMessage::readRequest( bytes, request ) ) return _count( "other", "malformed" );
-    if( !request.isMethod( GProtocol::STUN ) ) return _count( GServerMessage::methodLabel( request ), "dropped" );
-    if( socket == STUN_DIRECT ) return _onDirect( from, request, out );
-    if( socket == STUN_REFRESH ) return _onRefresh( from, request, now );
+    if( !GServerMessage::readRequest( bytes, _request ) ) return _count( "other", "malformed" );
+    if( !_request.isMethod( GProtocol::STUN ) ) return _count( GServerMessage::methodLabel( _request ), "dropped" );
+    if( socket == STUN_DIRECT ) return _onDirect( from, out );
+    if( socket == STUN_REFRESH ) return _onRefresh( from, now );
     _count( "STUN", "dropped" );
 }
 
 // "Indirect-Host-List" tells which hosts the client believes in; only our own two ever answer.
-void GStunService::_onDirect( const GString& from, const GHTTPHeaders& request, std::vector<GStunDatagram>& out )
+void GStunService::_onDirect( const GString& from, GDatagramList& out )
 {
-    GHTTPHeaders answer = GServerMessage::reply( request, GHTTP_SUCCESS, u"OK" );
-    const GString indirect = answer.serialize( );
-    answer.set( GProtocol::GLOBAL_HOST, GUTF8ToWide( from ) );
-    out.push_back( { STUN_DIRECT, from, answer.serialize( ) } );
-    out.push_back( { STUN_PUNCHED, from, indirect } );
-    out.push_back( { STUN_UNPUNCHED, from, indirect } );
+    GServerMessage::begin( _indirect, _request );
+    GString& direct = out.add( STUN_DIRECT, from );
+    direct.assign( _indirect );
+    GServerMessage::append( direct, "Global-Host", from );
+    GServerMessage::end( direct );
+    GServerMessage::end( _indirect );
+    out.add( STUN_PUNCHED, from, _indirect );
+    out.add( STUN_UNPUNCHED, from, _indirect );
     _count( "STUN", "answered" );
 }
 
-void GStunService::_onRefresh( const GString& from, const GHTTPHeaders& request, uint64_t now )
+void GStunService::_onRefresh( const GString& from, uint64_t now )
 {
-    const int64_t delay = request.contains( GProtocol::DELAY ) ? request.calc( GProtocol::DELAY ) : -1;
+    const int64_t delay = _request.contains( GProtocol::DELAY ) ? _request.calc( GProtocol::DELAY ) : -1;
     if( delay < 0 ) return _count( "STUN", "dropped" );
     const GString address = from.substr( 0, from.find( ':' ) );
     const auto source = _pendingBySource.find( address );
@@ -41,18 +42,18 @@ void GStunService::_onRefresh( const GString& from, const GHTTPHeaders& request,
         return _count( "STUN", "limited" );
     ++_pendingBySource[address];
     _pending.emplace( now + static_cast<uint64_t>( std::min( delay, MAX_DELAY ) ),
-                      Pending{ from, GServerMessage::compose( request, GHTTP_SUCCESS, u"OK" ) } );
+                      Pending{ from, GServerMessage::compose( _request, GHTTP_SUCCESS, u"OK" ) } );
     _count( "STUN", "delayed" );
 }
 
-void GStunService::onTime( uint64_t now, std::vector<GStunDatagram>& out )
+void GStunService::onTime( uint64_t now, GDatagramList& out )
 {
     while( !_pending.empty( ) && _pending.begin( )->first <= now )
     {
         Pending& pending = _pending.begin( )->second;
         const auto source = _pendingBySource.find( pending.to.substr( 0, pending.to.find( ':' ) ) );
         if( source != _pendingBySource.end( ) && --source->second <= 0 ) _pendingBySource.erase( source );
-        out.push_back( { STUN_REFRESH, std::move( pending.to ), std::move( pending.bytes ) } );
+        out.add( STUN_REFRESH, pending.to, pending.bytes );
         _pending.erase( _pending.begin( ) );
         _count( "STUN", "answered" );
     }

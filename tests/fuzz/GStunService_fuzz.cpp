@@ -15,11 +15,11 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
         const auto socket = static_cast<GStunSocket>( input.byte( ) % 4 );
         const bool whole = input.byte( ) & 1;
         const GString bytes = whole ? input.message( ).serialize( ) : input.line( );
-        std::vector<GStunDatagram> out;
+        GDatagramList out;
         service.onDatagram( socket, Fuzz::ANN_HOST, bytes, now, out );
         now += input.byte( ) * 100000u;
         service.onTime( now, out );
-        for( const GStunDatagram& datagram : out ) Fuzz::require( datagram.to == Fuzz::ANN_HOST );
+        for( const GDatagramList::Item& datagram : out ) Fuzz::require( datagram.to == Fuzz::ANN_HOST );
         Fuzz::require( service.pendingCount( ) <= 2 && service.nextDue( now ) >= -1 );
     }
     return 0;

@@ -1,5 +1,6 @@
 #include "server/stun/GStunService.h"
 
+#include "support/CountAllocations.h"
 #include "unit/server/ServerFixture.h"
 
 namespace
@@ -10,15 +11,15 @@ class GStunServiceTest : public ServerFixture
 {
 protected:
     GStunServiceTest( ) : service( config, metrics ) {}
-    std::vector<GStunDatagram> send( GStunSocket socket, const GString& bytes, const GString& from = CLIENT )
+    GDatagramList send( GStunSocket socket, const GString& bytes, const GString& from = CLIENT )
     {
-        std::vector<GStunDatagram> out;
+        GDatagramList out;
         service.onDatagram( socket, from, bytes, now, out );
         return out;
     }
-    std::vector<GStunDatagram> due( )
+    GDatagramList due( )
     {
-        std::vector<GStunDatagram> out;
+        GDatagramList out;
         service.onTime( now, out );
         return out;
     }
@@ -45,6 +46,23 @@ TEST_F( GStunServiceTest, TheDirectHostAnswersFromAllThree )
         EXPECT_EQ( parsed( out[i].bytes ).get( u"CSeq" ), u"5 (GDispatchService)" );
     }
     EXPECT_EQ( parsed( out[0].bytes ).get( u"Global-Host" ), u"198.51.100.1:4000" );
+}
+TEST_F( GStunServiceTest, ARequestTakesNothingFromTheHeap )
+{
+    const GString from = "198.51.100.100:40000";
+    const GString bytes =
+        request( u"STUN", 5, { { u"Indirect-Host-List", u"203.0.113.1:1, 203.0.113.2:2" } } ).serialize( );
+    GDatagramList out;
+    const auto ask = [&]
+    {
+        service.onDatagram( STUN_DIRECT, from, bytes, now, out );
+        service.onDatagram( STUN_PUNCHED, from, "HOLEPUNCH", now, out );
+        service.onDatagram( STUN_DIRECT, from, "nonsense", now, out );
+        EXPECT_EQ( out.size( ), 3u );
+        out.clear( );
+    };
+    ask( );
+    EXPECT_EQ( countAllocations( ask ), 0 );
 }
 TEST_F( GStunServiceTest, HolepunchIsTakenInSilence )
 {

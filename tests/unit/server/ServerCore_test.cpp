@@ -89,6 +89,28 @@ TEST( GRateLimit, KeepsABoundedNumberOfKeys )
     EXPECT_TRUE( limit.take( "9999", START + 9999 ) );
     EXPECT_FALSE( limit.take( "9999", START + 9999 ) ) << "the newest are remembered";
 }
+TEST( GRateLimit, AForgottenKeyIsANewOneAndItsPlaceIsUsedAgain )
+{
+    GRateLimitByNumber limit( 1, 1 );
+    EXPECT_TRUE( limit.take( 7, START ) );
+    EXPECT_FALSE( limit.take( 7, START ) );
+    limit.forget( 7 );
+    limit.forget( 8 );
+    EXPECT_EQ( limit.size( ), 0u );
+    EXPECT_TRUE( limit.take( 7, START ) );
+    EXPECT_TRUE( limit.take( 9, START ) );
+    EXPECT_EQ( limit.size( ), 2u );
+}
+TEST( GRateLimit, TheKeyThatWasUsedLongestAgoLeaves )
+{
+    GRateLimitByNumber limit( 0, 1, 2 );
+    EXPECT_TRUE( limit.take( 1, START ) );
+    EXPECT_TRUE( limit.take( 2, START ) );
+    EXPECT_FALSE( limit.take( 1, START ) );
+    EXPECT_TRUE( limit.take( 3, START ) ) << "2 leaves for it";
+    EXPECT_FALSE( limit.take( 1, START ) );
+    EXPECT_TRUE( limit.take( 2, START ) );
+}
 TEST( GReplyCache, ForgetsByAgeAndNumber )
 {
     GReplyCache cache( 10, 3 );
@@ -110,10 +132,40 @@ TEST( GMetrics, ComposesSeriesWithTheirTypes )
                                    "velmora_messages_total{role=\"stun\",method=\"STUN\",result=\"answered\"} 3\n"
                                    "# TYPE velmora_registrations gauge\nvelmora_registrations 4\n" );
 }
+TEST( GServerMessage, AnswersWrittenLineByLineAreThoseThatAreComposed )
+{
+    for( const GWString& cseq :
+         { GWString( u"5 (GDispatchService)" ), GWString( u"\u00e4 \\ \r\n\t: \u65e5" ), GWString( u"x" ) } )
+    {
+        GHTTPHeaders request( u"PING" );
+        request.set( u"CSeq", cseq );
+        GHTTPHeaders answer = GServerMessage::reply( request, 200, u"OK" );
+        answer.set( u"Observed-Host", u"1.2.3.4:5" );
+        answer.set( u"Reported-Host", cseq );
+        GString written = "what was here before";
+        GServerMessage::begin( written, request );
+        GServerMessage::append( written, "Observed-Host", "1.2.3.4:5" );
+        GServerMessage::append( written, "Reported-Host", cseq );
+        GServerMessage::end( written );
+        EXPECT_EQ( written, answer.serialize( ) );
+    }
+}
 TEST( GServerMessage, LogTextHoldsNoLineEnds )
 {
     EXPECT_EQ( GServerMessage::loggable( u"a\r\nb'c" ), "a??b?c" );
     EXPECT_LE( GServerMessage::loggable( GWString( 1000, u'x' ) ).size( ), 100u );
+}
+TEST( GEndpoint, WritesWhatItReads )
+{
+    for( const char* host : { "0.0.0.0:0", "1.2.3.4:5", "255.255.255.255:65535", "198.51.100.20:40000" } )
+    {
+        boost::asio::ip::udp::endpoint endpoint;
+        ASSERT_TRUE( GEndpoint::parse( host, endpoint ) );
+        GString text = "before";
+        GEndpoint::compose( endpoint, text );
+        EXPECT_EQ( text, host );
+        EXPECT_EQ( GEndpoint::compose( endpoint ), host );
+    }
 }
 TEST( GEndpoint, ReadsStrictHostsOnly )
 {
@@ -244,6 +296,27 @@ TEST( GServerStore, WhatWasStoredIsThereAfterAReopening )
     EXPECT_EQ( store.listRegistrations( )[0].expires, 99u );
     EXPECT_TRUE( store.listRegistrations( )[0].listed );
     EXPECT_EQ( store.getBuddies( "ann@x" ), ( std::vector<GString>{ "c@x", "b@x" } ) );
+}
+TEST( GServerStore, ABatchIsThereForOthersOnlyAtItsEnd )
+{
+    const TempFolder folder;
+    const GString path = ( folder.path / "store.db" ).string( );
+    GString error;
+    GServerStore store;
+    GServerStore other;
+    ASSERT_TRUE( store.open( path, error ) && other.open( path, error ) ) << error;
+    store.beginBatch( );
+    EXPECT_FALSE( store.hasDevice( "dev" ) );
+    EXPECT_TRUE( store.addDevice( "dev", 1 ) );
+    EXPECT_TRUE( store.setBuddies( "ann@x", { "ben@x" } ) );
+    EXPECT_TRUE( store.hasDevice( "dev" ) );
+    EXPECT_FALSE( other.hasDevice( "dev" ) );
+    EXPECT_TRUE( store.endBatch( ) );
+    EXPECT_TRUE( other.hasDevice( "dev" ) );
+    EXPECT_EQ( other.getBuddies( "ann@x" ).size( ), 1u );
+    store.beginBatch( );
+    EXPECT_TRUE( store.endBatch( ) ) << "an empty one";
+    EXPECT_TRUE( other.addDevice( "free", 1 ) ) << "and nothing stays locked";
 }
 TEST( GServerStore, AnotherPasswordEndsOldLogons )
 {
