@@ -6,6 +6,9 @@
 #include "protocol/GProtocol.h"
 #include "runtime/GInstance.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace
 {
 constexpr int64_t WAIT_FOR_TRAFFIC = 500000;
@@ -18,11 +21,6 @@ constexpr int64_t RELAY_PERIOD = 30000000;
 constexpr int MAX_DATAGRAMS_PER_PASS = 256;
 constexpr GWStringView CSEQ_SUFFIX = u" (GDispatchService)";
 constexpr char16_t COMMAND_QUEUE[] = u"GDispatchService_commandQueue";
-
-bool endsWith( const GWString& text, GWStringView suffix )
-{
-    return text.size( ) >= suffix.size( ) && GWStringView( text ).substr( text.size( ) - suffix.size( ) ) == suffix;
-}
 } // namespace
 
 GDispatchService::GDispatchService( GInstance* instance, GMegaPort* megaPort )
@@ -36,6 +34,7 @@ GDispatchService::GDispatchService( GInstance* instance, GMegaPort* megaPort )
 GDispatchService::~GDispatchService( )
 {
     stop( true );
+    _returnBuckets( );
     GVERIFY( !_turnClient );
     for( GUPnPTask* task : _abandonedMappings ) delete task;
 }
@@ -56,6 +55,7 @@ int GDispatchService::_bGThreadObject_safe_onLoop( )
 void GDispatchService::_bGThreadObject_safe_onShutdown( )
 {
     _reset( );
+    _returnBuckets( );
 }
 
 void GDispatchService::pass( int64_t timeout )
@@ -80,59 +80,88 @@ void GDispatchService::_wait( int64_t timeout )
     const bool open = _udpPort;
     unlock( );
     if( open )
-        GNetWait( _ports, { }, _sockets, timeout );
+        GNetWait( _ports, { }, _sockets, _isBehind ? 0 : timeout );
     else
         GThreadSleep( timeout );
     lock( );
 }
 
+// By turns, so that a flood of one does not keep the other from being read.
 void GDispatchService::_readDatagrams( )
 {
-    GMegaPortBucket* bucket = _megaPort->getEmtpyBucket( );
-    for( int i = 0; i < MAX_DATAGRAMS_PER_PASS && _readOne( *bucket ); ++i )
-        if( !bucket->buffer.empty( ) && _sortDatagram( bucket ) ) bucket = _megaPort->getEmtpyBucket( );
-    _megaPort->returnEmptyBucket( bucket );
+    _megaPort->beginFill( );
+    int left = MAX_DATAGRAMS_PER_PASS;
+    for( bool port = true, relay = true; left > 0 && ( port || relay ); )
+    {
+        port = port && _readPort( left );
+        relay = relay && left > 0 && _readRelay( left );
+    }
+    _isBehind = left == 0;
+    _megaPort->endFill( );
 }
 
-// False when nothing is left. What was read and can't be used leaves the buffer empty.
-bool GDispatchService::_readOne( GMegaPortBucket& bucket )
+void GDispatchService::_takeBuckets( int count )
 {
-    if( _udpPort && GNetUDPPortIsAlive( _udpPort ) && GNetUDPPortRecv( _udpPort, bucket.buffer, bucket.remoteHost ) )
+    _megaPort->getEmptyBuckets( _batch.data( ), count );
+}
+
+void GDispatchService::_returnBuckets( )
+{
+    for( GMegaPortBucket*& bucket : _batch )
+        if( bucket ) _megaPort->returnEmptyBucket( std::exchange( bucket, nullptr ) );
+}
+
+// A batch from the UDP port; false when nothing is left. What one datagram leads to may close the port: the rest is dropped then.
+bool GDispatchService::_readPort( int& left )
+{
+    if( !_udpPort || !GNetUDPPortIsAlive( _udpPort ) ) return false;
+    const int asked = std::min( left, BATCH );
+    _takeBuckets( asked );
+    std::array<GNetDatagram*, BATCH> datagrams;
+    std::copy_n( _batch.begin( ), asked, datagrams.begin( ) );
+    const int count = GNetUDPPortRecvBatch( _udpPort, datagrams.data( ), asked );
+    left -= count;
+    const bool dropped = count > 0 && _instance->test( u"Disable_UDP_Recv" );
+    for( size_t i = 0; i < static_cast<size_t>( count ) && _udpPort && !dropped; ++i )
     {
-        if( !_instance->test( u"Disable_UDP_Recv" ) )
-        {
-            bucket.localHost = _udpPort->host;
-            return true;
-        }
+        _batch[i]->localHost = _udpPort->host;
+        if( _sortDatagram( _batch[i] ) ) _batch[i] = nullptr;
     }
-    bool usable = false;
-    if( !_readRelay( bucket, usable ) ) return false;
-    if( !usable ) bucket.buffer.clear( );
+    return count == asked;
+}
+
+// A batch of messages from the relay; false when nothing is left.
+bool GDispatchService::_readRelay( int& left )
+{
+    for( int i = 0; i < BATCH && left > 0; ++i, --left )
+    {
+        if( !_turnClient || !_turnClient->recv( _relayMessage ) ) return false;
+        // A refusal ends the reading: what was asked for only times out.
+        if( _relayMessage.getResponse( ) != GHTTP_SUCCESS ) return false;
+        _takeBuckets( 1 );
+        if( _fillFromRelay( *_batch.front( ) ) && _sortDatagram( _batch.front( ) ) ) _batch.front( ) = nullptr;
+    }
     return true;
 }
 
-bool GDispatchService::_readRelay( GMegaPortBucket& bucket, bool& usable )
+// Unpacks what the relay said: its own message, or a datagram of the host that it names. False when it names none.
+bool GDispatchService::_fillFromRelay( GMegaPortBucket& bucket )
 {
-    GHTTPHeaders& message = _relayMessage;
-    if( !_turnClient || !_turnClient->recv( message ) ) return false;
-    if( message.getResponse( ) != GHTTP_SUCCESS ) return false;
-    usable = true;
-    if( !message.hasContent( ) )
+    if( !_relayMessage.hasContent( ) )
     {
-        bucket.buffer = message.serialize( );
+        _relayMessage.serialize( bucket.buffer );
         bucket.localHost = _turnClient->getLocalHost( );
         bucket.remoteHost = _turnClient->getRemoteHost( );
         return true;
     }
-    const GWString remoteHost = message.get( GProtocol::REMOTE_HOST );
+    const GWStringView remoteHost = _relayMessage.headers( ).get( GProtocol::REMOTE_HOST );
     if( !GNetIsUnicastHost( remoteHost ) )
     {
         GLOG( u"WARNING Received relay data from TURN server with invalid remote host (", remoteHost, u"), ignoring." );
-        usable = false;
-        return true;
+        return false;
     }
-    bucket.buffer = message.getContent( 0 );
-    bucket.localHost = _instance->get( u"Global_Host" );
+    bucket.buffer = _relayMessage.getContent( 0 );
+    _instance->get( u"Global_Host", bucket.localHost );
     bucket.remoteHost = remoteHost;
     GLOGIF( 'P', u"Received relay data from (", remoteHost, u")" );
     return true;
@@ -160,13 +189,13 @@ bool GDispatchService::_sortDatagram( GMegaPortBucket* bucket )
         GLOG( u"WARNING Received ", length, u" RTP bytes but not ONLINE, ignoring." );
         return false;
     }
-    GHTTPHeaders message;
+    GHTTPHeaders& message = _message;
     if( !message.deserialize( bucket->buffer ) )
     {
         GLOGIF( 'P', u"Received invalid SIP packet, ignoring." );
         return false;
     }
-    if( endsWith( message.get( GProtocol::CSEQ ), CSEQ_SUFFIX ) )
+    if( message.headers( ).get( GProtocol::CSEQ ).ends_with( CSEQ_SUFFIX ) )
     {
         _receiveOwn( bucket->remoteHost, message );
         return false;

@@ -11,12 +11,14 @@
 #include "runtime/GIntervalTimer.h"
 #include "runtime/GThreadObject.h"
 
+#include <array>
 #include <map>
 
 class GHTTPClient;
 class GInstance;
 class GMegaPort;
 struct GMegaPortBucket;
+struct GNetDatagram;
 
 class GDispatchService : public GThreadObject
 {
@@ -89,8 +91,11 @@ private:
     // ---- The loop: GDispatchService.cpp.
     void _wait( int64_t timeout );
     void _readDatagrams( );
-    bool _readOne( GMegaPortBucket& bucket );
-    bool _readRelay( GMegaPortBucket& bucket, bool& usable );
+    bool _readPort( int& left );
+    bool _readRelay( int& left );
+    bool _fillFromRelay( GMegaPortBucket& bucket );
+    void _takeBuckets( int count );
+    void _returnBuckets( );
     bool _sortDatagram( GMegaPortBucket* bucket );
     void _receiveOwn( const GWString& fromHost, const GHTTPHeaders& message );
     void _runCommands( );
@@ -176,7 +181,13 @@ private:
     // Rooms that every pass uses again.
     GNetSourceList _ports;
     GNetSourceList _sockets;
+    GHTTPHeaders _message;
     GHTTPHeaders _relayMessage;
+    GString _relayFrame;
+    // Buckets for a batch of datagrams; what is not handed on stays for the next one.
+    static constexpr int BATCH = 32;
+    std::array<GMegaPortBucket*, BATCH> _batch{ };
+    bool _isBehind = false; // A pass ended at its limit: the relay's messages wait here, where no poll sees them.
     GUPnPTask* _upnpMapping = nullptr;
     std::vector<GUPnPTask*> _abandonedMappings;
     GUPnPFunctions _upnpFunctions;

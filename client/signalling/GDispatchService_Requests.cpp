@@ -3,6 +3,7 @@
 
 #include "client/transport/GHTTPClient.h"
 #include "client/transport/GMegaPort.h"
+#include "client/transport/GRelayFrame.h"
 #include "protocol/GProtocol.h"
 #include "runtime/GInstance.h"
 
@@ -77,10 +78,9 @@ void GDispatchService::_sendGlobal( const GWString& host, const GString& buffer 
         _megaPort->send( { }, host, buffer.data( ), static_cast<int>( buffer.size( ) ) );
         return;
     }
-    GHTTPHeaders message( GProtocol::SENDUDP );
-    message.set( GProtocol::REMOTE_HOST, host );
-    message.addContent( buffer );
-    _turnClient->send( message );
+    _relayFrame.clear( );
+    GRelayFrameAppend( _relayFrame, host, buffer );
+    _turnClient->sendRaw( _relayFrame );
 }
 
 void GDispatchService::_sendUDP( const GWString& host, const GString& buffer )

@@ -3,19 +3,21 @@
 #include "platform/GThread.h"
 #include "platform/GTime.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace
 {
 constexpr uint64_t SEND_TIMEOUT = 5000000;
 constexpr uint64_t SILENCE_TIMEOUT = 30000000;
 // A stream whose header is longer than this, or whose message is, never becomes one.
 constexpr size_t MAX_HEADER_BYTES = 64 * 1024;
-constexpr size_t MAX_MESSAGE_BYTES = 256 * 1024 * 1024;
+constexpr int64_t MAX_MESSAGE_BYTES = 256 * 1024 * 1024;
 
-bool isBeyondLimits( const GString& buffer )
+bool hasLongHeader( const char* bytes, size_t length )
 {
-    if( buffer.size( ) > MAX_MESSAGE_BYTES ) return true;
-    if( buffer.size( ) <= MAX_HEADER_BYTES ) return false;
-    return buffer.substr( 0, MAX_HEADER_BYTES ).find( "\r\n\r\n" ) == GString::npos;
+    return length > MAX_HEADER_BYTES &&
+           std::string_view( bytes, MAX_HEADER_BYTES ).find( "\r\n\r\n" ) == std::string_view::npos;
 }
 } // namespace
 
@@ -47,21 +49,46 @@ void GHTTPClient::sendRaw( const GString& bytes )
 bool GHTTPClient::recv( GHTTPHeaders& response )
 {
     GCALL( GHTTPClient );
-    if( _socket && GNetTCPSocketRecv( _socket, _recvBuffer ) ) _lastProgressTime = GTimeGetTime( );
-    if( _recvBuffer.empty( ) ) return false;
-    const int used = response.deserialize( _recvBuffer );
-    if( used > 0 )
+    // What has arrived comes first: a stream of many messages is read from the system in large pieces.
+    if( _takeMessage( response ) ) return true;
+    if( !_socket || !GNetTCPSocketRecv( _socket, _recvBuffer ) ) return false;
+    _lastProgressTime = GTimeGetTime( );
+    return _takeMessage( response );
+}
+
+// The next message out of the buffer, from which it is removed together with others: one by one would move the rest each time.
+bool GHTTPClient::_takeMessage( GHTTPHeaders& response )
+{
+    const size_t left = _recvBuffer.size( ) - _numTaken;
+    if( left >= _numNeeded )
     {
-        GConsume( _recvBuffer, used );
-        return true;
+        const char* const next = _recvBuffer.data( ) + _numTaken;
+        const int used =
+            left && !hasLongHeader( next, left ) ? response.deserialize( next, static_cast<int>( left ) ) : 0;
+        _numTaken += static_cast<size_t>( used );
+        _numNeeded = 1;
+        if( used > 0 ) return true;
+        if( left ) _measure( next, left );
     }
-    if( isBeyondLimits( _recvBuffer ) )
+    GConsume( _recvBuffer, static_cast<int>( std::exchange( _numTaken, 0 ) ) );
+    return false;
+}
+
+// How many bytes it takes until another look at the buffer is worth while. A stream that never becomes a message is closed.
+void GHTTPClient::_measure( const char* bytes, size_t length )
+{
+    const int64_t total = GHTTPHeaders::measure( bytes, static_cast<int>( std::min( length, MAX_HEADER_BYTES ) ) );
+    if( total > 0 && total <= MAX_MESSAGE_BYTES )
+        _numNeeded = static_cast<size_t>( total );
+    else if( total == 0 && length <= MAX_HEADER_BYTES )
+        _numNeeded = length + 1;
+    else
     {
         GLOG( u"WARNING Connection to '", _host, u"' sends what is no message, closing." );
-        _recvBuffer.clear( );
+        _numTaken = _recvBuffer.size( );
+        _numNeeded = 1;
         _close( );
     }
-    return false;
 }
 
 void GHTTPClient::update( int64_t timeout )

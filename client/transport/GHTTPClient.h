@@ -30,6 +30,8 @@ public:
     void setRobust( bool robust ) { _robust = robust; }
 
 private:
+    bool _takeMessage( GHTTPHeaders& response );
+    void _measure( const char* bytes, size_t length );
     int _sendPending( );
     void _close( );
     bool _hasTimedOut( ) const;
@@ -38,6 +40,8 @@ private:
     GNetTCPSocket* _socket = nullptr;
     GString _sendBuffer;
     GString _recvBuffer;
+    size_t _numTaken = 0;  // Bytes of _recvBuffer that are spent.
+    size_t _numNeeded = 1; // Bytes beyond them that make a message, as far as is known.
     uint64_t _lastSendTime = 0;
     uint64_t _lastProgressTime = 0;
     bool _robust = false;

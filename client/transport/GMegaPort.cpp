@@ -2,8 +2,7 @@
 
 #include "base/GUtil.h"
 #include "client/transport/GRTP.h"
-#include "protocol/GProtocol.h"
-#include "runtime/GHTTPHeaders.h"
+#include "client/transport/GRelayFrame.h"
 
 #include <utility>
 
@@ -11,8 +10,11 @@ namespace
 {
 constexpr int NUM_PAYLOAD_TYPES = 256;
 constexpr char16_t NO_HOST[] = u"0.0.0.0:0";
-// A consumer that has stopped loses its oldest datagrams beyond this many.
+// A consumer that has stopped loses its oldest datagrams beyond so many, or so many bytes of them.
 constexpr size_t MAX_BUCKETS_PER_LIST = 2048;
+constexpr size_t MAX_BYTES_PER_LIST = 4 << 20;
+// A bucket in the pool keeps no more room than this: anyone may send the largest datagrams.
+constexpr size_t MAX_KEPT_ROOM = 16384;
 constexpr size_t MAX_RELAY_BYTES = 256 * 1024;
 constexpr int SUPPORTED_TYPES[] = { GRTP_AUDIO, GRTP_VIDEO, GRTP_FILE, GRTP_SCREEN };
 } // namespace
@@ -40,15 +42,15 @@ GMegaPort::~GMegaPort( )
 {
     GVERIFY( _numBucketsCreated == (int)_emptyBucketList.size( ) );
     GEventClose( _sipBucketList.event );
-    for( GMegaPortBucket* bucket : _sipBucketList.buckets ) delete bucket;
-    for( BucketList& list : _rtpBucketListArray )
+    while( GMegaPortBucket* bucket = _sipBucketList.buckets.pop( ) ) delete bucket;
+    for( WaitList& list : _rtpBucketListArray )
     {
         if( list.event ) GEventClose( list.event );
-        for( GMegaPortBucket* bucket : list.buckets ) delete bucket;
+        while( GMegaPortBucket* bucket = list.buckets.pop( ) ) delete bucket;
     }
     GMutexClose( _sendMutex );
     GMutexClose( _recvMutex );
-    for( GMegaPortBucket* bucket : _emptyBucketList ) delete bucket;
+    while( GMegaPortBucket* bucket = _emptyBucketList.pop( ) ) delete bucket;
 }
 
 void GMegaPort::invariantTest( ) const
@@ -124,47 +126,77 @@ void GMegaPort::reset( )
 
 GMegaPortBucket* GMegaPort::getEmtpyBucket( )
 {
-    const GObjectLock lock( *this );
-    if( _emptyBucketList.empty( ) )
-    {
-        ++_numBucketsCreated;
-        return new GMegaPortBucket;
-    }
-    GMegaPortBucket* bucket = _emptyBucketList.front( );
-    _emptyBucketList.pop_front( );
+    GMegaPortBucket* bucket = nullptr;
+    getEmptyBuckets( &bucket, 1 );
     return bucket;
+}
+
+void GMegaPort::getEmptyBuckets( GMegaPortBucket** buckets, int count )
+{
+    const GObjectLock lock( *this );
+    for( GMegaPortBucket*& bucket : std::span( buckets, static_cast<size_t>( count ) ) )
+    {
+        if( bucket ) continue;
+        bucket = _emptyBucketList.pop( );
+        if( bucket ) continue;
+        ++_numBucketsCreated;
+        bucket = new GMegaPortBucket;
+    }
 }
 
 void GMegaPort::returnEmptyBucket( GMegaPortBucket* bucket )
 {
+    if( bucket->buffer.capacity( ) > MAX_KEPT_ROOM ) bucket->buffer = GString( );
     const GObjectLock lock( *this );
-    _emptyBucketList.push_back( bucket );
+    _emptyBucketList.push( bucket );
 }
 
-// Appends the bucket; the oldest one, when the list is full, or null.
-GMegaPortBucket* GMegaPort::_append( BucketList& list, GMegaPortBucket* bucket )
+// The oldest ones leave a list that is full.
+void GMegaPort::_append( WaitList& list, GMegaPortBucket* bucket )
 {
-    const GMutexScope scope( _recvMutex );
-    list.buckets.push_back( bucket );
-    if( list.buckets.size( ) <= MAX_BUCKETS_PER_LIST ) return nullptr;
-    GMegaPortBucket* oldest = list.buckets.front( );
-    list.buckets.pop_front( );
-    return oldest;
+    GMegaPortBucketList oldest;
+    {
+        const GMutexScope scope( _recvMutex );
+        list.buckets.push( bucket );
+        while( list.buckets.size( ) > MAX_BUCKETS_PER_LIST || list.buckets.getBytes( ) > MAX_BYTES_PER_LIST )
+            oldest.push( list.buckets.pop( ) );
+    }
+    while( GMegaPortBucket* one = oldest.pop( ) ) returnEmptyBucket( one );
 }
 
-GMegaPortBucket* GMegaPort::_take( BucketList& list )
+GMegaPortBucket* GMegaPort::_take( WaitList& list )
 {
     const GMutexScope scope( _recvMutex );
-    if( list.buckets.empty( ) ) return nullptr;
-    GMegaPortBucket* bucket = list.buckets.front( );
-    list.buckets.pop_front( );
-    return bucket;
+    return list.buckets.pop( );
+}
+
+bool GMegaPort::_wake( WaitList& list )
+{
+    list.isFilled = _isFilling;
+    return _isFilling || GEventSet( list.event );
+}
+
+void GMegaPort::beginFill( )
+{
+    _isFilling = true;
+}
+
+void GMegaPort::endFill( )
+{
+    _isFilling = false;
+    if( std::exchange( _sipBucketList.isFilled, false ) )
+        GVERIFY_TEXT( GEventSet( _sipBucketList.event ), "SetEvent( _sipBucketList.event)" );
+    for( const int type : SUPPORTED_TYPES )
+    {
+        WaitList& list = _rtpBucketListArray[static_cast<size_t>( type )];
+        if( std::exchange( list.isFilled, false ) ) GVERIFY_TEXT( GEventSet( list.event ), "SetEvent( hEvent )" );
+    }
 }
 
 void GMegaPort::fillSIPBucket( GMegaPortBucket* bucket )
 {
-    if( GMegaPortBucket* oldest = _append( _sipBucketList, bucket ) ) returnEmptyBucket( oldest );
-    GVERIFY_TEXT( GEventSet( _sipBucketList.event ), "SetEvent( _sipBucketList.event)" );
+    _append( _sipBucketList, bucket );
+    GVERIFY_TEXT( _wake( _sipBucketList ), "SetEvent( _sipBucketList.event)" );
 }
 
 void GMegaPort::fillRTPBucket( GMegaPortBucket* bucket )
@@ -179,15 +211,15 @@ void GMegaPort::fillRTPBucket( GMegaPortBucket* bucket )
     }
     // Sender reports travel with the sound.
     const int type = header.payloadType == GRTP_RTCPSR ? int( GRTP_AUDIO ) : header.payloadType;
-    BucketList& list = _rtpBucketListArray[static_cast<size_t>( type )];
+    WaitList& list = _rtpBucketListArray[static_cast<size_t>( type )];
     if( !list.event )
     {
         GLOG( u"WARNING Attempting to fill RTP bucket for unsupported payload type #", type, u", ignoring." );
         returnEmptyBucket( bucket );
         return;
     }
-    if( GMegaPortBucket* oldest = _append( list, bucket ) ) returnEmptyBucket( oldest );
-    GVERIFY_TEXT( GEventSet( list.event ), "SetEvent( hEvent )" );
+    _append( list, bucket );
+    GVERIFY_TEXT( _wake( list ), "SetEvent( hEvent )" );
 }
 
 GMegaPortBucket* GMegaPort::getSIPBucket( )
@@ -242,43 +274,66 @@ void GMegaPort::waitForRTPBucket( int64_t timeout, int payloadTypeA, int payload
 
 // ---- Sending. The lock is held around the socket call: two senders' framing can't interleave, and no reset removes a port in use.
 
-void GMegaPort::send( const GWString& from, const GWString& to, const char* buffer, int length )
+bool GMegaPort::_goesByRelay( const GWString& from ) const
 {
-    const GMutexScope scope( _sendMutex );
-    if( _tcpSocket && ( from.empty( ) || GCaseEquals( from, _globalHost ) ) )
-    {
-        _sendRelayed( to, buffer, length );
-        return;
-    }
+    return _tcpSocket && ( from.empty( ) || GCaseEquals( from, _globalHost ) );
+}
+
+// Tells of what is strange before a datagram leaves by UDP; false when it can't.
+bool GMegaPort::_isReady( const GWString& from, GWStringView to ) const
+{
     if( !_udpPort )
     {
         GLOG( u"WARNING Cannot send from (", from, u") to (", to, u") because not connected, ignoring." );
-        return;
+        return false;
     }
     if( !from.empty( ) && !GCaseEquals( from, _localHost ) )
         GLOG( u"WARNING Possibly send from mismatch: from=(", from, u"), localHost=(", _localHost, u"), globalHost=(",
               _globalHost, u")" );
-    GNetUDPPortSend( _udpPort, to, buffer, length );
+    return true;
 }
 
-void GMegaPort::_sendRelayed( const GWString& to, const char* buffer, int length )
+void GMegaPort::send( const GWString& from, const GWString& to, const char* buffer, int length )
 {
-    GHTTPHeaders message( GProtocol::SENDUDP );
-    message.set( GProtocol::REMOTE_HOST, to );
-    message.addContent( buffer, length );
-    const GString text = message.serialize( );
+    const GMutexScope scope( _sendMutex );
+    if( _goesByRelay( from ) )
+    {
+        GPRECONDITION( buffer && length >= 0 );
+        _sendRelayed( to, std::string_view( buffer, static_cast<size_t>( length ) ) );
+        _pushRelayed( );
+    }
+    else if( _isReady( from, to ) )
+        GNetUDPPortSend( _udpPort, to, buffer, length );
+}
+
+void GMegaPort::send( const GWString& from, std::span<const GNetOutgoing> datagrams )
+{
+    if( datagrams.empty( ) ) return;
+    const GMutexScope scope( _sendMutex );
+    if( _goesByRelay( from ) )
+    {
+        for( const GNetOutgoing& one : datagrams ) _sendRelayed( one.remoteHost, one.bytes );
+        _pushRelayed( );
+    }
+    else if( _isReady( from, datagrams.front( ).remoteHost ) )
+        GNetUDPPortSendBatch( _udpPort, datagrams.data( ), static_cast<int>( datagrams.size( ) ) );
+}
+
+// Without the remedy each message has its one call, whose result nobody looks at.
+void GMegaPort::_sendRelayed( GWStringView to, std::string_view bytes )
+{
+    const size_t begin = _relayBuffer.size( );
+    GRelayFrameAppend( _relayBuffer, to, bytes );
     if( !_robust )
     {
-        GNetTCPSocketSend( _tcpSocket, text.data( ), static_cast<int>( text.size( ) ) );
-        return;
+        GNetTCPSocketSend( _tcpSocket, _relayBuffer.data( ), static_cast<int>( _relayBuffer.size( ) ) );
+        _relayBuffer.clear( );
     }
-    if( _relayBuffer.size( ) + text.size( ) > MAX_RELAY_BYTES )
+    else if( _relayBuffer.size( ) > MAX_RELAY_BYTES )
     {
-        GLOGIF( 'K', _name, u": relay is busy, dropping ", length, u" bytes to (", to, u")" );
-        return;
+        GLOGIF( 'K', _name, u": relay is busy, dropping ", bytes.size( ), u" bytes to (", to, u")" );
+        _relayBuffer.resize( begin );
     }
-    _relayBuffer += text;
-    _pushRelayed( );
 }
 
 void GMegaPort::_pushRelayed( )

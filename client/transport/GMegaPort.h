@@ -3,21 +3,10 @@
 // Locks (_sendMutex, _recvMutex, the object's own for the pool) are never nested. Times are microseconds.
 #pragma once
 
-#include "platform/GNet.h"
+#include "client/transport/GMegaPortBucket.h"
 #include "runtime/GThreadSafeObject.h"
 
-#include <array>
-#include <deque>
-#include <mutex>
-
-// One received datagram. It belongs to whoever took it from a list and goes back by returnEmptyBucket; its buffer keeps its
-// capacity through reuse.
-struct GMegaPortBucket
-{
-    GWString localHost;
-    GWString remoteHost;
-    GString buffer;
-};
+#include <span>
 
 class GMegaPort : public GThreadSafeObject
 {
@@ -30,8 +19,13 @@ public:
     void setUDPPort( GNetUDPPort* udpPort );
     void setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHost );
     GMegaPortBucket* getEmtpyBucket( );
+    // Fills the null entries among the `count` ones.
+    void getEmptyBuckets( GMegaPortBucket** buckets, int count );
     void fillSIPBucket( GMegaPortBucket* bucket );
     void fillRTPBucket( GMegaPortBucket* bucket );
+    // What is filled in between wakes its waiters once, at the end. For the one thread that fills.
+    void beginFill( );
+    void endFill( );
     void reset( );
 
     GWString getLocalHost( ) const;
@@ -46,6 +40,8 @@ public:
 
     // A `from` that is empty or the global host goes by the relay when there is one, any other by the UDP port. Failures are logged.
     void send( const GWString& from, const GWString& to, const char* buffer, int length );
+    // As that many calls of send, cheaper: for datagrams that are at hand at the same time. What is wrong with `from` is told once.
+    void send( const GWString& from, std::span<const GNetOutgoing> datagrams );
     // The remedy for the relay: one buffered writer that drops whole messages above 256 KiB.
     void setRobust( bool robust );
     // Pushes what the relay's buffer still holds; the dispatch loop calls it.
@@ -54,14 +50,18 @@ public:
     GString takeUnsent( );
 
 private:
-    struct BucketList
+    struct WaitList
     {
-        std::deque<GMegaPortBucket*> buckets;
+        GMegaPortBucketList buckets;
         GEvent event = nullptr;
+        bool isFilled = false; // Since beginFill.
     };
-    GMegaPortBucket* _append( BucketList& list, GMegaPortBucket* bucket );
-    GMegaPortBucket* _take( BucketList& list );
-    void _sendRelayed( const GWString& to, const char* buffer, int length );
+    void _append( WaitList& list, GMegaPortBucket* bucket );
+    GMegaPortBucket* _take( WaitList& list );
+    bool _wake( WaitList& list );
+    bool _goesByRelay( const GWString& from ) const;
+    bool _isReady( const GWString& from, GWStringView to ) const;
+    void _sendRelayed( GWStringView to, std::string_view bytes );
     void _pushRelayed( );
 
     GWString _name;
@@ -69,12 +69,13 @@ private:
     GMutex _recvMutex = nullptr;
     GNetUDPPort* _udpPort = nullptr;
     GNetTCPSocket* _tcpSocket = nullptr;
-    BucketList _sipBucketList;
-    std::vector<BucketList> _rtpBucketListArray;
-    std::deque<GMegaPortBucket*> _emptyBucketList;
+    WaitList _sipBucketList;
+    std::vector<WaitList> _rtpBucketListArray;
+    GMegaPortBucketList _emptyBucketList;
     int _numBucketsCreated = 0;
     GWString _localHost;
     GWString _globalHost;
+    bool _isFilling = false;
     bool _robust = false;
-    GString _relayBuffer;
+    GString _relayBuffer; // What waits to be sent; without the remedy the room for one message.
 };

@@ -46,6 +46,9 @@ public:
     // Bytes consumed, or 0 when the message is not complete or not one: the caller keeps the bytes. Never reads past `length`.
     int deserialize( const char* buffer, int length );
     int deserialize( const GString& text );
+    // How many bytes the message takes whose first bytes these are: 0 while its header is not complete, -1 when no bytes to follow
+    // can make a message of them.
+    static int64_t measure( const char* buffer, int length );
     void clear( );
     // The header text for logs; values of names that end in "password" are masked.
     GWString getDebugText( ) const;

@@ -16,12 +16,13 @@ namespace spirit = boost::spirit::classic;
 constexpr GWStringView CONTENT_LENGTH = u"Content-Length";
 constexpr GWStringView PROTOCOL = u"HTTP/1.1";
 constexpr std::string_view EOL = "\r\n";
+constexpr std::string_view HEADER_END = "\r\n\r\n";
 // Room that is kept for the parts of the next message.
 constexpr size_t MAX_KEPT_PART = 65536;
 constexpr size_t MAX_KEPT_PARTS = 8;
 
 // The end of the header and of all parts; 0 when a size is no size or the message is longer than any buffer.
-int64_t measure( int64_t header, GWStringView sizes )
+int64_t addSizes( int64_t header, GWStringView sizes )
 {
     int64_t total = header;
     GWStringView size;
@@ -256,7 +257,7 @@ int GHTTPHeaders::deserialize( const char* buffer, int length )
     GHeaderScanner scanner( buffer, static_cast<size_t>( length ), _headers );
     const size_t header = scanner.scan( );
     const GWStringView sizes = header ? _headers.get( CONTENT_LENGTH ) : GWStringView( );
-    const int64_t total = header ? measure( static_cast<int64_t>( header ), sizes ) : 0;
+    const int64_t total = header ? addSizes( static_cast<int64_t>( header ), sizes ) : 0;
     if( !total || total > length )
     {
         clear( );
@@ -280,6 +281,17 @@ int GHTTPHeaders::deserialize( const GString& text )
 {
     GPRECONDITION( text.size( ) <= INT_MAX );
     return deserialize( text.data( ), static_cast<int>( text.size( ) ) );
+}
+
+int64_t GHTTPHeaders::measure( const char* buffer, int length )
+{
+    GPRECONDITION( buffer && length >= 0 );
+    const std::string_view bytes( buffer, static_cast<size_t>( length ) );
+    if( bytes.find( HEADER_END ) == std::string_view::npos ) return 0;
+    GHeaderTable table;
+    const size_t header = GHeaderScanner( buffer, bytes.size( ), table ).scan( );
+    const int64_t total = header ? addSizes( static_cast<int64_t>( header ), table.get( CONTENT_LENGTH ) ) : 0;
+    return total ? total : -1;
 }
 
 void GHTTPHeaders::clear( )
