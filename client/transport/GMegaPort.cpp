@@ -146,7 +146,7 @@ void GMegaPort::getEmptyBuckets( GMegaPortBucket** buckets, int count )
 
 void GMegaPort::returnEmptyBucket( GMegaPortBucket* bucket )
 {
-    if( bucket->buffer.capacity( ) > MAX_KEPT_ROOM ) bucket->buffer = GString( );
+    if( bucket->buffer.capacity( ) > MAX_KEPT_ROOM ) GString( ).swap( bucket->buffer );
     const GObjectLock lock( *this );
     _emptyBucketList.push( bucket );
 }

@@ -211,3 +211,17 @@ TEST( GHTTPHeadersDeathTest, BrokenArgumentsAbort )
     EXPECT_DEATH( message.deserialize( nullptr, 0 ), "buffer && length >= 0" );
     EXPECT_DEATH( message.deserialize( "", -1 ), "buffer && length >= 0" );
 }
+
+TEST( GHTTPHeaders, MeasureTellsWhatIsMissingFromWhatNeverComes )
+{
+    const GString whole = "A / HTTP/1.1\r\nContent-Length: 3, 2\r\n\r\nabcde";
+    const size_t header = whole.size( ) - 5;
+    for( size_t length = 0; length <= whole.size( ); ++length )
+        EXPECT_EQ( GHTTPHeaders::measure( whole.data( ), static_cast<int>( length ) ),
+                   length < header ? 0 : static_cast<int64_t>( whole.size( ) ) )
+            << length;
+    for( const GString& text :
+         { GString( "A\r\nno colon\r\n\r\n" ), GString( "A\r\nContent-Length: -1\r\n\r\n" ),
+           GString( "A\r\nContent-Length: 2147483647, 1\r\n\r\n" ), GString( "A\nB: c\r\n\r\n" ) } )
+        EXPECT_EQ( GHTTPHeaders::measure( text.data( ), static_cast<int>( text.size( ) ) ), -1 ) << text;
+}

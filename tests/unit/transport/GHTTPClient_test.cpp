@@ -1,5 +1,6 @@
 #include "client/transport/GHTTPClient.h"
 
+#include "support/CountAllocations.h"
 #include "support/TestClock.h"
 #include "support/TestLog.h"
 #include "support/TestTcpServer.h"
@@ -178,6 +179,94 @@ TEST( HTTPClient, StreamThatIsNoMessageIsClosed )
         client->update( 50000 );
     }
     EXPECT_FALSE( client->isAlive( ) );
+}
+
+namespace
+{
+// What the client makes of a stream: whether it lives, and how many messages it took.
+struct Outcome
+{
+    bool alive;
+    int messages;
+    bool operator==( const Outcome& ) const = default;
+};
+Outcome read( const GString& stream )
+{
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    EXPECT_TRUE( server.accept( ) );
+    // What follows is a good message of 3 bytes: a stream that is in order gives it.
+    const GString last = "HTTP/1.1 200 END\r\nContent-Length: 3\r\n\r\nend";
+    server.say( stream + last );
+    int messages = 0;
+    bool ended = false;
+    GHTTPHeaders response;
+    for( int i = 0; i < 200 && client->isAlive( ) && !ended; ++i )
+    {
+        client->update( 20000 );
+        while( client->recv( response ) )
+        {
+            GWString text;
+            response.getResponse( text );
+            ended = text == u"END";
+            ++messages;
+        }
+    }
+    return { client->isAlive( ), messages };
+}
+} // namespace
+
+TEST( HTTPClient, HeaderThatEndsWithoutParsingOrIsTooLongIsClosed )
+{
+    const GString good = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nhi";
+    EXPECT_EQ( read( good ), ( Outcome{ true, 2 } ) );
+    EXPECT_EQ( read( "HTTP/1.1 200 OK\r\nX: " + GString( 60000, 'x' ) + "\r\n\r\n" ), ( Outcome{ true, 2 } ) );
+    const Outcome closed{ false, 0 };
+    TestLog::expect( "sends what is no message, closing." );
+    EXPECT_EQ( read( "HTTP/1.1 200 OK\r\nno colon\r\n\r\n" ), closed );
+    EXPECT_EQ( read( "HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n" ), closed );
+    EXPECT_EQ( read( "HTTP/1.1 200 OK\r\nContent-Length: 999999999\r\n\r\n" ), closed );
+    EXPECT_EQ( read( "HTTP/1.1 200 OK\r\nContent-Length: 99999999999999999999\r\n\r\n" ), closed );
+    // A header beyond 64 KiB, though it is whole and would parse.
+    EXPECT_EQ( read( "HTTP/1.1 200 OK\r\nX: " + GString( 70000, 'x' ) + "\r\n\r\n" ), closed );
+    // Bad news behind good.
+    EXPECT_EQ( read( good + good + "x\r\n:\r\n\r\n" ), ( Outcome{ false, 2 } ) );
+    EXPECT_EQ( TestLog::count( "sends what is no message, closing." ), 6 );
+}
+
+TEST( HTTPClient, ManySmallMessagesInOneReadAreTakenOneByOne )
+{
+    GString stream;
+    for( int i = 0; i < 5000; ++i ) stream += "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nx";
+    EXPECT_EQ( read( stream ), ( Outcome{ true, 5001 } ) );
+}
+
+TEST( HTTPClient, RelayedMessagesTakeNothingFromTheHeap )
+{
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    ASSERT_TRUE( server.accept( ) );
+    GString stream;
+    for( int i = 0; i < 20; ++i )
+        stream += "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\nRemote-Host: 1.2.3.4:5\r\n\r\n" + GString( 1000, 'x' );
+    const GNetSourceList sources{ client->getTCPSocket( ) };
+    const GNetSourceList none;
+    GHTTPHeaders response;
+    int taken = 0;
+    const auto take = [&]
+    {
+        for( const int end = taken + 20; taken < end; )
+        {
+            GNetWait( none, none, sources, 5000000 );
+            while( client->recv( response ) ) ++taken;
+        }
+    };
+    server.say( stream );
+    take( );
+    server.say( stream );
+    take( );
+    server.say( stream );
+    EXPECT_EQ( countAllocations( take ), 0 );
 }
 
 TEST( HTTPClient, ShutdownTellsTheServerThatNothingMoreComes )

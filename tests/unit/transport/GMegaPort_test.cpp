@@ -2,6 +2,7 @@
 
 #include "client/transport/GRTP.h"
 #include "runtime/GHTTPHeaders.h"
+#include "support/CountAllocations.h"
 #include "support/TestClock.h"
 #include "support/TestLog.h"
 #include "support/TestTcpServer.h"
@@ -256,6 +257,196 @@ TEST_F( MegaPort, WithTheRemedyWholeMessagesAreDroppedWhenTheRelayIsBusy )
     EXPECT_LT( heard, COUNT );
     _port->reset( );
     GNetTCPSocketClose( socket );
+}
+
+TEST_F( MegaPort, WithoutTheRemedyABusyRelayLosesPartsOfMessages )
+{
+    TestTcpServer slow( 4096 );
+    openUDP( );
+    GNetTCPSocket* socket = GNetTCPSocketOpen( slow.host( ) );
+    ASSERT_TRUE( socket && slow.accept( ) );
+    _port->setTCPSocket( socket, GLOBAL_HOST );
+    for( int i = 0; i < 8000; ++i ) send( { }, GString( 1024, 'x' ) );
+    // Room again: what follows a message that was cut is not where it is looked for.
+    int broken = 0;
+    GHTTPHeaders message;
+    for( int round = 0; round < 200 && !broken; ++round )
+    {
+        while( slow.hearNow( message ) )
+            if( !message.isMethod( u"SENDUDP" ) || message.getContent( 0 ) != GString( 1024, 'x' ) ) ++broken;
+        send( { }, GString( 1024, 'x' ) );
+    }
+    EXPECT_GT( broken, 0 );
+    _port->reset( );
+    GNetTCPSocketClose( socket );
+}
+
+TEST_F( MegaPort, WriterOfTheRelayHoldsNoMoreThanItsBound )
+{
+    TestTcpServer slow( 4096 );
+    openUDP( );
+    GNetTCPSocket* socket = GNetTCPSocketOpen( slow.host( ) );
+    ASSERT_TRUE( socket && slow.accept( ) );
+    _port->setRobust( true );
+    _port->setTCPSocket( socket, GLOBAL_HOST );
+    for( int i = 0; i < 20000; ++i ) send( { }, GString( 1024, 'x' ) );
+    const size_t held = _port->takeUnsent( ).size( );
+    // Full up to less than one message more.
+    EXPECT_LE( held, 262144u );
+    EXPECT_GT( held, 262144u - 1200 );
+    _port->reset( );
+    GNetTCPSocketClose( socket );
+}
+
+TEST_F( MegaPort, BatchGoesTheWayOfASingleDatagram )
+{
+    openUDP( );
+    const std::vector<GNetOutgoing> batch{ { _peer->host, "one" }, { _peer->host, "two" } };
+    _port->send( { }, batch );
+    GString data;
+    for( const char* text : { "one", "two" } )
+    {
+        ASSERT_TRUE( peerGot( data ) );
+        EXPECT_EQ( data, text );
+    }
+    openRelay( );
+    for( const bool robust : { false, true } )
+    {
+        _port->setRobust( robust );
+        _port->send( GLOBAL_HOST, batch );
+        GHTTPHeaders message;
+        for( const char* text : { "one", "two" } )
+        {
+            ASSERT_TRUE( _relay.hear( message ) );
+            EXPECT_EQ( message.getContent( 0 ), text );
+        }
+    }
+    TestLog::expect( "WARNING Possibly send from mismatch: from=(9.9.9.9:9), localHost=(" );
+    _port->send( u"9.9.9.9:9", batch );
+    EXPECT_EQ( TestLog::count( "send from mismatch" ), 1 );
+    EXPECT_TRUE( peerGot( data ) );
+    _port->send( u"9.9.9.9:9", std::span<const GNetOutgoing>( ) );
+    _port->reset( );
+    TestLog::expect( "WARNING Cannot send from () to (" );
+    _port->send( { }, batch );
+}
+
+TEST_F( MegaPort, FillsOfABatchWakeTheirWaitersOnceAtTheEnd )
+{
+    TestClock clock;
+    _port->beginFill( );
+    fillRTP( GRTP_VIDEO );
+    fillRTP( GRTP_VIDEO );
+    fillRTP( GRTP_AUDIO );
+    _port->fillSIPBucket( _port->getEmtpyBucket( ) );
+    _port->waitForRTPBucket( 0, GRTP_VIDEO ); // Nobody has been woken so far: the next wait would end at once.
+    _port->endFill( );
+    for( const int type : { GRTP_VIDEO, GRTP_AUDIO } ) _port->waitForRTPBucket( 60000000, type );
+    _port->waitForSIPBucket( 60000000 );
+    // What is filled later wakes by itself again.
+    fillRTP( GRTP_VIDEO );
+    _port->waitForRTPBucket( 60000000, GRTP_VIDEO );
+    _port->reset( );
+}
+
+TEST_F( MegaPort, ListOfTheLargestDatagramsIsBoundedByItsBytes )
+{
+    GString packet( 65507, 'x' );
+    packet.replace( 0, 12, makePacket( GRTP_FILE ) );
+    for( int i = 0; i < 300; ++i )
+    {
+        packet.back( ) = static_cast<char>( i );
+        GMegaPortBucket* bucket = _port->getEmtpyBucket( );
+        bucket->buffer = packet;
+        _port->fillRTPBucket( bucket );
+    }
+    size_t bytes = 0;
+    while( GMegaPortBucket* bucket = _port->getRTPBucket( GRTP_FILE ) )
+    {
+        bytes += bucket->buffer.size( );
+        packet = bucket->buffer;
+        _port->returnEmptyBucket( bucket );
+    }
+    EXPECT_LE( bytes, 4u << 20 );
+    EXPECT_GT( bytes, ( 4u << 20 ) - 2 * 65507 );
+    EXPECT_EQ( packet.back( ), static_cast<char>( 299 ) ) << "the newest stay";
+}
+
+TEST_F( MegaPort, PoolDoesNotKeepTheRoomOfTheLargestDatagrams )
+{
+    GMegaPortBucket* bucket = _port->getEmtpyBucket( );
+    bucket->buffer.assign( 65507, 'x' );
+    _port->returnEmptyBucket( bucket );
+    EXPECT_LE( bucket->buffer.capacity( ), 16384u );
+}
+
+TEST_F( MegaPort, BucketsLeaveThePoolAtTheFrontAndEnterAtTheEnd )
+{
+    GMegaPortBucket* buckets[3] = { };
+    _port->getEmptyBuckets( buckets, 3 );
+    GMegaPortBucket* const kept = buckets[1];
+    _port->returnEmptyBucket( buckets[2] );
+    _port->returnEmptyBucket( buckets[0] );
+    EXPECT_EQ( _port->getEmtpyBucket( ), buckets[2] );
+    // Only what is missing is filled in.
+    GMegaPortBucket* again[3] = { kept, nullptr, buckets[2] };
+    _port->getEmptyBuckets( again, 3 );
+    EXPECT_EQ( again[0], kept );
+    EXPECT_EQ( again[1], buckets[0] );
+    EXPECT_EQ( again[2], buckets[2] );
+    for( GMegaPortBucket* bucket : again ) _port->returnEmptyBucket( bucket );
+}
+
+TEST_F( MegaPort, FromBucketToConsumerAndBackTakesNothingFromTheHeap )
+{
+    const GString packet = makePacket( GRTP_VIDEO ) + GString( 1200, 'x' );
+    const auto circulate = [&]
+    {
+        // More at once than one block of a queue would hold.
+        for( int i = 0; i < 300; ++i )
+        {
+            GMegaPortBucket* bucket = _port->getEmtpyBucket( );
+            bucket->buffer = packet;
+            bucket->localHost = u"127.0.0.1:12345";
+            bucket->remoteHost = u"127.0.0.1:54321";
+            i % 2 ? _port->fillRTPBucket( bucket ) : _port->fillSIPBucket( bucket );
+        }
+        while( takeRTP( GRTP_VIDEO ) )
+        {
+        }
+        while( GMegaPortBucket* bucket = _port->getSIPBucket( ) ) _port->returnEmptyBucket( bucket );
+    };
+    circulate( );
+    EXPECT_EQ( countAllocations( circulate ), 0 );
+}
+
+TEST_F( MegaPort, SendingTakesNothingFromTheHeap )
+{
+    openUDP( );
+    const GString packet( 1200, 'x' );
+    const GWString direct = _port->getLocalHost( );
+    const GWString relayed = GLOBAL_HOST;
+    const std::vector<GNetOutgoing> batch( 40, { _peer->host, packet } );
+    const auto sendDirect = [&]
+    {
+        send( direct, packet );
+        _port->send( direct, batch );
+    };
+    sendDirect( );
+    EXPECT_EQ( countAllocations( sendDirect ), 0 );
+    openRelay( );
+    for( const bool robust : { false, true } )
+    {
+        _port->setRobust( robust );
+        const auto sendRelayed = [&]
+        {
+            send( relayed, packet );
+            _port->send( relayed, batch );
+        };
+        sendRelayed( );
+        EXPECT_EQ( countAllocations( sendRelayed ), 0 ) << robust;
+    }
+    _port->reset( );
 }
 
 TEST_F( MegaPort, TakingTheUnsentLetsGoOfTheRelay )
