@@ -13,6 +13,7 @@ constexpr int ONLINE_CODE = 100;
 constexpr int OFFLINE_CODE = 400;
 constexpr size_t MAX_DEVICES = 16;
 constexpr size_t MAX_LIST = 1024;
+constexpr size_t MAX_EARLY_HOSTS = 4;
 constexpr uint64_t REMOVAL_MEMORY = 60000000;
 // An absent buddy is invited again after 3 to 5 minutes, so that many clients do not ask at once.
 constexpr int64_t INVITE_PERIOD = 180000000;
@@ -184,6 +185,9 @@ GDeviceSession* GBuddySession::_createDevice( const GWString& deviceGUID )
     _deviceOrder.push_back( deviceGUID );
     _instance->insert( _name( u"_Device_List" ), deviceGUID );
     _instance->insert( u"Combined_Buddy_Device_List", GConcat( _buddyGUID, u"@", deviceGUID ) );
+    for( const auto& [device, host] : _earlyHosts )
+        if( device == deviceGUID ) session->noteHost( host );
+    std::erase_if( _earlyHosts, [&]( const auto& early ) { return early.first == deviceGUID; } );
     return session;
 }
 
@@ -263,8 +267,15 @@ void GBuddySession::onRequest( const GWString& localHost, const GWString& remote
 
 void GBuddySession::onHOLEPUNCH( const GWString& remoteHost, const GHTTPHeaders& request )
 {
-    if( GDeviceSession* session = findDevice( request.get( GProtocol::FROM_DEVICE_GUID ) ) )
+    const GWString deviceGUID = request.get( GProtocol::FROM_DEVICE_GUID );
+    if( GDeviceSession* session = findDevice( deviceGUID ) )
+    {
         session->noteHost( remoteHost );
+        return;
+    }
+    if( !GValidDeviceID( deviceGUID ) ) return;
+    _earlyHosts.emplace_back( deviceGUID, remoteHost );
+    if( _earlyHosts.size( ) > MAX_EARLY_HOSTS ) _earlyHosts.pop_front( );
 }
 
 void GBuddySession::onResponse( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request,

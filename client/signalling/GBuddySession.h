@@ -34,7 +34,7 @@ public:
                      const GHTTPHeaders& response ) override;
     const GWString& getBuddyGUID( ) const { return _buddyGUID; }
     GDeviceSession* findDevice( GWStringView deviceGUID ) const; // Null when there is none.
-    // A datagram that only opens a way: its host becomes a route to that device.
+    // A datagram that only opens a way: its host becomes a route to that device, also when it overtook the INVITE that it belongs to.
     void onHOLEPUNCH( const GWString& remoteHost, const GHTTPHeaders& request );
 
 private:
@@ -60,6 +60,8 @@ private:
     std::map<GWString, GDeviceSession*, std::less<>> _deviceSessionMap;
     std::deque<GWString> _deviceOrder;             // Oldest first.
     std::set<GWString, std::less<>> _namedDevices; // Named by the server's last answer.
+    std::deque<std::pair<GWString, GWString>>
+        _earlyHosts; // Device and host of datagrams that came before the device's session.
     GIntervalTimer _inviteTimer;
     bool _leaving = false;
 };

@@ -337,3 +337,33 @@ TEST_F( BuddySession, DeviceBeginsAnywhereByTheLetterAndByTheServerWithTheRemedy
     give( request( u"INVITE", u"D2" ) );
     EXPECT_TRUE( session->findDevice( u"D2" ) );
 }
+
+TEST_F( BuddySession, HolePunchThatOvertakesItsInviteNamesARouteOnlyWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        TestHost seen;
+        session->onHOLEPUNCH( seen.host( ), request( u"HOLEPUNCH", u"D2" ) );
+        answerInvite( whereabouts( { u"D2" } ) );
+        EXPECT_EQ( robust ? 1u : 0u, seen.hear( u"HOLEPUNCH" ).size( ) );
+    }
+}
+
+TEST_F( BuddySession, HolePunchesThatCameEarlyAreFewAndOfTheirOwnDevice )
+{
+    beRobust( );
+    TestHost oldest;
+    TestHost newest;
+    TestHost others;
+    session->onHOLEPUNCH( oldest.host( ), request( u"HOLEPUNCH", u"D2" ) );
+    for( int i = 0; i < 2; ++i ) session->onHOLEPUNCH( others.host( ), request( u"HOLEPUNCH", u"D3" ) );
+    session->onHOLEPUNCH( others.host( ), request( u"HOLEPUNCH", u"not a device" ) );
+    session->onHOLEPUNCH( others.host( ), request( u"HOLEPUNCH", u"D4" ) );
+    session->onHOLEPUNCH( newest.host( ), request( u"HOLEPUNCH", u"D2" ) );
+    answerInvite( whereabouts( { u"D2" } ) );
+    EXPECT_EQ( 0u, oldest.hear( u"HOLEPUNCH" ).size( ) );
+    EXPECT_EQ( 1u, newest.hear( u"HOLEPUNCH" ).size( ) );
+    EXPECT_EQ( 0u, others.hear( u"HOLEPUNCH" ).size( ) );
+}
