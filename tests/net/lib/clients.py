@@ -18,11 +18,13 @@ their thread. What a client knows is read from its log (`said`, `mark`); nothing
 `lab.folder`, which goes with the lab: `keep` copies what is worth a look.
 """
 import array
+import functools
 import math
 import operator
 import os
 import re
 import shutil
+import signal
 import subprocess
 import time
 
@@ -124,18 +126,52 @@ class Sound:
         return path
 
 
-class Tone:
-    """The loudness of one frequency in slices of samples."""
+class Ear:
+    """What a recording holds of some tones from a place on: seconds of each in which it was the loudest, and loud."""
 
     SLICE = Sound.RATE // 10
+    LOUD = 500  # Of 32768.
 
-    def __init__(self, frequency):
-        angles = [2 * math.pi * frequency * i / Sound.RATE for i in range(self.SLICE)]
-        self.cosines, self.sines = [math.cos(a) for a in angles], [math.sin(a) for a in angles]
+    def __init__(self, recording, frequencies, place):
+        self.recording, self.place = recording, place
+        self.seconds = dict.fromkeys(frequencies, 0.0)
+        self._last = next(iter(frequencies))
 
-    def amplitude(self, samples):
-        real, imaginary = (sum(map(operator.mul, samples, table)) for table in (self.cosines, self.sines))
+    @classmethod
+    @functools.cache
+    def _tables(cls, frequency):
+        angles = [2 * math.pi * frequency * i / Sound.RATE for i in range(cls.SLICE)]
+        return [math.cos(a) for a in angles], [math.sin(a) for a in angles]
+
+    def _amplitude(self, samples, frequency):
+        real, imaginary = (sum(map(operator.mul, samples, table)) for table in self._tables(frequency))
         return 2 * math.hypot(real, imaginary) / self.SLICE
+
+    def hear(self):
+        """Takes in what was recorded since; the seconds of each tone."""
+        with open(self.recording, "rb") as source:
+            source.seek(self.place)
+            data = source.read()
+        size = len(data) // (2 * self.SLICE) * 2 * self.SLICE
+        self.place += size
+        samples = array.array("h", data[:size])
+        for i in range(0, len(samples), self.SLICE):
+            self._count(samples[i:i + self.SLICE])
+        return self.seconds
+
+    # Most slices hold the tone of the slice before: what has more than half of the power is the loudest.
+    def _count(self, part):
+        if max(part) < self.LOUD:
+            return
+        power = sum(map(operator.mul, part, part)) / self.SLICE
+        loudest, amplitude = self._last, self._amplitude(part, self._last)
+        if amplitude ** 2 < power:
+            loudness = {frequency: self._amplitude(part, frequency) for frequency in self.seconds}
+            loudest = max(loudness, key=loudness.get)
+            amplitude = loudness[loudest]
+        if amplitude >= self.LOUD:
+            self._last = loudest
+            self.seconds[loudest] += self.SLICE / Sound.RATE
 
 
 class Client:
@@ -143,8 +179,6 @@ class Client:
 
     `settings` are texts NAME=VALUE that take the place of what its settings file would hold. `keys` are the talk keys by buddy.
     """
-
-    LOUD = 500  # Of 32768: what counts as a tone.
 
     def __init__(self, server, sound, name, host, tone, settings=(), camera=True):
         self.server, self.sound, self.name, self.host, self.frequency = server, sound, name, host, tone
@@ -202,7 +236,7 @@ class Client:
     def _start_display(self):
         reader, writer = os.pipe()
         self.host.start("Xvfb", "-displayfd", str(writer), "-screen", "0", "640x480x24", "-nolisten", "tcp", "-noreset", "-dpi", "96",
-                        pass_fds=(writer,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                        ending=signal.SIGTERM, pass_fds=(writer,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(writer)
         with os.fdopen(reader) as numbers:
             return ":" + numbers.readline().strip()
@@ -250,8 +284,14 @@ class Client:
             return found
         return wait(seconds, find, f"{self.name}'s log line '{pattern}'")
 
+    @property
+    def is_online(self):
+        """True once the server has a registration and the buddy list was answered. Not for a client that was off line in between."""
+        self.read()
+        return "Changing state from 'Registering' to 'Online'" in self.log and "'GETBUDDYLIST' request" in self.log
+
     def online(self, seconds=30, since=0):
-        """Until the server has its registration and its buddy list is there."""
+        """Waits until the server has a registration and the buddy list is there."""
         self.said(r"Changing state from 'Registering' to 'Online'", seconds, since)
         self.said(r"Received response .*'GETBUDDYLIST'", 10, since)
 
@@ -303,22 +343,8 @@ class Client:
         return size // 2 * 2
 
     def heard(self, frequencies, since):
-        """Seconds in which each of the frequencies was the loudest and loud, since a place of `ear`."""
-        with open(self.recording, "rb") as source:
-            source.seek(since)
-            data = source.read()
-        samples = array.array("h", data[:len(data) // 2 * 2])
-        tones = {frequency: Tone(frequency) for frequency in frequencies}
-        slices = dict.fromkeys(frequencies, 0)
-        for i in range(0, len(samples) - Tone.SLICE + 1, Tone.SLICE):
-            part = samples[i:i + Tone.SLICE]
-            if max(part) < self.LOUD:
-                continue
-            loudness = {frequency: tone.amplitude(part) for frequency, tone in tones.items()}
-            loudest = max(loudness, key=loudness.get)
-            if loudness[loudest] >= self.LOUD:
-                slices[loudest] += 1
-        return {frequency: count * Tone.SLICE / Sound.RATE for frequency, count in slices.items()}
+        """Seconds of each tone that this client's loudspeaker has played since a place of `ear`."""
+        return Ear(self.recording, frequencies, since).hear()
 
 
 class Session:
@@ -349,7 +375,10 @@ class Session:
 
     @property
     def receives_directly(self):
-        return "turn" not in self.recv_route and self._relay != self.recv_from.split(":")[0]
+        """None where the client can't tell: an INVITE names no way in, so a callee does not know whether its own relay brought the ACK."""
+        if "turn" in self.recv_route or self._relay == self.recv_from.split(":")[0]:
+            return False
+        return None if self.recv_route.startswith("<-") else True
 
     def __str__(self):
         return f"sends ({self.send_from}) {self.send_route} ({self.send_to}), receives {self.recv_route} ({self.recv_from})"
@@ -365,10 +394,10 @@ class Story:
         self.relay, self.route, self.began, self.sessions = relay, None, {}, []
 
     def take(self, now, line):
-        route = self.ROUTE.search(line)
-        if route:
-            self.route = route.groups()
-        state = self.STATE.search(line)
+        if "Switched route" in line:
+            route = self.ROUTE.search(line)
+            self.route = route and route.groups()
+        state = self.STATE.search(line) if "Changing state from" in line else None
         if not state:
             return
         device, before, after = state.groups()
@@ -389,14 +418,14 @@ def speak(pairs, seconds=20, enough=0.5):
     """All pairs (talker, listener) at once: each talker holds the listener's key until every listener has heard his tone. Nobody may
     be in two pairs on the same side. Gives for each pair the seconds that were heard: of the talker's tone, and of anybody else's."""
     frequencies = sorted({person.frequency for pair in pairs for person in pair})
-    ears = {pair: pair[1].ear() for pair in pairs}
+    ears = {pair: Ear(pair[1].recording, frequencies, pair[1].ear()) for pair in pairs}
     heard = {}
 
     def hear():
         for talker, listener in pairs:
-            tones = listener.heard(frequencies, ears[talker, listener])
-            own = tones.pop(talker.frequency)
-            heard[talker, listener] = own, sum(tones.values())
+            tones = ears[talker, listener].hear()
+            own = tones[talker.frequency]
+            heard[talker, listener] = own, sum(tones.values()) - own
         return all(own >= enough for own, _ in heard.values())
 
     for talker, listener in pairs:
@@ -418,6 +447,7 @@ def silence(listeners, seconds=20):
 
 
 def keep(lab, folder):
-    """Copies all files of the programs to a folder that stays; its path."""
-    shutil.copytree(lab.folder, folder, dirs_exist_ok=True, ignore=shutil.ignore_patterns("native", "images*", "*.png", "*.wav", "home", "runtime"))
+    """Copies all files of the programs to a folder that stays, in place of what it held; its path."""
+    shutil.rmtree(folder, ignore_errors=True)
+    shutil.copytree(lab.folder, folder, ignore=shutil.ignore_patterns("native", "images*", "*.png", "*.wav", "home", "runtime"))
     return folder

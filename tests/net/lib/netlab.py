@@ -152,10 +152,10 @@ class Host:
         except PermissionError as error:
             raise Forbidden(f"{name} can't be set in a network namespace: {error}") from error
 
-    def _enter(self):
+    def _enter(self, ending=signal.SIGKILL):
         """In a child, before its program starts: this network, and death with the parent."""
         libc.setns(self.handle, CLONE_NEWNET)
-        libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+        libc.prctl(PR_SET_PDEATHSIG, ending)
 
     def run(self, *command, text=None, **more):
         """Runs a program to its end; its output. A failure is an error with all that it said. `more` goes to subprocess.run."""
@@ -165,9 +165,11 @@ class Host:
             raise what(f"{' '.join(command)} on {self.name}: {done.stderr.strip()}")
         return done.stdout
 
-    def start(self, *command, **more):
-        """Starts a program that runs beside; it ends with the lab at the latest. `more` goes to subprocess.Popen."""
-        process = subprocess.Popen(command, preexec_fn=self._enter, **more)
+    def start(self, *command, ending=signal.SIGKILL, **more):
+        """Starts a program that runs beside; it ends with the lab at the latest, by SIGTERM if it has to tidy up behind itself. `more`
+        goes to subprocess.Popen."""
+        process = subprocess.Popen(command, preexec_fn=lambda: self._enter(ending), **more)
+        process.ending = ending
         self.lab.processes.append(process)
         return process
 
@@ -207,6 +209,10 @@ class Host:
 
     def _bridge(self, link):
         self.run("ip", "link", "add", link, "type", "bridge", "mcast_snooping", "0")
+        try:
+            self.set("net/bridge/bridge-nf-call-iptables", 0)  # What stays within a network is not the router's.
+        except FileNotFoundError:
+            pass  # A kernel that never asks.
 
     def _plug(self, other, link):
         """A cable from the bridge of `other` to a new link of this host."""
@@ -316,8 +322,13 @@ class Lab:
 
     def __exit__(self, *_):
         for process in reversed(self.processes):
-            process.kill()
-            process.wait()
+            process.send_signal(process.ending)
+        for process in reversed(self.processes):
+            try:
+                process.wait(5)
+            except subprocess.TimeoutExpired:
+                process.kill()
+                process.wait()
         self.closers.close()
 
     def _own(self, host):
