@@ -79,7 +79,7 @@ void GContactService::unblock( const GString& user, const GString& blocked )
 }
 
 void GContactService::tell( const GContactDevice& device, const GString& asker, GWStringView state, uint64_t now,
-                            Datagrams& out )
+                            GDatagramList& out )
 {
     const Key key{ device.user, device.device, asker };
     const auto found = _told.find( key );
@@ -93,10 +93,10 @@ void GContactService::tell( const GContactDevice& device, const GString& asker, 
     const auto told = _told.emplace( key, Telling{ device, asker, message.serialize( ), _number, REPEATS } ).first;
     _byNumber.emplace( _number, key );
     _due.emplace_back( now + REPEAT_PERIOD, _number );
-    out.push_back( { device.listener, device.host, told->second.bytes } );
+    out.add( device.listener, device.host, told->second.bytes );
     _metrics.count( "signalling", "CONTACTREQUEST", "sent" );
 }
-void GContactService::tellAll( const GContactDevice& device, uint64_t now, Datagrams& out )
+void GContactService::tellAll( const GContactDevice& device, uint64_t now, GDatagramList& out )
 {
     if( !_config.isAgreed( ) ) return;
     for( const GString& asker : _store.listRequests( device.user ) )
@@ -125,7 +125,7 @@ void GContactService::forget( const GString& user, const GString& device )
          it != _told.end( ) && it->first[0] == user && it->first[1] == device; )
         _drop( it++ );
 }
-void GContactService::update( uint64_t now, Datagrams& out )
+void GContactService::update( uint64_t now, GDatagramList& out )
 {
     while( !_due.empty( ) && _due.front( ).first <= now )
     {
@@ -140,7 +140,7 @@ void GContactService::update( uint64_t now, Datagrams& out )
             _drop( telling );
             continue;
         }
-        out.push_back( { telling->second.device.listener, telling->second.device.host, telling->second.bytes } );
+        out.add( telling->second.device.listener, telling->second.device.host, telling->second.bytes );
         _due.emplace_back( now + REPEAT_PERIOD, number );
     }
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "runtime/GHTTPHeaders.h"
+#include "server/core/GDatagramList.h"
 #include "server/core/GMetrics.h"
 #include "server/core/GRateLimit.h"
 #include "server/core/GServerConfig.h"
@@ -11,13 +12,6 @@
 
 #include <deque>
 #include <map>
-
-struct GSignallingDatagram
-{
-    size_t listener;
-    GString to;
-    GString bytes;
-};
 
 // A registered device that understands requests for a contact.
 struct GContactDevice
@@ -32,7 +26,6 @@ class GContactService
 {
 public:
     using Devices = std::vector<GContactDevice>;
-    using Datagrams = std::vector<GSignallingDatagram>;
 
     GContactService( const GServerConfig& config, GServerStore& store, GMetrics& metrics );
     void reload( );
@@ -50,15 +43,16 @@ public:
     void unblock( const GString& user, const GString& blocked );
 
     // Tells one device of one request, or that it is answered elsewhere.
-    void tell( const GContactDevice& device, const GString& asker, GWStringView state, uint64_t now, Datagrams& out );
+    void tell( const GContactDevice& device, const GString& asker, GWStringView state, uint64_t now,
+               GDatagramList& out );
     // All that wait for the user of a device that has registered.
-    void tellAll( const GContactDevice& device, uint64_t now, Datagrams& out );
+    void tellAll( const GContactDevice& device, uint64_t now, GDatagramList& out );
     // A device's answer; false when it belongs to nothing that was told.
     bool onResponse( const GString& from, const GHTTPHeaders& response );
     // The device is gone.
     void forget( const GString& user, const GString& device );
     // Tells again what was not answered.
-    void update( uint64_t now, Datagrams& out );
+    void update( uint64_t now, GDatagramList& out );
     bool isIdle( ) const { return _told.empty( ); }
     size_t toldCount( ) const { return _told.size( ); }
 

@@ -11,9 +11,11 @@ constexpr auto UPDATE_PERIOD = std::chrono::milliseconds( 500 );
 
 GSignallingRole::GSignallingRole( boost::asio::io_context& io, const GServerConfig& config, GServerStore& store,
                                   GMetrics& metrics )
-    : _config( config ), _metrics( metrics ), _service( config, store, metrics ), _limit( 1, 1 ), _io( io ),
-      _relayAddress( GServerHost::split( config.relayUDP ).bind ), _timer( io ), _updateTimer( io )
+    : _config( config ), _store( store ), _metrics( metrics ), _service( config, store, metrics ), _limit( 1, 1 ),
+      _io( io ), _timer( io ), _updateTimer( io )
 {
+    unsigned short port = 0;
+    GEndpoint::parse( GServerHost::split( config.relayUDP ).bind + ":0", _relayAddress, port );
     reload( );
 }
 
@@ -37,7 +39,8 @@ void GSignallingRole::start( )
 {
     for( size_t i = 0; i < _sockets.size( ); ++i )
         _sockets[i]->start( [this, i]( const GDatagramSocket::Endpoint& from, const char* data, size_t length )
-                            { _onDatagram( i, from, data, length ); } );
+                            { _onDatagram( i, from, data, length ); },
+                            [this] { _endBatch( ); } );
     _armExpiry( );
 }
 void GSignallingRole::close( )
@@ -68,18 +71,27 @@ void GSignallingRole::_onDatagram( size_t listener, const GDatagramSocket::Endpo
                                    size_t length )
 {
     const uint64_t now = GTimeGetTime( );
-    const GString host = GEndpoint::compose( from );
-    const GString address = GEndpoint::addressOf( host );
     // Clients behind the relay share its address but not their limit.
-    if( !_limit.take( address == _relayAddress ? host : address, now ) )
-        return _metrics.count( "signalling", "any", "limited" );
-    _service.onDatagram( listener, host, GString( data, length ), now, _out );
+    const uint32_t address = from.address( ).to_v4( ).to_uint( );
+    const uint64_t port = address == _relayAddress ? from.port( ) : 0;
+    if( !_limit.take( port << 32 | address, now ) ) return _metrics.count( "signalling", "any", "limited" );
+    if( !_batching ) _store.beginBatch( );
+    _batching = true;
+    GEndpoint::compose( from, _from );
+    _service.onDatagram( listener, _from, { data, length }, now, _out );
+}
+// What the datagrams of one batch changed is stored at once; only then their answers leave.
+void GSignallingRole::_endBatch( )
+{
+    if( !_batching ) return;
+    _batching = false;
+    if( !_store.endBatch( ) ) _out.clear( ); // They come again, since nobody has answered.
     _sendAll( );
     _metrics.setGauge( "velmora_registrations", static_cast<int64_t>( _service.registrationCount( ) ) );
 }
 void GSignallingRole::_sendAll( )
 {
-    for( const GSignallingDatagram& datagram : _out ) _sockets[datagram.listener]->send( datagram.to, datagram.bytes );
+    GDatagramSendAll( _sockets, _out );
     _out.clear( );
     if( !_service.isIdle( ) && !_updating ) _armUpdate( );
 }

@@ -21,19 +21,23 @@ public:
 
 private:
     void _onDatagram( size_t listener, const GDatagramSocket::Endpoint& from, const char* data, size_t length );
+    void _endBatch( );
     void _sendAll( );
     void _armExpiry( );
     void _armUpdate( );
 
     const GServerConfig& _config;
+    GServerStore& _store;
     GMetrics& _metrics;
     GSignallingService _service;
-    GRateLimit _limit;
+    GRateLimitByNumber _limit; // By address, behind the relay by host.
     boost::asio::io_context& _io;
     std::vector<std::unique_ptr<GDatagramSocket>> _sockets;
     std::vector<GString> _reached;
-    GString _relayAddress;
-    std::vector<GSignallingDatagram> _out;
+    uint32_t _relayAddress = 0;
+    GDatagramList _out;
+    GString _from; // Of the datagram in hand; keeps its room.
+    bool _batching = false;
     boost::asio::steady_timer _timer;
     boost::asio::steady_timer _updateTimer;
     bool _updating = false;

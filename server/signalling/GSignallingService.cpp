@@ -81,13 +81,13 @@ void GSignallingService::load( uint64_t now )
     }
 }
 
-void GSignallingService::onDatagram( size_t listener, const GString& from, const GString& bytes, uint64_t now,
-                                     std::vector<GSignallingDatagram>& out )
+void GSignallingService::onDatagram( size_t listener, const GString& from, std::string_view bytes, uint64_t now,
+                                     GDatagramList& out )
 {
-    Request request{ listener, from, bytes, now, GHTTPHeaders( ), out };
-    if( !GServerMessage::read( bytes, request.headers ) ) return _metrics.count( "signalling", "other", "malformed" );
+    Request request{ listener, from, bytes, now, _message, out };
+    if( !GServerMessage::read( bytes, _message ) ) return _metrics.count( "signalling", "other", "malformed" );
     if( request.headers.getResponse( ) ) return _onResponse( request );
-    const auto present = [&request]( GWStringView name ) { return !request.headers.get( name ).empty( ); };
+    const auto present = [&request]( GWStringView name ) { return !request.headers.headers( ).get( name ).empty( ); };
     std::string_view result = DROPPED;
     for( const Row& row : ROWS )
         if( request.headers.isMethod( row.method ) && std::all_of( row.headers.begin( ), row.headers.end( ), present ) )
@@ -104,10 +104,12 @@ void GSignallingService::_onResponse( Request& request )
 // ---- Requests that need no registration.
 std::string_view GSignallingService::_onPING( Request& request )
 {
-    GHTTPHeaders answer = GServerMessage::reply( request.headers, GHTTP_SUCCESS, u"OK" );
-    answer.set( GProtocol::OBSERVED_HOST, GUTF8ToWide( request.from ) );
-    answer.set( GProtocol::REPORTED_HOST, request.headers.get( GProtocol::GLOBAL_HOST ) );
-    return _send( request, answer, "answered" );
+    GString& answer = request.out.add( request.listener, request.from );
+    GServerMessage::begin( answer, request.headers );
+    GServerMessage::append( answer, "Observed-Host", request.from );
+    GServerMessage::append( answer, "Reported-Host", request.headers.headers( ).get( GProtocol::GLOBAL_HOST ) );
+    GServerMessage::end( answer );
+    return "answered";
 }
 
 std::string_view GSignallingService::_onDEVICEGUID( Request& request )
@@ -185,7 +187,7 @@ std::string_view GSignallingService::_onUNREGISTER( Request& request )
     }
     const GString* reply = _replies.find( key, request.now );
     if( !reply ) return REFUSED;
-    request.out.push_back( { request.listener, request.from, *reply } );
+    request.out.add( request.listener, request.from, *reply );
     return REPEATED;
 }
 
@@ -332,7 +334,7 @@ std::string_view GSignallingService::_onINVITE( Request& request )
     const GString key = joinKey( { registration->user, device, to, narrow( request.headers, GProtocol::CSEQ ) } );
     if( const GString* reply = _invites.find( key, request.now ) )
     {
-        request.out.push_back( { request.listener, request.from, *reply } );
+        request.out.add( request.listener, request.from, *reply );
         return REPEATED;
     }
     GHTTPHeaders answer = GServerMessage::reply( request.headers, 100, u"Trying" );
@@ -342,7 +344,7 @@ std::string_view GSignallingService::_onINVITE( Request& request )
     const int code = answer.getResponse( );
     const GString bytes = answer.serialize( );
     _invites.store( key, bytes, request.now );
-    request.out.push_back( { request.listener, request.from, bytes } );
+    request.out.add( request.listener, request.from, bytes );
     GLOGPLAIN( u"invite from=", registration->user, u" to=", to, u" devices='", answer.get( GProtocol::DEVICE_LIST ),
                u"' result=", code );
     return code == 100 ? "100" : "400";
@@ -360,7 +362,7 @@ void GSignallingService::_forwardINVITE( Request& request, const GString& to, co
         if( registration.expires < request.now || ( self && device == callerDevice ) ) continue;
         answer.insert( GProtocol::DEVICE_LIST, GUTF8ToWide( device ) );
         answer.set( GUTF8ToWide( device + "-Route-List" ), GUTF8ToWide( registration.routes ) );
-        request.out.push_back( { _listenerOf( registration ), registration.host, request.bytes } );
+        request.out.add( _listenerOf( registration ), registration.host, request.bytes );
     }
 }
 
@@ -370,7 +372,7 @@ bool GSignallingService::_repeats( Request& request, GString& key )
 {
     key = GPasswordDigest( joinKey( { request.from, request.bytes } ) );
     const GString* reply = _replies.find( key, request.now );
-    if( reply ) request.out.push_back( { request.listener, request.from, *reply } );
+    if( reply ) request.out.add( request.listener, request.from, *reply );
     return reply;
 }
 std::string_view GSignallingService::_answerOnce( Request& request, const GString& key, int code, GWStringView text )
@@ -381,7 +383,7 @@ std::string_view GSignallingService::_answerOnce( Request& request, const GStrin
 }
 std::string_view GSignallingService::_send( Request& request, const GHTTPHeaders& answer, std::string_view result )
 {
-    request.out.push_back( { request.listener, request.from, answer.serialize( ) } );
+    request.out.add( request.listener, request.from, answer.serialize( ) );
     return result;
 }
 std::string_view GSignallingService::_answer( Request& request, int code, GWStringView text )

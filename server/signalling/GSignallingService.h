@@ -1,6 +1,6 @@
 // The signalling role as a pure class: who is registered where, whose buddy is whom, and the way of an INVITE to a user's devices.
 // Time is passed in, in microseconds; what to send is given out as (listener, target, bytes). Registrations and lists are stored
-// before they are acknowledged. Network thread only.
+// before they are acknowledged. A PING takes nothing from the heap. Network thread only.
 #pragma once
 
 #include "runtime/GHTTPHeaders.h"
@@ -20,10 +20,9 @@ public:
     void setListeners( const std::vector<GString>& hosts ) { _listeners = hosts; }
     // Takes over the live registrations of the store.
     void load( uint64_t now );
-    void onDatagram( size_t listener, const GString& from, const GString& bytes, uint64_t now,
-                     std::vector<GSignallingDatagram>& out );
+    void onDatagram( size_t listener, const GString& from, std::string_view bytes, uint64_t now, GDatagramList& out );
     // Repeats what devices have not answered. Every second is enough; nothing to do while isIdle.
-    void update( uint64_t now, std::vector<GSignallingDatagram>& out ) { _contacts.update( now, out ); }
+    void update( uint64_t now, GDatagramList& out ) { _contacts.update( now, out ); }
     bool isIdle( ) const { return _contacts.isIdle( ); }
     void reload( ) { _contacts.reload( ); }
     // Ends registrations whose time is over or whose account is gone. Once a minute is enough: no answer uses one that is over.
@@ -36,10 +35,10 @@ private:
     {
         size_t listener;
         const GString& from;
-        const GString& bytes;
+        std::string_view bytes;
         uint64_t now;
-        GHTTPHeaders headers;
-        std::vector<GSignallingDatagram>& out;
+        const GHTTPHeaders& headers;
+        GDatagramList& out;
     };
     using Handler = std::string_view ( GSignallingService::* )( Request& request );
     struct Row;
@@ -81,6 +80,7 @@ private:
     std::vector<GString> _listeners;
     std::map<GString, DeviceMap> _registrations;
     std::map<GString, std::pair<GString, GString>> _byHost; // Source to user and device.
+    GHTTPHeaders _message;                                  // The one in hand; keeps its room.
     GReplyCache _replies;
     GReplyCache _invites;
     GContactService _contacts;

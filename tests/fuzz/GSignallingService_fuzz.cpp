@@ -19,10 +19,10 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
         const GString from = who & 1 ? Fuzz::BEN_HOST : who & 2 ? "203.0.113.9:9" : Fuzz::ANN_HOST;
         heard.insert( from );
         const GString bytes = whole ? input.message( ).serialize( ) : input.line( );
-        std::vector<GSignallingDatagram> out;
+        GDatagramList out;
         service.onDatagram( who >> 7, from, bytes, now, out );
-        for( const GSignallingDatagram& datagram : out )
-            Fuzz::require( heard.contains( datagram.to ) && datagram.listener < 2 );
+        for( const GDatagramList::Item& datagram : out )
+            Fuzz::require( heard.contains( datagram.to ) && datagram.socket < 2 );
         now += input.byte( ) * 1000000u;
         if( who & 4 ) service.expire( now );
     }

@@ -16,7 +16,7 @@ constexpr char BEN_OTHER[] = "198.51.100.2:5000";
 class GContactServiceTest : public ServerFixture
 {
 protected:
-    using Datagrams = std::vector<GSignallingDatagram>;
+    using Datagrams = GDatagramList;
 
     GContactServiceTest( )
     {
@@ -70,7 +70,7 @@ protected:
                                                      { u"Try-Route-List", u"local://10.0.0.1:4000" } } ) );
         return out.empty( ) ? 0 : parsed( out.back( ).bytes ).getResponse( );
     }
-    void acknowledge( const GSignallingDatagram& told )
+    void acknowledge( const GDatagramList::Item& told )
     {
         GHTTPHeaders ok;
         ok.setResponse( 200, u"OK" );
@@ -90,15 +90,15 @@ protected:
     std::unique_ptr<GSignallingService> service;
     int cseq = 0;
 };
-int codeOf( const std::vector<GSignallingDatagram>& out )
+int codeOf( const GDatagramList& out )
 {
     return out.empty( ) ? 0 : parsed( out[0].bytes ).getResponse( );
 }
 // State of what a device is told, in the form "host state".
-GString toldOf( const std::vector<GSignallingDatagram>& out )
+GString toldOf( const GDatagramList& out )
 {
     GString text;
-    for( const GSignallingDatagram& datagram : out )
+    for( const GDatagramList::Item& datagram : out )
     {
         const GHTTPHeaders message = parsed( datagram.bytes );
         if( !message.isMethod( u"CONTACTREQUEST" ) ) continue;
@@ -137,7 +137,7 @@ TEST_F( GContactServiceTest, AStrangersInviteIsAnsweredAsIfNobodyWereThere )
     enter( BEN_HOST, BEN_W, u"dev2" );
     const Datagrams refused = send( ANN_HOST, message );
     ASSERT_EQ( refused.size( ), 1u );
-    EXPECT_EQ( refused[0].bytes, offline.at( 0 ).bytes );
+    EXPECT_EQ( refused[0].bytes, offline[0].bytes );
 }
 TEST_F( GContactServiceTest, OnesOwnOtherDevicesAreReached )
 {
@@ -184,7 +184,7 @@ TEST_F( GContactServiceTest, OnlyTheDeviceItselfCanSayThatItHeard )
 {
     enter( ANN_HOST, ANN_W, u"dev1" );
     enter( BEN_HOST, BEN_W, u"dev2" );
-    GSignallingDatagram told = add( ANN_HOST, ANN_W, BEN_W ).back( );
+    GDatagramList::Item told = add( ANN_HOST, ANN_W, BEN_W ).back( );
     told.to = ANN_HOST;
     acknowledge( told );
     EXPECT_FALSE( service->isIdle( ) );
@@ -227,7 +227,7 @@ TEST_F( GContactServiceTest, AddingTheAskerAcceptsAndTheOtherDevicesLearnOfIt )
     const Datagrams out = add( BEN_HOST, BEN_W, ANN_W );
     EXPECT_EQ( codeOf( out ), 200 );
     EXPECT_EQ( toldOf( out ), GString( BEN_OTHER ) + " answered" );
-    EXPECT_EQ( out.back( ).listener, 1u ) << "from the host that this device registered with";
+    EXPECT_EQ( out.back( ).socket, 1u ) << "from the host that this device registered with";
     EXPECT_TRUE( store.listRequests( BEN ).empty( ) );
     EXPECT_TRUE( store.listRequests( ANN ).empty( ) ) << "ann has him already";
     EXPECT_EQ( toldOf( after( 2 ) ), GString( BEN_OTHER ) + " answered" ) << "nobody is told the old state any more";

@@ -1,6 +1,7 @@
 #include "server/signalling/GSignallingService.h"
 
 #include "base/GRandom.h"
+#include "support/CountAllocations.h"
 #include "unit/server/ServerFixture.h"
 
 namespace
@@ -23,9 +24,9 @@ protected:
         store.addLogon( BEN, "198.51.100.2", now );
         for( const char* device : { "dev1", "dev2", "dev3" } ) store.addDevice( device, now );
     }
-    std::vector<GSignallingDatagram> send( const GString& from, const GHTTPHeaders& message, size_t listener = 0 )
+    GDatagramList send( const GString& from, const GHTTPHeaders& message, size_t listener = 0 )
     {
-        std::vector<GSignallingDatagram> out;
+        GDatagramList out;
         service.onDatagram( listener, from, message.serialize( ), now, out );
         return out;
     }
@@ -52,18 +53,32 @@ protected:
     }
     GSignallingService service;
 };
-int codeOf( const std::vector<GSignallingDatagram>& out )
+int codeOf( const GDatagramList& out )
 {
     return out.size( ) == 1 ? parsed( out[0].bytes ).getResponse( ) : -1;
 }
 } // namespace
 
+TEST_F( GSignallingServiceTest, APingTakesNothingFromTheHeap )
+{
+    const GString from = "198.51.100.100:40000";
+    const GString bytes = request( u"PING", 7, { { u"Global-Host", u"203.0.113.100:40001" } } ).serialize( );
+    GDatagramList out;
+    const auto ping = [&]
+    {
+        service.onDatagram( 0, from, bytes, now, out );
+        EXPECT_EQ( out.size( ), 1u );
+        out.clear( );
+    };
+    ping( );
+    EXPECT_EQ( countAllocations( ping ), 0 );
+}
 TEST_F( GSignallingServiceTest, PingTellsTheSourceAndEchoesTheReport )
 {
     const auto out =
         send( ANN_HOST, request( u"PING", 3, { { u"Global-Host", u"1.2.3.4:5" }, { u"Timestamp", u"1" } } ), 1 );
     ASSERT_EQ( out.size( ), 1u );
-    EXPECT_EQ( out[0].listener, 1u );
+    EXPECT_EQ( out[0].socket, 1u );
     EXPECT_EQ( out[0].to, ANN_HOST );
     const GHTTPHeaders answer = parsed( out[0].bytes );
     EXPECT_EQ( answer.getResponse( ), 200 );
@@ -120,10 +135,10 @@ TEST_F( GSignallingServiceTest, RegistrationsSurviveTheProcess )
     next.setListeners( { "127.0.0.1:1", "127.0.0.1:2" } );
     next.load( now );
     EXPECT_EQ( next.registrationCount( ), 2u );
-    std::vector<GSignallingDatagram> out;
+    GDatagramList out;
     next.onDatagram( 0, ANN_HOST, invite( BEN_W ).serialize( ), now, out );
     ASSERT_EQ( out.size( ), 2u );
-    EXPECT_EQ( out[0].listener, 1u ) << "forwarded from the host that ben registered with";
+    EXPECT_EQ( out[0].socket, 1u ) << "forwarded from the host that ben registered with";
 }
 TEST_F( GSignallingServiceTest, RegistrationsEndAfterHalfAnHour )
 {
@@ -319,7 +334,7 @@ TEST_F( GSignallingServiceTest, ReportsAreStoredOnce )
 TEST_F( GSignallingServiceTest, MalformedBytesAreCountedAndNeverAnswered )
 {
     registerBoth( );
-    std::vector<GSignallingDatagram> out;
+    GDatagramList out;
     const GString good = invite( BEN_W ).serialize( );
     for( size_t cut = 0; cut < good.size( ); ++cut ) service.onDatagram( 0, ANN_HOST, good.substr( 0, cut ), now, out );
     service.onDatagram( 0, ANN_HOST, good + "x", now, out );
