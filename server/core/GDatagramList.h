@@ -17,7 +17,10 @@ public:
     bool empty( ) const { return _count == 0; }
     size_t size( ) const { return _count; }
     const Item& operator[]( size_t index ) const { return _items[index]; }
-    const Item& at( size_t index ) const { return _items.at( index < _count ? index : _items.size( ) ); } // Throws beyond it.
+    const Item& at( size_t index ) const
+    {
+        return _items.at( index < _count ? index : _items.size( ) );
+    } // Throws beyond it.
     const Item& back( ) const { return _items[_count - 1]; }
     const Item* begin( ) const { return _items.data( ); }
     const Item* end( ) const { return _items.data( ) + _count; }
