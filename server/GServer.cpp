@@ -50,7 +50,9 @@ bool GServer::open( GString& error )
         error = "the cryptography library does not start";
         return false;
     }
-    if( !_store.open( _config.store, error ) || !_openRoles( error ) || !_openMetrics( error ) ) return false;
+    if( !_store.open( _config.store, error ) || !_store.check( error ) || !_openRoles( error ) ||
+        !_openMetrics( error ) )
+        return false;
     _composeHosts( );
     _start( );
     _store.setValue( "ready", readyLine( ) );
@@ -139,31 +141,27 @@ void GServer::stop( )
     _io.stop( );
 }
 
-// Limits, the domain and the upgrade offer change at once; hosts, the store and the roles with the next start.
+// A file that can't be taken leaves everything as it is.
 void GServer::reload( )
 {
     GServerConfig config;
     GString error;
     if( !_configPath.empty( ) && ( !config.load( _configPath, error ) || !config.finish( error ) ) )
     {
-        GLOGPLAIN( u"reload result=failed text='", error, u"'" );
+        GLOGPLAIN( u"ERROR reload result=failed text='", error, u"'" );
         return;
     }
-    if( !_configPath.empty( ) )
-    {
-        for( GString GServerConfig::*member :
-             { &GServerConfig::store, &GServerConfig::roles, &GServerConfig::logon, &GServerConfig::stunDirect,
-               &GServerConfig::stunPunched, &GServerConfig::stunUnpunched, &GServerConfig::stunRefresh,
-               &GServerConfig::signalling, &GServerConfig::relay, &GServerConfig::relayUDP, &GServerConfig::log,
-               &GServerConfig::upgrade, &GServerConfig::metrics } )
-            config.*member = _config.*member;
-        _config = config;
-    }
+    const std::vector<std::string_view> waiting =
+        _configPath.empty( ) ? std::vector<std::string_view>( ) : _config.takeLive( config );
     if( _stun ) _stun->reload( );
     if( _signalling ) _signalling->reload( );
     if( _relay ) _relay->reload( );
     if( _logon ) _logon->reload( );
-    GLOGPLAIN( u"reload result=done" );
+    if( _log ) _log->reload( );
+    if( _upgrade ) _upgrade->reload( );
+    GString later;
+    for( const std::string_view key : waiting ) later.append( later.empty( ) ? "" : "," ).append( key );
+    GLOGPLAIN( u"reload result=done", later.empty( ) ? u"" : u" next_start=", later );
 }
 
 // Nothing new is taken; what has begun gets its answer, within a few seconds. Everything acknowledged is in the store already.

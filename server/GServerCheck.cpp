@@ -15,32 +15,10 @@ namespace
 namespace asio = boost::asio;
 using Findings = std::vector<GFinding>;
 
-// A role, the setting that holds its hosts, and how it listens.
-struct Place
-{
-    std::string_view role;
-    std::string_view key;
-    GString GServerConfig::*hosts;
-    bool stream;
-};
-constexpr Place PLACES[] = {
-    { "logon", "logon", &GServerConfig::logon, true },
-    { "stun", "stun_direct", &GServerConfig::stunDirect, false },
-    { "stun", "stun_punched", &GServerConfig::stunPunched, false },
-    { "stun", "stun_unpunched", &GServerConfig::stunUnpunched, false },
-    { "stun", "stun_refresh", &GServerConfig::stunRefresh, false },
-    { "signalling", "signalling", &GServerConfig::signalling, false },
-    { "relay", "relay", &GServerConfig::relay, true },
-    { "log", "log", &GServerConfig::log, true },
-    { "upgrade", "upgrade", &GServerConfig::upgrade, true },
-    { "metrics", "metrics", &GServerConfig::metrics, true },
-};
-constexpr std::string_view METRICS = "metrics";
-
-std::vector<GServerHost> hostsOf( const GServerConfig& config, const Place& place )
+std::vector<GServerHost> hostsOf( const GServerConfig& config, const GServerPlace& place )
 {
     std::vector<GServerHost> hosts;
-    for( const GWString& item : GSplitList( GUTF8ToWide( config.*place.hosts ) ) )
+    for( const GWString& item : GSplitList( GUTF8ToWide( config.*place.host ) ) )
         hosts.push_back( GServerHost::split( GWideToUTF8( item ) ) );
     return hosts;
 }
@@ -58,8 +36,8 @@ void checkRoles( const GServerConfig& config, Findings& findings )
     for( const GWString& wide : roles )
     {
         const GString role = GWideToUTF8( wide );
-        const bool known =
-            std::any_of( std::begin( PLACES ), std::end( PLACES ), [&]( const Place& p ) { return p.role == role; } );
+        const bool known = std::any_of( std::begin( SERVER_PLACES ), std::end( SERVER_PLACES ),
+                                        [&]( const GServerPlace& p ) { return p.role == role; } );
         if( !known ) findings.push_back( { GFINDING_ERROR, "roles names '" + role + "', which there is not" } );
     }
 }
@@ -99,7 +77,7 @@ void checkBind( std::string_view key, const GString& host, bool stream, Findings
 void checkHosts( const GServerConfig& config, Findings& findings )
 {
     std::set<std::pair<bool, GString>> seen;
-    for( const Place& place : PLACES )
+    for( const GServerPlace& place : SERVER_PLACES )
     {
         if( !config.hasRole( place.role ) ) continue;
         for( const GServerHost& host : hostsOf( config, place ) )
@@ -117,12 +95,12 @@ void checkReach( const GServerConfig& config, Findings& findings )
 {
     std::vector<GString> far;
     std::vector<GString> near;
-    for( const Place& place : PLACES )
+    for( const GServerPlace& place : SERVER_PLACES )
     {
         if( !config.hasRole( place.role ) ) continue;
         for( const GServerHost& host : hostsOf( config, place ) )
         {
-            if( place.role != METRICS )
+            if( place.role != ROLE_METRICS )
                 ( isPublic( host.reached ) ? far : near ).push_back( GString( place.key ) + " (" + host.reached + ")" );
             else if( !GEndpoint::isLoopback( GEndpoint::addressOf( host.bind ) ) )
                 findings.push_back(

@@ -5,9 +5,13 @@
 #include "server/GServerCheck.h"
 #include "server/core/GEndpoint.h"
 #include "server/core/GPassword.h"
+#include "server/core/GServerMessage.h"
 #include "server/logon/GLogonService.h"
 
+#include <ctime>
+#include <filesystem>
 #include <ostream>
+#include <sstream>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/read.hpp>
@@ -126,6 +130,62 @@ int status( Context& context, const std::vector<GString>& )
     return metrics.empty( ) ? 1 : 0;
 }
 
+// While it runs, too.
+int backUp( Context& context, const std::vector<GString>& a )
+{
+    GString error;
+    if( !context.store.backup( a[1], error ) ) return context.fail( error );
+    context.out << "backed up " << context.store.listAccounts( ).size( ) << " accounts to " << a[1] << "\n";
+    return 0;
+}
+// A store that is too damaged to be opened, with its log.
+bool moveAside( const GString& path, std::ostream& err )
+{
+    err << "velmora-server: the store can't be opened; it is kept as '" << path << ".damaged'\n";
+    for( const char* suffix : { "", "-wal", "-shm" } )
+    {
+        std::error_code none;
+        std::filesystem::rename( path + suffix, path + ".damaged" + suffix, none );
+        if( none && none != std::errc::no_such_file_or_directory ) return false;
+    }
+    return true;
+}
+int restore( Context& context, const std::vector<GString>& a )
+{
+    GString error;
+    const GString ready = context.store.getValue( "ready" );
+    const size_t mark = ready.find( " metrics=" );
+    // It holds registrations in memory, and would write them over what is restored.
+    if( mark != GString::npos && !fetchMetrics( ready.substr( mark + 9 ) ).empty( ) )
+        return context.fail( "the server runs: stop it first" );
+    if( !context.store.restore( a[1], error ) ) return context.fail( error );
+    context.out << "restored " << context.store.listAccounts( ).size( ) << " accounts from " << a[1] << "\n";
+    return 0;
+}
+// Day and time in UTC.
+GString dateOf( uint64_t time )
+{
+    constexpr uint64_t SECONDS_1601_TO_1970 = 11644473600;
+    const auto seconds = static_cast<std::time_t>( time / 1000000 - SECONDS_1601_TO_1970 );
+    std::tm split{ };
+    gmtime_r( &seconds, &split );
+    char text[32];
+    std::strftime( text, sizeof( text ), "%Y-%m-%d %H:%M", &split );
+    return text;
+}
+int listReports( Context& context, const std::vector<GString>& )
+{
+    for( const GBugReport& report : context.store.listBugReports( ) )
+    {
+        context.out << dateOf( report.time ) << "\t" << report.user << "\t"
+                    << GServerMessage::loggable( GUTF8ToWide( report.email ) ) << "\n";
+        std::istringstream lines( report.text );
+        for( GString line; std::getline( lines, line ); )
+            context.out << "    " << GServerMessage::printable( GUTF8ToWide( line ) ) << "\n";
+    }
+    return 0;
+}
+
 // Without the store: a check changes nothing. 1 when the server would not run as its settings say.
 int check( const GServerConfig& config, std::ostream& out )
 {
@@ -154,6 +214,11 @@ constexpr Row ROWS[] = {
     { "user", "remove", 3, 3, removeUser, "user remove NAME                removes it" },
     { "user", "list", 2, 2, listUsers, "user list                       all accounts with their e-mail addresses" },
     { "buddy", "add", 4, 4, addBuddies, "buddy add NAME NAME             makes two accounts buddies of each other" },
+    { "report", "list", 2, 2, listReports, "report list                     the bug reports of clients" },
+    { "backup", "", 2, 2, backUp,
+      "backup FILE                     copies the store to FILE, also while the server runs" },
+    { "restore", "", 2, 2, restore,
+      "restore FILE                    puts such a copy in the store's place; the server must be stopped" },
     { "status", "", 1, 1, status, "status                          whether the server runs, and its figures" },
 };
 } // namespace
@@ -184,7 +249,10 @@ int run( const GServerConfig& config, const std::vector<GString>& arguments, std
         if( !named || arguments.size( ) < row.least || arguments.size( ) > row.most ) continue;
         Context context{ config, { }, out, err };
         GString error;
-        if( !GPasswordInitialize( ) || !context.store.open( config.store, error ) ) return context.fail( error );
+        bool open = GPasswordInitialize( ) && context.store.open( config.store, error );
+        if( !open && row.run == restore )
+            open = moveAside( config.store, err ) && context.store.open( config.store, error );
+        if( !open ) return context.fail( error );
         return row.run( context, arguments );
     }
     err << usage( );

@@ -16,23 +16,25 @@ struct Row
     Member member;
     int64_t low = 0;
     int64_t high = 0;
+    bool atStart = false; // Takes effect with the next start only.
 };
+constexpr bool AT_START = true;
 constexpr int64_t MANY = 1000000000;
 
 const Row ROWS[] = {
     { "domain", &GServerConfig::domain },
-    { "store", &GServerConfig::store },
-    { "address", &GServerConfig::address },
-    { "port_base", &GServerConfig::portBase, 0, 65000 },
-    { "roles", &GServerConfig::roles },
-    { "logon", &GServerConfig::logon },
-    { "stun_direct", &GServerConfig::stunDirect },
-    { "stun_punched", &GServerConfig::stunPunched },
-    { "stun_unpunched", &GServerConfig::stunUnpunched },
-    { "stun_refresh", &GServerConfig::stunRefresh },
-    { "signalling", &GServerConfig::signalling },
-    { "relay", &GServerConfig::relay },
-    { "relay_udp", &GServerConfig::relayUDP },
+    { "store", &GServerConfig::store, 0, 0, AT_START },
+    { "address", &GServerConfig::address, 0, 0, AT_START },
+    { "port_base", &GServerConfig::portBase, 0, 65000, AT_START },
+    { "roles", &GServerConfig::roles, 0, 0, AT_START },
+    { "logon", &GServerConfig::logon, 0, 0, AT_START },
+    { "stun_direct", &GServerConfig::stunDirect, 0, 0, AT_START },
+    { "stun_punched", &GServerConfig::stunPunched, 0, 0, AT_START },
+    { "stun_unpunched", &GServerConfig::stunUnpunched, 0, 0, AT_START },
+    { "stun_refresh", &GServerConfig::stunRefresh, 0, 0, AT_START },
+    { "signalling", &GServerConfig::signalling, 0, 0, AT_START },
+    { "relay", &GServerConfig::relay, 0, 0, AT_START },
+    { "relay_udp", &GServerConfig::relayUDP, 0, 0, AT_START },
     { "relay_port_low", &GServerConfig::relayPortLow, 0, 65535 },
     { "relay_port_high", &GServerConfig::relayPortHigh, 0, 65535 },
     { "relay_allow_private", &GServerConfig::relayAllowPrivate },
@@ -41,22 +43,23 @@ const Row ROWS[] = {
     { "relay_idle_seconds", &GServerConfig::relayIdleSeconds, 1, MANY },
     { "relay_allocations", &GServerConfig::relayAllocations, 1, 60000 },
     { "relay_allocations_per_address", &GServerConfig::relayAllocationsPerAddress, 1, 60000 },
-    { "log", &GServerConfig::log },
-    { "log_directory", &GServerConfig::logDirectory },
+    { "log", &GServerConfig::log, 0, 0, AT_START },
+    { "log_directory", &GServerConfig::logDirectory, 0, 0, AT_START },
     { "log_bytes", &GServerConfig::logBytes, 1, MANY },
     { "log_quota", &GServerConfig::logQuota, 1, INT64_MAX },
-    { "upgrade", &GServerConfig::upgrade },
+    { "log_quota_per_user", &GServerConfig::logQuotaPerUser, 1, INT64_MAX },
+    { "upgrade", &GServerConfig::upgrade, 0, 0, AT_START },
     { "upgrade_directory", &GServerConfig::upgradeDirectory },
     { "upgrade_version", &GServerConfig::upgradeVersion, 0, MANY },
     { "upgrade_file", &GServerConfig::upgradeFile },
     { "upgrade_name", &GServerConfig::upgradeName },
     { "upgrade_priority", &GServerConfig::upgradePriority },
     { "upgrade_url", &GServerConfig::upgradeURL },
-    { "metrics", &GServerConfig::metrics },
+    { "metrics", &GServerConfig::metrics, 0, 0, AT_START },
     { "password_minimum", &GServerConfig::passwordMinimum, 1, 256 },
     { "password_memory_kib", &GServerConfig::passwordMemoryKiB, 8, 4194304 },
     { "password_passes", &GServerConfig::passwordPasses, 1, 100 },
-    { "password_threads", &GServerConfig::passwordThreads, 1, 64 },
+    { "password_threads", &GServerConfig::passwordThreads, 1, 64, AT_START },
     { "password_pending", &GServerConfig::passwordPending, 1, 100000 },
     { "logons_per_minute", &GServerConfig::logonsPerMinute, 1, MANY },
     { "logon_failures_per_hour", &GServerConfig::logonFailuresPerHour, 1, MANY },
@@ -65,7 +68,7 @@ const Row ROWS[] = {
     { "datagrams_per_second", &GServerConfig::datagramsPerSecond, 1, MANY },
     { "stun_pending", &GServerConfig::stunPending, 1, MANY },
     { "stun_pending_per_source", &GServerConfig::stunPendingPerSource, 1, MANY },
-    { "buddies", &GServerConfig::buddies, 1, 2000 },
+    { "buddies", &GServerConfig::buddies, 1, 300 },
     { "devices_per_user", &GServerConfig::devicesPerUser, 1, 64 },
     { "contacts", &GServerConfig::contacts },
     { "contact_requests", &GServerConfig::contactRequests, 1, 1000 },
@@ -180,31 +183,14 @@ bool GServerConfig::load( const GString& path, GString& error )
 
 bool GServerConfig::finish( GString& error )
 {
-    struct Default
+    for( int64_t offset = 0; const GServerPlace& place : SERVER_PLACES )
     {
-        std::string_view key;
-        GString GServerConfig::*host;
-        int offset;
-    };
-    static constexpr Default DEFAULTS[] = {
-        { "logon", &GServerConfig::logon, PORT_LOGON },
-        { "stun_direct", &GServerConfig::stunDirect, PORT_STUN_DIRECT },
-        { "stun_punched", &GServerConfig::stunPunched, PORT_STUN_PUNCHED },
-        { "stun_unpunched", &GServerConfig::stunUnpunched, PORT_STUN_UNPUNCHED },
-        { "stun_refresh", &GServerConfig::stunRefresh, PORT_STUN_REFRESH },
-        { "signalling", &GServerConfig::signalling, PORT_SIGNALLING },
-        { "relay", &GServerConfig::relay, PORT_RELAY },
-        { "log", &GServerConfig::log, PORT_LOG },
-        { "upgrade", &GServerConfig::upgrade, PORT_UPGRADE },
-        { "metrics", &GServerConfig::metrics, PORT_METRICS },
-    };
-    for( const Default& row : DEFAULTS )
-    {
-        GString& host = this->*row.host;
+        GString& host = this->*place.host;
         // Figures of the operator's own machine are nobody else's: they stay on loopback unless a line says otherwise.
-        const GString ip = row.offset == PORT_METRICS ? "127.0.0.1" : address;
-        if( host.empty( ) ) host = ip + ":" + std::to_string( portBase ? portBase + row.offset : 0 );
-        if( !testHosts( row.key, host, error ) ) return false;
+        const GString ip = place.role == ROLE_METRICS ? "127.0.0.1" : address;
+        if( host.empty( ) ) host = ip + ":" + std::to_string( portBase ? portBase + offset : 0 );
+        if( !testHosts( place.key, host, error ) ) return false;
+        ++offset;
     }
     if( relayUDP.empty( ) )
     {
@@ -222,6 +208,22 @@ bool GServerConfig::finish( GString& error )
         error = "domain is small letters, digits, '-', '_' and '.', not '" + domain + "'";
     if( !isAgreed( ) && contacts != CONTACTS_OPEN ) error = "contacts is 'agreed' or 'open', not '" + contacts + "'";
     return error.empty( );
+}
+
+std::vector<std::string_view> GServerConfig::takeLive( const GServerConfig& other )
+{
+    std::vector<std::string_view> waiting;
+    for( const Row& row : ROWS )
+        std::visit(
+            [&]( const auto member )
+            {
+                if( !row.atStart )
+                    this->*member = other.*member;
+                else if( this->*member != other.*member )
+                    waiting.push_back( row.key );
+            },
+            row.member );
+    return waiting;
 }
 
 bool GServerConfig::hasRole( std::string_view role ) const

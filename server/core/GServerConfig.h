@@ -5,22 +5,7 @@
 
 #include "base/GTypes.h"
 
-#include <array>
-
-// Offsets of the roles' ports from port_base; a base of 0 lets the system choose each.
-enum GServerPort
-{
-    PORT_LOGON,
-    PORT_STUN_DIRECT,
-    PORT_STUN_PUNCHED,
-    PORT_STUN_UNPUNCHED,
-    PORT_STUN_REFRESH,
-    PORT_SIGNALLING,
-    PORT_RELAY,
-    PORT_LOG,
-    PORT_UPGRADE,
-    PORT_METRICS
-};
+#include <vector>
 
 struct GServerConfig
 {
@@ -31,6 +16,9 @@ struct GServerConfig
     // Fills the hosts that no line named and tests all of them; false with the reason.
     bool finish( GString& error );
     bool hasRole( std::string_view role ) const;
+    // Takes from other finished settings what a running server can change at once; the keys of those that differ and wait for the next
+    // start.
+    std::vector<std::string_view> takeLive( const GServerConfig& other );
     // Only users who have each other on their lists reach each other.
     bool isAgreed( ) const { return contacts == CONTACTS_AGREED; }
 
@@ -79,12 +67,36 @@ struct GServerConfig
     GString logDirectory = "logs";
     int64_t logBytes = 8 << 20;
     int64_t logQuota = 1 << 30;
+    int64_t logQuotaPerUser = 128 << 20;
     GString upgradeDirectory = "upgrade";
     int64_t upgradeVersion = 0;
     GString upgradeFile = "upgrade.exe";
     GString upgradeName;
     GString upgradePriority;
     GString upgradeURL;
+};
+
+// A host of a role: the setting that names it, and how it listens. Without a line it is `address` with port_base + its index here; a
+// base of 0 lets the system choose each port.
+struct GServerPlace
+{
+    std::string_view role;
+    std::string_view key;
+    GString GServerConfig::*host;
+    bool stream;
+};
+inline constexpr std::string_view ROLE_METRICS = "metrics";
+inline constexpr GServerPlace SERVER_PLACES[] = {
+    { "logon", "logon", &GServerConfig::logon, true },
+    { "stun", "stun_direct", &GServerConfig::stunDirect, false },
+    { "stun", "stun_punched", &GServerConfig::stunPunched, false },
+    { "stun", "stun_unpunched", &GServerConfig::stunUnpunched, false },
+    { "stun", "stun_refresh", &GServerConfig::stunRefresh, false },
+    { "signalling", "signalling", &GServerConfig::signalling, false },
+    { "relay", "relay", &GServerConfig::relay, true },
+    { "log", "log", &GServerConfig::log, true },
+    { "upgrade", "upgrade", &GServerConfig::upgrade, true },
+    { ROLE_METRICS, "metrics", &GServerConfig::metrics, true },
 };
 
 // "bind" and "public" of a host setting; equal when the setting names one.

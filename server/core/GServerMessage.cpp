@@ -4,6 +4,11 @@
 
 #include <algorithm>
 
+namespace
+{
+constexpr size_t MAX_LOGGED = 100;
+}
+
 namespace GServerMessage
 {
 bool readRequest( std::string_view datagram, GHTTPHeaders& out )
@@ -93,9 +98,20 @@ bool has( const GHTTPHeaders& request, std::initializer_list<GWStringView> names
 
 GString loggable( GWStringView text )
 {
-    GString out;
-    for( const char c : GWideToUTF8( text.substr( 0, 100 ) ) )
-        if( out.size( ) < 100 ) out += static_cast<unsigned char>( c ) < 0x20 || c == 0x7F || c == '\'' ? '?' : c;
-    return out;
+    GString plain = printable( text.substr( 0, MAX_LOGGED ) );
+    std::replace( plain.begin( ), plain.end( ), '\'', '?' ); // It ends a value.
+    return plain;
+}
+GString printable( GWStringView text )
+{
+    // Controls of both sets, line and paragraph ends, and what turns the direction of writing.
+    const auto harmful = []( char16_t c )
+    {
+        return c < 0x20 || ( c >= 0x7F && c < 0xA0 ) || c == 0x2028 || c == 0x2029 || c == 0x200E || c == 0x200F ||
+               ( c >= 0x202A && c <= 0x202E ) || ( c >= 0x2066 && c <= 0x2069 );
+    };
+    GWString plain( text );
+    std::replace_if( plain.begin( ), plain.end( ), harmful, u'?' );
+    return GWideToUTF8( plain );
 }
 } // namespace GServerMessage

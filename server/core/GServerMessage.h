@@ -5,7 +5,7 @@
 
 namespace GServerMessage
 {
-constexpr int MAX_DATAGRAM = 8192;
+constexpr int MAX_DATAGRAM = 32768; // A full buddy list fits.
 constexpr int MAX_HEADERS = 64;
 
 // One whole request: the bytes are the message and nothing more, it is no response, and it has a CSeq of at most 128 units.
@@ -25,6 +25,8 @@ void end( GString& out );
 const GString& methodLabel( const GHTTPHeaders& request );
 // A header that is there and not empty.
 bool has( const GHTTPHeaders& request, std::initializer_list<GWStringView> names );
-// Printable text for a log line: control characters as escapes, at most 100 bytes.
+// Printable text for a log line, of at most 100 units: "?" stands for whatever could end its value or its line, or move a terminal.
 GString loggable( GWStringView text );
+// The same of any length and with quotes, for a terminal.
+GString printable( GWStringView text );
 } // namespace GServerMessage

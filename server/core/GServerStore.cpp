@@ -12,6 +12,7 @@ PRAGMA journal_mode=WAL;
 PRAGMA synchronous=NORMAL;
 PRAGMA foreign_keys=ON;
 )";
+constexpr uint64_t MAX_REPORTS = 10000;
 } // namespace
 
 // One statement in use: bind in order, then step. What was prepared is kept for the next use of the same text.
@@ -366,6 +367,14 @@ bool GServerStore::addBugReport( const GString& user, const GString& email, cons
         .bind( now )
         .run( );
 }
+std::vector<GBugReport> GServerStore::listBugReports( )
+{
+    std::vector<GBugReport> reports;
+    Statement statement( _database, "SELECT user, email, text, time FROM report ORDER BY id" );
+    while( statement.row( ) )
+        reports.push_back( { statement.text( 0 ), statement.text( 1 ), statement.text( 2 ), statement.number( 3 ) } );
+    return reports;
+}
 int64_t GServerStore::countBugReports( const GString& user, uint64_t since )
 {
     Statement statement( _database, "SELECT COUNT(*) FROM report WHERE user=? AND time>=?" );
@@ -382,7 +391,10 @@ GString GServerStore::getValue( const GString& name )
 }
 bool GServerStore::expire( uint64_t logonsSince, uint64_t now )
 {
-    const bool logons = Statement( _database, "DELETE FROM logon WHERE time<?" ).bind( logonsSince ).run( );
+    const bool logons = Statement( _database, "DELETE FROM logon WHERE time<?" ).bind( logonsSince ).run( ) &&
+                        Statement( _database, "DELETE FROM report WHERE id<=(SELECT MAX(id) FROM report)-?" )
+                            .bind( MAX_REPORTS )
+                            .run( );
     return Statement( _database, "DELETE FROM registration WHERE expires<?" ).bind( now ).run( ) && logons;
 }
 

@@ -34,6 +34,14 @@ struct GRegistration
     bool contacts = false; // It understands requests for a contact.
 };
 
+struct GBugReport
+{
+    GString user;
+    GString email;
+    GString text;
+    uint64_t time = 0;
+};
+
 class GServerStore
 {
 public:
@@ -49,6 +57,14 @@ public:
     // good end. False when nothing of it was kept. Nothing is begun before the first change.
     void beginBatch( );
     bool endBatch( );
+
+    // Reads the whole file; false with what is wrong in it.
+    bool check( GString& error );
+    // Copies everything as it is at one moment to a new file, also while others write. A good copy takes the place of what `path` was
+    // before; false with the reason leaves that alone.
+    bool backup( const GString& path, GString& error );
+    // Takes over everything from such a copy. Nobody else may have this store open.
+    bool restore( const GString& path, GString& error );
 
     // ---- Accounts. False when the name is taken, or is not there.
     bool addAccount( const GAccount& account );
@@ -100,10 +116,11 @@ public:
 
     // ---- Odds.
     bool addBugReport( const GString& user, const GString& email, const GString& text, uint64_t now );
+    std::vector<GBugReport> listBugReports( );
     int64_t countBugReports( const GString& user, uint64_t since );
     bool setValue( const GString& name, const GString& value );
     GString getValue( const GString& name );
-    // Forgets logons before `logonsSince` and registrations that ended before `now`.
+    // Forgets logons before `logonsSince`, registrations that ended before `now`, and old bug reports above a number.
     bool expire( uint64_t logonsSince, uint64_t now );
 
 private:

@@ -18,6 +18,7 @@ constexpr uint64_t SECOND = 1000000;
 constexpr size_t MAX_FILENAME = 100;
 // Each may hold a whole file in memory.
 constexpr int64_t MAX_CONNECTIONS = 64;
+constexpr int64_t BLOCK = 4096;
 
 GStreamLimits limitsOf( const GServerConfig& config )
 {
@@ -35,7 +36,8 @@ int64_t sizeBelow( const GString& directory )
          !error && it != std::filesystem::recursive_directory_iterator( ); it.increment( error ) )
     {
         std::error_code ignored;
-        if( it->is_regular_file( ignored ) ) size += static_cast<int64_t>( it->file_size( ignored ) );
+        if( it->is_regular_file( ignored ) )
+            size += GLogRole::costOf( static_cast<int64_t>( it->file_size( ignored ) ) );
     }
     return size;
 }
@@ -66,6 +68,10 @@ bool GLogRole::open( GString& error )
     _stored = sizeBelow( _config.logDirectory );
     return _server.open( GServerHost::split( _config.log ).bind, error );
 }
+void GLogRole::reload( )
+{
+    _server.setLimits( limitsOf( _config ) );
+}
 void GLogRole::start( )
 {
     _server.start( [this]( const auto& connection, const GHTTPHeaders& message ) { _onMessage( connection, message ); },
@@ -94,18 +100,24 @@ bool GLogRole::splitSender( const GString& from, GString& user, GString& device 
     return GValidUserID( GUTF8ToWide( user ) ) && user[0] != '.' && GValidDeviceID( GUTF8ToWide( device ) );
 }
 
-int GLogRole::_test( const GString& address, const GHTTPHeaders& request, GString& directory, GString& name )
+int64_t GLogRole::costOf( int64_t bytes )
 {
-    GString user;
+    return ( bytes / BLOCK + 1 ) * BLOCK;
+}
+
+int GLogRole::_test( const GString& address, const GHTTPHeaders& request, Upload& upload )
+{
     GString device;
-    name = sanitize( GWideToUTF8( request.get( GProtocol::FILENAME ) ) );
-    if( name.empty( ) || !splitSender( GWideToUTF8( request.get( GProtocol::FROM ) ), user, device ) ) return 400;
-    if( !_store.hasLogon( user, address, GTimeGetTime( ) - static_cast<uint64_t>( _config.logonSeconds ) * SECOND ) )
-        return 403;
+    upload.name = sanitize( GWideToUTF8( request.get( GProtocol::FILENAME ) ) );
+    if( upload.name.empty( ) || !splitSender( GWideToUTF8( request.get( GProtocol::FROM ) ), upload.user, device ) )
+        return 400;
+    const uint64_t since = GTimeGetTime( ) - static_cast<uint64_t>( _config.logonSeconds ) * SECOND;
+    if( !_store.hasLogon( upload.user, address, since ) ) return 403;
     const auto size = static_cast<int64_t>( request.getContent( 0 ).size( ) );
     if( size > _config.logBytes ) return 413;
-    if( _stored + size > _config.logQuota ) return 507;
-    directory = _config.logDirectory + "/" + user + "/" + device;
+    if( _stored + costOf( size ) > _config.logQuota ) return 507;
+    upload.directory = _config.logDirectory + "/" + upload.user + "/" + device;
+    upload.userQuota = _config.logQuotaPerUser;
     return GHTTP_SUCCESS;
 }
 
@@ -116,40 +128,53 @@ void GLogRole::_onMessage( const GStreamServer::Connection& connection, const GH
         _metrics.count( "log", GServerMessage::methodLabel( message ), "dropped" );
         return connection->finish( );
     }
-    GString directory;
-    GString name;
-    const int code = _test( connection->remoteAddress( ), message, directory, name );
-    if( code != GHTTP_SUCCESS )
-    {
-        _metrics.count( "log", "LOGFILE", std::to_string( code ) );
-        GLOGPLAIN( u"logfile from=", connection->remoteHost( ), u" result=", code );
-        connection->send( GServerMessage::compose( message, code, u"Refused" ) );
-        return connection->finish( );
-    }
+    auto upload = std::make_shared<Upload>( );
+    upload->code = _test( connection->remoteAddress( ), message, *upload );
+    if( upload->code != GHTTP_SUCCESS ) return _answer( connection, message, *upload );
     ++_pending;
-    _stored += static_cast<int64_t>( message.getContent( 0 ).size( ) );
+    upload->bytes = message.getContent( 0 );
+    _stored += costOf( static_cast<int64_t>( upload->bytes.size( ) ) );
     connection->setBusy( true );
+    GHTTPHeaders header;
+    if( message.contains( GProtocol::CSEQ ) ) header.set( GProtocol::CSEQ, message.get( GProtocol::CSEQ ) );
     boost::asio::post( _pool,
-                       [this, connection, message, directory, name]
+                       [this, connection, upload, header, root = _config.logDirectory]
                        {
-                           GString error;
-                           const bool good = writeFile( directory, name, message.getContent( 0 ), error );
-                           boost::asio::post( _io,
-                                              [this, connection, message, directory, name, good, error]
-                                              {
-                                                  --_pending;
-                                                  if( !good )
-                                                      _stored -=
-                                                          static_cast<int64_t>( message.getContent( 0 ).size( ) );
-                                                  GLOGPLAIN( u"logfile path=", directory, u"/", name, u" bytes=",
-                                                             message.getContent( 0 ).size( ),
-                                                             good ? u" result=200" : u" result=500 text=", error );
-                                                  _metrics.count( "log", "LOGFILE", good ? "200" : "500" );
-                                                  connection->send( GServerMessage::compose(
-                                                      message, good ? GHTTP_SUCCESS : 500, good ? u"OK" : u"Failed" ) );
-                                                  connection->setBusy( false );
-                                              } );
+                           _write( *upload, root );
+                           boost::asio::post( _io, [this, connection, upload, header]
+                                              { _answer( connection, header, *upload ); } );
                        } );
+}
+void GLogRole::_write( Upload& upload, const GString& root )
+{
+    const auto size = static_cast<int64_t>( upload.bytes.size( ) );
+    if( sizeBelow( root + "/" + upload.user ) + costOf( size ) > upload.userQuota )
+    {
+        upload.code = 507;
+        return;
+    }
+    std::error_code none;
+    const uintmax_t replaced = std::filesystem::file_size( upload.directory + "/" + upload.name, none );
+    if( !writeFile( upload.directory, upload.name, upload.bytes, upload.error ) )
+        upload.code = 500;
+    else if( !none )
+        upload.freed = costOf( static_cast<int64_t>( replaced ) );
+}
+void GLogRole::_answer( const GStreamServer::Connection& connection, const GHTTPHeaders& request, const Upload& upload )
+{
+    const bool good = upload.code == GHTTP_SUCCESS;
+    const auto size = static_cast<int64_t>( upload.bytes.size( ) );
+    if( !upload.directory.empty( ) )
+    {
+        --_pending;
+        _stored -= good ? upload.freed : costOf( size );
+    }
+    GLOGPLAIN( u"logfile from=", connection->remoteHost( ), u" path='", upload.directory, u"/", upload.name,
+               u"' bytes=", size, u" result=", upload.code, upload.error.empty( ) ? u"" : u" text=", upload.error );
+    _metrics.count( "log", "LOGFILE", std::to_string( upload.code ) );
+    connection->send( GServerMessage::compose( request, upload.code, good ? u"OK" : u"Refused" ) );
+    connection->setBusy( false );
+    connection->finish( );
 }
 
 bool GLogRole::writeFile( const GString& directory, const GString& name, const GString& bytes, GString& error )

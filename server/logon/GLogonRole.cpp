@@ -31,6 +31,11 @@ bool GLogonRole::open( GString& error )
 {
     return _server.open( GServerHost::split( _config.logon ).bind, error );
 }
+void GLogonRole::reload( )
+{
+    _service.reload( );
+    _server.setLimits( limitsOf( _config ) );
+}
 void GLogonRole::start( )
 {
     _server.start( [this]( const auto& connection, const GHTTPHeaders& message ) { _onMessage( connection, message ); },

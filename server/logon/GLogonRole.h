@@ -17,7 +17,7 @@ public:
     // No new connections; what has begun is answered.
     void drain( );
     bool isIdle( ) const { return !_pending; }
-    void reload( ) { _service.reload( ); }
+    void reload( );
     GString host( ) const { return _server.host( ); }
 
 private:

@@ -10,6 +10,7 @@
 #include "server/core/GServerConfig.h"
 #include "server/core/GServerStore.h"
 
+#include <array>
 #include <deque>
 #include <map>
 

@@ -36,6 +36,10 @@ bool GUpgradeRole::open( GString& error )
 {
     return _server.open( GServerHost::split( _config.upgrade ).bind, error );
 }
+void GUpgradeRole::reload( )
+{
+    _server.setLimits( limitsOf( _config ) );
+}
 void GUpgradeRole::start( )
 {
     _server.start( [this]( const auto& connection, const GHTTPHeaders& message ) { _onMessage( connection, message ); },

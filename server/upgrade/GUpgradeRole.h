@@ -16,6 +16,7 @@ public:
     bool open( GString& error );
     void start( );
     void drain( ) { _server.stopAccepting( ); }
+    void reload( );
     bool isIdle( ) const { return !_server.connectionCount( ); }
     GString host( ) const { return _server.host( ); }
 

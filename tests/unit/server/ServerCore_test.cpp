@@ -111,6 +111,33 @@ TEST( GRateLimit, TheKeyThatWasUsedLongestAgoLeaves )
     EXPECT_FALSE( limit.take( 1, START ) );
     EXPECT_TRUE( limit.take( 2, START ) );
 }
+TEST( GServerConfig, ARunningServerTakesLimitsAndTellsWhatWaits )
+{
+    GServerConfig running;
+    GServerConfig next;
+    GString error;
+    ASSERT_TRUE( running.finish( error ) );
+    ASSERT_TRUE(
+        next.parse( "logons_per_minute = 7\ncontacts = agreed\nport_base = 5000\nstore = other.db\n", error ) );
+    ASSERT_TRUE( next.finish( error ) );
+    const std::vector<std::string_view> waiting = running.takeLive( next );
+    EXPECT_EQ( running.logonsPerMinute, 7 );
+    EXPECT_TRUE( running.isAgreed( ) );
+    EXPECT_EQ( running.store, "velmora-server.db" );
+    EXPECT_EQ( running.logon, "127.0.0.1:4430" );
+    for( const char* key : { "store", "port_base", "logon", "metrics" } )
+        EXPECT_NE( std::find( waiting.begin( ), waiting.end( ), key ), waiting.end( ) ) << key;
+    EXPECT_TRUE( running.takeLive( running ).empty( ) );
+}
+TEST( GServerConfig, ContactsAreAgreedOrOpen )
+{
+    GString error;
+    EXPECT_TRUE( configures( "contacts = agreed", error ) );
+    EXPECT_TRUE( configures( "contacts = open", error ) );
+    EXPECT_FALSE( configures( "contacts = friends", error ) );
+    EXPECT_EQ( error, "contacts is 'agreed' or 'open', not 'friends'" );
+    EXPECT_FALSE( GServerConfig( ).isAgreed( ) ) << "without the line everyone reaches everyone, as ever";
+}
 TEST( GReplyCache, ForgetsByAgeAndNumber )
 {
     GReplyCache cache( 10, 3 );
@@ -153,6 +180,8 @@ TEST( GServerMessage, AnswersWrittenLineByLineAreThoseThatAreComposed )
 TEST( GServerMessage, LogTextHoldsNoLineEnds )
 {
     EXPECT_EQ( GServerMessage::loggable( u"a\r\nb'c" ), "a??b?c" );
+    EXPECT_EQ( GServerMessage::loggable( u"a\u009b1m\u2028\u202e\u00e9" ), "a?1m??\xc3\xa9" );
+    EXPECT_EQ( GServerMessage::printable( u"it's\x1b[2J" ), "it's?[2J" );
     EXPECT_LE( GServerMessage::loggable( GWString( 1000, u'x' ) ).size( ), 100u );
 }
 TEST( GEndpoint, WritesWhatItReads )
