@@ -77,6 +77,15 @@ class Kinds(unittest.TestCase):
         self.friend.setblocking(False)
         self.assertRaises(BlockingIOError, self.friend.recv, 100)
 
+    def test_a_bridge_counts_what_passes_between_two_addresses(self):
+        self.lab.internet.count_flows()
+        client = self.client(netlab.Nat.PORT_RESTRICTED)
+        for _ in range(3):
+            mapped = self.seen_by(self.friend, client)
+        self.friend.sendto(b"hello", mapped)
+        client.recv(100)
+        self.assertEqual(self.lab.internet.flows(), {(OUTSIDE, FRIEND): 3, (FRIEND, OUTSIDE): 1})
+
     def test_two_clients_of_a_router_get_out_by_ports_of_their_own(self):
         router = self.lab.router(OUTSIDE, "10.0.0.0/24", netlab.Nat.PORT_RESTRICTED)
         clients = [self.lab.client(router) for _ in range(2)]

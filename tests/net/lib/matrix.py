@@ -9,6 +9,8 @@ from netlab import Nat
 
 ONLINE_SECONDS = 60
 CONNECT_SECONDS = 60
+# Datagrams: twenty a second are a voice, one a second proves that the way is alive.
+SPEECH, NO_SPEECH = 12, 4
 
 
 # ---- Kinds: where a client stands, and the class that it must find.
@@ -88,7 +90,8 @@ class Cell:
     ways: tuple  # From caller to callee, and back. None: whichever copy comes first.
     found: tuple = (None, None)
     seconds: float | None = None
-    voice: tuple = ("", "")
+    voice: tuple = ((0.0, 0.0), (0.0, 0.0))  # What the callee heard of the caller, and back: seconds of him, and of anybody else.
+    passed: tuple = (0, 0)  # Datagrams that went straight from one's address to the other's while both talked.
     problems: list = dataclasses.field(default_factory=list)
 
     @property
@@ -155,13 +158,15 @@ class Town:
     def __init__(self, lab, cells, binaries, settings):
         self.lab, self.cells = lab, cells
         self.server, self.sound = clients.Server(lab, binaries), clients.Sound(lab)
-        self.homes, self.people, self.settings = {}, {}, settings
+        self.homes, self.outsides, self.people, self.settings = {}, {}, {}, settings
         for cell in cells:
             for place in (cell.caller, cell.callee):
                 if place not in self.people:
                     self.people[place] = self._person(place)
         for cell in cells:
             clients.make_buddies(self.people[cell.caller], self.people[cell.callee])
+        for bridge in (lab.internet, *self.homes.values()):
+            bridge.count_flows()
 
     def _person(self, place):
         number = len(self.people)
@@ -172,6 +177,7 @@ class Town:
     def _router(self, place, number):
         if place.home not in self.homes:
             kind, outside = place.kind, f"5.5.5.{20 + number}"
+            self.outsides[place.home] = outside
             if kind.outer:
                 outer = self.lab.router(outside, "192.168.0.0/24", kind.outer)
                 router = self.lab.router(outer.free_addresses.pop(0), "10.0.0.0/24", kind.nat, behind=outer)
@@ -233,15 +239,25 @@ class Town:
     def talk(self, say):
         """In each cell both hold the other's key at once."""
         for group in self.rounds():
-            pairs = {}
+            pairs, before = {}, [self.passed(cell) for cell in group]
             for cell in group:
                 caller, callee = self.people[cell.caller], self.people[cell.callee]
                 pairs[cell] = (caller, callee), (callee, caller)
             heard = clients.speak([pair for both in pairs.values() for pair in both])
-            for cell, both in pairs.items():
-                cell.voice = tuple(heard[pair] for pair in both)
+            for cell, then in zip(group, before):
+                cell.voice = tuple(heard[pair] for pair in pairs[cell])
+                cell.passed = tuple(now - old for now, old in zip(self.passed(cell), then))
             clients.silence(list(self.people.values()))
             say(f"{len(group)} pairings have talked")
+
+    def passed(self, cell):
+        """Datagrams so far that crossed the network between the two, from the one's address there to the other's, and back."""
+        neighbours = cell.caller.home == cell.callee.home
+        bridge = self.homes[cell.caller.home] if neighbours else self.lab.internet
+        one, other = (self.people[place].host.addresses[0] if neighbours or place.kind.nat is None else self.outsides[place.home]
+                      for place in (cell.caller, cell.callee))
+        flows = bridge.flows()
+        return flows.get((one, other), 0), flows.get((other, one), 0)
 
     def judge(self, cell):
         people = [self.people[place] for place in (cell.caller, cell.callee)]
@@ -259,6 +275,9 @@ class Town:
             cell.problems.append(f"{_name(cell.found)} where {_name(cell.ways)} was expected: {routes}")
         if not caller.is_caller:
             cell.problems.append("the callee called")
+        for whose, way, passed in zip(people, cell.found, cell.passed):
+            if passed < SPEECH if way == DIRECT else passed > NO_SPEECH:
+                cell.problems.append(f"{passed} datagrams of {whose} took the direct way where the session says {way}")
         for whose, (own, other) in zip(people, cell.voice):
             if own < 0.5:
                 cell.problems.append(f"{whose} was heard for {own:.1f} s only")
@@ -316,5 +335,5 @@ def show(cells):
 
 def _brief(cell):
     seconds = "-" if cell.seconds is None else f"{cell.seconds:.1f}"
-    voices = "".join("v" if voice and voice[0] >= 0.5 else "x" for voice in cell.voice)
+    voices = "".join("v" if own >= 0.5 else "x" for own, _ in cell.voice)
     return f"{'!' if cell.problems else ''}{_name(cell.found) if cell.is_connected else 'NONE'} {seconds} {voices}"

@@ -15,6 +15,7 @@ import contextlib
 import ctypes
 import enum
 import ipaddress
+import json
 import os
 import shutil
 import signal
@@ -64,6 +65,13 @@ oifname "{wan}" snat to {outside}; }}
 """,
     Nat.UDP_BLOCKED: SAME_PORT + "chain filt {{ type filter hook forward priority filter; meta l4proto udp drop; }}\n",
 }
+
+
+FLOWS = """table bridge flows {
+set seen { type ipv4_addr . ipv4_addr; flags dynamic; size 65535; counter; }
+chain passed { type filter hook forward priority 0; ip protocol udp update @seen { ip saddr . ip daddr }; }
+}
+"""
 
 
 class Forbidden(Exception):
@@ -213,6 +221,16 @@ class Host:
             self.set("net/bridge/bridge-nf-call-iptables", 0)  # What stays within a network is not the router's.
         except FileNotFoundError:
             pass  # A kernel that never asks.
+
+    def count_flows(self):
+        """From now on `flows` tells what this host's bridge has passed on."""
+        self.run("nft", "-f", "-", text=FLOWS)
+
+    def flows(self):
+        """Datagrams that crossed this host's bridge, by source and target address."""
+        told = json.loads(self.run("nft", "-j", "list", "set", "bridge", "flows", "seen"))
+        elements = next(entry["set"] for entry in told["nftables"] if "set" in entry).get("elem", [])
+        return {tuple(entry["elem"]["val"]["concat"]): entry["elem"]["counter"]["packets"] for entry in elements}
 
     def _plug(self, other, link):
         """A cable from the bridge of `other` to a new link of this host."""
