@@ -4,6 +4,7 @@
 #include "client/drawing/GImageTools.h"
 #include "client/signalling/GDeviceSession.h"
 #include "client/signalling/GRoute.h"
+#include "client/transport/GMegaPort.h"
 #include "protocol/GProtocol.h"
 #include "runtime/GInstance.h"
 
@@ -14,18 +15,23 @@ constexpr int OFFLINE_CODE = 400;
 constexpr size_t MAX_DEVICES = 16;
 constexpr size_t MAX_LIST = 1024;
 constexpr size_t MAX_EARLY_HOSTS = 4;
-constexpr uint64_t REMOVAL_MEMORY = 60000000;
 // An absent buddy is invited again after 3 to 5 minutes, so that many clients do not ask at once.
 constexpr int64_t INVITE_PERIOD = 180000000;
 constexpr int64_t INVITE_JITTER = 120000000;
+constexpr const char16_t* SUFFIXES[] = { u"_Image",       u"_Image_BW",      u"_Time",      u"_Chat_Status",
+                                         u"_Device_List", u"_Audio_Enabled", u"_Time_Zone", u"_Time_Bias",
+                                         u"_Online",      u"_Offline" };
 } // namespace
 
 GBuddySession::GBuddySession( GInstance* instance, GSIPClient* sipClient, const GWString& buddyGUID )
-    : _instance( instance ), _sipClient( sipClient ), _buddyGUID( buddyGUID )
+    : _instance( instance ), _sipClient( sipClient ), _buddyGUID( buddyGUID ), _onlineName( _name( u"_Online" ) ),
+      _offlineName( _name( u"_Offline" ) ), _chatStatusName( _name( u"_Chat_Status" ) ),
+      _queueName( _name( u"_commandQueue" ) ), _offlineText( GWideToUTF8( _name( u" is offline." ) ) )
 {
     GPRECONDITION( instance );
     GPRECONDITION( sipClient );
     invariantTest( );
+    _instance->setWaker( _queueName, _sipClient->getPort( )->getSIPEvent( ) );
     GImageTools_instanceCopy( _instance, u"defaultprofile.png", _name( u"_Image" ) );
     GImageTools_instanceCopy( _instance, u"defaultprofile_BW.png", _name( u"_Image_BW" ) );
     _instance->set( _name( u"_Time" ), u"-:--pm" );
@@ -34,6 +40,7 @@ GBuddySession::GBuddySession( GInstance* instance, GSIPClient* sipClient, const 
 
 GBuddySession::~GBuddySession( )
 {
+    _instance->setWaker( _queueName, nullptr );
     reset( );
 }
 
@@ -67,8 +74,17 @@ void GBuddySession::reset( )
     _deviceSessionMap.clear( );
     _deviceOrder.clear( );
     _namedDevices.clear( );
-    _instance->clear( _name( u"_Online" ) );
-    _instance->clear( _name( u"_Offline" ) );
+    _instance->clear( _onlineName );
+    _instance->clear( _offlineName );
+}
+
+void GBuddySession::forget( )
+{
+    while( !_deviceOrder.empty( ) ) _deleteDevice( GWString( _deviceOrder.front( ) ) );
+    for( const char16_t* suffix : SUFFIXES ) _instance->clear( _name( suffix ) );
+    _instance->clear( GDeviceSession::getRemovedTimeName( _buddyGUID ) );
+    GString item;
+    while( _instance->dequeue( _queueName, item ) ) continue;
 }
 
 // ---- Presence.
@@ -97,9 +113,9 @@ void GBuddySession::update( )
         online = online || session->isOnline( );
         offline = offline && session->isOffline( );
     }
-    _instance->set( _name( u"_Online" ), online ? u"true" : u"false" );
-    _instance->set( _name( u"_Offline" ), offline ? u"true" : u"false" );
-    if( offline ) _instance->set( _name( u"_Chat_Status" ), _name( u" is offline." ) );
+    _instance->set( _onlineName, online ? u"true" : u"false" );
+    _instance->set( _offlineName, offline ? u"true" : u"false" );
+    if( offline ) _instance->set( _chatStatusName, _offlineText );
     _runCommands( );
     if( offline && !_leaving && _isRobust( ) ) _inviteAgain( );
 }
@@ -107,7 +123,7 @@ void GBuddySession::update( )
 void GBuddySession::_runCommands( )
 {
     GString item;
-    while( _instance->dequeue( _name( u"_commandQueue" ), item ) )
+    while( _instance->dequeue( _queueName, item ) )
     {
         GHTTPHeaders command;
         if( !command.deserialize( item ) )
@@ -160,11 +176,7 @@ void GBuddySession::bye( bool remove )
 {
     GCALL( GBuddySession );
     if( !remove ) _leaving = true;
-    if( remove )
-    {
-        _instance->remove( u"Local_Buddy_List", _buddyGUID );
-        _instance->set( _name( u"_Removed_Time" ), static_cast<int64_t>( GTimeGetTime( ) ) );
-    }
+    if( remove ) GDeviceSession::removeFromBuddyList( _instance, _buddyGUID );
     for( const auto& [deviceGUID, session] : _deviceSessionMap ) session->bye( remove );
 }
 
@@ -211,7 +223,11 @@ void GBuddySession::_deleteDevice( const GWString& deviceGUID )
     _deviceSessionMap.erase( deviceGUID );
     std::erase( _deviceOrder, deviceGUID );
     _instance->remove( _name( u"_Device_List" ), deviceGUID );
-    _instance->remove( u"Combined_Buddy_Device_List", GConcat( _buddyGUID, u"@", deviceGUID ) );
+    const GWString buddyDeviceGUID = GConcat( _buddyGUID, u"@", deviceGUID );
+    _instance->remove( u"Combined_Buddy_Device_List", buddyDeviceGUID );
+    // Names of devices that came and went would add up.
+    _instance->clear( GConcat( buddyDeviceGUID, u"_*" ) );
+    _instance->clear( GConcat( deviceGUID, u"_Route_List" ) );
 }
 
 // ---- Messages.
@@ -223,9 +239,8 @@ void GBuddySession::_addToBuddyList( const GHTTPHeaders& request )
     if( _instance->contains( u"Local_Buddy_List", _buddyGUID ) ) return;
     if( _isRobust( ) )
     {
-        const uint64_t removed = static_cast<uint64_t>( _instance->calc( _name( u"_Removed_Time" ) ) );
-        if( !request.isMethod( GProtocol::INVITE ) || ( removed && GTimeGetTime( ) - removed < REMOVAL_MEMORY ) )
-            return;
+        if( !request.isMethod( GProtocol::INVITE ) || !request.contains( GProtocol::FROM_DEVICE_GUID ) ) return;
+        if( GDeviceSession::wasRemovedLately( _instance, _buddyGUID ) ) return;
     }
     GStringList list;
     _instance->get( u"Local_Buddy_List", list );

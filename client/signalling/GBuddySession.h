@@ -21,6 +21,8 @@ public:
     void invariantTest( ) const override;
 
     void reset( );
+    // Takes all that this session wrote off the blackboard, when it gives way to another.
+    void forget( );
     void invite( );
     // `remove` takes the buddy off the list for good.
     void bye( bool remove );
@@ -57,6 +59,12 @@ private:
     GInstance* _instance;
     GSIPClient* _sipClient;
     GWString _buddyGUID;
+    // Kept, since they are needed each round.
+    GWString _onlineName;
+    GWString _offlineName;
+    GWString _chatStatusName;
+    GWString _queueName;
+    GString _offlineText;
     std::map<GWString, GDeviceSession*, std::less<>> _deviceSessionMap;
     std::deque<GWString> _deviceOrder;             // Oldest first.
     std::set<GWString, std::less<>> _namedDevices; // Named by the server's last answer.

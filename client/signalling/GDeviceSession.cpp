@@ -34,7 +34,8 @@ GDeviceSession::GDeviceSession( GInstance* instance, GSIPClient* sipClient, cons
                                 const GWString& deviceGUID )
     : _reinviteTimer( REINVITE_PERIOD ), _pingTimer( SECOND ), _timeoutTimer( TIMEOUT ), _retransmitTimer( SECOND ),
       _instance( instance ), _sipClient( sipClient ), _buddyGUID( buddyGUID ), _deviceGUID( deviceGUID ),
-      _buddyDeviceGUID( GConcat( buddyGUID, u"@", deviceGUID ) ), _mediaTimer( SECOND )
+      _buddyDeviceGUID( GConcat( buddyGUID, u"@", deviceGUID ) ),
+      _statusName( GConcat( _buddyDeviceGUID, u"_Status" ) ), _mediaTimer( SECOND ), _broadcastTimer( SECOND )
 {
     GPRECONDITION( instance );
     GPRECONDITION( sipClient );
@@ -377,13 +378,13 @@ void GDeviceSession::_reset( )
 
 bool GDeviceSession::_writeStatus( )
 {
-    _instance->set( _bd( u"_Status" ), _getState( _state ) );
+    _instance->set( _statusName, GWStringView( STATE_NAMES[_state] ) );
     return true;
 }
 
 bool GDeviceSession::_writeStatusLine( const GIntervalTimer& timer )
 {
-    _instance->set( _bd( u"_Status" ), GConcat( timer.getRemaining( ) / SECOND, u" ", _getState( _state ) ) );
+    _instance->set( _statusName, GConcat( timer.getRemaining( ) / SECOND, u" ", _getState( _state ) ) );
     return true;
 }
 

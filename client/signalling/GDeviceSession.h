@@ -45,6 +45,11 @@ public:
 
     // Asks the server to invite a buddy, before or without any session of a device.
     static void sendINVITE( GInstance* instance, GSIPClient* sipClient, const GWString& buddyGUID );
+    // Takes a buddy off the list for good, and remembers when.
+    static void removeFromBuddyList( GInstance* instance, const GWString& buddyGUID );
+    // Within the last minute.
+    static bool wasRemovedLately( GInstance* instance, const GWString& buddyGUID );
+    static GWString getRemovedTimeName( const GWString& buddyGUID ); // Where that is remembered.
 
     void update( );
     void onCaptureChanged( );
@@ -109,7 +114,8 @@ private:
     bool _acceptAckOk( const GSIPInput& in );
     bool _lateResponse( const GSIPInput& in ) const;
     void _enterConnected( );
-    bool _provesRoute( const GHTTPHeaders& message, const GWString& remoteHost ) const;
+    bool _provesRoute( const GHTTPHeaders& message, const GWString& remoteHost, const GHTTPHeaders& exchange ) const;
+    bool _wasTried( const GWString& host, const GHTTPHeaders& exchange ) const;
     void _sendINVITE( );
     void _sendHOLEPUNCH( );
     void _sendINVITEResponse( const GHTTPHeaders& request, int code );
@@ -156,7 +162,6 @@ private:
     bool _mayPeerSeeVideo( ) const;
     void _offerFile( const GHTTPHeaders& inner, GHTTPHeaders& copy );
     void _offerScreen( GHTTPHeaders& copy );
-    void _removeFromBuddyList( );
 
     bool _isRobust( ) const;
     GWString _bd( GWStringView suffix ) const;
@@ -171,6 +176,7 @@ private:
     GWString _buddyGUID;
     GWString _deviceGUID;
     GWString _buddyDeviceGUID;
+    GWString _statusName; // Kept, since it is written each round.
     State _state = DISCONNECTED;
     GHTTPHeaders _originalINVITERequest;
     GHTTPHeaders _originalINVITEResponse;
@@ -186,6 +192,8 @@ private:
 
     GIntervalTimer _mediaTimer; // Paces the restarts that a peer may ask for.
     bool _mediaRestartDue = false;
+    GIntervalTimer _broadcastTimer; // Paces what a peer may send to the client.
+    int _numBroadcasts = 0;         // Since its start.
     // The remedies: an INVITE anew when nobody answers, an early repetition of the first response, hosts seen (newest first).
     GIntervalTimer _anewTimer;
     bool _invitedAnew = false;

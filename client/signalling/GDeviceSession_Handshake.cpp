@@ -150,7 +150,7 @@ void GDeviceSession::_sendACK( const GHTTPHeaders& inviteResponse )
 
 bool GDeviceSession::_acceptAckOk( const GSIPInput& in )
 {
-    if( !_provesRoute( in.response, in.remoteHost ) ) return true;
+    if( !_provesRoute( in.response, in.remoteHost, _originalINVITEResponse ) ) return true;
     _updateRoute( in.response.get( u"Send-From" ), in.response.get( u"Send-To" ), in.response.get( u"Send-To-Type" ),
                   in.remoteHost, in.response.get( u"Sent-From-Type" ), _originalINVITEResponse.get( u"Sent-To" ),
                   _originalINVITEResponse.get( u"Sent-To-Type" ) );
@@ -224,7 +224,7 @@ void GDeviceSession::_sendINVITEResponse( const GHTTPHeaders& request, int code 
 
 bool GDeviceSession::_acceptAck( const GSIPInput& in )
 {
-    if( !_provesRoute( in.request, in.remoteHost ) ) return true;
+    if( !_provesRoute( in.request, in.remoteHost, _originalINVITERequest ) ) return true;
     _updateRoute( in.request.get( u"Send-From" ), in.request.get( u"Send-To" ), in.request.get( u"Send-To-Type" ),
                   in.remoteHost, in.request.get( u"Sent-From-Type" ), _originalINVITERequest.get( u"Sent-To" ),
                   _originalINVITERequest.get( u"Sent-To-Type" ) );
@@ -267,16 +267,28 @@ bool GDeviceSession::_lateResponse( const GSIPInput& in ) const
     return true;
 }
 
-// What the peer says about the copy that reached it must name one of our own hosts as its start.
-bool GDeviceSession::_provesRoute( const GHTTPHeaders& message, const GWString& remoteHost ) const
+// What the peer says about the copy that reached it must name a copy that was sent: from one of our own hosts, to one of those that
+// `exchange`, its former message, named. Else a stranger could turn our media on anybody.
+bool GDeviceSession::_provesRoute( const GHTTPHeaders& message, const GWString& remoteHost,
+                                   const GHTTPHeaders& exchange ) const
 {
-    const GStringList ownHosts = _sipClient->getOwnHosts( );
-    const GWString sendTo = message.get( u"Send-To" );
-    if( GListContains( ownHosts, message.get( u"Send-From" ) ) && !GListContains( ownHosts, sendTo ) &&
-        GRouteIsUsableHost( sendTo, remoteHost ) && GRouteIsScheme( message.get( u"Send-To-Type" ) ) )
+    if( GListContains( _sipClient->getOwnHosts( ), message.get( u"Send-From" ) ) &&
+        _wasTried( message.get( u"Send-To" ), exchange ) && GRouteIsScheme( message.get( u"Send-To-Type" ) ) )
         return true;
     GLOG( u"WARNING Received ACK or its answer without a usable route from '", _buddyDeviceGUID, u"' (", remoteHost,
           u"), ignoring." );
+    return false;
+}
+
+bool GDeviceSession::_wasTried( const GWString& host, const GHTTPHeaders& exchange ) const
+{
+    GStringList routeList;
+    exchange.get( TRY_ROUTE_LIST, routeList );
+    for( const GWString& text : _withSeenRoutes( routeList ) )
+    {
+        GRoute route;
+        if( GRouteSplit( text, route ) && route.host == host ) return true;
+    }
     return false;
 }
 
@@ -302,7 +314,6 @@ void GDeviceSession::_updateRoute( const GWString& sendFrom, const GWString& sen
     _instance->set( _bd( u"_Recv_From" ), _recvFromHost );
     GLOGIF( 'd', u"Switched route, sendFrom=(", sendFrom, u"), sendTo=(", sendTo, u"), sendRoute=(", sendRoute,
             u"), recvFrom=(", recvFrom, u"), recvRoute=(", recvRoute, u")" );
-    invariantTest( );
 }
 
 void GDeviceSession::_setHeaders( GHTTPHeaders& message ) const

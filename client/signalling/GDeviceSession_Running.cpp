@@ -13,10 +13,13 @@ namespace
 {
 constexpr uint64_t LOST_CONTACT = 10000000;
 constexpr uint64_t GONE_SILENT = 2000000;
+constexpr uint64_t REMOVAL_MEMORY = 60000000;
 constexpr size_t MAX_PING_TIMES = 30;
 constexpr int64_t MICROSECONDS_PER_MINUTE = 60000000;
-// The main thread drains its queue ten times a second; a peer that sends more than this between has no claim on memory.
+// The main thread drains its queue ten times a second: when it holds this much, that thread stands still. One peer can't fill it for
+// the others. What is refused goes unanswered, and so comes again.
 constexpr int MAX_CLIENT_COMMANDS = 1000;
+constexpr int MAX_BROADCASTS_PER_SECOND = 100;
 constexpr char16_t CLIENT_QUEUE[] = u"GClient_commandQueue";
 constexpr char16_t CAPTURE_QUEUE[] = u"GVideoCaptureService_commandQueue";
 constexpr char16_t PLAYBACK_QUEUE[] = u"GVideoPlaybackService_commandQueue";
@@ -173,18 +176,26 @@ bool GDeviceSession::_onAnswer( const GSIPInput& in ) const
 
 bool GDeviceSession::_onRemoteBroadcast( const GSIPInput& in )
 {
-    if( _instance->length( CLIENT_QUEUE ) < MAX_CLIENT_COMMANDS )
-        _instance->enqueue( CLIENT_QUEUE, in.request );
-    else
+    if( _broadcastTimer.hasElapsed( ) ) _numBroadcasts = 0;
+    if( _numBroadcasts == MAX_BROADCASTS_PER_SECOND || _instance->length( CLIENT_QUEUE ) >= MAX_CLIENT_COMMANDS )
+    {
         GLOG( u"WARNING Too many messages from '", _buddyDeviceGUID, u"', ignoring." );
+        return true;
+    }
+    ++_numBroadcasts;
+    _instance->enqueue( CLIENT_QUEUE, in.request );
     _sendOK( in.request );
     return true;
 }
 
-// With the remedy a peer that has fallen silent for 2 s and invites has restarted, and is not made to wait for the time-out.
+// With the remedy a peer that has fallen silent for 2 s and invites has restarted, and is not made to wait for the time-out. Its
+// INVITE comes by the server, or from where the peer itself was heard.
 bool GDeviceSession::_onInviteWhileConnected( const GSIPInput& in )
 {
-    if( !_isRobust( ) || GTimeGetTime( ) - _lastPingSuccessTimestamp <= GONE_SILENT )
+    const bool isSilent = GTimeGetTime( ) - _lastPingSuccessTimestamp > GONE_SILENT;
+    const bool isTrusted = GCaseEquals( in.remoteHost, _instance->get( u"Global_SIP_Host" ) ) ||
+                           GCaseEquals( in.remoteHost, _recvFromHost );
+    if( !_isRobust( ) || !isSilent || !isTrusted )
         return _answerBusy( in, u"WARNING Received INVITE while waiting already CONNECTED, responding BUSY." );
     GLOGIF( 'd', u"Received INVITE from '", _buddyDeviceGUID, u"', which has gone silent; beginning anew." );
     _drop( );
@@ -361,13 +372,25 @@ bool GDeviceSession::_onRemoteBye( const GSIPInput& in )
     if( in.request.test( u"Removed" ) )
     {
         GLOGIF( 'd', u"Remote user '", _buddyGUID, u"' removed us from his buddy list, so we'll do the same." );
-        _removeFromBuddyList( );
+        removeFromBuddyList( _instance, _buddyGUID );
     }
     return true;
 }
 
-void GDeviceSession::_removeFromBuddyList( )
+void GDeviceSession::removeFromBuddyList( GInstance* instance, const GWString& buddyGUID )
 {
-    _instance->remove( u"Local_Buddy_List", _buddyGUID );
-    _instance->set( _buddy( u"_Removed_Time" ), static_cast<int64_t>( GTimeGetTime( ) ) );
+    instance->remove( u"Local_Buddy_List", buddyGUID );
+    instance->set( getRemovedTimeName( buddyGUID ), static_cast<int64_t>( GTimeGetTime( ) ) );
+}
+
+bool GDeviceSession::wasRemovedLately( GInstance* instance, const GWString& buddyGUID )
+{
+    const uint64_t removed = static_cast<uint64_t>( instance->calc( getRemovedTimeName( buddyGUID ) ) );
+    return removed && GTimeGetTime( ) - removed < REMOVAL_MEMORY;
+}
+
+// No device's name is empty and no user's has two "@": "<buddy>_Removed_Time" would be the "_Time" of a user "<buddy>_removed".
+GWString GDeviceSession::getRemovedTimeName( const GWString& buddyGUID )
+{
+    return GConcat( buddyGUID, u"@_Removed_Time" );
 }

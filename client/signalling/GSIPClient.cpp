@@ -16,6 +16,9 @@ constexpr uint64_t RECORD_LIFE = 60000000;
 constexpr uint64_t RELAY_DELAY = 400000;
 // Nobody honest has as many transactions in flight; the oldest leave first.
 constexpr size_t MAX_RECORDS = 4096;
+// Honest numbers and methods are short; a stranger's would lie in the records by the thousand.
+constexpr size_t MAX_WORD_LENGTH = 64;
+constexpr size_t MAX_GROUP_LENGTH = 1024;
 constexpr int RANDOM_RANGE = 32768;
 constexpr char16_t UNUSABLE_SCHEME[] = u"symmetric";
 constexpr char16_t RELAY_SCHEME[] = u"turn";
@@ -254,6 +257,17 @@ GWString GSIPClient::_responseKey( const GHTTPHeaders& request ) const
                     cseq );
 }
 
+// A response that names the request which it answers.
+GHTTPHeaders GSIPClient::_nameRequest( const GHTTPHeaders& response, const GHTTPHeaders& request ) const
+{
+    GHTTPHeaders out = response;
+    out.set( GProtocol::CSEQ, request.get( GProtocol::CSEQ ) );
+    out.set( u"Debug-Original-Method", request.getMethod( ) );
+    const GWString group = request.get( GProtocol::CSEQ_GROUP );
+    if( _robust && !group.empty( ) && group.size( ) <= MAX_GROUP_LENGTH ) out.set( GProtocol::CSEQ_GROUP, group );
+    return out;
+}
+
 void GSIPClient::sendResponse( const GWString& from, const GWString& to, const GHTTPHeaders& request,
                                const GHTTPHeaders& response )
 {
@@ -274,14 +288,10 @@ void GSIPClient::sendResponse( const GWString& from, const GWString& to, const G
     }
     GLOGIF( 'S', u"Responding ", text, u" to '", method, u"' from (", from, u") to (", to, u")" );
     GVERIFY( response.getResponse( ) );
-    GHTTPHeaders message = response;
-    message.set( GProtocol::CSEQ, request.get( GProtocol::CSEQ ) );
+    GHTTPHeaders message = _nameRequest( response, request );
     message.set( u"Sent-From", from );
     message.set( u"Sent-To", to );
     message.set( u"Sent-From-Type", _typeOf( from ) );
-    message.set( u"Debug-Original-Method", method );
-    if( _robust && request.contains( GProtocol::CSEQ_GROUP ) )
-        message.set( GProtocol::CSEQ_GROUP, request.get( GProtocol::CSEQ_GROUP ) );
     ResponseRecord record;
     record.from = from;
     record.to = to;
@@ -303,9 +313,7 @@ void GSIPClient::sendResponseToRouteList( const GStringList& routeList, const GH
               u"' but no destination, ignoring." );
         return;
     }
-    GHTTPHeaders message = response;
-    message.set( GProtocol::CSEQ, request.get( GProtocol::CSEQ ) );
-    message.set( u"Debug-Original-Method", request.getMethod( ) );
+    GHTTPHeaders message = _nameRequest( response, request );
     for( const FromTo& fromTo : _composeFromToList( routeList ) )
     {
         _label( message, fromTo );
@@ -343,6 +351,11 @@ void GSIPClient::_onBucket( IGSIPClientListener* listener, const GWString& local
 void GSIPClient::_onRequest( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost,
                              const GHTTPHeaders& request )
 {
+    if( request.get( GProtocol::CSEQ ).size( ) > MAX_WORD_LENGTH || request.getMethod( ).size( ) > MAX_WORD_LENGTH )
+    {
+        GLOG( u"WARNING Received request with an endless number or method from (", remoteHost, u"), ignoring." );
+        return;
+    }
     const auto found = _responseMap.find( _responseKey( request ) );
     if( found == _responseMap.end( ) )
     {
@@ -380,6 +393,11 @@ void GSIPClient::_markGroup( const GHTTPHeaders& request, const GHTTPHeaders& re
     GStringList ownGroup;
     GStringList group;
     if( !request.get( GProtocol::CSEQ_GROUP, ownGroup ) || !response.get( GProtocol::CSEQ_GROUP, group ) ) return;
+    if( response.get( GProtocol::CSEQ_GROUP ).size( ) > MAX_GROUP_LENGTH )
+    {
+        GLOG( u"WARNING Received response with an endless CSeq-Group, ignoring." );
+        return;
+    }
     for( const GWString& cseq : group )
     {
         const auto found = _requestMap.find( cseq );

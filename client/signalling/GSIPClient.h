@@ -97,6 +97,7 @@ private:
     void _label( GHTTPHeaders& message, const FromTo& fromTo ) const;
     GWString _nextCSeq( );
     GWString _responseKey( const GHTTPHeaders& request ) const;
+    GHTTPHeaders _nameRequest( const GHTTPHeaders& response, const GHTTPHeaders& request ) const;
     void _recordRequest( const GWString& cseq, const GWString& from, const GWString& to, const GHTTPHeaders& message,
                          bool retransmit );
     void _onBucket( IGSIPClientListener* listener, const GWString& localHost, const GWString& remoteHost,

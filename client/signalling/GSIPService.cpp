@@ -29,11 +29,13 @@ GSIPService::GSIPService( GInstance* instance, GMegaPort* port )
 {
     invariantTest( );
     _sipClient->setRobust( _isRobust( ) );
+    _instance->setWaker( QUEUE, _port->getSIPEvent( ) );
 }
 
 GSIPService::~GSIPService( )
 {
     stop( true );
+    _instance->setWaker( QUEUE, nullptr );
     GASSERT( _buddyGUIDSessionMap.empty( ) );
     delete _contactRequests;
     delete _sipClient;
@@ -150,7 +152,7 @@ bool GSIPService::_onInput( const GSIPInput& in )
 {
     _logInput( in );
     _instance->set( u"SIP_Status", _getState( _state ) );
-    const bool handled = _onContact( in ) || _onState( in );
+    const bool handled = _onContact( in ) || _onState( in ) || _onLateBye( in );
     if( !handled ) _ignoreInput( in );
     return handled;
 }
@@ -282,6 +284,17 @@ void GSIPService::_ignoreInput( const GSIPInput& in ) const
           in.command.getMethod( ), u"', eventID=", in.event, u", ignoring." );
 }
 
+// With the remedy a peer whose BYE finds no session here, as after a restart, does not wait for its time-out. A stranger learns
+// nothing from it.
+bool GSIPService::_onLateBye( const GSIPInput& in )
+{
+    if( !_isRobust( ) || !in.isRequest( GProtocol::BYE ) ) return false;
+    GHTTPHeaders response;
+    response.setResponse( GHTTP_SUCCESS, u"OK" );
+    _sipClient->sendResponse( in.localHost, in.remoteHost, in.request, response );
+    return true;
+}
+
 void GSIPService::_changeState( State state )
 {
     GLOGIF( 's', u"Changing state to '", _getState( state ), u"'" );
@@ -298,6 +311,8 @@ void GSIPService::_reset( )
     _buddyGUIDSessionMap.clear( );
     _buddyOrder.clear( );
     _contactRequests->reset( );
+    // The next registration may be another user's: nothing of this one is sent again or answered for.
+    if( _isRobust( ) ) _sipClient->reset( );
     _instance->clear( u"Combined_Buddy_Device_List" );
 }
 
@@ -485,6 +500,7 @@ bool GSIPService::_passRequest( const GSIPInput& in )
     }
     if( !_mayBegin( in, from ) )
     {
+        if( _onLateBye( in ) ) return true;
         GLOG( u"WARNING Received request '", in.request.getMethod( ), u"' from stranger '", from, u"' (", in.remoteHost,
               u"), ignoring." );
         return true;
@@ -530,7 +546,8 @@ bool GSIPService::_isFromServer( const GSIPInput& in ) const
 bool GSIPService::_mayBegin( const GSIPInput& in, const GWString& buddyGUID ) const
 {
     if( !_isRobust( ) || findBuddy( buddyGUID ) ) return true;
-    return in.isRequest( GProtocol::INVITE ) && GCaseEquals( in.remoteHost, _instance->get( u"Global_SIP_Host" ) );
+    return in.isRequest( GProtocol::INVITE ) && in.request.contains( GProtocol::FROM_DEVICE_GUID ) &&
+           GCaseEquals( in.remoteHost, _instance->get( u"Global_SIP_Host" ) );
 }
 
 GBuddySession* GSIPService::_createBuddy( const GWString& buddyGUID )
@@ -555,6 +572,7 @@ bool GSIPService::_makeRoomForBuddy( )
     {
         const auto session = _buddyGUIDSessionMap.find( *it );
         if( session == _buddyGUIDSessionMap.end( ) || !session->second->isOffline( ) ) continue;
+        session->second->forget( );
         delete session->second;
         _buddyGUIDSessionMap.erase( session );
         _buddyOrder.erase( it );

@@ -60,6 +60,7 @@ private:
     bool _onLeavingBuddies( const GSIPInput& in );
     bool _onSettingBuddyList( const GSIPInput& in );
     void _logInput( const GSIPInput& in ) const;
+    bool _onLateBye( const GSIPInput& in );
     void _ignoreInput( const GSIPInput& in ) const;
     void _changeState( State state );
     void _reset( );

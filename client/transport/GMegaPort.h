@@ -35,6 +35,8 @@ public:
     GMegaPortBucket* getRTPBucket( int payloadType ); // Null when empty.
     // Hints only: the caller drains its list afterwards.
     void waitForSIPBucket( int64_t timeout );
+    // Ends the wait for signalling when it is set. Lives as long as this object.
+    GEvent getSIPEvent( ) const { return _sipBucketList.event; }
     void waitForRTPBucket( int64_t timeout, int payloadType );
     void waitForRTPBucket( int64_t timeout, int payloadTypeA, int payloadTypeB );
 

@@ -48,7 +48,7 @@ GWString GNumber( int64_t value );
 GWString GTimeComposeTime( uint64_t time );
 
 // ---- Names from the wire.
-// A user id equals its own sanitised form and holds one "@" with something on both sides.
+// A user id equals its own sanitised form and holds one "@" with something on both sides; as long as an address of mail at most.
 bool GValidUserID( GWStringView text );
 // 1 to 64 letters, digits and "-".
 bool GValidDeviceID( GWStringView text );

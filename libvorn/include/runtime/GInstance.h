@@ -5,6 +5,7 @@
 
 #include "base/GUtil.h"
 #include "platform/GNotify.h"
+#include "platform/GThread.h"
 #include "runtime/GHTTPHeaders.h"
 #include "runtime/GNameIndex.h"
 #include "runtime/GReaderGate.h"
@@ -68,6 +69,9 @@ public:
     bool dequeue( GWStringView name, GString& out );
     bool index( GWStringView name, int i, GString& out );
     int length( GWStringView name );
+    // Sets `event`, which is borrowed, whenever an item enters that queue, so that whoever serves it need not ask again and again. One
+    // for each queue; null ends it.
+    void setWaker( GWStringView name, GEvent event );
 
     void watch( GWStringView name, GNotifyHandle notify, int arg );
     void unwatch( GWStringView name, GNotifyHandle notify, int arg );
@@ -116,6 +120,7 @@ private:
     GNameIndex<Entry> _nameIndex; // Of _nameValueMap.
     std::map<GWString, std::deque<GString>, std::less<>> _queueMap;
     std::map<GWString, std::list<Watcher>, std::less<>> _watchMap;
+    std::map<GWString, GEvent, std::less<>> _wakerMap;
     uint64_t _saveCount = 0; // Texts built.
     std::mutex _saveMutex;   // Taken last, around the file alone.
     uint64_t _savedCount = 0;

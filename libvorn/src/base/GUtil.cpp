@@ -377,6 +377,8 @@ GWString GTimeComposeTime( uint64_t time )
 
 bool GValidUserID( GWStringView text )
 {
+    constexpr size_t MAX_LENGTH = 254;
+    if( text.size( ) > MAX_LENGTH ) return false;
     const size_t at = text.find( u'@' );
     return at != GWStringView::npos && at > 0 && at + 1 < text.size( ) && text.rfind( u'@' ) == at &&
            GSanitizeName( text ) == text;

@@ -369,6 +369,7 @@ void GInstance::enqueue( GWStringView name, const GString& item )
     }
     queue.push_back( item );
     _notify( lname );
+    if( const auto waker = _wakerMap.find( lname ); waker != _wakerMap.end( ) ) GVERIFY( GEventSet( waker->second ) );
 }
 void GInstance::enqueue( GWStringView name, const GHTTPHeaders& message )
 {
@@ -420,6 +421,17 @@ size_t GInstance::_lengthOf( GWStringView lname ) const
 {
     const auto found = _queueMap.find( lname );
     return found == _queueMap.end( ) ? 0 : found->second.size( );
+}
+
+void GInstance::setWaker( GWStringView name, GEvent event )
+{
+    GCALL( GInstance );
+    const GFoldedName lname( name );
+    const Writing writing( *this );
+    if( event )
+        _wakerMap[lname.text( )] = event;
+    else if( const auto found = _wakerMap.find( lname.view( ) ); found != _wakerMap.end( ) )
+        _wakerMap.erase( found );
 }
 
 // ---- Watchers.

@@ -144,6 +144,8 @@ TEST( GUtil, ComposesTwelveHourTime )
 TEST( GUtil, IdsFromTheWireAreStrict )
 {
     EXPECT_TRUE( GValidUserID( u"ann@example.org" ) );
+    EXPECT_TRUE( GValidUserID( GConcat( GWString( 252, u'a' ), u"@b" ) ) );
+    EXPECT_FALSE( GValidUserID( GConcat( GWString( 253, u'a' ), u"@b" ) ) );
     for( const char16_t* text : { u"", u"ann", u"@example", u"ann@", u"a@b@c", u"Ann@example", u"ann@ex/ample" } )
         EXPECT_FALSE( GValidUserID( text ) ) << GWideToUTF8( text );
     EXPECT_TRUE( GValidDeviceID( u"AB-12" ) );

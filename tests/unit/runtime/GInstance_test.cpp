@@ -366,6 +366,22 @@ TEST_F( GInstanceTest, QueuesAreFirstInFirstOut )
     instance( ).unwatch( u"x", notify, 1 );
     GNotifyClose( notify );
 }
+TEST_F( GInstanceTest, QueueWakesWhoeverServesIt )
+{
+    const GEvent event = GEventOpen( );
+    instance( ).setWaker( u"Q", event );
+    instance( ).enqueue( u"other", GString( "x" ) );
+    EXPECT_FALSE( GEventWait( event, 0 ) );
+    instance( ).enqueue( u"q", GString( "x" ) );
+    EXPECT_TRUE( GEventWait( event, 0 ) );
+    GString out;
+    instance( ).dequeue( u"q", out );
+    EXPECT_FALSE( GEventWait( event, 0 ) );
+    instance( ).setWaker( u"q", nullptr );
+    instance( ).enqueue( u"q", GString( "x" ) );
+    EXPECT_FALSE( GEventWait( event, 0 ) );
+    GEventClose( event );
+}
 TEST_F( GInstanceTest, QueueOfNobodyIsBounded )
 {
     TestLog::expect( "WARNING Queue 'q' is full, dropping its oldest item, ignoring." );

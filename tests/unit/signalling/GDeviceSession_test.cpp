@@ -131,7 +131,9 @@ TEST_F( DeviceSessionTable, EveryOtherPairChangesNothingButOneWarning )
             renew( );
             bringTo( state );
             const int warnings = TestLog::count( "WARNING" );
+            const uint64_t generation = peer.instance.getGeneration( );
             feed( *this, input );
+            EXPECT_EQ( generation, peer.instance.getGeneration( ) ) << "state " << state << ", input " << input;
             const bool silent = input == REQ_PING || input == RESP_PING;
             EXPECT_EQ( state, session->getState( ) ) << "input " << input;
             EXPECT_EQ( silent ? 0 : 1, TestLog::count( "WARNING" ) - warnings )

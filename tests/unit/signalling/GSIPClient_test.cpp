@@ -289,7 +289,60 @@ TEST_F( SIPClient, RecordsHaveALimit )
     EXPECT_EQ( 4096u, client->getResponseCount( ) );
 }
 
+TEST_F( SIPClient, EndlessNumbersMethodsAndGroupsAreDropped )
+{
+    TestLog::expect( "WARNING Received request with an endless number or method from" );
+    TestLog::expect( "WARNING Received response with an endless CSeq-Group, ignoring." );
+    ask( ping( ), GWString( 64, u'7' ) );
+    EXPECT_EQ( 1u, listener.requests.size( ) );
+    ask( ping( ), GWString( 65, u'7' ) );
+    ask( GHTTPHeaders( GWString( 65, u'P' ) ), u"7" );
+    EXPECT_EQ( 1u, listener.requests.size( ) );
+    client->sendRequestToRouteList( { GConcat( u"local://", far.host( ) ) }, GHTTPHeaders( u"ACK" ), true );
+    GWString group = u"1";
+    while( group.size( ) <= 1024 ) group += u", 99";
+    answer( far.hear( )[0], group );
+    EXPECT_EQ( 1, TestLog::count( "CSeq-Group" ) );
+}
+
+TEST_F( SIPClient, CallersMessageIsNeverChanged )
+{
+    GHTTPHeaders request = ping( );
+    GHTTPHeaders response = respond( 200, u"OK" );
+    const GString requestText = request.serialize( );
+    const GString responseText = response.serialize( );
+    const GStringList routes = { GConcat( u"local://", far.host( ) ) };
+    client->sendRequest( peer.host( ), far.host( ), request, true );
+    client->sendRequestToRouteList( routes, request, true );
+    client->sendResponse( peer.host( ), far.host( ), request, response );
+    client->sendResponseToRouteList( routes, request, response );
+    EXPECT_EQ( requestText, request.serialize( ) );
+    EXPECT_EQ( responseText, response.serialize( ) );
+}
+
 // ---- The remedy, off and on.
+
+TEST_F( SIPClient, RequestWithoutPreferenceIsRepeatedByTheRelayThatCameMeanwhile )
+{
+    client->sendRequest( { }, far.host( ), GHTTPHeaders( u"GETBUDDYLIST" ), true );
+    client->sendRequest( peer.host( ), far.host( ), GHTTPHeaders( u"BYE" ), true );
+    EXPECT_EQ( 2u, far.hear( ).size( ) );
+    TestTcpServer relay;
+    GNetTCPSocket* socket = GNetTCPSocketOpen( relay.host( ) );
+    ASSERT_TRUE( relay.accept( ) );
+    peer.port.setTCPSocket( socket, u"50.0.0.1:4000" );
+    clock.advance( SECOND + 1 );
+    dispatch( );
+    // The other one belongs to a route, which its receiver holds it to.
+    EXPECT_EQ( 1u, far.hear( u"BYE" ).size( ) );
+    GHTTPHeaders relayed;
+    GHTTPHeaders copy;
+    ASSERT_TRUE( relay.hear( relayed ) );
+    ASSERT_TRUE( copy.deserialize( relayed.getContent( 0 ) ) );
+    EXPECT_TRUE( copy.isMethod( u"GETBUDDYLIST" ) );
+    peer.port.reset( );
+    GNetTCPSocketClose( socket );
+}
 
 TEST_F( SIPClient, PeersWithTheSameNumberShareACachedAnswerByTheLetter )
 {
@@ -379,6 +432,11 @@ TEST_F( SIPClient, AnswersRepeatTheGroupWithTheRemedy )
         request.set( u"CSeq-Group", u"8, 9" );
         client->sendResponse( peer.host( ), far.host( ), request, respond( 200, u"OK" ) );
         EXPECT_EQ( robust ? u"8, 9" : u"", far.hear( )[0].message.get( u"CSeq-Group" ) );
+        client->sendResponseToRouteList( { GConcat( u"local://", far.host( ) ) }, request, respond( 200, u"OK" ) );
+        EXPECT_EQ( robust ? u"8, 9" : u"", far.hear( )[0].message.get( u"CSeq-Group" ) );
+        request.set( u"CSeq-Group", GWString( 1025, u'9' ) );
+        client->sendResponse( peer.host( ), far.host( ), request, respond( 200, u"OK" ) );
+        EXPECT_EQ( u"", far.hear( )[0].message.get( u"CSeq-Group" ) );
     }
 }
 

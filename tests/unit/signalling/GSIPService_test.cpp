@@ -392,14 +392,23 @@ TEST_F( SIPService, MalformedCommandIsDroppedInSilence )
     EXPECT_EQ( S::OFFLINE, ann.service->getState( ) );
 }
 
-TEST_F( SIPService, SessionsOfStrangersHaveALimit )
+TEST_F( SIPService, SessionsOfStrangersHaveALimitAndLeaveNothingBehind )
 {
     goOnline( );
     TestLog::allow( "ignored, no state change." );
     TestLog::allow( "WARNING Buddy list is full" );
-    for( int i = 0; i < 1100; ++i ) hearFar( fromFar( u"OTHER", GConcat( u"eve", i, u"@test" ) ) );
+    for( int i = 0; i < 1100; ++i )
+    {
+        far.send( ann.host( ), fromFar( u"OTHER", GConcat( u"eve", i, u"@test" ) ) );
+        if( i % 32 == 31 ) ann.pass( );
+    }
+    ann.pass( );
     EXPECT_FALSE( ann.service->findBuddy( u"eve0@test" ) );
     EXPECT_TRUE( ann.service->findBuddy( u"eve1099@test" ) );
+    EXPECT_TRUE( ann.instance.isSet( u"eve1099@test_Image" ) );
+    for( const char16_t* suffix : { u"_Image", u"_Image_BW", u"_Time", u"_Chat_Status", u"_Device_List", u"_Online",
+                                    u"_Offline", u"@D2_Status", u"@D2_Buddy" } )
+        EXPECT_FALSE( ann.instance.isSet( GConcat( u"eve0@test", suffix ) ) ) << GWideToUTF8( suffix );
     GStringList list;
     ann.instance.get( u"Local_Buddy_List", list );
     EXPECT_EQ( 1024u, list.size( ) );
@@ -412,7 +421,80 @@ TEST_F( SIPService, NamesOfStates )
     for( int i = 0; i < 6; ++i ) EXPECT_EQ( names[i], GSIPService::_getState( i ) );
 }
 
+TEST_F( SIPService, CommandsAndMessagesOfTheSkinWakeTheService )
+{
+    TestLog::expect( "WARNING Malformed broadcast to 'bob@test@D2', ignoring." );
+    const GEvent event = ann.port.getSIPEvent( );
+    GEventWait( event, 0 );
+    ann.command( u"BUDDYLOGON" );
+    EXPECT_TRUE( GEventWait( event, 0 ) );
+    pass( );
+    pass( );
+    connectFar( );
+    GEventWait( event, 0 );
+    ann.instance.enqueue( u"bob@test_commandQueue", GHTTPHeaders( u"DEVICEBROADCAST" ) );
+    EXPECT_TRUE( GEventWait( event, 0 ) );
+    reset( );
+    GEventWait( event, 0 );
+    ann.instance.enqueue( u"bob@test_commandQueue", GHTTPHeaders( u"DEVICEBROADCAST" ) );
+    EXPECT_FALSE( GEventWait( event, 0 ) );
+}
+
 // ---- The remedies, off and on.
+
+TEST_F( SIPService, GoodbyeThatFindsNoSessionIsAnsweredOnlyWithTheRemedy )
+{
+    TestLog::allow( "WARNING: Ignored input, recvMethod='BYE'" );
+    TestLog::allow( "ignored, no state change." );
+    for( const bool robust : { false, true } )
+        for( const int state : { S::OFFLINE, S::GETTING_BUDDY_LIST, S::ONLINE, S::SETTING_BUDDY_LIST } )
+        {
+            if( robust ) beRobust( );
+            bringTo( state );
+            hearFar( fromFar( u"BYE" ) );
+            const auto heard = far.hear( u"BYE" );
+            ASSERT_EQ( robust ? 1u : 0u, heard.size( ) ) << state;
+            if( robust )
+            {
+                EXPECT_EQ( 200, heard[0].message.getResponse( ) );
+                // It tells a stranger nothing of us.
+                EXPECT_FALSE( heard[0].message.contains( u"From-Device-GUID" ) );
+                EXPECT_FALSE( ann.service->findBuddy( u"bob@test" ) );
+            }
+            EXPECT_EQ( state, ann.service->getState( ) );
+            reset( );
+        }
+}
+
+TEST_F( SIPService, WhatAFormerRegistrationAskedIsForgottenOnlyWithTheRemedy )
+{
+    TestLog::allow( "WARNING: Ignored input, recvMethod='', originalMethod='GETBUDDYLIST'" );
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        bringTo( S::GETTING_BUDDY_LIST );
+        reset( );
+        server.hears = nullptr;
+        server.heard.clear( );
+        clock.advance( 2 * SECOND );
+        pass( );
+        server.answer( );
+        EXPECT_EQ( robust ? 0u : 1u, countHeard( u"GETBUDDYLIST" ) );
+        pass( );
+    }
+}
+
+TEST_F( SIPService, InviteOfTheServerWithoutADeviceBeginsNothingWithTheRemedy )
+{
+    TestLog::expect( "WARNING Received request 'INVITE' from stranger 'eve@test'" );
+    beRobust( );
+    goOnline( );
+    ann.instance.set( u"Global_SIP_Host", far.host( ) );
+    GHTTPHeaders message = fromFar( u"INVITE", u"eve@test" );
+    message.erase( u"From-Device-GUID" );
+    hearFar( message );
+    EXPECT_FALSE( ann.service->findBuddy( u"eve@test" ) );
+}
 
 TEST_F( SIPService, UnansweredListIsAskedForAgainOnlyWithTheRemedy )
 {

@@ -1,20 +1,12 @@
-// Two clients' whole signalling and a server of a few lines, over loopback in virtual time.
-#include "base/GRandom.h"
+// What two clients do from the invitation to the goodbye, straight and through a relay.
 #include "platform/GNet.h"
-#include "support/TestClock.h"
-#include "support/TestLog.h"
 #include "support/TestTcpServer.h"
-#include "unit/signalling/TestClient.h"
-
-#include <gtest/gtest.h>
+#include "unit/signalling/TestTalk.h"
 
 #include <memory>
 
 namespace
 {
-constexpr int64_t SECOND = 1000000;
-const GWString ANN = u"ann@test";
-const GWString BOB = u"bob@test";
 
 // A relay in a few lines: what its client sends leaves from an address of the client's own, what comes there goes to the client.
 class Relay
@@ -48,17 +40,10 @@ private:
     GNetTCPSocket* _socket;
 };
 
-class Handshake : public testing::Test
+class Handshake : public TestTalk
 {
 protected:
-    Handshake( )
-    {
-        GRandomSeed( 7 );
-        server.devices = { ann.registration( ), bob.registration( ) };
-        // Copies of an ACK along other routes, and its repetitions, reach a session that is connected already.
-        TestLog::allow( "WARNING Request 'ACK' from" );
-    }
-    void step( )
+    void step( ) override
     {
         if( relay ) relay->pass( );
         server.answer( );
@@ -75,47 +60,8 @@ protected:
         server.devices[0].host = relay->host( );
         ann.instance.get( u"Route_List", server.devices[0].routes );
     }
-    // Runs until the test holds or the time is over.
-    template <typename Test>
-    bool runUntil( Test test, int64_t limit = 60 * SECOND )
-    {
-        for( int64_t passed = 0; passed < limit && !test( ); passed += SECOND / 10 ) step( );
-        return test( );
-    }
-    void run( int64_t time )
-    {
-        runUntil( [] { return false; }, time );
-    }
-    void goOnline( )
-    {
-        ann.command( u"BUDDYLOGON" );
-        bob.command( u"BUDDYLOGON" );
-        ASSERT_TRUE( runUntil( [this] { return ann.service->getState( ) == 2 && bob.service->getState( ) == 2; } ) );
-    }
-    bool areConnected( ) const { return ann.stateOf( BOB, u"D2" ) == 5 && bob.stateOf( ANN, u"D1" ) == 5; }
-    void connect( )
-    {
-        goOnline( );
-        ann.instance.enqueue( u"GSIPService_commandQueue", addCommand( ) );
-        ASSERT_TRUE( runUntil( [this] { return areConnected( ); } ) );
-    }
-    static GHTTPHeaders addCommand( )
-    {
-        GHTTPHeaders command( u"ADDBUDDY" );
-        command.set( u"Buddy-GUID", BOB );
-        return command;
-    }
-    void beRobust( )
-    {
-        ann.instance.set( u"Robust_Signalling", 1 );
-        bob.instance.set( u"Robust_Signalling", 1 );
-    }
     int64_t restartBob( );
     void callThroughRelay( );
-    TestClock clock;
-    TestServer server;
-    TestClient ann{ ANN, u"D1", server.host( ) };
-    TestClient bob{ BOB, u"D2", server.host( ) };
     std::unique_ptr<Relay> relay;
 };
 } // namespace
@@ -160,10 +106,8 @@ TEST_F( Handshake, ConnectingOpensTheStreamsOfBothSides )
 TEST_F( Handshake, SimultaneousInvitationsEndInOneSession )
 {
     goOnline( );
-    ann.instance.enqueue( u"GSIPService_commandQueue", addCommand( ) );
-    GHTTPHeaders command( u"ADDBUDDY" );
-    command.set( u"Buddy-GUID", ANN );
-    bob.instance.enqueue( u"GSIPService_commandQueue", command );
+    ann.command( u"ADDBUDDY", BOB );
+    bob.command( u"ADDBUDDY", ANN );
     TestLog::allow( "ignored, no state change." );
     TestLog::allow( "WARNING Received response with unknown CSEQ" );
     TestLog::allow( "WARNING Received INVITE while waiting already CONNECTED" );
@@ -245,9 +189,7 @@ TEST_F( Handshake, CalleeBehindAFirewallIsReachedThroughItsRelay )
 {
     useRelay( );
     goOnline( );
-    GHTTPHeaders command( u"ADDBUDDY" );
-    command.set( u"Buddy-GUID", ANN );
-    bob.instance.enqueue( u"GSIPService_commandQueue", command );
+    bob.command( u"ADDBUDDY", ANN );
     ASSERT_TRUE( runUntil( [this] { return areConnected( ); } ) );
     EXPECT_EQ( relay->host( ), bob.instance.get( u"ann@test@D1_Send_To" ) );
     run( 15 * SECOND );
