@@ -273,6 +273,7 @@ bool GDeviceSession::_onConnected( const GSIPInput& in )
     if( in.isRequest( PING ) ) return _onRemotePing( in );
     if( in.isResponseTo( PING ) ) return _onPingResponse( in );
     if( in.isRequest( INVITE ) ) return _onInviteWhileConnected( in );
+    if( in.isRequest( ACK ) && _isRobust( ) ) return _onAckWhileConnected( in );
     if( in.is( BYEREQUESTED ) ) return _beginBye( false );
     if( in.is( REMOVEREQUESTED ) ) return _beginBye( true );
     if( in.isResponseTo( INVITE ) || in.isResponseTo( ACK ) ) return _lateResponse( in );

@@ -143,6 +143,7 @@ private:
     bool _onAnswer( const GSIPInput& in ) const;
     bool _onByeResponse( const GSIPInput& in );
     bool _onInviteWhileConnected( const GSIPInput& in );
+    bool _onAckWhileConnected( const GSIPInput& in );
     bool _beginBye( bool remove );
     bool _isFromStranger( const GSIPInput& in ) const;
     void _sendPING( );

@@ -109,7 +109,11 @@ bool GDeviceSession::_handleInviteResponse( )
     if( _originalINVITEResponse.getResponse( ) == GHTTP_SUCCESS )
     {
         _sendACK( _originalINVITEResponse );
-        if( _state != WF_ACKRESPONSE ) _changeState( WF_ACKRESPONSE );
+        if( _state != WF_ACKRESPONSE )
+        {
+            if( _isRobust( ) ) _retransmitTimer.start( );
+            _changeState( WF_ACKRESPONSE );
+        }
         _lastPingSuccessTimestamp = GTimeGetTime( );
         return true;
     }
@@ -253,6 +257,8 @@ void GDeviceSession::_sendACKOK( const GHTTPHeaders& ack )
 void GDeviceSession::_enterConnected( )
 {
     _changeState( CONNECTED );
+    // Copies of the ACK along other ways need no answer any more.
+    if( _isRobust( ) ) _sipClient->settle( _buddyGUID, _deviceGUID );
     _lastPingSuccessTimestamp = GTimeGetTime( );
     _instance->clear( _buddy( u"_Chat_Status" ) );
     _originalINVITERequest.clear( );

@@ -202,6 +202,14 @@ bool GDeviceSession::_onInviteWhileConnected( const GSIPInput& in )
     return _acceptInvite( in );
 }
 
+// With the remedy the ACK of a caller that has lost our answer is answered again, if it took the way that counts; its copies along
+// other ways are nothing to warn of.
+bool GDeviceSession::_onAckWhileConnected( const GSIPInput& in )
+{
+    if( GCaseEquals( in.remoteHost, _recvFromHost ) ) _sendACKOK( in.request );
+    return true;
+}
+
 // ---- Media.
 
 bool GDeviceSession::_onOwnCaptureChanged( )

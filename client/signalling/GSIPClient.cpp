@@ -101,6 +101,13 @@ void GSIPClient::reset( GWStringView buddyGUID, GWStringView deviceGUID )
     dropRecords( _responseMap, _responseOrder, [&]( const ResponseRecord& record ) { return record.owner == owner; } );
 }
 
+void GSIPClient::settle( GWStringView buddyGUID, GWStringView deviceGUID )
+{
+    const GWString owner = composeOwner( buddyGUID, deviceGUID );
+    for( auto& [cseq, record] : _requestMap )
+        if( record.owner == owner ) record.receivedResponse = true;
+}
+
 // ---- Composing.
 
 GWString GSIPClient::_nextCSeq( )

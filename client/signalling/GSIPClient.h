@@ -43,6 +43,8 @@ public:
     void reset( );
     // Forgets the transactions of one device, or everything when the remedy is off.
     void reset( GWStringView buddyGUID, GWStringView deviceGUID );
+    // Repeats none of the requests to one device any more; their answers are still known.
+    void settle( GWStringView buddyGUID, GWStringView deviceGUID );
     GMegaPort* getPort( ) const { return _port; }
 
     // The remedy: answers are remembered by sender and number, records leave after 60 s, numbers start at random and never go

@@ -379,6 +379,67 @@ TEST_F( DeviceSessionHandshake, CallerInvitesAnewAtThreeAndEighteenSecondsWithTh
     }
 }
 
+TEST_F( DeviceSessionHandshake, AckIsRepeatedAtOnceByTheLetterAndAfterASecondWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        bringTo( S::WF_ACKRESPONSE );
+        session->update( );
+        EXPECT_EQ( robust ? 0u : 1u, far.hear( u"ACK" ).size( ) );
+        clock.advance( SECOND + 1 );
+        session->update( );
+        EXPECT_EQ( 1u, far.hear( u"ACK" ).size( ) );
+    }
+}
+
+TEST_F( DeviceSessionHandshake, ConnectingSilencesTheCopiesOfTheAckOnlyWithTheRemedy )
+{
+    struct Nobody : IGSIPClientListener
+    {
+        void onRequest( const GWString&, const GWString&, const GHTTPHeaders& ) override {}
+        void onResponse( const GWString&, const GWString&, const GHTTPHeaders&, const GHTTPHeaders& ) override {}
+    } nobody;
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        bringTo( S::WF_ACKRESPONSE );
+        response( u"ACK", proof( respond( 200, u"OK" ) ) );
+        ASSERT_TRUE( session->isOnline( ) );
+        clock.advance( SECOND + 1 );
+        client->dispatch( &nobody );
+        EXPECT_EQ( robust ? 0u : 1u, far.hear( u"ACK" ).size( ) );
+    }
+}
+
+TEST_F( DeviceSessionHandshake, LostAnswerToTheAckIsGivenAgainOnlyWithTheRemedy )
+{
+    TestLog::expect( "WARNING Request 'ACK' from" );
+    TestHost other;
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        bringTo( S::CONNECTED );
+        const GHTTPHeaders again = ack( );
+        request( again );
+        const auto heard = far.hear( u"ACK" );
+        ASSERT_EQ( robust ? 1u : 0u, heard.size( ) );
+        if( robust )
+        {
+            EXPECT_EQ( again.get( u"CSeq" ), heard[0].message.get( u"CSeq" ) );
+            EXPECT_EQ( far.host( ), heard[0].message.get( u"Send-From" ) );
+        }
+        // By another way it proves nothing, since this one is in use.
+        if( robust ) session->onRequest( peer.host( ), other.host( ), ack( ) );
+        EXPECT_TRUE( far.hear( ).empty( ) );
+        EXPECT_EQ( S::CONNECTED, session->getState( ) );
+    }
+    EXPECT_EQ( 1, TestLog::count( "WARNING" ) );
+}
+
 TEST_F( DeviceSessionHandshake, CalleeRepeatsItsFirstResponseEarlyWithTheRemedy )
 {
     for( const bool robust : { false, true } )
