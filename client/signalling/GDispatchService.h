@@ -56,18 +56,6 @@ public:
     // Before the service starts: another gateway than the system's.
     void setUPnPFunctions( const GUPnPFunctions& functions ) { _upnpFunctions = functions; }
 
-    static GWString _getState( int state ); // "<invalid>" above 8.
-    static GWString _getEvent( int event ); // "<invalid>" for all but 1.
-
-private:
-    // A request on its way: what was asked and whom, kept so that late and repeated answers find it.
-    struct Request
-    {
-        GHTTPHeaders message;
-        GWString host;
-        uint64_t expiry = 0;
-        bool isMappingTest = false; // A PING that asks for the mapping, not one of the server choice.
-    };
     // Exactly one of the four kinds is present: a request, a response with its request, a command, an event.
     struct Input
     {
@@ -88,6 +76,21 @@ private:
         bool succeeded( ) const { return recvResponse->getResponse( ) == GHTTP_SUCCESS; }
     };
 
+    // The gate of the state machine, under the lock: logs and tests what came, and warns of what no row takes.
+    void _fsm_onInput( const Input& in );
+
+    static GWString _getState( int state ); // "<invalid>" above 8.
+    static GWString _getEvent( int event ); // "<invalid>" for all but 1.
+
+private:
+    // A request on its way: what was asked and whom, kept so that late and repeated answers find it.
+    struct Request
+    {
+        GHTTPHeaders message;
+        GWString host;
+        uint64_t expiry = 0;
+        bool isMappingTest = false; // A PING that asks for the mapping, not one of the server choice.
+    };
     // ---- The loop: GDispatchService.cpp.
     void _wait( int64_t timeout );
     void _readDatagrams( );
@@ -104,7 +107,6 @@ private:
     bool _isOnlineForTraffic( ) const;
 
     // ---- The state machine: GDispatchService_States.cpp.
-    void _fsm_onInput( const Input& in );
     void _logInput( const Input& in ) const;
     void _verifyInput( const Input& in ) const;
     bool _onInput( const Input& in );
