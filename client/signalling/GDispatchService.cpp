@@ -127,7 +127,7 @@ bool GDispatchService::_readPort( int& left )
         _batch[i]->localHost = _udpPort->host;
         if( _sortDatagram( _batch[i] ) ) _batch[i] = nullptr;
     }
-    return count == asked;
+    return count > 0;
 }
 
 // A batch of messages from the relay; false when nothing is left.
@@ -220,8 +220,8 @@ void GDispatchService::_receiveOwn( const GWString& fromHost, const GHTTPHeaders
         GLOG( u"WARNING Received unexpected '", message.getMethod( ), u"' request from (", fromHost, u")" );
         return;
     }
-    const int cseq = static_cast<int>( GCalc( message.get( GProtocol::CSEQ ) ) );
-    const auto found = _cseqRequestMap.find( cseq );
+    const int64_t cseq = GCalc( message.headers( ).get( GProtocol::CSEQ ) );
+    const auto found = _cseqRequestMap.find( GWITHIN( 0, cseq, INT32_MAX ) ? static_cast<int>( cseq ) : 0 );
     if( !GVERIFY_TEXT( found != _cseqRequestMap.end( ), "GMAPCONTAINS( _cseqRequestMap, cseq )" ) ) return;
     const GHTTPHeaders originalRequest = found->second.message;
     const bool asksOthers = originalRequest.contains( GProtocol::INDIRECT_HOST_LIST );

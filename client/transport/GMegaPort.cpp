@@ -15,6 +15,9 @@ constexpr size_t MAX_BUCKETS_PER_LIST = 2048;
 constexpr size_t MAX_BYTES_PER_LIST = 4 << 20;
 // A bucket in the pool keeps no more room than this: anyone may send the largest datagrams.
 constexpr size_t MAX_KEPT_ROOM = 16384;
+// What a bucket has from the start, so that common datagrams never make it grow.
+constexpr size_t ROOM = 1472;
+constexpr size_t HOST_ROOM = 21; // "255.255.255.255:65535"
 constexpr size_t MAX_RELAY_BYTES = 256 * 1024;
 constexpr int SUPPORTED_TYPES[] = { GRTP_AUDIO, GRTP_VIDEO, GRTP_FILE, GRTP_SCREEN };
 } // namespace
@@ -141,6 +144,9 @@ void GMegaPort::getEmptyBuckets( GMegaPortBucket** buckets, int count )
         if( bucket ) continue;
         ++_numBucketsCreated;
         bucket = new GMegaPortBucket;
+        bucket->buffer.reserve( ROOM );
+        bucket->localHost.reserve( HOST_ROOM );
+        bucket->remoteHost.reserve( HOST_ROOM );
     }
 }
 

@@ -76,7 +76,7 @@ protected:
     TestDispatch( );
     ~TestDispatch( ) override;
 
-    void pass( ) { service->pass( std::exchange( TestUDPHost::said, false ) ? ARRIVAL : 0 ); }
+    void pass( );
     static constexpr int64_t ARRIVAL = 20000;
     // Passes until the state is reached, for what comes over TCP; the clock stands still meanwhile.
     bool passUntil( GDispatchService::State wanted );
@@ -107,6 +107,8 @@ protected:
     static constexpr char16_t GLOBAL_HOST[] = u"5.5.5.5:7000";
     TestClock clock;
     TestUDPHost direct, punched, unpunched, refresh, sip, sip2;
+    TestUDPHost
+        fence; // Says something to itself: what was said before has arrived when it hears it, however busy the machine is.
     TestTcpServer relay;
     GInstance* instance;
     GMegaPort* megaPort;
