@@ -169,8 +169,9 @@ void GLogRole::_answer( const GStreamServer::Connection& connection, const GHTTP
         --_pending;
         _stored -= good ? upload.freed : costOf( size );
     }
-    GLOGPLAIN( u"logfile from=", connection->remoteHost( ), u" path='", upload.directory, u"/", upload.name,
-               u"' bytes=", size, u" result=", upload.code, upload.error.empty( ) ? u"" : u" text=", upload.error );
+    GLOGPLAIN( u"logfile from=", connection->remoteHost( ), u" path='",
+               upload.directory.empty( ) ? GString( ) : upload.directory + "/" + upload.name, u"' bytes=", size,
+               u" result=", upload.code, upload.error.empty( ) ? u"" : u" text=", upload.error );
     _metrics.count( "log", "LOGFILE", std::to_string( upload.code ) );
     connection->send( GServerMessage::compose( request, upload.code, good ? u"OK" : u"Refused" ) );
     connection->setBusy( false );

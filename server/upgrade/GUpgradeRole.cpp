@@ -1,18 +1,16 @@
 #include "server/upgrade/GUpgradeRole.h"
 
+#include "protocol/GProtocol.h"
 #include "server/core/GServerMessage.h"
+#include "server/upgrade/GUpgradeDownload.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-
-#include <boost/asio/post.hpp>
 
 namespace
 {
-// Each may hold a whole file in memory.
 constexpr int64_t MAX_CONNECTIONS = 64;
-constexpr uintmax_t MAX_FILE = 512 << 20;
+constexpr uintmax_t MAX_FILE = INT32_MAX; // What a client can take in one message.
 
 GStreamLimits limitsOf( const GServerConfig& config )
 {
@@ -58,17 +56,13 @@ GString GUpgradeRole::fileOf( const GString& directory, const GString& path )
         std::filesystem::is_regular_file( file, error ) && std::filesystem::file_size( file, error ) <= MAX_FILE;
     return good && !error ? file : GString( );
 }
-GString GUpgradeRole::answer( const GHTTPHeaders& request, const GString& file )
+GString GUpgradeRole::headerOf( const GHTTPHeaders& request, const GString& file, uint64_t& size )
 {
-    std::ifstream stream( file, std::ios::binary );
-    if( file.empty( ) || !stream )
-    {
-        GHTTPHeaders reply = GServerMessage::reply( request, 404, u"Not Found" );
-        reply.addContent( GString( ) );
-        return reply.serialize( );
-    }
-    GHTTPHeaders reply = GServerMessage::reply( request, GHTTP_SUCCESS, u"OK" );
-    reply.addContent( GString( std::istreambuf_iterator<char>( stream ), std::istreambuf_iterator<char>( ) ) );
+    std::error_code none = std::make_error_code( std::errc::no_such_file_or_directory );
+    size = file.empty( ) ? 0 : std::filesystem::file_size( file, none );
+    GHTTPHeaders reply = GServerMessage::reply( request, none ? 404 : GHTTP_SUCCESS, none ? u"Not Found" : u"OK" );
+    if( none ) size = 0;
+    reply.set( GProtocol::CONTENT_LENGTH, static_cast<int64_t>( size ) );
     return reply.serialize( );
 }
 
@@ -84,17 +78,7 @@ void GUpgradeRole::_onMessage( const GStreamServer::Connection& connection, cons
     _metrics.count( "upgrade", "GET", file.empty( ) ? "404" : "200" );
     GLOGPLAIN( u"upgrade path='", GServerMessage::loggable( uri ), u"' from=", connection->remoteHost( ),
                file.empty( ) ? u" result=404" : u" result=200" );
-    connection->setBusy( true );
-    boost::asio::post( _pool,
-                       [this, connection, message, file]
-                       {
-                           auto bytes = std::make_shared<GString>( answer( message, file ) );
-                           boost::asio::post( _io,
-                                              [connection, bytes]
-                                              {
-                                                  connection->send( *bytes );
-                                                  connection->setBusy( false );
-                                                  connection->finish( );
-                                              } );
-                       } );
+    uint64_t size = 0;
+    const GString header = headerOf( message, file, size );
+    std::make_shared<GUpgradeDownload>( _io, _pool, connection, file )->start( header, size );
 }

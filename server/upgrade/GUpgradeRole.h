@@ -22,8 +22,8 @@ public:
 
     // The file that a request path names; empty when it names none that may be read.
     static GString fileOf( const GString& directory, const GString& path );
-    // The whole answer: 200 with the file, or 404.
-    static GString answer( const GHTTPHeaders& request, const GString& file );
+    // The beginning of the answer: of a 200 with the file's size, or all of a 404.
+    static GString headerOf( const GHTTPHeaders& request, const GString& file, uint64_t& size );
 
 private:
     void _onMessage( const GStreamServer::Connection& connection, const GHTTPHeaders& message );

@@ -289,10 +289,15 @@ TEST( GUpgradeRole, ServesPlainFilesOfItsFolderOnly )
         EXPECT_EQ( GUpgradeRole::fileOf( directory, path ), "" ) << path;
     GHTTPHeaders get;
     get.set( u"", u"GET /upgrade.exe HTTP/1.1" );
-    const GHTTPHeaders found = parsed( GUpgradeRole::answer( get, directory + "/upgrade.exe" ) );
-    EXPECT_EQ( found.getResponse( ), 200 );
-    EXPECT_EQ( found.getContent( 0 ), GString( "MZ\0x", 4 ) );
-    EXPECT_EQ( parsed( GUpgradeRole::answer( get, "" ) ).getResponse( ), 404 );
+    uint64_t size = 0;
+    EXPECT_EQ( GUpgradeRole::headerOf( get, directory + "/upgrade.exe", size ),
+               "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n" );
+    EXPECT_EQ( size, 4u );
+    for( const GString& none : { GString( ), directory + "/gone" } )
+    {
+        EXPECT_EQ( parsed( GUpgradeRole::headerOf( get, none, size ) ).getResponse( ), 404 );
+        EXPECT_EQ( size, 0u );
+    }
 }
 TEST( GPassword, VerifiesItsOwnHashesOnly )
 {
