@@ -14,6 +14,7 @@ namespace
 constexpr int64_t SECOND = 1000000;
 constexpr int64_t REINVITE_PERIOD = 10 * SECOND;
 constexpr int64_t TIMEOUT = 18 * SECOND;
+constexpr int64_t UNHEARD = 2 * SECOND;
 constexpr const char16_t* STATE_NAMES[] = { u"DISCONNECTED",   u"WF_INVITERESPONSE", u"WT_REINVITE",   u"WF_ACK",
                                             u"WF_ACKRESPONSE", u"CONNECTED",         u"WF_BYERESPONSE" };
 constexpr const char16_t* EVENT_NAMES[] = {
@@ -221,6 +222,7 @@ bool GDeviceSession::_onWaitForInviteResponse( const GSIPInput& in )
     if( in.is( UPDATE ) && _timeoutTimer.hasElapsed( ) ) return _giveUpInvite( );
     if( in.is( UPDATE ) ) return _writeStatusLine( _timeoutTimer );
     if( in.isResponseTo( INVITE ) ) return _onInviteResponse( in );
+    if( in.isRequest( INVITE ) && _isInviteUnheard( ) ) return _acceptInvite( in );
     if( in.isRequest( INVITE ) )
         return _answerBusy( in, u"Received INVITE while waiting for ours to complete, responding BUSY." );
     return false;
@@ -243,6 +245,7 @@ bool GDeviceSession::_onWaitForAck( const GSIPInput& in )
     if( in.is( UPDATE ) ) return _writeStatusLine( _timeoutTimer );
     if( in.isRequest( ACK ) ) return _acceptAck( in );
     if( in.isRequest( INVITE ) ) return _onSecondInvite( in );
+    if( in.isResponseTo( INVITE ) && _isRobust( ) ) return _onCrossedInvite( in );
     return false;
 }
 
@@ -289,6 +292,13 @@ bool GDeviceSession::_onWaitForByeResponse( const GSIPInput& in )
     if( in.isRequest( INVITE ) )
         return _answerBusy( in, u"WARNING Received INVITE while waiting for BYE to complete, responding BUSY." );
     return false;
+}
+
+// With the remedy: a device that has not answered for 2 s, and invites by itself, has never heard our INVITE, since it was not there
+// when that was sent. It would be refused until ours times out.
+bool GDeviceSession::_isInviteUnheard( ) const
+{
+    return _isRobust( ) && ( _invitedAtEnd || TIMEOUT - _timeoutTimer.getRemaining( ) > UNHEARD );
 }
 
 // ---- What each state implies.

@@ -101,10 +101,12 @@ private:
     bool _awaitInviteResponse( );
     void _inviteAnewWhenDue( );
     bool _giveUpInvite( );
+    bool _isInviteUnheard( ) const;
     bool _reinviteNow( );
     bool _acceptInvite( const GSIPInput& in );
     bool _answerBusy( const GSIPInput& in, GWStringView reason );
     bool _onSecondInvite( const GSIPInput& in );
+    bool _onCrossedInvite( const GSIPInput& in );
     bool _isFirstRepeatDue( );
     bool _repeatInviteOk( );
     bool _onInviteResponse( const GSIPInput& in );

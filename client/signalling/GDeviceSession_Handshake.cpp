@@ -200,6 +200,17 @@ bool GDeviceSession::_onSecondInvite( const GSIPInput& in )
     return _answerBusy( in, u"Received INVITE while waiting for ACK, responding BUSY." );
 }
 
+// Invitations that crossed and were both taken would leave each side waiting for the other's ACK: the device whose id comes first
+// stays the caller.
+bool GDeviceSession::_onCrossedInvite( const GSIPInput& in )
+{
+    const bool calls = _instance->get( u"Local_Device_GUID" ) < _deviceGUID;
+    if( !calls || in.response.getResponse( ) != GHTTP_SUCCESS ) return _lateResponse( in );
+    _originalINVITERequest.clear( );
+    _timeoutTimer.start( );
+    return _onInviteResponse( in );
+}
+
 bool GDeviceSession::_isFirstRepeatDue( )
 {
     if( _firstRepeatDone || !_firstRepeatTimer.hasElapsed( ) ) return false;

@@ -357,6 +357,65 @@ TEST_F( DeviceSessionHandshake, RepeatedInviteGetsBusyByTheLetterAndTheAnswerAga
     }
 }
 
+// Who comes back while the other side still invites him where he was.
+TEST_F( DeviceSessionHandshake, InviteOfADeviceThatNeverAnsweredIsTakenAfterTwoSecondsWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        bringTo( S::WF_INVITERESPONSE );
+        clock.advance( 2 * SECOND );
+        request( invite( ) );
+        EXPECT_EQ( S::WF_INVITERESPONSE, session->getState( ) );
+        clock.advance( SECOND / 10 );
+        request( invite( ) );
+        EXPECT_EQ( robust ? S::WF_ACK : S::WF_INVITERESPONSE, session->getState( ) );
+        const auto heard = far.hear( u"INVITE" );
+        ASSERT_EQ( 2u, heard.size( ) );
+        EXPECT_EQ( 300, heard[0].message.getResponse( ) );
+        EXPECT_EQ( robust ? 200 : 300, heard[1].message.getResponse( ) );
+    }
+}
+
+TEST_F( DeviceSessionHandshake, InviteIsTakenToTheEndOfTheSecondWaitWithTheRemedy )
+{
+    beRobust( );
+    bringTo( S::WF_INVITERESPONSE );
+    clock.advance( 18 * SECOND + 1 );
+    session->update( );
+    ASSERT_EQ( S::WF_INVITERESPONSE, session->getState( ) );
+    request( invite( ) );
+    EXPECT_EQ( S::WF_ACK, session->getState( ) );
+}
+
+// Both sides have taken the other's INVITE; this one is D1, so it calls before D2 and waits for D0.
+TEST_F( DeviceSessionHandshake, CrossedInvitationsAreDecidedByTheDevicesIdsWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        bringTo( S::WF_ACK );
+        if( !robust ) TestLog::expect( "WARNING Response #200 'OK'" );
+        response( u"INVITE", inviteResponse( ) );
+        EXPECT_EQ( robust ? S::WF_ACKRESPONSE : S::WF_ACK, session->getState( ) );
+        EXPECT_EQ( robust ? 1u : 0u, far.hear( u"ACK" ).size( ) );
+    }
+    response( u"ACK", proof( respond( 200, u"OK" ) ) );
+    EXPECT_EQ( S::CONNECTED, session->getState( ) );
+
+    renew( );
+    bringTo( S::WF_ACK );
+    response( u"INVITE", inviteResponse( 300 ) );
+    EXPECT_EQ( S::WF_ACK, session->getState( ) );
+    peer.instance.set( u"Local_Device_GUID", u"D3" );
+    response( u"INVITE", inviteResponse( ) );
+    EXPECT_EQ( S::WF_ACK, session->getState( ) );
+    request( ack( ) );
+    EXPECT_EQ( S::CONNECTED, session->getState( ) );
+}
+
 TEST_F( DeviceSessionHandshake, CallerInvitesAnewAtThreeAndEighteenSecondsWithTheRemedy )
 {
     for( const size_t invites : { 0u, 2u } )
