@@ -125,7 +125,7 @@ bool GClient::_onConnecting( const Input& in )
     if( in.is( u"DISCONNECTED" ) )
     {
         if( !_isRobust( ) ) return _resetToOffline( );
-        _retryWait.start( );
+        // As after a logon that failed: the first retry of 30 s comes at once.
         _changeState( WAITING );
         _reset( );
         return true;

@@ -469,10 +469,16 @@ TEST_F( Client, EndOfTheLogUploadExitsWhenThatWasAskedFor )
     EXPECT_EQ( desktop.quits, std::vector<int>{ 0 } );
 }
 
-TEST_F( Client, RemedyWaitsAndRetriesWhenTheConnectionFails )
+// One slip costs no time; a server that is not there is not asked more often than every 30 s.
+TEST_F( Client, RemedyRetriesOnceAndThenWaitsWhenTheConnectionFails )
 {
     settings( { { "local_user_guid", "me@velmora.local" }, { "local_password", "x" }, { "robust_client", "1" } } );
     to( CONN );
+    command( u"DISCONNECTED" );
+    EXPECT_EQ( state( ), WAIT );
+    tick( );
+    EXPECT_EQ( state( ), AUTH );
+    answerLogon( goodReply( ) );
     command( u"DISCONNECTED" );
     EXPECT_EQ( state( ), WAIT );
     tick( );
