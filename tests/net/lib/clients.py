@@ -185,7 +185,7 @@ class Client:
         self.guid = f"{name}@{DOMAIN}"
         self.program, self.process = os.path.join(server.binaries, "velmora"), None
         self.folder = os.path.join(server.lab.folder, name)
-        self.settings, self.camera, self.keys = list(settings), camera, {}
+        self.settings, self.camera, self.keys, self.environment = list(settings), camera, {}, {}
         self._file, self._display = None, None
         self._forget()
         server.command("user", "add", name, f"secret-{name}", f"{name}@example.org")
@@ -225,7 +225,8 @@ class Client:
         tone = f"audio:tone of {self.name}=audiotestsrc is-live=true wave=sine freq={self.frequency} volume=0.3"
         environment = {**self.sound.environment, "DISPLAY": self._display, "PULSE_SINK": self.name, "HOME": places["home"],
                        "XDG_RUNTIME_DIR": places["runtime"], "QT_QPA_PLATFORM": "xcb", "VELMORA_DEVICES": f"{picture};{tone}",
-                       "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent", "DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nonexistent"}
+                       "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent", "DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nonexistent",
+                       **self.environment}
         for name in ("WAYLAND_DISPLAY", "XAUTHORITY", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"):
             environment.pop(name, None)
         self.began = time.monotonic()
