@@ -98,8 +98,10 @@ void GDeviceSession::_sendHOLEPUNCH( )
     }
 }
 
+// A device's answer may overtake the server's, from a neighbour nearly always does: the time for its ACK begins with it.
 bool GDeviceSession::_onInviteResponse( const GSIPInput& in )
 {
+    if( _isRobust( ) && _state == DISCONNECTED ) _timeoutTimer.start( );
     _originalINVITEResponse = _withUsableRoutes( in.response, in.remoteHost );
     return _handleInviteResponse( );
 }

@@ -53,6 +53,8 @@ public:
     // runs the commands and one UPDATE.
     void pass( int64_t timeout );
     State getState( ) const { return _state; }
+    // Requests whose answers would still be known.
+    size_t getRequestCount( ) const { return _cseqRequestMap.size( ); }
     // Before the service starts: another gateway than the system's.
     void setUPnPFunctions( const GUPnPFunctions& functions ) { _upnpFunctions = functions; }
 

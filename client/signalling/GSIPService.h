@@ -46,6 +46,7 @@ public:
                      const GHTTPHeaders& response ) override;
 
     State getState( ) const { return _state; }
+    const GSIPClient& getClient( ) const { return *_sipClient; }
     // Null when there is no such session. Borrowed until the next reset.
     GBuddySession* findBuddy( GWStringView buddyGUID ) const;
     static GWString _getState( int state ); // "<invalid>" above 4.

@@ -19,6 +19,7 @@ public:
     void setUDPPort( GNetUDPPort* udpPort );
     void setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHost );
     GMegaPortBucket* getEmtpyBucket( );
+    int getBucketCount( ) const { return _numBucketsCreated; } // All that were ever made: none is freed.
     // Fills the null entries among the `count` ones.
     void getEmptyBuckets( GMegaPortBucket** buckets, int count );
     void fillSIPBucket( GMegaPortBucket* bucket );

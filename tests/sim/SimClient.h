@@ -60,6 +60,7 @@ public:
     GWString device( ) const { return get( u"Local_Device_GUID" ); }
     int host( ) const { return _host; }
     GWString get( GWStringView name ) const;
+    size_t getNameCount( ) const { return _program->instance->getNameCount( ); }
     void set( GWStringView name, GWStringView value );
     void command( GWStringView method, const GWString& buddy = { } );
     // Null without such a session.

@@ -20,6 +20,7 @@ constexpr int SIGNALLING_PORT = 4435;
 constexpr int RELAY_PORT = 4436;
 constexpr uint32_t ADDRESSES[] = { 0xCB007101, 0xCB007102, 0xCB007103 }; // 203.0.113.1 and on.
 constexpr int64_t EXPIRY_PERIOD = 60000000;
+constexpr int64_t UPDATE_PERIOD = 1000000;
 
 GString hostText( size_t address, int port )
 {
@@ -53,9 +54,10 @@ randombytes_implementation seeded_ = { sourceName, draw, nullptr, nullptr, fill,
 
 SimServer::SimServer( GSimClock& clock, GSimNet& net ) : _clock( clock ), _net( net )
 {
+    // What the library draws for itself, once in a process, is no part of the run.
+    EXPECT_TRUE( GPasswordInitialize( ) );
     source_ = &clock;
     randombytes_set_implementation( &seeded_ );
-    EXPECT_TRUE( GPasswordInitialize( ) );
     GString error;
     EXPECT_TRUE( _store.open( ":memory:", error ) ) << error;
     config.address = "203.0.113.1";
@@ -117,6 +119,7 @@ void SimServer::start( )
 {
     if( _running ) return;
     _running = true;
+    _updating = false;
     ++_run;
     const auto rate = static_cast<double>( config.datagramsPerSecond );
     _stun = std::make_unique<GStunService>( config, metrics );
@@ -178,8 +181,9 @@ void SimServer::_onStun( GStunSocket socket, const GSimEnd& from, const GString&
 
 void SimServer::_sendStun( )
 {
-    for( const GStunDatagram& datagram : std::exchange( _stunOut, { } ) )
-        _net.sendFrom( _stunPorts[static_cast<size_t>( datagram.socket )], endOf( datagram.to ), datagram.bytes );
+    for( const GDatagramList::Item& datagram : _stunOut )
+        _net.sendFrom( _stunPorts[datagram.socket], endOf( datagram.to ), datagram.bytes );
+    _stunOut.clear( );
 }
 
 void SimServer::_armStun( )
@@ -205,9 +209,28 @@ void SimServer::_onSignalling( const GSimEnd& from, const GString& bytes )
     // Clients behind the relay share its address but not their limit.
     const bool relayed = from.address == ADDRESSES[0];
     if( !_signallingLimit->take( relayed ? host : GEndpoint::addressOf( host ), _clock.now( ) ) ) return;
+    _store.beginBatch( );
     _signalling->onDatagram( 0, host, bytes, _clock.now( ), _signallingOut );
-    for( const GSignallingDatagram& datagram : std::exchange( _signallingOut, { } ) )
+    // Only then the answers leave.
+    if( !_store.endBatch( ) ) _signallingOut.clear( );
+    _sendSignalling( );
+}
+
+// Repeats to devices that owe an answer, while there is one.
+void SimServer::_sendSignalling( )
+{
+    for( const GDatagramList::Item& datagram : _signallingOut )
         _net.sendFrom( _signallingPort, endOf( datagram.to ), datagram.bytes );
+    _signallingOut.clear( );
+    if( _signalling->isIdle( ) || std::exchange( _updating, true ) ) return;
+    _clock.after( UPDATE_PERIOD,
+                  [this, run = _run]
+                  {
+                      if( run != _run ) return;
+                      _updating = false;
+                      _signalling->update( _clock.now( ), _signallingOut );
+                      _sendSignalling( );
+                  } );
 }
 
 void SimServer::_armExpiry( )

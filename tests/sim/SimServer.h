@@ -52,6 +52,7 @@ private:
     void _sendStun( );
     void _armStun( );
     void _onSignalling( const GSimEnd& from, const GString& bytes );
+    void _sendSignalling( );
     void _armExpiry( );
     void _onLogon( const std::shared_ptr<GSimStream>& stream );
     void _onRelay( const std::shared_ptr<GSimStream>& stream );
@@ -69,6 +70,7 @@ private:
     std::vector<int> _stunPorts;
     int _signallingPort = -1;
     bool _running = false;
+    bool _updating = false;
     int _run = 0; // Timers of an earlier run are nobody's.
     std::unique_ptr<GStunService> _stun;
     std::unique_ptr<GSignallingService> _signalling;
@@ -76,8 +78,8 @@ private:
     std::unique_ptr<GRelayPolicy> _policy;
     std::unique_ptr<GRateLimit> _stunLimit;
     std::unique_ptr<GRateLimit> _signallingLimit;
-    std::vector<GStunDatagram> _stunOut;
-    std::vector<GSignallingDatagram> _signallingOut;
+    GDatagramList _stunOut;
+    GDatagramList _signallingOut;
     std::map<int, Allocation> _allocations;
     int _nextAllocation = 0;
 };

@@ -29,19 +29,50 @@ public:
     // Starts each at a moment of its own within the time.
     void startWithin( int64_t duration );
 
+    // Programs that have ended or logged off start again.
+    void restartStopped( );
+    void restartBoxOf( const SimClient& client );
+
     void run( int64_t duration );
     // False when the time was over first.
     bool runUntil( const std::function<bool( )>& done, int64_t longest );
+    // Until all are on line and connected; false when they are not within the time.
+    bool meets( int64_t longest );
+    // Announces what bad links, cut ones, restarts and the like must bring.
+    void allowTrouble( );
+    // Announces what two that invite each other at the same moment make of it.
+    void allowCrossing( );
+    // Seed, networks and links.
+    GString describe( ) const;
     bool areAllOnline( ) const;
     // Everyone who is on line is connected with every device of his buddies that is.
-    bool areAllConnected( ) const;
-    GString describeMissing( ) const;
+    bool areAllConnected( ) { return describeMissing( ).empty( ); }
+    GString describeMissing( );
 
     // ---- Chat: lines that can be followed to the other end.
     void sayAt( SimClient& from, const GString& toUser );
     // Lines of sessions that stayed must have come once, if the network let one copy through, and have been tried as often as promised.
     void checkChat( );
     int getSaidCount( ) const { return static_cast<int>( _lines.size( ) ); }
+
+    // ---- Growth.
+    struct Figures
+    {
+        size_t requests = 0;  // Of the sessions' transactions, the largest of all clients.
+        size_t responses = 0; // The same.
+        size_t own = 0;       // Requests of the dispatch service.
+        size_t buckets = 0;
+        size_t names = 0; // On the blackboard.
+        size_t planned = 0;
+        size_t registrations = 0;
+        size_t allocations = 0;
+        size_t pending = 0;
+    };
+    Figures figures( ) const;
+    // Fails for each figure that is above its bound.
+    void checkFigures( const Figures& bound );
+    // Everyone logs off, and nothing of anyone is left anywhere.
+    void logOffAll( );
 
     // Texts of failures, with the seed; empty when all is well.
     GString verdict( ) const;
@@ -71,21 +102,24 @@ private:
     };
     using Key = std::pair<size_t, GString>;
     void _check( );
+    // Indices of the clients whose users list each other.
+    const std::vector<size_t>& _peersOf( size_t index );
     void _checkState( const Key& key, int state, int64_t bound, const GString& name );
     void _checkSessions( size_t index );
     void _checkServices( size_t index );
     void _onRound( size_t index );
     uint64_t _epochOf( size_t a, size_t b ) const;
-    bool _areBuddies( const SimClient& a, const SimClient& b ) const;
     bool _isConnected( const SimClient& a, const SimClient& b ) const;
 
     uint32_t _seed;
     bool _robust;
     uint32_t _nextAddress = 0xC6336401; // 198.51.100.1 and on.
     std::map<int, int> _boxByHost;
+    std::map<int, GSimNat> _kindByHost;
     std::map<int, size_t> _clientByHost;
     std::set<std::pair<GString, GString>> _buddies;
     std::set<GString> _users;
+    std::vector<std::vector<size_t>> _peers; // Empty when it must be found anew.
     std::map<Key, Watched> _watched;
     std::map<GString, Line> _lines;
     std::map<std::pair<size_t, size_t>, std::pair<bool, uint64_t>>

@@ -86,6 +86,7 @@ public:
     // Mappings that carried nothing outwards for `lifetime` end.
     int addBox( GSimNat kind, uint32_t address, int64_t lifetime );
     int addHost( uint32_t address, int box = -1 );
+    const GSimLink& link( int host ) const { return _hosts[static_cast<size_t>( host )].link; }
     GSimLink& link( int host ) { return _hosts[static_cast<size_t>( host )].link; }
     // Forgets all mappings, as a box does that starts again: TCP connections through it break.
     void restartBox( int box );

@@ -72,6 +72,7 @@ public:
     // Sets `event`, which is borrowed, whenever an item enters that queue, so that whoever serves it need not ask again and again. One
     // for each queue; null ends it.
     void setWaker( GWStringView name, GEvent event );
+    size_t getNameCount( ); // Values and queues.
 
     void watch( GWStringView name, GNotifyHandle notify, int arg );
     void unwatch( GWStringView name, GNotifyHandle notify, int arg );

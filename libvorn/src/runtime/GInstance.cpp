@@ -417,6 +417,12 @@ int GInstance::length( GWStringView name )
     const Reading reading( *this );
     return static_cast<int>( _lengthOf( lname.view( ) ) );
 }
+size_t GInstance::getNameCount( )
+{
+    GCALL( GInstance );
+    const Reading reading( *this );
+    return _nameValueMap.size( ) + _queueMap.size( );
+}
 size_t GInstance::_lengthOf( GWStringView lname ) const
 {
     const auto found = _queueMap.find( lname );

@@ -438,6 +438,29 @@ TEST_F( DeviceSessionHandshake, CallerInvitesAnewAtThreeAndEighteenSecondsWithTh
     }
 }
 
+TEST_F( DeviceSessionHandshake, ResponseThatOvertakesTheServersTimesOutAtOnceByTheLetterAndInTimeWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        renew( );
+        if( robust ) beRobust( );
+        response( u"INVITE", inviteResponse( ) );
+        session->waitForINVITEOK( routes( ) );
+        for( int i = 0; i < 3; ++i )
+        {
+            session->update( );
+            clock.advance( SECOND / 10 );
+        }
+        EXPECT_EQ( robust ? S::WF_ACKRESPONSE : S::WT_REINVITE, session->getState( ) );
+        for( int i = 0; i < 18 * 10; ++i )
+        {
+            session->update( );
+            clock.advance( SECOND / 10 );
+        }
+        EXPECT_NE( S::WF_ACKRESPONSE, session->getState( ) );
+    }
+}
+
 TEST_F( DeviceSessionHandshake, AckIsRepeatedAtOnceByTheLetterAndAfterASecondWithTheRemedy )
 {
     for( const bool robust : { false, true } )

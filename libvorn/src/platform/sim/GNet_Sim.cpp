@@ -2,6 +2,7 @@
 #include "base/GPortable.h"
 #include "base/GUtil.h"
 #include "platform/GSimNet.h"
+#include "platform/common/GNetBatch.h"
 
 #include <algorithm>
 
@@ -116,17 +117,12 @@ void GNetUDPPortSend( GNetUDPPort* port, const GWString& remoteHost, const char*
 
 int GNetUDPPortRecvBatch( GNetUDPPort* port, GNetDatagram* const* datagrams, int count )
 {
-    int received = 0;
-    while( received < count && GNetUDPPortRecv( port, datagrams[received]->buffer, datagrams[received]->remoteHost ) )
-        ++received;
-    return received;
+    return GNetRecvOneByOne( port, datagrams, count );
 }
 
 void GNetUDPPortSendBatch( GNetUDPPort* port, const GNetOutgoing* datagrams, int count )
 {
-    for( int i = 0; i < count; ++i )
-        GNetUDPPortSend( port, GWString( datagrams[i].remoteHost ), datagrams[i].bytes.data( ),
-                         static_cast<int>( datagrams[i].bytes.size( ) ) );
+    GNetSendOneByOne( port, datagrams, count );
 }
 
 // ---- Waiting. A program is stepped when something has come or its time is up, so this only looks.
