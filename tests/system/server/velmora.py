@@ -123,7 +123,7 @@ class Server:
         """SIGHUP, and what the log tells of it."""
         begin = len(self.log)
         self.signal(signal.SIGHUP)
-        return wait(lambda: re.search(r"reload result=.*\n", self.log[begin:]), "the reload")[0].strip()
+        return wait(lambda: re.search(r"\S* ?reload result=.*\n", self.log[begin:]), "the reload")[0].strip()
 
     def close(self):
         if self.process and self.process.poll() is None:
