@@ -10,6 +10,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -309,6 +310,16 @@ TEST( GNetTCPSocket, ExchangesBytesAndSeesTheEnd )
     EXPECT_FALSE( GNetTCPSocketRecv( socket.get( ), buffer ) );
     EXPECT_FALSE( GNetTCPSocketIsAlive( socket.get( ) ) );
     EXPECT_EQ( GNetTCPSocketSend( socket.get( ), "x", 1 ), 0 );
+}
+// A line that has gone dead is found out while what is on it is still worth something.
+TEST( GNetTCPSocket, FailsAfterTwentySecondsWithoutConfirmation )
+{
+    const Listener listener;
+    const Socket socket( GNetTCPSocketOpen( listener.host ) );
+    unsigned milliseconds = 0;
+    socklen_t size = sizeof( milliseconds );
+    ASSERT_EQ( ::getsockopt( socket->handle, IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds, &size ), 0 );
+    EXPECT_EQ( milliseconds, 20000u );
 }
 TEST( GNetTCPSocket, ARefusedConnectionShowsLater )
 {

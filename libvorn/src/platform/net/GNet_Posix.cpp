@@ -16,6 +16,7 @@
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -32,6 +33,10 @@ constexpr int HEAD_SIZE = MTU;
 constexpr size_t MAX_STREAM_BYTES =
     16 << 20; // In one call: a sender that is faster than we are never ends it otherwise.
 constexpr size_t HOST_NAME_SIZE = 128;
+// About as long as Win32 repeats what nobody confirms before it fails the connection; here it would be a quarter of an hour.
+constexpr unsigned UNCONFIRMED_MILLISECONDS = 20000;
+// An interface without a carrier keeps its address.
+constexpr unsigned USABLE = IFF_UP | IFF_RUNNING;
 constexpr size_t MAX_WAIT = 64;
 constexpr char16_t NO_HOST[] = u"0.0.0.0:0";
 
@@ -447,6 +452,7 @@ GNetTCPSocket* GNetTCPSocketOpen( const GWString& remoteHost )
     if( handle < 0 ) return abandon( handle, u"WARNING Could not open socket to ", remoteHost, u", ignoring." );
     if( !setNonBlocking( handle ) )
         return abandon( handle, u"WARNING Could not set non-blocking mode on ", remoteHost, u", closing." );
+    ::setsockopt( handle, IPPROTO_TCP, TCP_USER_TIMEOUT, &UNCONFIRMED_MILLISECONDS, sizeof( unsigned ) );
     if( ::connect( handle, generic( address ), sizeof( address ) ) != 0 && errno != EINPROGRESS &&
         errno != EWOULDBLOCK )
         return abandon( handle, u"WARNING Could not connect to ", remoteHost, u", closing." );
@@ -568,7 +574,7 @@ bool GNetListInterfaceIPs( GStringList& list )
     GStringList loopback;
     for( const ifaddrs* it = interfaces; it; it = it->ifa_next )
     {
-        if( !it->ifa_addr || it->ifa_addr->sa_family != AF_INET || !( it->ifa_flags & IFF_UP ) ) continue;
+        if( !it->ifa_addr || it->ifa_addr->sa_family != AF_INET || ( it->ifa_flags & USABLE ) != USABLE ) continue;
         sockaddr_in address{ };
         std::memcpy( &address, it->ifa_addr, sizeof( address ) );
         ( it->ifa_flags & IFF_LOOPBACK ? loopback : list ).push_back( composeAddress( address.sin_addr ) );
