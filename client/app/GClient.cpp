@@ -4,6 +4,7 @@
 #include "client/app/GCountryList.h"
 #include "client/transport/GHTTPClient.h"
 #include "client/transport/GMegaPort.h"
+#include "platform/GNet.h"
 #include "runtime/GInstance.h"
 #include "runtime/GThreadObject.h"
 
@@ -163,7 +164,8 @@ void GClient::_drainCommandQueue( )
     }
 }
 
-// With the remedy the list is that of the interfaces and has one order, and a moment without any address is no change yet.
+// With the remedy the list is that of the interfaces and has one order, and a moment without a network is no change yet: then only
+// the machine itself is left on the list.
 bool GClient::_listIPs( GStringList& list )
 {
     if( !_isRobust( ) )
@@ -173,7 +175,7 @@ bool GClient::_listIPs( GStringList& list )
     }
     _platform.listInterfaceIPs( list );
     list.sort( );
-    if( !list.empty( ) || _localIPs.empty( ) )
+    if( !std::all_of( list.begin( ), list.end( ), GNetIsLoopbackHost ) || _localIPs.empty( ) )
     {
         _networkLost.expire( );
         return true;

@@ -329,6 +329,28 @@ TEST_F( Client, NetworkChangeOnlineGoesThroughOfflineAndReconnects )
     EXPECT_EQ( get( u"Reconnect_When_Offline" ), u"" );
 }
 
+// An interface that loses its address leaves the loopback; a change of radio cell takes a few seconds.
+TEST_F( Client, NetworkThatComesBackWithinFiveSecondsIsNoChangeWithTheRemedy )
+{
+    settings( { { "robust_client", "1" } } );
+    desktop.ips = { u"10.0.0.1" };
+    open( );
+    for( const int seconds : { 3, 4, 7 } )
+    {
+        desktop.ips = { u"127.0.0.1" };
+        for( int i = 0; i < seconds; ++i )
+        {
+            clock.advance( 1100000 );
+            tick( );
+        }
+        EXPECT_EQ( TestLog::count( "NETWORK CHANGE" ), seconds < 5 ? 0 : 1 );
+        desktop.ips = { u"10.0.0.1" };
+        clock.advance( 1100000 );
+        tick( );
+        EXPECT_EQ( TestLog::count( "NETWORK CHANGE" ), seconds < 5 ? 0 : 2 );
+    }
+}
+
 TEST_F( Client, EmptyAddressListIsIgnoredForFiveSecondsOnlyWithTheRemedy )
 {
     for( const bool robust : { false, true } )
