@@ -336,7 +336,7 @@ def a_client_is_killed_and_comes_back_when_the_other_has_given_up(pair):
     pair.ben.start()
 
 
-@scenario(60)
+@scenario(40)
 def a_cable_is_pulled_until_the_other_has_given_up(pair):
     trouble.pull_cable(pair.router)
     pair.one_notices_that_the_other_is_gone(pair.ben)
@@ -350,11 +350,32 @@ def the_cable_of_a_relayed_client_is_pulled_for_60_s(pair):
     trouble.plug_cable(pair.router)
 
 
-@scenario(40)
+@scenario(20)
 def a_cable_is_pulled_for_5_s(pair):
     trouble.pull_cable(pair.router)
     pair.last(5)
     trouble.plug_cable(pair.router)
+
+
+@scenario(20)
+def a_client_has_no_address_for_3_s(pair):
+    trouble.take_address(pair.ann.host)
+    pair.last(3)
+    trouble.give_address(pair.ann.host, pair.router)
+
+
+@scenario(60)
+def the_line_of_a_router_is_dead_for_60_s(pair):
+    trouble.cut_line(pair.router)
+    pair.last(60)
+    trouble.mend_line(pair.router)
+
+
+@scenario(60, BLOCKED)
+def the_line_of_a_relayed_client_is_dead_for_60_s(pair):
+    trouble.cut_line(pair.router)
+    pair.last(60)
+    trouble.mend_line(pair.router)
 
 
 @scenario(90)

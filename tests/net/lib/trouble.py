@@ -47,3 +47,22 @@ def pull_cable(router, number=1):
 
 def plug_cable(router, number=1):
     router.run("ip", "link", "set", f"port{number}", "up")
+
+
+def cut_line(router):
+    """What the router should forward is lost without a word, as where a line further on is cut."""
+    router.run("nft", "-f", "-", text="table ip cut {\nchain forwards { type filter hook forward priority -1; drop; }\n}\n")
+
+
+def mend_line(router):
+    router.run("nft", "delete", "table", "ip", "cut")
+
+
+def take_address(host):
+    """The client has no address, as while it changes from one radio cell to the next; `give_address` ends that."""
+    host.run("ip", "address", "flush", "dev", "eth0")
+
+
+def give_address(host, router):
+    host.run("ip", "address", "add", f"{host.addresses[0]}/{router.network.prefixlen}", "dev", "eth0")
+    host.run("ip", "route", "add", "default", "via", router.inside_address)
