@@ -129,6 +129,14 @@ void checkStun( const GServerConfig& config, Findings& findings )
                                     " of three addresses, so that clients can't tell all kinds of network apart" } );
 }
 
+void checkContacts( const GServerConfig& config, Findings& findings )
+{
+    const bool far = config.hasRole( "signalling" ) && isPublic( GServerHost::split( config.signalling ).reached );
+    if( far && !config.isAgreed( ) )
+        findings.push_back( { GFINDING_NOTE, "contacts = open: every account can call every other, and anyone can "
+                                             "create an account" } );
+}
+
 void checkRelay( const GServerConfig& config, Findings& findings )
 {
     if( !config.hasRole( "relay" ) ) return;
@@ -181,6 +189,7 @@ std::vector<GFinding> run( const GServerConfig& config )
     checkHosts( config, findings );
     checkReach( config, findings );
     checkStun( config, findings );
+    checkContacts( config, findings );
     checkRelay( config, findings );
     checkFiles( config, findings );
     return findings;

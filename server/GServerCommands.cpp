@@ -10,6 +10,7 @@
 
 #include <ctime>
 #include <filesystem>
+#include <iostream>
 #include <ostream>
 #include <sstream>
 
@@ -45,17 +46,27 @@ struct Context
     }
 };
 
+// "-" stands for a line of the standard input: what is on the command line, every user of the machine can read.
+GString passwordOf( const GString& argument )
+{
+    if( argument != "-" ) return argument;
+    GString line;
+    std::getline( std::cin, line );
+    return line;
+}
+
 int addUser( Context& context, const std::vector<GString>& a )
 {
     const GString name = context.fullName( a[2] );
     const GWString email = a.size( ) > 4 ? GUTF8ToWide( a[4] ) : GWString( NO_EMAIL );
     const bool ours = name.ends_with( "@" + context.config.domain );
     const GString local = name.substr( 0, name.find( '@' ) );
+    const GString password = passwordOf( a[3] );
     const GString bad =
-        ours ? GLogonService::testAccount( context.config, GUTF8ToWide( local ), GUTF8ToWide( a[3] ), email )
+        ours ? GLogonService::testAccount( context.config, GUTF8ToWide( local ), GUTF8ToWide( password ), email )
              : "Bad domain";
     if( !bad.empty( ) ) return context.fail( bad );
-    const GString hash = GPasswordHash( a[3], context.limits( ) );
+    const GString hash = GPasswordHash( password, context.limits( ) );
     const GAccount account{ name, hash, a.size( ) > 4 ? a[4] : GString( ), GTimeGetTime( ) };
     if( hash.empty( ) || !context.store.addAccount( account ) )
         return context.fail( "'" + name + "' is there already" );
@@ -66,10 +77,11 @@ int setPassword( Context& context, const std::vector<GString>& a )
 {
     const GString name = context.fullName( a[2] );
     const GString local = name.substr( 0, name.find( '@' ) );
+    const GString password = passwordOf( a[3] );
     const GString bad =
-        GLogonService::testAccount( context.config, GUTF8ToWide( local ), GUTF8ToWide( a[3] ), NO_EMAIL );
+        GLogonService::testAccount( context.config, GUTF8ToWide( local ), GUTF8ToWide( password ), NO_EMAIL );
     if( !bad.empty( ) ) return context.fail( bad );
-    const GString hash = GPasswordHash( a[3], context.limits( ) );
+    const GString hash = GPasswordHash( password, context.limits( ) );
     if( hash.empty( ) || !context.store.setPassword( name, hash ) ) return context.fail( "no account '" + name + "'" );
     context.out << "changed " << name << "\n";
     return 0;
@@ -209,7 +221,7 @@ struct Row
     std::string_view help;
 };
 constexpr Row ROWS[] = {
-    { "user", "add", 4, 5, addUser, "user add NAME PASSWORD [EMAIL]  creates an account" },
+    { "user", "add", 4, 5, addUser, "user add NAME PASSWORD [EMAIL]  creates an account; - reads the password" },
     { "user", "passwd", 4, 4, setPassword, "user passwd NAME PASSWORD       gives it another password" },
     { "user", "remove", 3, 3, removeUser, "user remove NAME                removes it" },
     { "user", "list", 2, 2, listUsers, "user list                       all accounts with their e-mail addresses" },

@@ -285,7 +285,7 @@ void GBuddySession::onHOLEPUNCH( const GWString& remoteHost, const GHTTPHeaders&
     const GWString deviceGUID = request.get( GProtocol::FROM_DEVICE_GUID );
     if( GDeviceSession* session = findDevice( deviceGUID ) )
     {
-        session->noteHost( remoteHost );
+        session->onHOLEPUNCH( remoteHost );
         return;
     }
     if( !GValidDeviceID( deviceGUID ) ) return;

@@ -217,7 +217,7 @@ bool GDeviceSession::_onDisconnected( const GSIPInput& in )
 
 bool GDeviceSession::_onWaitForInviteResponse( const GSIPInput& in )
 {
-    if( in.is( UPDATE ) && _pingTimer.hasElapsed( ) ) _sendHOLEPUNCH( );
+    if( in.is( UPDATE ) && ( _isFirstRepeatDue( ) || _pingTimer.hasElapsed( ) ) ) _sendHOLEPUNCH( );
     if( in.is( UPDATE ) && _isRobust( ) ) _inviteAnewWhenDue( );
     if( in.is( UPDATE ) && _timeoutTimer.hasElapsed( ) ) return _giveUpInvite( );
     if( in.is( UPDATE ) ) return _writeStatusLine( _timeoutTimer );

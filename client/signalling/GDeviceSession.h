@@ -63,6 +63,8 @@ public:
                      const GHTTPHeaders& response );
     // A host from which this device was heard becomes a route to it.
     void noteHost( const GWString& remoteHost );
+    // The same for a host from which the device opened its way; a device that waits for our answer hears it again there at once.
+    void onHOLEPUNCH( const GWString& remoteHost );
 
     State getState( ) const { return _state; }
     bool isOnline( ) const { return _state == CONNECTED; }
@@ -107,6 +109,7 @@ private:
     bool _answerBusy( const GSIPInput& in, GWStringView reason );
     bool _onSecondInvite( const GSIPInput& in );
     bool _onCrossedInvite( const GSIPInput& in );
+    void _startFirstRepeat( );
     bool _isFirstRepeatDue( );
     bool _repeatInviteOk( );
     bool _onInviteResponse( const GSIPInput& in );
@@ -121,6 +124,7 @@ private:
     void _sendINVITE( );
     void _sendHOLEPUNCH( );
     void _sendINVITEResponse( const GHTTPHeaders& request, int code );
+    void _sendINVITEResponse( const GHTTPHeaders& request, int code, const GStringList& routeList );
     void _sendACK( const GHTTPHeaders& inviteResponse );
     void _sendACKOK( const GHTTPHeaders& ack );
     void _setHeaders( GHTTPHeaders& message ) const;
@@ -203,5 +207,6 @@ private:
     bool _invitedAtEnd = false;
     GIntervalTimer _firstRepeatTimer;
     bool _firstRepeatDone = true;
+    size_t _holesAnswered = 0; // In this handshake.
     GStringList _seenHosts;
 };

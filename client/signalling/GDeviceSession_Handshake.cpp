@@ -48,6 +48,7 @@ bool GDeviceSession::_awaitInviteResponse( )
     _timeoutTimer.start( );
     _anewTimer.start( INVITE_ANEW );
     _invitedAnew = _invitedAtEnd = false;
+    _startFirstRepeat( );
     _changeState( WF_INVITERESPONSE );
     return true;
 }
@@ -173,8 +174,8 @@ bool GDeviceSession::_acceptInvite( const GSIPInput& in )
     _sendINVITEResponse( request, GHTTP_SUCCESS );
     _timeoutTimer.start( );
     _originalINVITERequest = request;
-    _firstRepeatDone = !_isRobust( );
-    _firstRepeatTimer.start( FIRST_REPEAT );
+    _holesAnswered = 0;
+    _startFirstRepeat( );
     if( _isRobust( ) ) _retransmitTimer.start( );
     if( _state != WF_ACK ) _changeState( WF_ACK );
     return true;
@@ -213,6 +214,12 @@ bool GDeviceSession::_onCrossedInvite( const GSIPInput& in )
     return _onInviteResponse( in );
 }
 
+void GDeviceSession::_startFirstRepeat( )
+{
+    _firstRepeatDone = !_isRobust( );
+    _firstRepeatTimer.start( FIRST_REPEAT );
+}
+
 bool GDeviceSession::_isFirstRepeatDue( )
 {
     if( _firstRepeatDone || !_firstRepeatTimer.hasElapsed( ) ) return false;
@@ -229,14 +236,19 @@ bool GDeviceSession::_repeatInviteOk( )
 
 void GDeviceSession::_sendINVITEResponse( const GHTTPHeaders& request, int code )
 {
+    GStringList routeList;
+    request.get( TRY_ROUTE_LIST, routeList );
+    _sendINVITEResponse( request, code, _withSeenRoutes( routeList ) );
+}
+
+void GDeviceSession::_sendINVITEResponse( const GHTTPHeaders& request, int code, const GStringList& routeList )
+{
     _takeRemoteState( request );
     GHTTPHeaders response;
     response.setResponse( code, code == GHTTP_SUCCESS ? u"OK" : code == BUSY ? u"Busy" : u"Failed" );
     _setHeaders( response );
     _setMediaHeaders( _instance, response );
-    GStringList routeList;
-    request.get( TRY_ROUTE_LIST, routeList );
-    _sipClient->sendResponseToRouteList( _withSeenRoutes( routeList ), request, response );
+    _sipClient->sendResponseToRouteList( routeList, request, response );
 }
 
 bool GDeviceSession::_acceptAck( const GSIPInput& in )
@@ -396,6 +408,18 @@ void GDeviceSession::noteHost( const GWString& remoteHost )
     _seenHosts.remove( remoteHost );
     _seenHosts.push_front( remoteHost );
     if( _seenHosts.size( ) > MAX_SEEN_HOSTS ) _seenHosts.pop_back( );
+}
+
+// The caller opened a way that it had not named, and waits: an answer that takes this way now comes before the copies through a relay,
+// however far apart the two are. A repetition by the clock would come too late from far away.
+void GDeviceSession::onHOLEPUNCH( const GWString& remoteHost )
+{
+    const bool isNew = !GListContains( _seenHosts, remoteHost );
+    noteHost( remoteHost );
+    if( !isNew || _state != WF_ACK || !GListContains( _seenHosts, remoteHost ) || _holesAnswered == MAX_SEEN_HOSTS )
+        return;
+    ++_holesAnswered;
+    _sendINVITEResponse( _originalINVITERequest, GHTTP_SUCCESS, { GRouteCompose( SEEN_SCHEME, remoteHost ) } );
 }
 
 GStringList GDeviceSession::_withSeenRoutes( GStringList routeList ) const

@@ -264,6 +264,9 @@ class Town:
         for place, person in zip((cell.caller, cell.callee), people):
             if person.connection_class != place.kind.connection_class:
                 cell.problems.append(f"{person} found {person.connection_class}, not {place.kind.connection_class}")
+            if person.process.poll() is not None:
+                cell.problems.append(f"{person} ended with {person.process.returncode}")
+            cell.problems += [f"{person} logged {line}" for line in person.log.splitlines() if " ERROR " in line]
         if not self.sessions(cell):
             cell.problems.append("not CONNECTED")
             return
@@ -285,14 +288,14 @@ class Town:
                 cell.problems.append(f"somebody else was heard beside {whose}, for {other:.1f} s")
 
 
-def run(cells, binaries, logs, settings=()):
+def run(cells, binaries, logs, settings=(), delay=0.0):
     """Runs the cells in one lab and prints them; gives a line for each that failed, and keeps the logs then."""
     begin = time.monotonic()
 
     def say(text):
         print(f"{time.monotonic() - begin:6.1f} s  {text}", flush=True)
 
-    with netlab.Lab() as lab:
+    with netlab.Lab(delay) as lab:
         try:
             town = Town(lab, cells, binaries, list(settings))
             say(f"{len(town.people)} clients in {len(town.homes)} networks of their own")

@@ -14,12 +14,14 @@ nothing is left behind. `host.enter_command` tells how to look inside one while 
 import contextlib
 import ctypes
 import enum
+import fcntl
 import ipaddress
 import json
 import os
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -28,6 +30,8 @@ import time
 
 CLONE_NEWNET = 0x40000000
 PR_SET_PDEATHSIG = 1
+TUNSETIFF, IFF_TAP, IFF_NO_PI = 0x400454CA, 0x2, 0x1000
+DELAY = os.path.join(os.path.dirname(os.path.abspath(__file__)), "delay.py")
 libc = ctypes.CDLL(None, use_errno=True)
 
 INTERNET = ipaddress.ip_network("5.5.5.0/24")  # Ordinary public addresses: a gateway refuses to serve reserved ones.
@@ -113,6 +117,13 @@ def _in_thread_of_its_own(work):
 def _call(function, *arguments):
     if function(*arguments) != 0:
         raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
+
+
+def _open_tap(name):
+    """A new device of this thread's network whose frames are read and written at the descriptor."""
+    tap = os.open("/dev/net/tun", os.O_RDWR | os.O_CLOEXEC)
+    fcntl.ioctl(tap, TUNSETIFF, struct.pack("16sH22x", name.encode(), IFF_TAP | IFF_NO_PI))
+    return tap
 
 
 class Host:
@@ -233,10 +244,16 @@ class Host:
         return {tuple(entry["elem"]["val"]["concat"]): entry["elem"]["counter"]["packets"] for entry in elements}
 
     def _plug(self, other, link):
-        """A cable from the bridge of `other` to a new link of this host."""
+        """A cable from the bridge of `other` to a new link of this host; to the internet it is as long as the lab says."""
         other.plugs += 1
         port = f"port{other.plugs}"
-        other.run("ip", "link", "add", port, "type", "veth", "peer", "name", link, "netns", self.path)
+        if other is self.lab.internet and self.lab.delay:
+            ends = other.inside(lambda: _open_tap(port)), self.inside(lambda: _open_tap(link))
+            self.start(sys.executable, DELAY, *map(str, ends), str(self.lab.delay), pass_fds=ends)
+            for end in ends:
+                os.close(end)
+        else:
+            other.run("ip", "link", "add", port, "type", "veth", "peer", "name", link, "netns", self.path)
         other.run("ip", "link", "set", port, "master", other.bridge, "up")
 
 
@@ -321,7 +338,9 @@ deny 0-65535 0.0.0.0/0 0-65535
 class Lab:
     """All hosts of one run. Ends everything on leaving the block, on SIGTERM, SIGINT and SIGHUP, and by the kernel on SIGKILL."""
 
-    def __init__(self):
+    def __init__(self, delay=0.0):
+        """`delay` is the time in seconds that everything takes between a public side and the internet: twice that from end to end."""
+        self.delay = delay
         if os.geteuid() != 0:
             raise Forbidden("networks can be made by root only")
         self.processes = []

@@ -91,6 +91,7 @@ class Server:
             return line if line.endswith("\n") else ""
 
         words = wait(ready, "the ready line").split()
+        self.pid = self.process.pid
         self.hosts = {name: value.split(",") for name, value in (word.split("=") for word in words[1:])}
         return self
 
@@ -108,7 +109,7 @@ class Server:
         return address, int(port)
 
     def signal(self, number):
-        self.process.send_signal(number)
+        os.kill(self.pid, number)
 
     def kill(self):
         self.process.kill()
@@ -123,7 +124,7 @@ class Server:
         """SIGHUP, and what the log tells of it."""
         begin = len(self.log)
         self.signal(signal.SIGHUP)
-        return wait(lambda: re.search(r"reload result=.*\n", self.log[begin:]), "the reload")[0].strip()
+        return wait(lambda: re.search(r"\S* ?reload result=.*\n", self.log[begin:]), "the reload")[0].strip()
 
     def close(self):
         if self.process and self.process.poll() is None:
@@ -168,7 +169,7 @@ class Server:
 
     def memory(self):
         """Resident bytes."""
-        with open(f"/proc/{self.process.pid}/statm") as numbers:
+        with open(f"/proc/{self.pid}/statm") as numbers:
             return int(numbers.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
 
 

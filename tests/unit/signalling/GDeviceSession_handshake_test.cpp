@@ -2,6 +2,8 @@
 #include "client/drawing/GImageTools.h"
 #include "unit/signalling/TestDevice.h"
 
+#include <list>
+
 namespace
 {
 using S = GDeviceSession;
@@ -537,6 +539,66 @@ TEST_F( DeviceSessionHandshake, CalleeRepeatsItsFirstResponseEarlyWithTheRemedy 
         session->update( );
         EXPECT_TRUE( far.hear( ).empty( ) );
     }
+}
+
+TEST_F( DeviceSessionHandshake, CallerPunchesHolesOnceMoreEarlyWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        session->waitForINVITEOK( routes( ) );
+        EXPECT_EQ( 1u, far.hear( u"HOLEPUNCH" ).size( ) );
+        clock.advance( SECOND / 4 );
+        session->update( );
+        EXPECT_EQ( robust ? 1u : 0u, far.hear( u"HOLEPUNCH" ).size( ) );
+        session->update( );
+        EXPECT_TRUE( far.hear( ).empty( ) );
+    }
+}
+
+TEST_F( DeviceSessionHandshake, CalleeAnswersAtOnceWhereTheCallerOpenedAWayWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        if( robust ) beRobust( );
+        renew( );
+        bringTo( S::WF_ACK );
+        TestHost opened;
+        session->onHOLEPUNCH( opened.host( ) );
+        const auto heard = opened.hear( u"INVITE" );
+        ASSERT_EQ( robust ? 1u : 0u, heard.size( ) );
+        if( robust )
+        {
+            EXPECT_EQ( 200, heard[0].message.getResponse( ) );
+            EXPECT_EQ( opened.host( ), heard[0].message.get( u"Sent-To" ) );
+        }
+        session->onHOLEPUNCH( opened.host( ) );
+        EXPECT_TRUE( opened.hear( ).empty( ) );
+        EXPECT_TRUE( far.hear( ).empty( ) );
+    }
+}
+
+TEST_F( DeviceSessionHandshake, CalleeAnswersFewOpenedWaysAndOnlyWhileTheCallerWaits )
+{
+    beRobust( );
+    TestHost early;
+    session->onHOLEPUNCH( early.host( ) );
+    EXPECT_TRUE( early.hear( ).empty( ) );
+    bringTo( S::WF_ACK );
+    std::list<TestHost> hosts( 6 );
+    size_t heard = 0;
+    for( TestHost& host : hosts )
+    {
+        session->onHOLEPUNCH( host.host( ) );
+        heard += host.hear( u"INVITE" ).size( );
+    }
+    EXPECT_EQ( 4u, heard );
+    TestHost own;
+    session->onHOLEPUNCH( peer.host( ) );
+    request( ack( ) );
+    session->onHOLEPUNCH( own.host( ) );
+    EXPECT_TRUE( own.hear( ).empty( ) );
 }
 
 TEST_F( DeviceSessionHandshake, GoodbyeIsAnsweredInEveryStateWithTheRemedy )
