@@ -16,6 +16,7 @@ constexpr int64_t TICK = 100000;
 constexpr int64_t SECOND = 1000000;
 constexpr int64_t RETRY_PERIOD = 30 * SECOND;
 constexpr int64_t NETWORK_LOST_PERIOD = 5 * SECOND;
+constexpr int64_t CONTACT_PERIOD = 30 * SECOND;
 constexpr int64_t HTTP_WAIT = 50000;
 constexpr size_t MAX_THREADS_LOGGED = 50;
 constexpr int MAX_COMMANDS_PER_TICK = 1000;
@@ -24,7 +25,7 @@ constexpr int MAX_COMMANDS_PER_TICK = 1000;
 GClient::GClient( const GWString& settingsPath, const GWString& avi, const GWString& host, const GWString& keepLogfiles,
                   bool upgraded, bool uploadlogfiles, bool forceturn, const GClientPlatform& platform )
     : _platform( platform ), _powerGate( SECOND ), _networkCheck( SECOND ), _retryWait( RETRY_PERIOD ),
-      _networkLost( NETWORK_LOST_PERIOD )
+      _networkLost( NETWORK_LOST_PERIOD ), _contactGate( CONTACT_PERIOD )
 {
     GCALL( GClient );
     _instance = GSAFENEW( GInstance, ( settingsPath ) );
@@ -130,6 +131,7 @@ void GClient::onTimer( GTimer timer )
         _checkCPU( );
     }
     _updateIconText( );
+    _announceContacts( );
     _stayReachable( );
 }
 
@@ -215,6 +217,22 @@ void GClient::_checkCPU( )
     for( const auto& [percent, name] : threads )
         if( percent > 0 ) text += GConcat( u"'", name, u"'=", GFormatDouble( percent, 2 ), u"% " );
     GLOG( u"WARNING CPU at ", GFormatDouble( total, 2 ), u"% (", text, u")" );
+}
+
+// One bubble for all who asked since the last one: strangers must not be able to fill the screen.
+void GClient::_announceContacts( )
+{
+    if( _newContacts.empty( ) || !_contactGate.hasElapsed( ) ) return;
+    GStringVector asking;
+    for( const GWString& contact : _newContacts )
+        if( _instance->contains( u"Contact_Request_List", contact ) ) asking.push_back( contact );
+    _newContacts.clear( );
+    if( asking.empty( ) ) return;
+    GWString text = GConcat( asking[0], u" wants to be your buddy." );
+    if( asking.size( ) == 2 ) text = GConcat( asking[0], u" and ", asking[1], u" want to be your buddies." );
+    if( asking.size( ) > 2 )
+        text = GConcat( asking[0], u" and ", asking.size( ) - 1, u" others want to be your buddies." );
+    _bubble( u"Contact request", GConcat( text, u"  Click here to answer." ), EVENT_SHOWCONTACTS );
 }
 
 // Without a tray host nothing leads back to a hidden window. A host may come late, as the session starts.

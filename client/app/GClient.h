@@ -10,6 +10,7 @@
 #include "runtime/GObject.h"
 
 #include <map>
+#include <set>
 
 class GHTTPClient;
 
@@ -40,7 +41,8 @@ public:
         EVENT_PUSHTOTALK = 9,
         EVENT_SUSPEND = 10,
         EVENT_RESUME = 11,
-        EVENT_NETWORKCHANGED = 12
+        EVENT_NETWORKCHANGED = 12,
+        EVENT_SHOWCONTACTS = 13
     };
 
     GClient( const GWString& settingsPath, const GWString& avi, const GWString& host, const GWString& keepLogfiles,
@@ -87,6 +89,7 @@ private:
     bool _listIPs( GStringList& list );
     void _checkCPU( );
     void _updateIconText( );
+    void _announceContacts( );
     void _stayReachable( );
     void _updateIcon( int n );
     void _bubble( const GWString& title, const GWString& text, int eventID );
@@ -120,6 +123,8 @@ private:
     bool _promptForUpgrade( );
     bool _showChangeLog( );
     bool _onNewBuddy( const GHTTPHeaders& command );
+    bool _onNewContact( const GHTTPHeaders& command );
+    bool _showContacts( );
     bool _showMenu( );
     void _togglePrivacy( );
     bool _isPublic( ) const;
@@ -141,7 +146,8 @@ private:
     struct Broadcast
     {
         GWString from;
-        GWString prefix; // The device: "<from>@<device>".
+        GWString device;
+        GWString prefix; // "<from>@<device>".
         GWString sendFrom;
         GWString sendTo;
         GWString recvFrom;
@@ -152,6 +158,8 @@ private:
     void _onCallInvite( const Broadcast& broadcast );
     void _onCallCancel( const Broadcast& broadcast );
     void _onCallAccept( const Broadcast& broadcast );
+    bool _takeOwnCall( const GWString& buddy );
+    void _stopOtherDevices( const Broadcast& broadcast );
     void _onChatDone( const Broadcast& broadcast );
     void _onChat( const Broadcast& broadcast );
     void _onSendFile( const Broadcast& broadcast );
@@ -188,8 +196,11 @@ private:
     GHTTPClient* _httpClient = nullptr;
     GStringList _localIPs;
     GIntervalTimer _networkLost; // How long the address list has been empty, with the remedy.
-    int _lostTicks = 0;          // For how long there was neither a tray nor a window.
+    GStringVector _newContacts;  // Who asked since the last bubble.
+    GIntervalTimer _contactGate;
+    int _lostTicks = 0; // For how long there was neither a tray nor a window.
     bool _isLeaving = false;
     GWString _iconText;
     std::map<GWString, int> _openOffers;
+    std::set<GWString> _crossedCalls; // Who called while being called.
 };

@@ -51,6 +51,7 @@ bool GClient::_readBroadcast( const GHTTPHeaders& command, Broadcast& broadcast 
         GLOG( u"WARNING Received malformed 'DEVICEBROADCAST' from '", broadcast.from, u"', ignoring." );
         return false;
     }
+    broadcast.device = device;
     broadcast.prefix = GConcat( broadcast.from, u"@", device );
     const GWString sendFrom = _instance->get( GConcat( broadcast.prefix, u"_Send_From" ) );
     const GWString sendTo = _instance->get( GConcat( broadcast.prefix, u"_Send_To" ) );
@@ -71,6 +72,10 @@ void GClient::_onCallInvite( const Broadcast& broadcast )
 {
     const GWString state = GConcat( broadcast.from, u"_Call_State" );
     if( GCaseEquals( _instance->get( state ), u"ringing" ) ) return;
+    if( GCaseEquals( _instance->get( state ), u"calling" ) )
+        _crossedCalls.insert( broadcast.from );
+    else
+        _crossedCalls.erase( broadcast.from );
     _instance->set( state, u"ringing" );
     _instance->set( GConcat( broadcast.from, u"_Call_Status" ),
                     GConcat( GClientGetUserName( broadcast.from ), u" is calling." ) );
@@ -84,6 +89,7 @@ void GClient::_onCallCancel( const Broadcast& broadcast )
     const GWString name = GClientGetUserName( from );
     const GWString status = GConcat( from, u"_Call_Status" );
     const GWString reason = broadcast.message.get( u"Reason" );
+    if( _isRobust( ) && _takeOwnCall( from ) ) _stopOtherDevices( broadcast );
     _instance->set( GConcat( from, u"_Call_State" ), u"declined" );
     _template->command( GConcat( u"(/buddies/", from, u"?stoptalkhandsfree)" ) );
     if( GCaseEquals( reason, u"chat" ) )
@@ -97,11 +103,40 @@ void GClient::_onCallCancel( const Broadcast& broadcast )
         _instance->set( status, GConcat( name, u" has declined." ) );
 }
 
+// An accept goes to all devices of this user: with the remedy only the one that calls begins to talk.
 void GClient::_onCallAccept( const Broadcast& broadcast )
 {
+    if( _isRobust( ) )
+    {
+        if( !_takeOwnCall( broadcast.from ) )
+        {
+            GLOG( u"'", broadcast.from, u"' has accepted a call that was not made here, ignoring." );
+            return;
+        }
+        _stopOtherDevices( broadcast );
+    }
     _instance->set( GConcat( broadcast.from, u"_Call_State" ), u"talking" );
     _instance->clear( GConcat( broadcast.from, u"_Call_Status" ) );
     _template->command( GConcat( u"(/buddies/", broadcast.from, u"?starttalkhandsfree)" ) );
+}
+
+// True once, when this device is calling the buddy; also when his own call has crossed ours.
+bool GClient::_takeOwnCall( const GWString& buddy )
+{
+    const GWString state = _instance->get( GConcat( buddy, u"_Call_State" ) );
+    const bool crossed = _crossedCalls.erase( buddy ) > 0 && GCaseEquals( state, u"ringing" );
+    return crossed || GCaseEquals( state, u"calling" );
+}
+
+// One device has answered: the buddy's others are told that the call is over. They know no better word for it.
+void GClient::_stopOtherDevices( const Broadcast& broadcast )
+{
+    GHTTPHeaders cancel( u"CALLCANCEL" );
+    cancel.set( u"Reason", u"done" );
+    GHTTPHeaders wrapper( u"DEVICEBROADCAST" );
+    wrapper.set( u"Except-Device-GUID", broadcast.device );
+    wrapper.addContent( cancel.serialize( ) );
+    _instance->enqueue( GConcat( broadcast.from, u"_commandQueue" ), wrapper );
 }
 
 // ---- Chat.

@@ -33,7 +33,9 @@ void GClient::_onInput( int eventID, const GHTTPHeaders& eventHeaders )
 bool GClient::_onEveryState( const Input& in )
 {
     if( in.eventID == EVENT_CHANGELOG ) return _showChangeLog( );
+    if( in.eventID == EVENT_SHOWCONTACTS ) return _showContacts( );
     if( in.is( u"NEWBUDDY" ) ) return _onNewBuddy( in.headers );
+    if( in.is( u"NEWCONTACT" ) ) return _onNewContact( in.headers );
     return false;
 }
 
@@ -331,6 +333,25 @@ bool GClient::_onNewBuddy( const GHTTPHeaders& command )
     _instance->set( u"Working_Hotkey", hotkey );
     _template->command( GConcat( u"(/system?assignhotkey+name=", buddy, u")" ) );
     _instance->set( u"Working_Hotkey", u"    (click here and press keys)" );
+    return true;
+}
+
+// Told by the next tick whose bubble is due.
+bool GClient::_onNewContact( const GHTTPHeaders& command )
+{
+    constexpr size_t MAX_NEW_CONTACTS = 100;
+    const GWString contact = command.get( u"Buddy-GUID" );
+    if( !GValidUserID( contact ) )
+        GLOG( u"WARNING Received 'NEWCONTACT' for invalid user '", contact, u"', ignoring." );
+    else if( _newContacts.size( ) < MAX_NEW_CONTACTS )
+        _newContacts.push_back( contact );
+    return true;
+}
+
+bool GClient::_showContacts( )
+{
+    GLOG( u"ACTIVITY: ", u"SHOWCONTACTS" );
+    _template->command( SHOW_BUDDYLIST );
     return true;
 }
 

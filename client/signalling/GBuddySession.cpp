@@ -131,8 +131,16 @@ void GBuddySession::_runCommands( )
         else if( !command.isMethod( GProtocol::DEVICEBROADCAST ) )
             GLOG( u"WARNING Unrecognized command '", command.getMethod( ), u"' to GSIPService, ignoring." );
         else
-            for( const auto& [deviceGUID, session] : _deviceSessionMap ) session->broadcast( command );
+            _broadcast( command );
     }
+}
+
+// To every device, or to all but the one that the command excepts.
+void GBuddySession::_broadcast( const GHTTPHeaders& command )
+{
+    const GWString excepted = command.get( u"Except-Device-GUID" );
+    for( const auto& [deviceGUID, session] : _deviceSessionMap )
+        if( excepted.empty( ) || !GCaseEquals( deviceGUID, excepted ) ) session->broadcast( command );
 }
 
 void GBuddySession::onCaptureChanged( )

@@ -55,6 +55,7 @@ private:
     void _onServerResponse( const GWString& remoteHost, const GHTTPHeaders& response );
     void _onWhereabouts( const GWString& remoteHost, const GHTTPHeaders& response );
     void _runCommands( );
+    void _broadcast( const GHTTPHeaders& command );
 
     GInstance* _instance;
     GSIPClient* _sipClient;

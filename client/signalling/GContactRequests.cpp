@@ -186,6 +186,8 @@ void GContactRequests::_add( const GWString& userGUID )
         _instance->clear( nameStatus( _requests.front( ).userGUID ) );
         _requests.pop_front( );
     }
+    // An answer to an earlier request may have come too late for it.
+    _instance->clear( nameStatus( userGUID ) );
     _requests.push_back( { userGUID } );
     _isChanged = true;
 }

@@ -6,6 +6,7 @@
 #include "client/skin/GUserName.h"
 #include "client/skin/commands/GAccountCommands.h"
 #include "client/skin/commands/GBuddyCommands.h"
+#include "client/skin/commands/GContactCommands.h"
 #include "client/skin/commands/GDeviceCommands.h"
 #include "client/skin/commands/GFileCommands.h"
 #include "client/skin/commands/GNodeCommands.h"
@@ -46,8 +47,9 @@ struct Family
     void ( *run )( GTemplate& engine, const GCommand& command );
 };
 const Family families_[] = {
-    { u"/buddies", run<GBuddyCommands> },    { u"/account", run<GAccountCommands> }, { u"/dev", run<GDeviceCommands> },
-    { u"/fileservice", run<GFileCommands> }, { u"/system", run<GSystemCommands> },
+    { u"/buddies", run<GBuddyCommands> }, { u"/account", run<GAccountCommands> },
+    { u"/dev", run<GDeviceCommands> },    { u"/fileservice", run<GFileCommands> },
+    { u"/system", run<GSystemCommands> }, { u"/contacts", run<GContactCommands> },
 };
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "client/skin/nodes/GForeachNode.h"
 
 #include "client/drawing/GImageStack.h"
+#include "client/skin/nodes/GCellNode.h"
 
 GForeachNode::~GForeachNode( )
 {
@@ -20,7 +21,13 @@ bool GForeachNode::_preChildUpdate( GAttributeStack& stack )
     // A former list stays watched: it costs a pass at most, and lists hardly ever change their names.
     if( stack.read( u"$list", _list ) ) _watches.add( _instance, _list, stack.getListener( ) );
     stack.read( u"$as", _as );
-    if( GNodeTools_readValue( _instance, _list, _text ) ) _entries = GSplitList( _text );
+    const bool resized = stack.read( u"$most", _most );
+    if( GNodeTools_readValue( _instance, _list, _text ) || resized )
+    {
+        _entries = GSplitList( _text );
+        if( _most > 0 && _entries.size( ) > static_cast<size_t>( _most ) )
+            _entries.resize( static_cast<size_t>( _most ) );
+    }
     if( _as.empty( ) ) return true;
     for( const GWString& entry : _entries )
     {
@@ -54,7 +61,8 @@ void GForeachNode::_addClone( GAttributeStack& stack, const GWString& entry )
     appendChild( copy );
     _changed = true;
     if( !copy->update( stack ) ) return;
-    // So that a new window shows without waiting.
+    // So that a new window shows without waiting; a cell is drawn where its row puts it.
+    if( dynamic_cast<GCellNode*>( copy ) ) return;
     GImageStack images;
     copy->render( images );
 }
@@ -94,7 +102,7 @@ bool GForeachNode::_updateChildren( GAttributeStack& stack )
     _updating = true;
     for( GTemplateNode* child : _children )
     {
-        if( !child->getAttribute( _as ).empty( ) ) changed |= child->update( stack );
+        if( isClone( *child ) ) changed |= child->update( stack );
     }
     _updating = outer;
     return changed;
@@ -109,6 +117,16 @@ void GForeachNode::_renderChildren( GImageStack& images )
 {
     for( GTemplateNode* child : _children )
     {
-        if( !child->getAttribute( _as ).empty( ) ) child->render( images );
+        if( isClone( *child ) ) child->render( images );
     }
+}
+
+GWString GForeachNode::findEntry( const GTemplateNode* node, GWStringView list )
+{
+    for( ; node && node->getParent( ); node = node->getParent( ) )
+    {
+        const auto* foreach = dynamic_cast<const GForeachNode*>( node->getParent( ) );
+        if( foreach && GCaseEquals( foreach->_list, list ) ) return node->getAttribute( foreach->_as );
+    }
+    return { };
 }

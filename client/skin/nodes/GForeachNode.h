@@ -1,5 +1,6 @@
-// Repeats its first child for every entry of a blackboard list: a clone bears the entry as its attribute "$as". Clones come and
-// go with the list; the first child itself is never shown. User-interface thread.
+// Repeats its first child for every entry of a blackboard list, or for the first "$most" of them: a clone bears the entry as its
+// attribute "$as". Clones come and go with the list; the first child itself is never shown. Cells that are repeated within a row or
+// a column take their places there. User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
@@ -10,6 +11,11 @@ class GForeachNode : public GTemplateNode
 public:
     using GTemplateNode::GTemplateNode;
     ~GForeachNode( ) override;
+
+    // False for the pattern.
+    bool isClone( const GTemplateNode& child ) const { return !child.getAttribute( _as ).empty( ); }
+    // The entry that the repeated part around `node` stands for, where it repeats that list; empty outside of one.
+    static GWString findEntry( const GTemplateNode* node, GWStringView list );
 
 protected:
     bool _preChildUpdate( GAttributeStack& stack ) override;
@@ -25,11 +31,12 @@ private:
 
     GWString _list;
     GWString _as;
+    int _most = 0;  // 0 for all.
     GWString _text; // The list, as it was split last.
     bool _changed = false;
     bool _warned = false;
     bool _updating = false;
     GNodeWatchList _watches{ GWATCH_UPDATE };
-    GStringList _entries;
-    ChildList _retired; // Removed while a command ran; deleted at the next pass.
+    GStringList _entries; // Those that are repeated.
+    ChildList _retired;   // Removed while a command ran; deleted at the next pass.
 };

@@ -2,12 +2,29 @@
 
 #include "client/drawing/GImageStack.h"
 #include "client/skin/nodes/GCellNode.h"
+#include "client/skin/nodes/GForeachNode.h"
 
 #include <algorithm>
 
 bool GRowNode::_isColumn( ) const
 {
     return isNamed( u"Col" );
+}
+
+template <typename Call>
+void GRowNode::_forEachCell( Call call ) const
+{
+    for( GTemplateNode* child : _children )
+    {
+        if( auto* cell = dynamic_cast<GCellNode*>( child ) ) call( *cell );
+        const auto* foreach = dynamic_cast<const GForeachNode*>( child );
+        if( !foreach ) continue;
+        for( GTemplateNode* clone : foreach->getChildren( ) )
+        {
+            auto* cell = dynamic_cast<GCellNode*>( clone );
+            if( cell && foreach->isClone( *cell ) ) call( *cell );
+        }
+    }
 }
 
 bool GRowNode::_preChildUpdate( GAttributeStack& stack )
@@ -23,16 +40,15 @@ void GRowNode::calcMinSize( int& width, int& height )
     const bool column = _isColumn( );
     int along = 0;
     int across = 0;
-    for( GTemplateNode* child : _children )
-    {
-        auto* cell = dynamic_cast<GCellNode*>( child );
-        if( !cell ) continue;
-        int cellWidth = 0;
-        int cellHeight = 0;
-        cell->calcMinSize( cellWidth, cellHeight );
-        along += column ? cellHeight : cellWidth;
-        across = std::max( across, column ? cellWidth : cellHeight );
-    }
+    _forEachCell(
+        [&]( GCellNode& cell )
+        {
+            int cellWidth = 0;
+            int cellHeight = 0;
+            cell.calcMinSize( cellWidth, cellHeight );
+            along += column ? cellHeight : cellWidth;
+            across = std::max( across, column ? cellWidth : cellHeight );
+        } );
     width = std::max( width, column ? across : along );
     height = std::max( height, column ? along : across );
 }
@@ -41,16 +57,15 @@ int GRowNode::_measure( bool column )
 {
     _items.clear( );
     int sum = 0;
-    for( GTemplateNode* child : _children )
-    {
-        auto* cell = dynamic_cast<GCellNode*>( child );
-        if( !cell ) continue;
-        int width = 0;
-        int height = 0;
-        cell->calcMinSize( width, height );
-        _items.push_back( { cell, column ? height : width, cell->getExtra( ) } );
-        sum += _items.back( ).size;
-    }
+    _forEachCell(
+        [&]( GCellNode& cell )
+        {
+            int width = 0;
+            int height = 0;
+            cell.calcMinSize( width, height );
+            _items.push_back( { &cell, column ? height : width, cell.getExtra( ) } );
+            sum += _items.back( ).size;
+        } );
     return sum;
 }
 

@@ -1,5 +1,5 @@
 // Lays its cells out side by side ("Row") or one below the other ("Col"): each gets its least size and a share of the spare
-// space by its extra. Children that are no cells are passed over. User-interface thread.
+// space by its extra. A Foreach stands for the cells that it repeats; other children are passed over. User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
@@ -24,6 +24,8 @@ private:
         int extra;
     };
     bool _isColumn( ) const;
+    template <typename Call>
+    void _forEachCell( Call call ) const;
     int _measure( bool column );
 
     std::vector<Item> _items; // Of the last layout; kept for its capacity.

@@ -172,6 +172,63 @@ TEST_F( ClientOnline, CallRingsOnceUntilItIsAnswered )
     EXPECT_TRUE( ran( u"(/buddies/ann@velmora.local?starttalkhandsfree)" ) );
 }
 
+TEST_F( ClientOnline, AnsweredCallStopsTheOtherDevicesOnlyWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+        for( const GWStringView answer : { u"CALLACCEPT", u"CALLCANCEL" } )
+        {
+            goOnline( );
+            set( u"Robust_Client", robust ? u"1" : u"0" );
+            set( u"ann@velmora.local_Call_State", u"calling" );
+            broadcast( answer );
+            EXPECT_EQ( get( u"ann@velmora.local_Call_State" ), answer == u"CALLACCEPT" ? u"talking" : u"declined" );
+            const GHTTPHeaders told = next( u"ann@velmora.local_commandQueue" );
+            EXPECT_EQ( told.getMethod( ), robust ? u"DEVICEBROADCAST" : u"" );
+            if( robust )
+            {
+                EXPECT_EQ( told.get( u"Except-Device-GUID" ), u"pc1" );
+                GHTTPHeaders inner;
+                ASSERT_TRUE( inner.deserialize( told.getContent( 0 ) ) );
+                EXPECT_EQ( inner.getMethod( ), u"CALLCANCEL" );
+                EXPECT_EQ( inner.get( u"Reason" ), u"done" );
+            }
+            // Told once, by the device that called.
+            broadcast( answer );
+            EXPECT_EQ( nextMethod( u"ann@velmora.local_commandQueue" ), u"" );
+            close( );
+        }
+}
+
+TEST_F( ClientOnline, AcceptOfACallThatWasNotMadeHereTalksOnlyByTheLetter )
+{
+    for( const GWStringView callState : { u"", u"ringing", u"declined" } )
+        for( const bool robust : { false, true } )
+        {
+            goOnline( );
+            set( u"Robust_Client", robust ? u"1" : u"0" );
+            set( u"ann@velmora.local_Call_State", callState );
+            broadcast( u"CALLACCEPT" );
+            EXPECT_EQ( get( u"ann@velmora.local_Call_State" ), robust ? callState : u"talking" );
+            EXPECT_EQ( ran( u"(/buddies/ann@velmora.local?starttalkhandsfree)" ), !robust );
+            close( );
+        }
+}
+
+TEST_F( ClientOnline, CrossedCallsMeet )
+{
+    goOnline( );
+    set( u"Robust_Client", u"1" );
+    set( u"ann@velmora.local_Call_State", u"calling" );
+    broadcast( u"CALLINVITE" );
+    EXPECT_EQ( get( u"ann@velmora.local_Call_State" ), u"ringing" );
+    broadcast( u"CALLACCEPT" );
+    EXPECT_EQ( get( u"ann@velmora.local_Call_State" ), u"talking" );
+    // The next call is ann's alone: it can't be accepted by her.
+    broadcast( u"CALLINVITE" );
+    broadcast( u"CALLACCEPT" );
+    EXPECT_EQ( get( u"ann@velmora.local_Call_State" ), u"ringing" );
+}
+
 TEST_F( ClientOnline, CancelledCallTellsTheReason )
 {
     struct Case
@@ -340,4 +397,52 @@ TEST( ClientNames, BaseNamesNeverLeaveTheirFolder )
     EXPECT_EQ( GClientGetBaseName( u"a\n\u0085b" ), u"ab" );
     EXPECT_EQ( GClientGetUserName( u"ann@velmora.local" ), u"ann" );
     EXPECT_EQ( GClientGetUserName( u"ann" ), u"ann" );
+}
+
+// ---- Contact requests.
+
+TEST_F( ClientOnline, NewContactsAreToldInOneBubbleWhoseClickShowsThem )
+{
+    goOnline( );
+    const auto ask = [this]( const GWString& contact )
+    {
+        client->getInstance( )->insert( u"Contact_Request_List", contact );
+        GHTTPHeaders message( u"NEWCONTACT" );
+        message.set( u"Buddy-GUID", contact );
+        client->getInstance( )->enqueue( u"GClient_commandQueue", message );
+    };
+    ask( u"bob@x" );
+    tick( );
+    ASSERT_EQ( desktop.bubbles.size( ), 1u );
+    EXPECT_EQ( desktop.bubbles[0].title, u"Contact request" );
+    EXPECT_EQ( desktop.bubbles[0].text, u"bob@x wants to be your buddy.  Click here to answer." );
+    client->onBubbleClick( nullptr, desktop.bubbles[0].eventID );
+    EXPECT_TRUE( ran( u"(/skin/window_buddylist?open)" ) );
+    // Those who come soon after wait for each other.
+    ask( u"cid@x" );
+    ask( u"dan@x" );
+    ask( u"gone@x" );
+    client->getInstance( )->remove( u"Contact_Request_List", u"gone@x" );
+    tick( );
+    EXPECT_EQ( desktop.bubbles.size( ), 1u );
+    clock.advance( 30000000 );
+    tick( );
+    ASSERT_EQ( desktop.bubbles.size( ), 2u );
+    EXPECT_EQ( desktop.bubbles[1].text, u"cid@x and dan@x want to be your buddies.  Click here to answer." );
+    for( int i = 0; i < 150; ++i ) ask( GConcat( u"eve", i, u"@x" ) );
+    clock.advance( 31000000 );
+    tick( );
+    ASSERT_EQ( desktop.bubbles.size( ), 3u );
+    EXPECT_EQ( desktop.bubbles[2].text, u"eve0@x and 99 others want to be your buddies.  Click here to answer." );
+}
+
+TEST_F( ClientOnline, NewContactWithAnImpossibleNameIsDropped )
+{
+    goOnline( );
+    TestLog::expect( "WARNING Received 'NEWCONTACT' for invalid user 'x)(/system?exit)', ignoring." );
+    GHTTPHeaders message( u"NEWCONTACT" );
+    message.set( u"Buddy-GUID", u"x)(/system?exit)" );
+    command( message );
+    tick( );
+    EXPECT_TRUE( desktop.bubbles.empty( ) );
 }

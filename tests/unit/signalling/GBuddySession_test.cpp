@@ -112,6 +112,23 @@ TEST_F( BuddySession, OneConnectedDeviceOfTwoMakesTheBuddyOnline )
     EXPECT_EQ( u"bob@test@D2, bob@test@D3", value( u"Combined_Buddy_Device_List" ) );
 }
 
+TEST_F( BuddySession, BroadcastReachesAllDevicesButTheExceptedOne )
+{
+    connect( u"D2" );
+    connect( u"D3" );
+    far.hear( );
+    GHTTPHeaders wrapper( u"DEVICEBROADCAST" );
+    wrapper.addContent( GHTTPHeaders( u"CALLCANCEL" ).serialize( ) );
+    command( wrapper.serialize( ) );
+    wrapper.set( u"Except-Device-GUID", u"D2" );
+    command( wrapper.serialize( ) );
+    session->update( );
+    GStringVector devices;
+    for( const Heard& heard : far.hear( u"DEVICEBROADCAST" ) )
+        devices.push_back( heard.message.get( u"To-Device-GUID" ) );
+    EXPECT_EQ( ( GStringVector{ u"D2", u"D3", u"D3" } ), devices );
+}
+
 TEST_F( BuddySession, RequestWithoutDeviceIsAnswered400 )
 {
     TestLog::expect( GWideToUTF8( GConcat( u"WARNING Unexpected request 'INVITE' from '", far.host( ), u"'" ) ) );

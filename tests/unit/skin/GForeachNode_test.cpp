@@ -159,3 +159,30 @@ TEST_F( GForeachNodeTest, ACloneThatRunsACommandIsDeletedLater )
     EXPECT_FALSE( GWinIsVisible( window->getWin( ) ) );
     update( );
 }
+
+TEST_F( GForeachNodeTest, RepeatsNoMoreThanTheMost )
+{
+    instance->set( u"Names", u"ada, grace, linus" );
+    load( plain( ) );
+    update( );
+    for( const auto& [most, count] : { std::pair( u"2", 3u ), std::pair( u"1", 2u ), std::pair( u"0", 4u ) } )
+    {
+        find( u"foreach_chat" )->setAttribute( u"most", most );
+        EXPECT_TRUE( update( ) );
+        EXPECT_EQ( ids( ).size( ), count );
+    }
+}
+
+TEST_F( GForeachNodeTest, FindsTheEntryThatSurroundsANode )
+{
+    instance->set( u"Names", u"ada, grace" );
+    load( repeat( { u"Cell", { }, { { u"Input", { }, {} } } } ) );
+    update( );
+    const GTemplateNode* inner = find( u"foreach_chat/cell_grace/input" );
+    EXPECT_EQ( GForeachNode::findEntry( inner, u"names" ), u"grace" );
+    EXPECT_EQ( GForeachNode::findEntry( find( u"foreach_chat/cell_ada" ), u"Names" ), u"ada" );
+    EXPECT_EQ( GForeachNode::findEntry( inner, u"Others" ), u"" );
+    EXPECT_EQ( GForeachNode::findEntry( find( u"foreach_chat/cell" ), u"Names" ), u"" );
+    EXPECT_EQ( GForeachNode::findEntry( find( u"foreach_chat" ), u"Names" ), u"" );
+    EXPECT_EQ( GForeachNode::findEntry( nullptr, u"Names" ), u"" );
+}

@@ -134,3 +134,39 @@ TEST_F( GRowNodeTest, AnUnchangedTreeReportsNoChange )
     find( u"row/cell_a" )->setAttribute( u"extra", u"2" );
     EXPECT_TRUE( update( ) );
 }
+
+TEST_F( GRowNodeTest, RepeatedCellsTakeTheirPlacesAmongTheOthers )
+{
+    const Element pattern{ u"Cell",
+                           { { u"fixedwidth", u"2" }, { u"align", u"stretch" }, { u"valign", u"stretch" } },
+                           { { u"Input", { }, {} } } };
+    load( { u"Row",
+            { },
+            { cell( u"a", 3, 0 ),
+              { u"Foreach", { { u"list", u"Names" }, { u"as", u"id" }, { u"most", u"2" } }, { pattern } },
+              open( u"b", u"1" ) } } );
+    const auto clone = [this]( const char16_t* id ) { return GConcat( u"row/foreach/cell_", id, u"/input" ); };
+    update( );
+    draw( 12, 2 );
+    EXPECT_EQ( place( u"b" ), ( GRect{ 3, 0, 12, 2 } ) );
+    int width = 0;
+    int height = 0;
+    find( u"row" )->calcMinSize( width, height );
+    EXPECT_EQ( width, 3 );
+    instance->set( u"Names", u"x, y, z" );
+    update( );
+    draw( 12, 2 );
+    EXPECT_EQ( canvas->owned( handler( clone( u"x" ) ) ), ( GRect{ 3, 0, 5, 2 } ) );
+    EXPECT_EQ( canvas->owned( handler( clone( u"y" ) ) ), ( GRect{ 5, 0, 7, 2 } ) );
+    EXPECT_EQ( place( u"b" ), ( GRect{ 7, 0, 12, 2 } ) );
+    width = 0;
+    find( u"row" )->calcMinSize( width, height );
+    EXPECT_EQ( width, 7 );
+    // Who waits behind the most takes the place of one who leaves.
+    EXPECT_FALSE( find( clone( u"z" ) ) );
+    instance->set( u"Names", u"y, z" );
+    update( );
+    draw( 12, 2 );
+    EXPECT_EQ( canvas->owned( handler( clone( u"y" ) ) ), ( GRect{ 3, 0, 5, 2 } ) );
+    EXPECT_EQ( canvas->owned( handler( clone( u"z" ) ) ), ( GRect{ 5, 0, 7, 2 } ) );
+}

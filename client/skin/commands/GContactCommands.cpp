@@ -1,0 +1,70 @@
+#include "client/skin/commands/GContactCommands.h"
+
+#include "client/skin/GTemplate.h"
+#include "client/skin/nodes/GForeachNode.h"
+#include "platform/GTime.h"
+#include "protocol/GProtocol.h"
+
+namespace
+{
+constexpr GWStringView LIST = u"Contact_Request_List";
+constexpr GWStringView SIP_QUEUE = u"GSIPService_commandQueue";
+constexpr uint64_t SETTLING_TIME = 500000;
+} // namespace
+
+GContactCommands::GContactCommands( GTemplate& engine ) : _instance( *engine.getInstance( ) ) {}
+
+void GContactCommands::execute( const GCommand& command )
+{
+    static const GCommandRow<GContactCommands> ROWS[] = {
+        { u"accept", true, &GContactCommands::_accept },
+        { u"refuse", true, &GContactCommands::_refuse },
+        { u"block", true, &GContactCommands::_block },
+    };
+    GWString rest = command.subpath;
+    _contact = GCommandTakeStep( rest );
+    if( command.subpath.empty( ) ) _contact = GForeachNode::findEntry( command.source, LIST );
+    if( _contact.empty( ) || !rest.empty( ) )
+        GLOG( u"WARNING Malformed contact path '", command.path, u"', ignoring." );
+    else if( !_instance.contains( LIST, _contact ) )
+        GLOG( u"WARNING Cannot answer '", _contact, u"' who has not asked, ignoring." );
+    else if( !GCommandRun( *this, ROWS, command, _contact ) )
+        GLOG( u"WARNING Unknown contact action '", command.action, u"', ignoring." );
+}
+
+// A press that was meant for what stood there before, or that comes a second time.
+bool GContactCommands::_mayAnswer( ) const
+{
+    return GTimeGetTime( ) - _instance.getTimestamp( LIST ) >= SETTLING_TIME &&
+           !_instance.isSet( GConcat( _contact, u"_Contact_Status" ) );
+}
+
+void GContactCommands::_accept( const GCommand& )
+{
+    if( !_mayAnswer( ) ) return;
+    _instance.set( GConcat( _contact, u"_Contact_Status" ), u"Adding..." );
+    GHTTPHeaders message( GProtocol::ADDBUDDY );
+    message.set( GProtocol::BUDDY_GUID, _contact );
+    _instance.enqueue( SIP_QUEUE, message );
+}
+
+void GContactCommands::_refuse( const GCommand& )
+{
+    _sendAnswer( GProtocol::REFUSE );
+}
+
+void GContactCommands::_block( const GCommand& )
+{
+    _sendAnswer( GProtocol::BLOCK );
+}
+
+void GContactCommands::_sendAnswer( GWStringView answer )
+{
+    if( !_mayAnswer( ) ) return;
+    _instance.set( GConcat( _contact, u"_Contact_Status" ),
+                   answer == GProtocol::BLOCK ? u"Blocking..." : u"Refusing..." );
+    GHTTPHeaders message( GProtocol::CONTACTANSWER );
+    message.set( GProtocol::BUDDY_GUID, _contact );
+    message.set( GProtocol::ANSWER, answer );
+    _instance.enqueue( SIP_QUEUE, message );
+}
