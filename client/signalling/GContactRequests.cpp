@@ -139,6 +139,7 @@ void GContactRequests::beginAccept( const GWString& userGUID )
     if( !request ) return;
     request->acceptTime = GTimeGetTime( );
     _instance->set( nameStatus( userGUID ), u"Adding..." );
+    _instance->set( TITLE, u"Adding..." );
 }
 
 void GContactRequests::failAccept( const GWString& userGUID )
@@ -147,6 +148,7 @@ void GContactRequests::failAccept( const GWString& userGUID )
     if( !request ) return;
     request->acceptTime = 0;
     _instance->clear( nameStatus( userGUID ) );
+    _isChanged = true;
 }
 
 // ---- The list.

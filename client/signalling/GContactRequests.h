@@ -1,8 +1,8 @@
 // Who asks to become a buddy of this user: takes CONTACTREQUESTs of the signalling host, keeps them on the blackboard for the skin,
 // and tells the host what the user answered until it has heard. Accepting is not done here: it is an ADDBUDDY.
 //   "Contact_Request_List"     user ids, oldest first, not in the settings: the host asks again after the next registration.
-//   "Contact_Request_Title"    how many there are, in words; empty without any.
-//   "<user>_Contact_Status"    what is being done about one; empty while the user has the choice.
+//   "Contact_Request_Title"    how many there are, in words, or what is being done about one; empty without any.
+//   "<user>_Contact_Status"    the same of one user; empty while there is a choice.
 // Off without the setting "Contact_Requests". Only on GSIPService's thread, or under its lock.
 #pragma once
 

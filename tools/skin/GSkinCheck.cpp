@@ -197,7 +197,8 @@ private:
             _report( element, u"element <", element.name, u"> has no meaning and nothing refers to it" );
         const int parent = element.parent;
         const GWString around = parent < 0 ? GWString( ) : GToLower( _elements[static_cast<size_t>( parent )].name );
-        if( ( around == u"row" || around == u"col" ) && !GCaseEquals( element.name, u"cell" ) )
+        const bool isPlaced = GCaseEquals( element.name, u"cell" ) || GCaseEquals( element.name, u"foreach" );
+        if( ( around == u"row" || around == u"col" ) && !isPlaced )
             _report( element, u"<", element.name, u"> directly inside <", around,
                      u"> is never drawn: put it into a Cell" );
     }

@@ -19,6 +19,8 @@ constexpr Setting SETTINGS[] = {
     { u"Default_Domain", u"example.org" },
     { u"Add_Buddy_GUID", u"grace" },
     { u"Add_Buddy_Status", u"Verifying..." },
+    { u"Contact_Request_List", u"alan@example.org" },
+    { u"Contact_Request_Title", u"1 contact request" },
     { u"Talk_Again_Hotkey", u"CONTROL+SPACE" },
     { u"Seconds_Until_Auto_Restart", u"24" },
     { u"Connection_Class", u"Port-restricted" },

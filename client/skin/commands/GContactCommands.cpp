@@ -41,30 +41,30 @@ bool GContactCommands::_mayAnswer( ) const
 
 void GContactCommands::_accept( const GCommand& )
 {
-    if( !_mayAnswer( ) ) return;
-    _instance.set( GConcat( _contact, u"_Contact_Status" ), u"Adding..." );
     GHTTPHeaders message( GProtocol::ADDBUDDY );
-    message.set( GProtocol::BUDDY_GUID, _contact );
-    _instance.enqueue( SIP_QUEUE, message );
+    _send( message, u"Adding..." );
 }
 
 void GContactCommands::_refuse( const GCommand& )
 {
-    _sendAnswer( GProtocol::REFUSE );
+    GHTTPHeaders message( GProtocol::CONTACTANSWER );
+    message.set( GProtocol::ANSWER, GProtocol::REFUSE );
+    _send( message, u"Refusing..." );
 }
 
 void GContactCommands::_block( const GCommand& )
 {
-    _sendAnswer( GProtocol::BLOCK );
+    GHTTPHeaders message( GProtocol::CONTACTANSWER );
+    message.set( GProtocol::ANSWER, GProtocol::BLOCK );
+    _send( message, u"Blocking..." );
 }
 
-void GContactCommands::_sendAnswer( GWStringView answer )
+// The service takes a moment: the title says at once that the press was felt, until the service writes it anew.
+void GContactCommands::_send( GHTTPHeaders& message, GWStringView status )
 {
     if( !_mayAnswer( ) ) return;
-    _instance.set( GConcat( _contact, u"_Contact_Status" ),
-                   answer == GProtocol::BLOCK ? u"Blocking..." : u"Refusing..." );
-    GHTTPHeaders message( GProtocol::CONTACTANSWER );
     message.set( GProtocol::BUDDY_GUID, _contact );
-    message.set( GProtocol::ANSWER, answer );
+    _instance.set( GConcat( _contact, u"_Contact_Status" ), status );
+    _instance.set( u"Contact_Request_Title", status );
     _instance.enqueue( SIP_QUEUE, message );
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "client/skin/commands/GCommandTable.h"
+#include "runtime/GHTTPHeaders.h"
 
 class GInstance;
 class GTemplate;
@@ -19,7 +20,7 @@ private:
     void _refuse( const GCommand& command );
     void _block( const GCommand& command );
     bool _mayAnswer( ) const;
-    void _sendAnswer( GWStringView answer );
+    void _send( GHTTPHeaders& message, GWStringView status );
 
     GInstance& _instance;
     GWString _contact;

@@ -339,6 +339,7 @@ TEST_F( ContactRequests, AcceptingAddsTheBuddyAndInvitesAtOnce )
     pass( );
     EXPECT_EQ( u"bob@test", shown( ) );
     EXPECT_EQ( u"Adding...", value( u"bob@test_Contact_Status" ) );
+    EXPECT_EQ( u"Adding...", value( u"Contact_Request_Title" ) );
     isDeaf = false;
     passFor( 3 );
     EXPECT_EQ( u"", shown( ) );
@@ -369,6 +370,7 @@ TEST_F( ContactRequests, FailedAcceptGivesTheChoiceBack )
     EXPECT_EQ( u"Adding...", value( u"bob@test_Contact_Status" ) );
     passFor( 21 );
     EXPECT_EQ( u"", value( u"bob@test_Contact_Status" ) );
+    EXPECT_EQ( u"1 contact request", value( u"Contact_Request_Title" ) );
     EXPECT_EQ( u"bob@test", shown( ) );
 }
 

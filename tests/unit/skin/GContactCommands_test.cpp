@@ -33,6 +33,7 @@ TEST_F( GContactCommandsTest, AcceptingIsAddingTheBuddy )
     run( "(/contacts/bob@x?accept)" );
     EXPECT_EQ( sip( ), "ADDBUDDY Buddy-GUID=bob@x" );
     EXPECT_EQ( status( ), "Adding..." );
+    EXPECT_EQ( value( u"Contact_Request_Title" ), "Adding..." );
     EXPECT_EQ( sip( ), "" );
 }
 
