@@ -179,6 +179,8 @@ private:
             for( const auto& [name, value] : element.attributes )
             {
                 forEachName( value, [&]( const GWString& used ) { _usedNames.insert( used ); } );
+                // A condition reads the name that it watches.
+                if( GCaseEquals( name, u"watch" ) ) _usedNames.insert( GToLower( value ) );
                 for( const GWString& step : GSplitList( value, u"/?();" ) ) _steps.insert( GToLower( step ) );
             }
         }
