@@ -23,6 +23,7 @@ class Talk
 public:
     Talk( )
     {
+        client.instance.set( u"Contact_Requests", 1 );
         client.command( u"BUDDYLOGON" );
         for( int i = 0; i < 3; ++i )
         {

@@ -42,6 +42,10 @@ TEST_F( ClientLogon, ExistingAccountLogsOnAndConnects )
     EXPECT_EQ( get( u"Global_STUN_Host_List" ), u"1.1.1.1:1, 1.1.1.2:2, 1.1.1.3:3, 1.1.1.4:4" );
     EXPECT_EQ( nextMethod( u"GLogfileService_commandQueue" ), u"UPLOADLOGFILES" );
     EXPECT_EQ( nextMethod( u"GDispatchService_commandQueue" ), u"CONNECT" );
+    EXPECT_TRUE( TestLog::contains( "Request 'AUTHENTICATE' succeeded, logged into account 'me@velmora.local'" ) );
+    EXPECT_TRUE( desktop.bubbles.empty( ) );
+    // No first-time window: that was long ago.
+    EXPECT_TRUE( desktop.commands.empty( ) );
     command( u"CONNECTED" );
     EXPECT_EQ( nextMethod( u"GSIPService_commandQueue" ), u"BUDDYLOGON" );
     command( u"LOGOFF" );
@@ -64,6 +68,7 @@ TEST_F( ClientLogon, NewAccountCarriesTheTypedNameAndKeepsTheServersId )
     EXPECT_EQ( request.get( u"Email" ), u"ann@example.org" );
     EXPECT_EQ( get( u"Local_User_GUID" ), u"ann@velmora.local" );
     EXPECT_EQ( get( u"Logon_Status" ), u"-- Account created --" );
+    EXPECT_TRUE( TestLog::contains( "Request 'AUTHENTICATE' succeeded, created new account 'ann@velmora.local'" ) );
     // Only now does the password reach the disk.
     EXPECT_NE( saved( ).find( "local_password: secret" ), GString::npos );
     EXPECT_NE( saved( ).find( "local_email: ann@example.org" ), GString::npos );
@@ -174,6 +179,42 @@ TEST_F( ClientLogon, ServerThatIsNotThereLeadsToASilentRetryOnceThePromptIsSpent
     EXPECT_EQ( desktop.commands.size( ), 1u );
 }
 
+TEST_F( ClientLogon, ServerThatCannotBeAskedIsUnavailable )
+{
+    TestLog::allow( "WARNING" );
+    settings( { { "local_user_guid", "me@velmora.local" },
+                { "local_password", "x" },
+                { "authenticate_host", "999.1.1.1:443" } } );
+    open( );
+    for( int i = 0; i < 200 && state( ) == GClient::AUTHENTICATING; ++i ) client->onTimer( nullptr );
+    EXPECT_TRUE( TestLog::contains( "WARNING Cannot contact '999.1.1.1:443', ignoring request." ) );
+    EXPECT_EQ( get( u"Logon_Status" ), u"-- Server unavailable --" );
+    EXPECT_TRUE( TestLog::contains( "Request 'AUTHENTICATE' failed with response 0 (valid=FALSE), staying offline." ) );
+    EXPECT_TRUE( TestLog::contains( "Response='" ) );
+}
+
+TEST_F( ClientLogon, ServerThatSaysNothingIsGivenUpAfterThirtySecondsOnlyWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        settings( { { "local_user_guid", "me@velmora.local" },
+                    { "local_password", "x" },
+                    { "robust_client", robust ? "1" : "0" } } );
+        open( );
+        ASSERT_TRUE( server.accept( ) );
+        GHTTPHeaders request;
+        client->onTimer( nullptr );
+        ASSERT_TRUE( server.hear( request ) );
+        if( robust ) TestLog::expect( "timed out, cancelling." );
+        clock.advance( 31000000 );
+        for( int i = 0; i < 3 && state( ) == GClient::AUTHENTICATING; ++i ) client->onTimer( nullptr );
+        EXPECT_EQ( state( ), robust ? GClient::WAITING : GClient::AUTHENTICATING );
+        EXPECT_EQ( get( u"Logon_Status" ), robust ? u"-- Server unavailable --" : u"-- Connecting... --" );
+        server.hangUp( );
+        close( );
+    }
+}
+
 TEST_F( ClientLogon, WaitingCountsDownAndRetriesEveryThirtySeconds )
 {
     to( GClient::WAITING );
@@ -228,6 +269,12 @@ TEST_F( ClientLogon, CriticalUpgradeLeavesTheClientOffline )
     answerLogon( reply );
     EXPECT_EQ( state( ), GClient::OFFLINE );
     EXPECT_EQ( get( u"Local_Upgrade_URL" ), u"http://1.2.3.4:80/upgrade" );
+    EXPECT_EQ( get( u"Local_Upgrade_Name" ), u"Velmora 765" );
+    EXPECT_EQ( get( u"Local_Upgrade_Priority" ), u"critical" );
+    EXPECT_EQ( get( u"Logon_Status" ), u"-- Logon successful --" );
+    // Neither hosts nor log upload: nothing of this logon is used.
+    EXPECT_EQ( get( u"Global_STUN_Host_List" ), u"" );
+    EXPECT_EQ( nextMethod( u"GLogfileService_commandQueue" ), u"" );
     ASSERT_EQ( desktop.bubbles.size( ), 1u );
     EXPECT_EQ( desktop.bubbles[0].title, u"Critical update in progress" );
     EXPECT_EQ( desktop.bubbles[0].text,
@@ -260,6 +307,7 @@ TEST_F( ClientLogon, UploadRunStaysOffline )
     ASSERT_EQ( desktop.bubbles.size( ), 1u );
     EXPECT_EQ( desktop.bubbles[0].title, u"Logfile upload in progress" );
     EXPECT_EQ( nextMethod( u"GLogfileService_commandQueue" ), u"UPLOADLOGFILES" );
+    EXPECT_TRUE( wasReset( ) );
 }
 
 TEST_F( ClientLogon, FirstLogonOpensTheBuddyListAndFirstRunTheOptions )
@@ -282,9 +330,12 @@ TEST_F( ClientLogon, ResetForgetsTheServersButNotTheStunHosts )
     open( );
     answerLogon( goodReply( ) );
     clearQueues( );
+    set( u"Global_SIP_Host", u"2.2.2.2:2" );
+    set( u"Prompt_On_AUTHENTICATE_Failure", u"1" );
     command( u"DISCONNECTED" );
     EXPECT_TRUE( wasReset( ) );
-    for( const GWStringView name : { u"Global_SIP_Host_List", u"Global_TURN_Host", u"Global_Logfile_Host" } )
+    for( const GWStringView name : { u"Global_SIP_Host", u"Global_SIP_Host_List", u"Global_TURN_Host",
+                                     u"Global_Logfile_Host", u"Prompt_On_AUTHENTICATE_Failure" } )
         EXPECT_EQ( get( name ), u"" );
     EXPECT_NE( get( u"Global_STUN_Host_List" ), u"" );
     EXPECT_EQ( get( u"Local_IP" ), u"127.0.0.1" );

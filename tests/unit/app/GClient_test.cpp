@@ -521,6 +521,24 @@ TEST_F( Client, RemedyResetsAtOnceWhenLoggingOffWhileConnecting )
     EXPECT_EQ( desktop.quits, std::vector<int>{ 0 } );
 }
 
+TEST_F( Client, RemedyKeepsTheWishToComeBackWhenSuspendedWhileConnecting )
+{
+    for( const bool robust : { false, true } )
+    {
+        settings( { { "local_user_guid", "me@velmora.local" },
+                    { "local_password", "x" },
+                    { "robust_client", robust ? "1" : "0" } } );
+        to( CONN );
+        event( SUSPEND );
+        EXPECT_EQ( state( ), robust ? OFF : DISC );
+        tick( );
+        event( RESUME );
+        tick( );
+        EXPECT_EQ( state( ), AUTH );
+        close( );
+    }
+}
+
 TEST_F( Client, TerminationLogsOffAndExitsOnlyWithTheRemedy )
 {
     for( const bool robust : { false, true } )

@@ -7,7 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <memory>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace
 {
@@ -32,6 +36,36 @@ bool receive( GHTTPClient& client, GHTTPHeaders& response )
     }
     return false;
 }
+// A listener that takes one connection into its queue and answers no further one.
+class FullListener
+{
+public:
+    FullListener( ) : _listener( ::socket( AF_INET, SOCK_STREAM, 0 ) ), _filler( ::socket( AF_INET, SOCK_STREAM, 0 ) )
+    {
+        sockaddr_in address{ };
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl( INADDR_LOOPBACK );
+        socklen_t size = sizeof( address );
+        auto* generic = reinterpret_cast<sockaddr*>( &address );
+        EXPECT_EQ( 0, ::bind( _listener, generic, size ) );
+        EXPECT_EQ( 0, ::getsockname( _listener, generic, &size ) );
+        EXPECT_EQ( 0, ::listen( _listener, 0 ) );
+        EXPECT_EQ( 0, ::connect( _filler, generic, size ) );
+        host = GConcat( u"127.0.0.1:", ntohs( address.sin_port ) );
+    }
+    ~FullListener( )
+    {
+        ::close( _filler );
+        ::close( _listener );
+    }
+    FullListener( const FullListener& ) = delete;
+    FullListener& operator=( const FullListener& ) = delete;
+    GWString host;
+
+private:
+    int _listener;
+    int _filler;
+};
 } // namespace
 
 TEST( HTTPClient, SendsItsRequestAndTakesTheAnswer )
@@ -114,6 +148,53 @@ TEST( HTTPClient, RequestThatStallsIsClosedAfterFiveSeconds )
     client->update( 0 );
     EXPECT_FALSE( client->isAlive( ) );
     EXPECT_EQ( client->getLocalHost( ), u"0.0.0.0:0" );
+}
+
+TEST( HTTPClient, ConnectionThatIsNeverMadeIsClosedAfterFiveSeconds )
+{
+    TestClock clock;
+    const FullListener listener;
+    const auto client = makeClient( listener.host, GHTTPHeaders( u"A" ) );
+    clock.advance( 4900000 );
+    client->update( 0 );
+    EXPECT_TRUE( client->isAlive( ) );
+    EXPECT_GT( client->getUnsent( ), 0 );
+    TestLog::expect( "timed out, cancelling." );
+    clock.advance( 200000 );
+    client->update( 0 );
+    EXPECT_FALSE( client->isAlive( ) );
+}
+
+TEST( HTTPClient, BytesThatMoveEndTheWaitOfFiveSeconds )
+{
+    TestClock clock;
+    TestTcpServer server;
+    const auto client = makeClient( server.host( ), GHTTPHeaders( u"A" ) );
+    ASSERT_TRUE( server.accept( ) );
+    for( int i = 0; i < 100 && client->getUnsent( ); ++i ) client->update( 10000 );
+    ASSERT_EQ( client->getUnsent( ), 0 );
+    // From now on no time-out applies: the server may think as long as it likes.
+    clock.advance( 3600000000LL );
+    client->update( 0 );
+    EXPECT_TRUE( client->isAlive( ) );
+    server.say( makeResponse( "late" ) );
+    GHTTPHeaders response;
+    EXPECT_TRUE( receive( *client, response ) );
+}
+
+TEST( HTTPClient, RefusedConnectionDies )
+{
+    GWString host;
+    {
+        const TestTcpServer server;
+        host = server.host( );
+    }
+    TestLog::allow( "WARNING" );
+    const auto client = makeClient( host, GHTTPHeaders( u"A" ) );
+    for( int i = 0; i < 100 && client->isAlive( ); ++i ) client->update( 10000 );
+    EXPECT_FALSE( client->isAlive( ) );
+    GHTTPHeaders response;
+    EXPECT_FALSE( client->recv( response ) );
 }
 
 TEST( HTTPClient, AnExchangeWithoutAByteEndsAfterThirtySecondsOnlyWithTheRemedy )
