@@ -1,18 +1,24 @@
 #include "server/core/GStreamServer.h"
 
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/write.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
 
 namespace
 {
-constexpr size_t BLOCK_SIZE = 16384;
+constexpr size_t BLOCK_SIZE = 131072;
+// A longer beginning of a message grows where it is instead of being copied before each read.
+constexpr size_t MAX_COPIED = 32768;
+// Room that a connection keeps for the next beginning, and for the next bytes that have to wait.
+constexpr size_t MAX_KEPT = 16384;
 constexpr std::string_view HEADER_END = "\r\n\r\n";
 constexpr std::string_view CONTENT_LENGTH = "\r\nContent-Length:";
 } // namespace
 
 GStreamConnection::GStreamConnection( GStreamServer& server, boost::asio::ip::tcp::socket socket )
-    : _server( server ), _socket( std::move( socket ) ), _idleTimer( server.io( ) ), _block( BLOCK_SIZE, '\0' ),
-      _idleSeconds( server._limits.idleSeconds )
+    : _server( server ), _socket( std::move( socket ) ), _idleTimer( server.io( ) ),
+      _lastByte( std::chrono::steady_clock::now( ) ), _idleSeconds( server._limits.idleSeconds )
 {
     boost::system::error_code code;
     const auto remote = _socket.remote_endpoint( code );
@@ -20,53 +26,97 @@ GStreamConnection::GStreamConnection( GStreamServer& server, boost::asio::ip::tc
     _remoteAddress = remote.address( ).to_string( );
     _socket.set_option( boost::asio::ip::tcp::no_delay( true ), code );
     _socket.set_option( boost::asio::socket_base::keep_alive( true ), code );
+    if( server._limits.sendBufferBytes > 0 )
+        _socket.set_option( boost::asio::socket_base::send_buffer_size( server._limits.sendBufferBytes ), code );
 }
 
 void GStreamConnection::_start( )
 {
-    _restartIdle( );
+    _armIdle( std::chrono::seconds( _idleSeconds ) );
     _read( );
 }
 
 void GStreamConnection::_read( )
 {
-    _socket.async_read_some( boost::asio::buffer( _block ),
-                             [self = shared_from_this( )]( const boost::system::error_code& code, size_t length )
-                             {
-                                 if( !self->_socket.is_open( ) ) return;
-                                 if( !code ) return self->_onRead( length );
-                                 self->_ended = true;
-                                 const bool answering =
-                                     self->_busy || !self->_writing.empty( ) || !self->_queue.empty( );
-                                 if( !answering || !self->_server._limits.halfClose ) return self->close( );
-                                 if( !self->_busy ) self->finish( );
-                             } );
+    _socket.async_wait( boost::asio::ip::tcp::socket::wait_read,
+                        [self = shared_from_this( )]( const boost::system::error_code& code )
+                        {
+                            if( !self->_socket.is_open( ) ) return;
+                            if( code ) return self->close( );
+                            self->_onReadable( );
+                        } );
 }
-void GStreamConnection::_onRead( size_t length )
+void GStreamConnection::_onReadable( )
 {
+    const bool copies = _received.size( ) <= MAX_COPIED;
+    const size_t kept = _received.size( );
+    if( copies )
+        std::memcpy( _server._block.get( ), _received.data( ), kept );
+    else
+        _received.resize( kept + BLOCK_SIZE );
+    char* data = copies ? _server._block.get( ) : _received.data( );
+    const size_t room = copies ? BLOCK_SIZE - kept : BLOCK_SIZE;
+    const ssize_t length = ::recv( _socket.native_handle( ), data + kept, room, MSG_DONTWAIT );
+    const bool nothing = length < 0 && ( errno == EAGAIN || errno == EINTR );
+    if( length <= 0 )
+    {
+        _received.resize( kept );
+        return nothing ? _read( ) : _onEnd( );
+    }
     _restartIdle( );
-    _received.append( _block, 0, length );
-    if( _parse( ) && _socket.is_open( ) ) return _read( );
+    const auto self = shared_from_this( );
+    const size_t total = kept + static_cast<size_t>( length );
+    const size_t taken = _handOut( data, total );
+    if( _server._afterRead ) _server._afterRead( self );
     if( !_socket.is_open( ) || _finishing ) return;
+    _keep( data + taken, total - taken );
+    if( _canBecomeMessage( ) ) return _read( );
     _server._drop( "malformed" );
     close( );
 }
-
-// Hands out every whole message; false when what is there can't become one.
-bool GStreamConnection::_parse( )
+// The other side sends no more.
+void GStreamConnection::_onEnd( )
 {
+    _ended = true;
+    const bool answering = _busy || !_queue.empty( );
+    if( !answering || !_server._limits.halfClose ) return close( );
+    if( !_busy ) finish( );
+}
+
+// Gives every whole message to its handler; the bytes that they made up.
+size_t GStreamConnection::_handOut( const char* data, size_t length )
+{
+    const auto self = shared_from_this( );
     size_t offset = 0;
-    GHTTPHeaders message;
-    while( _socket.is_open( ) && offset < _received.size( ) )
+    while( _socket.is_open( ) && !_finishing && offset < length )
     {
-        const char* begin = _received.data( ) + offset;
-        const int taken = message.deserialize( begin, static_cast<int>( _received.size( ) - offset ) );
+        const char* begin = data + offset;
+        size_t taken = _server._onFrame ? _server._onFrame( self, begin, length - offset ) : 0;
+        if( !taken )
+        {
+            taken = static_cast<size_t>( _server._message.deserialize( begin, static_cast<int>( length - offset ) ) );
+            if( taken ) _server._onMessage( self, _server._message );
+        }
         if( !taken ) break;
-        offset += static_cast<size_t>( taken );
-        _server._onMessage( shared_from_this( ), message );
-        if( _finishing ) return false;
+        offset += taken;
     }
-    _received.erase( 0, offset );
+    return offset;
+}
+// What is left is the beginning of a message.
+void GStreamConnection::_keep( const char* data, size_t length )
+{
+    if( !_received.empty( ) && data >= _received.data( ) && data <= _received.data( ) + _received.size( ) )
+    {
+        const auto begin = static_cast<size_t>( data - _received.data( ) );
+        _received.resize( begin + length );
+        _received.erase( 0, begin );
+    }
+    else
+        _received.assign( data, length );
+    if( _received.size( ) <= MAX_KEPT && _received.capacity( ) > MAX_KEPT ) _received.shrink_to_fit( );
+}
+bool GStreamConnection::_canBecomeMessage( ) const
+{
     const GStreamLimits& limits = _server._limits;
     if( _received.size( ) > limits.messageBytes ) return false;
     const size_t end = _received.find( HEADER_END );
@@ -75,50 +125,78 @@ bool GStreamConnection::_parse( )
     // The header is whole: cut off from its content it must parse, and the content must be one that may come.
     const size_t mark = _received.find( CONTENT_LENGTH );
     if( mark >= end ) return false;
-    int64_t total = 0;
     const size_t value = mark + CONTENT_LENGTH.size( );
-    const GString sizes = _received.substr( value, _received.find( '\r', value ) - value );
-    for( const GWString& size : GSplitList( GUTF8ToWide( sizes ) ) )
+    const GWString sizes =
+        GUTF8ToWide( std::string_view( _received ).substr( value, _received.find( '\r', value ) - value ) );
+    const auto most = static_cast<int64_t>( limits.messageBytes );
+    int64_t total = 0;
+    GWStringView size;
+    for( size_t begin = 0; GSplitNext( sizes, begin, size ); )
     {
         const int64_t part = GCalc( size );
-        if( part < 0 || part > static_cast<int64_t>( limits.messageBytes ) ) return false;
+        if( part < 0 || part > most ) return false;
         total += part;
-        if( total > static_cast<int64_t>( limits.messageBytes ) ) return false;
+        if( total > most ) return false;
     }
     return static_cast<int64_t>( _received.size( ) - end - HEADER_END.size( ) ) < total;
 }
 
-bool GStreamConnection::send( const GString& bytes )
+bool GStreamConnection::hasRoom( size_t bytes ) const
 {
-    if( !_socket.is_open( ) ) return false;
-    const size_t waiting = _queue.size( ) + _writing.size( );
-    if( waiting && waiting + bytes.size( ) > _server._limits.queueBytes ) return false;
-    _queue += bytes;
-    if( _writing.empty( ) ) _write( );
-    return true;
+    const size_t waiting = _queue.size( ) - _sent;
+    return _socket.is_open( ) && ( !waiting || waiting + bytes <= _server._limits.queueBytes );
 }
-void GStreamConnection::_write( )
+bool GStreamConnection::send( std::string_view bytes )
 {
+    if( !hasRoom( bytes.size( ) ) ) return false;
     if( _queue.empty( ) )
     {
-        if( _finishing ) close( );
-        return;
+        const ssize_t sent =
+            ::send( _socket.native_handle( ), bytes.data( ), bytes.size( ), MSG_DONTWAIT | MSG_NOSIGNAL );
+        // A broken connection ends where it is read.
+        if( sent < 0 && errno != EAGAIN && errno != EINTR ) return false;
+        bytes.remove_prefix( static_cast<size_t>( std::max<ssize_t>( sent, 0 ) ) );
+        if( bytes.empty( ) ) return true;
+        _awaitWritable( );
     }
-    _writing.swap( _queue );
-    boost::asio::async_write( _socket, boost::asio::buffer( _writing ),
-                              [self = shared_from_this( )]( const boost::system::error_code& code, size_t )
-                              {
-                                  self->_writing.clear( );
-                                  if( !self->_socket.is_open( ) ) return;
-                                  if( code ) return self->close( );
-                                  self->_restartIdle( );
-                                  self->_write( );
-                              } );
+    _queue.append( bytes );
+    return true;
+}
+void GStreamConnection::_awaitWritable( )
+{
+    _socket.async_wait( boost::asio::ip::tcp::socket::wait_write,
+                        [self = shared_from_this( )]( const boost::system::error_code& code )
+                        {
+                            if( !self->_socket.is_open( ) ) return;
+                            if( code ) return self->close( );
+                            self->_onWritable( );
+                        } );
+}
+void GStreamConnection::_onWritable( )
+{
+    const ssize_t sent =
+        ::send( _socket.native_handle( ), _queue.data( ) + _sent, _queue.size( ) - _sent, MSG_DONTWAIT | MSG_NOSIGNAL );
+    if( sent < 0 && errno != EAGAIN && errno != EINTR ) return close( );
+    if( sent > 0 ) _restartIdle( );
+    _sent += static_cast<size_t>( std::max<ssize_t>( sent, 0 ) );
+    if( _sent < _queue.size( ) )
+    {
+        if( _sent > _queue.size( ) / 2 )
+        {
+            _queue.erase( 0, _sent );
+            _sent = 0;
+        }
+        return _awaitWritable( );
+    }
+    _queue.clear( );
+    _sent = 0;
+    if( _queue.capacity( ) > MAX_KEPT ) _queue.shrink_to_fit( );
+    if( _finishing ) close( );
 }
 void GStreamConnection::finish( )
 {
     _finishing = true;
-    if( _writing.empty( ) ) _write( );
+    if( _queue.empty( ) ) close( );
 }
 void GStreamConnection::setBusy( bool busy )
 {
@@ -131,16 +209,25 @@ void GStreamConnection::setIdleSeconds( int64_t seconds )
 {
     _idleSeconds = seconds;
     _restartIdle( );
+    _armIdle( std::chrono::seconds( seconds ) );
 }
+// The timer looks for itself when the last byte came: setting it anew for each would cost more than the byte.
 void GStreamConnection::_restartIdle( )
 {
-    if( !_socket.is_open( ) ) return;
-    _idleTimer.expires_after( std::chrono::seconds( _idleSeconds ) );
+    _lastByte = std::chrono::steady_clock::now( );
+}
+void GStreamConnection::_armIdle( std::chrono::steady_clock::duration after )
+{
+    _idleTimer.expires_after( after );
     _idleTimer.async_wait(
         [weak = weak_from_this( )]( const boost::system::error_code& code )
         {
             const auto self = weak.lock( );
-            if( code || !self || self->_busy || !self->_socket.is_open( ) ) return;
+            if( code || !self || !self->_socket.is_open( ) ) return;
+            if( self->_busy ) self->_restartIdle( );
+            const auto limit = std::chrono::seconds( self->_idleSeconds );
+            const auto passed = std::chrono::steady_clock::now( ) - self->_lastByte;
+            if( passed < limit ) return self->_armIdle( limit - passed );
             self->_server._drop( "idle" );
             self->close( );
         } );
@@ -157,7 +244,7 @@ void GStreamConnection::close( )
 }
 
 GStreamServer::GStreamServer( boost::asio::io_context& io, const GStreamLimits& limits )
-    : _io( io ), _acceptor( io ), _retryTimer( io ), _limits( limits )
+    : _io( io ), _acceptor( io ), _retryTimer( io ), _limits( limits ), _block( new char[BLOCK_SIZE] )
 {
 }
 GStreamServer::~GStreamServer( )
@@ -194,6 +281,11 @@ void GStreamServer::start( MessageHandler onMessage, CloseHandler onClose, DropH
     _onClose = std::move( onClose );
     _onDrop = std::move( onDrop );
     _accept( );
+}
+void GStreamServer::setFrameHandlers( FrameHandler onFrame, ReadHandler afterRead )
+{
+    _onFrame = std::move( onFrame );
+    _afterRead = std::move( afterRead );
 }
 void GStreamServer::stopAccepting( )
 {

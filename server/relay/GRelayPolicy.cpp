@@ -10,16 +10,15 @@ namespace
 constexpr double MIN_BURST_BYTES = 65536;
 } // namespace
 
-GRelayPolicy::GRelayPolicy( const GServerConfig& config ) : _config( config ), _packets( 1, 1 ), _bytes( 1, 1 )
+GRelayPolicy::GRelayPolicy( const GServerConfig& config ) : _config( config )
 {
     reload( );
 }
 void GRelayPolicy::reload( )
 {
-    const auto packets = static_cast<double>( _config.relayPacketsPerSecond );
-    const auto bytes = static_cast<double>( _config.relayBytesPerSecond );
-    _packets.setRate( packets, packets );
-    _bytes.setRate( bytes, std::max( bytes, MIN_BURST_BYTES ) );
+    _packets = static_cast<double>( _config.relayPacketsPerSecond );
+    _bytes = static_cast<double>( _config.relayBytesPerSecond );
+    _burst = std::max( _bytes, MIN_BURST_BYTES );
 }
 void GRelayPolicy::setOwnHosts( const std::vector<GString>& hosts )
 {
@@ -37,8 +36,20 @@ bool GRelayPolicy::maySendTo( uint32_t address, unsigned short port ) const
     return GEndpoint::isPublic( address ) || _config.relayAllowPrivate || _ownHosts.contains( { address, port } );
 }
 
-bool GRelayPolicy::take( const GString& allocation, bool outward, size_t bytes, uint64_t now )
+bool GRelayPolicy::take( GRelayShare::Bucket& bucket, size_t bytes, uint64_t now ) const
 {
-    const GString key = ( outward ? ">" : "<" ) + allocation;
-    return _packets.take( key, now ) && _bytes.take( key, now, static_cast<double>( bytes ) );
+    const auto cost = static_cast<double>( bytes );
+    if( bucket.packets < 0 )
+        bucket = { _packets, _burst, now };
+    else if( now > bucket.time )
+    {
+        const double passed = static_cast<double>( now - bucket.time ) / 1e6;
+        bucket.packets = std::min( _packets, bucket.packets + passed * _packets );
+        bucket.bytes = std::min( _burst, bucket.bytes + passed * _bytes );
+        bucket.time = now;
+    }
+    if( bucket.packets < 1 || bucket.bytes < cost ) return false;
+    bucket.packets -= 1;
+    bucket.bytes -= cost;
+    return true;
 }

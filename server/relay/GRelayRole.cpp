@@ -4,6 +4,7 @@
 #include "platform/GTime.h"
 #include "protocol/GProtocol.h"
 #include "server/core/GServerMessage.h"
+#include "server/relay/GRelayFrame.h"
 
 #include <boost/asio/post.hpp>
 
@@ -11,6 +12,9 @@ namespace
 {
 constexpr uint64_t SECOND = 1000000;
 constexpr size_t MAX_UDP = 65507;
+// Of a call nobody wants what is older than a moment: the system keeps no more than that for a client.
+constexpr int SEND_BUFFER = 262144;
+constexpr size_t MAX_KEPT = 262144;
 
 GStreamLimits limitsOf( const GServerConfig& config )
 {
@@ -19,6 +23,7 @@ GStreamLimits limitsOf( const GServerConfig& config )
     limits.messageBytes = 131072;
     limits.connections = config.relayAllocations + 64;
     limits.connectionsPerAddress = config.relayAllocationsPerAddress + 8;
+    limits.sendBufferBytes = SEND_BUFFER;
     limits.halfClose = false; // The end of its connection is the end of an allocation.
     return limits;
 }
@@ -39,6 +44,9 @@ bool GRelayRole::open( GString& error )
 void GRelayRole::start( const std::vector<GString>& signallingHosts )
 {
     _policy.setOwnHosts( signallingHosts );
+    _server.setFrameHandlers( [this]( const auto& connection, const char* data, size_t length )
+                              { return _onFrame( connection, data, length ); },
+                              [this]( const auto& connection ) { _flushOutward( connection ); } );
     _server.start( [this]( const auto& connection, const GHTTPHeaders& message ) { _onMessage( connection, message ); },
                    [this]( const auto& connection ) { _onClose( connection ); },
                    [this]( std::string_view reason ) { _metrics.count( "relay", "any", reason ); } );
@@ -112,9 +120,12 @@ GRelayRole::Allocation* GRelayRole::_allocate( const GStreamServer::Connection& 
     // Both names lead to the connection's address: which one a role of this machine sees depends on the way.
     for( const GString& host : { allocation->host, allocation->reached } )
         if( !_store.putAllocation( host, connection->remoteAddress( ) ) ) return nullptr;
+    GEndpoint::parse( allocation->host, allocation->bound );
+    GEndpoint::parse( allocation->reached, allocation->reachedAt );
     Allocation* raw = allocation.get( );
     raw->socket->start( [this, raw]( const GDatagramSocket::Endpoint& from, const char* data, size_t length )
-                        { _onDatagram( *raw, from, data, length ); } );
+                        { _onDatagram( *raw, from, data, length ); },
+                        [this, raw] { _flushInward( *raw ); } );
     _allocations.emplace( connection.get( ), std::move( allocation ) );
     connection->setIdleSeconds( _config.relayIdleSeconds );
     _metrics.setGauge( "velmora_allocations", static_cast<int64_t>( _allocations.size( ) ) );
@@ -143,40 +154,75 @@ int64_t GRelayRole::_countOf( const GString& address ) const
     return count;
 }
 
+// Outward: frames of the usual form go here, before any parser.
+size_t GRelayRole::_onFrame( const GStreamServer::Connection& connection, const char* data, size_t length )
+{
+    GRelayFrame frame;
+    const size_t taken = frame.read( data, length );
+    const auto found = taken ? _allocations.find( connection.get( ) ) : _allocations.end( );
+    if( found == _allocations.end( ) ) return 0;
+    const GDatagramSocket::Endpoint to( boost::asio::ip::address_v4( frame.address ), frame.port );
+    if( _mayLeave( *found->second, to, frame.contentLength ) )
+        _outward.push_back( { to, frame.content, frame.contentLength } );
+    return taken;
+}
 void GRelayRole::_onSENDUDP( Allocation& allocation, const GHTTPHeaders& request )
 {
+    _flushOutward( allocation.connection ); // What came before leaves before.
     GDatagramSocket::Endpoint to;
-    const GString host = GWideToUTF8( request.get( GProtocol::REMOTE_HOST ) );
-    const bool good = request.getContentCount( ) == 1 && GEndpoint::parse( host, to ) &&
-                      request.getContent( 0 ).size( ) <= MAX_UDP && !request.getContent( 0 ).empty( );
+    const bool good = request.getContentCount( ) == 1 && !request.getContent( 0 ).empty( ) &&
+                      GEndpoint::parse( GWideToUTF8( request.get( GProtocol::REMOTE_HOST ) ), to );
     if( !good ) return _metrics.count( "relay", "SENDUDP", "dropped" );
-    if( !_policy.maySendTo( to.address( ).to_v4( ).to_uint( ), to.port( ) ) )
-        return _metrics.count( "relay", "SENDUDP", "forbidden" );
     const GString& bytes = request.getContent( 0 );
-    if( !_policy.take( allocation.host, true, bytes.size( ), GTimeGetTime( ) ) )
-        return _metrics.count( "relay", "SENDUDP", "limited" );
-    const bool sent = allocation.socket->send( to, bytes.data( ), bytes.size( ) );
-    _metrics.count( "relay", "SENDUDP", sent ? "sent" : "shed" );
+    if( !_mayLeave( allocation, to, bytes.size( ) ) ) return;
+    _outward.push_back( { to, bytes.data( ), bytes.size( ) } );
+    _flushOutward( allocation.connection );
+}
+bool GRelayRole::_mayLeave( Allocation& allocation, const GDatagramSocket::Endpoint& to, size_t length )
+{
+    std::string_view result;
+    if( length > MAX_UDP )
+        result = "dropped";
+    else if( !_policy.maySendTo( to.address( ).to_v4( ).to_uint( ), to.port( ) ) || to == allocation.bound ||
+             to == allocation.reachedAt ) // A client that sends to itself would only go round in circles.
+        result = "forbidden";
+    else if( !_policy.take( allocation.share.outward, length, GTimeGetTime( ) ) )
+        result = "limited";
+    if( !result.empty( ) ) _metrics.count( "relay", "SENDUDP", result );
+    return result.empty( );
+}
+void GRelayRole::_flushOutward( const GStreamServer::Connection& connection )
+{
+    if( _outward.empty( ) ) return;
+    const auto found = _allocations.find( connection.get( ) );
+    const size_t count = _outward.size( );
+    const size_t sent = found == _allocations.end( ) ? 0 : found->second->socket->send( _outward.data( ), count, true );
+    _outward.clear( );
+    if( sent ) _metrics.count( "relay", "SENDUDP", "sent", sent );
+    if( sent < count ) _metrics.count( "relay", "SENDUDP", "shed", count - sent );
 }
 
+// Inward: the datagrams of a batch become one piece of the stream; those that its reader is too slow for are dropped whole.
 void GRelayRole::_onDatagram( Allocation& allocation, const GDatagramSocket::Endpoint& from, const char* data,
                               size_t length )
 {
     if( !length ) return;
-    if( !_policy.take( allocation.host, false, length, GTimeGetTime( ) ) )
+    if( !_policy.take( allocation.share.inward, length, GTimeGetTime( ) ) )
         return _metrics.count( "relay", "datagram", "limited" );
-    const bool sent = allocation.connection->send( wrap( GEndpoint::compose( from ), data, length ) );
-    _metrics.count( "relay", "datagram", sent ? "sent" : "shed" );
+    if( _inward.size( ) > MAX_KEPT / 2 ) _flushInward( allocation );
+    if( !allocation.connection->hasRoom( _inward.size( ) + length + GRelayFrame::MAX_OVERHEAD ) )
+        return _metrics.count( "relay", "datagram", "shed" );
+    GRelayFrame::append( _inward, from, data, length );
+    ++_inwardCount;
 }
-
-// Composed by hand: this runs for every packet of a relayed call.
-GString GRelayRole::wrap( const GString& remoteHost, const char* data, size_t length )
+void GRelayRole::_flushInward( Allocation& allocation )
 {
-    GString out;
-    out.reserve( length + 96 );
-    out.append( "HTTP/1.1 200 OK\r\nContent-Length: " ).append( std::to_string( length ) );
-    out.append( "\r\nRemote-Host: " ).append( remoteHost ).append( "\r\n\r\n" ).append( data, length );
-    return out;
+    if( _inward.empty( ) ) return;
+    const bool sent = allocation.connection->send( _inward );
+    _metrics.count( "relay", "datagram", sent ? "sent" : "shed", _inwardCount );
+    _inward.clear( );
+    _inwardCount = 0;
+    if( _inward.capacity( ) > MAX_KEPT ) _inward.shrink_to_fit( );
 }
 
 void GRelayRole::_onClose( const GStreamServer::Connection& connection )

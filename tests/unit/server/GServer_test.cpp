@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -164,6 +165,14 @@ protected:
                              { u"Route-List", u"local://" + GUTF8ToWide( client.host( ) ) } } ) )
             .getResponse( );
     }
+    // Figures of the relay, read in the server's own thread.
+    uint64_t metricOf( std::string_view method, std::string_view result )
+    {
+        std::promise<uint64_t> value;
+        boost::asio::post( server->io( ),
+                           [&] { value.set_value( server->metrics( ).get( "relay", method, result ) ); } );
+        return value.get_future( ).get( );
+    }
     std::filesystem::path folder;
     GServerConfig config;
     std::unique_ptr<GServer> server;
@@ -279,6 +288,72 @@ TEST_F( GServerTest, TheRelayCarriesDatagramsBothWaysAndRegistersItsClient )
                                                            { u"Route-List", u"turn://" + GUTF8ToWide( global ) } } )
                                                     .serialize( ) );
     EXPECT_EQ( parsed( client.recv( ).getContent( 0 ) ).getResponse( ), 200 );
+}
+TEST_F( GServerTest, TheRelayKeepsTheOrderOfFramesOfEveryForm )
+{
+    start( );
+    EXPECT_EQ( logon( ).getResponse( ), 200 );
+    TCPClient client( server->hosts( ).relay );
+    client.send( request( u"OPENTURN", 3 ).serialize( ) );
+    EXPECT_EQ( client.recv( ).getResponse( ), 200 );
+    UDPClient peer;
+    GString stream;
+    std::vector<GString> sent;
+    for( int i = 0; i < 60; ++i ) // As many as the peer's own socket can hold.
+    {
+        GHTTPHeaders message( u"SENDUDP" );
+        if( i % 7 == 3 ) message.set( u"X-Other", u"makes it a message for the parser" );
+        message.set( u"Remote-Host", GUTF8ToWide( peer.host( ) ) );
+        sent.push_back( std::to_string( i ) + GString( i % 11 ? 1000 : 20 * static_cast<size_t>( i ), 'x' ) );
+        message.addContent( sent.back( ) );
+        stream += message.serialize( );
+    }
+    for( size_t begin = 0; begin < stream.size( ); begin += 1701 ) client.send( stream.substr( begin, 1701 ) );
+    for( const GString& bytes : sent ) ASSERT_EQ( peer.recv( ), bytes );
+}
+TEST_F( GServerTest, ARelayedClientReachesNotItself )
+{
+    start( );
+    EXPECT_EQ( logon( ).getResponse( ), 200 );
+    TCPClient client( server->hosts( ).relay );
+    client.send( request( u"OPENTURN", 3 ).serialize( ) );
+    const GWString own = client.recv( ).get( u"Global-Host" );
+    GHTTPHeaders message( u"SENDUDP" );
+    message.set( u"Remote-Host", own );
+    message.addContent( "round and round" );
+    client.send( message.serialize( ) );
+    client.send( request( u"OPENTURN", 4 ).serialize( ) );
+    EXPECT_EQ( client.recv( ).get( u"CSeq" ), u"4 (GDispatchService)" ) << "the next thing that comes";
+    EXPECT_EQ( metricOf( "SENDUDP", "forbidden" ), 1u );
+}
+TEST_F( GServerTest, ASlowReaderLosesWholeDatagramsAndNobodyWaits )
+{
+    config.relayBytesPerSecond = 1000000000;
+    config.relayPacketsPerSecond = 1000000;
+    start( );
+    EXPECT_EQ( logon( ).getResponse( ), 200 );
+    TCPClient client( server->hosts( ).relay );
+    client.send( request( u"OPENTURN", 3 ).serialize( ) );
+    const GString own = GWideToUTF8( client.recv( ).get( u"Global-Host" ) );
+    UDPClient peer;
+    const GString bytes( 60000, 'x' );
+    uint64_t rounds = 0;
+    do
+    {
+        for( int i = 0; i < 50; ++i ) peer.send( own, bytes );
+        // An answer from the same thread: it is not held up.
+        EXPECT_EQ(
+            peer.ask( server->hosts( ).signalling.at( 0 ), request( u"PING", 5, { { u"Global-Host", u"1.2.3.4:5" } } ) )
+                .getResponse( ),
+            200 );
+    } while( !metricOf( "datagram", "shed" ) && ++rounds < 1000 );
+    EXPECT_GT( metricOf( "datagram", "shed" ), 0u );
+    for( int i = 0; i < 5; ++i )
+    {
+        const GHTTPHeaders relayed = client.recv( );
+        ASSERT_EQ( relayed.getResponse( ), 200 );
+        ASSERT_EQ( relayed.getContent( 0 ).size( ), bytes.size( ) ) << "never a part of one";
+    }
 }
 TEST_F( GServerTest, TheRelayIsOnlyForAddressesThatLoggedOn )
 {

@@ -3,8 +3,10 @@
 #include "server/core/GReplyCache.h"
 #include "server/core/GServerMessage.h"
 #include "server/log/GLogRole.h"
-#include "server/relay/GRelayRole.h"
+#include "server/relay/GRelayFrame.h"
+#include "server/relay/GRelayPolicy.h"
 #include "server/upgrade/GUpgradeRole.h"
+#include "support/CountAllocations.h"
 #include "unit/server/ServerFixture.h"
 
 #include <filesystem>
@@ -239,20 +241,83 @@ TEST( GRelayPolicy, LimitsPacketsAndBytesOfEachDirection )
     config.relayPacketsPerSecond = 3;
     config.relayBytesPerSecond = 100000;
     GRelayPolicy policy( config );
-    for( int i = 0; i < 3; ++i ) EXPECT_TRUE( policy.take( "a", true, 10, START ) );
-    EXPECT_FALSE( policy.take( "a", true, 10, START ) );
-    EXPECT_TRUE( policy.take( "a", false, 60000, START ) );
-    EXPECT_FALSE( policy.take( "a", false, 60000, START ) );
-    EXPECT_TRUE( policy.take( "b", true, 60000, START ) );
+    GRelayShare share;
+    GRelayShare other;
+    for( int i = 0; i < 3; ++i ) EXPECT_TRUE( policy.take( share.outward, 10, START ) );
+    EXPECT_FALSE( policy.take( share.outward, 10, START ) );
+    EXPECT_TRUE( policy.take( share.inward, 60000, START ) );
+    EXPECT_FALSE( policy.take( share.inward, 60000, START ) );
+    EXPECT_TRUE( policy.take( share.inward, 40000, START ) ) << "what was refused was not spent";
+    EXPECT_TRUE( policy.take( other.outward, 60000, START ) );
+    EXPECT_TRUE( policy.take( share.outward, 10, START + SECOND / 3 + 1 ) );
+    EXPECT_FALSE( policy.take( share.outward, 10, START ) ) << "a clock set back gives nothing";
 }
-TEST( GRelayRole, WrapsADatagramAsAMessageWouldBe )
+TEST( GRelayPolicy, ASilentClientGathersNoMoreThanASecond )
+{
+    GServerConfig config;
+    config.relayPacketsPerSecond = 2;
+    GRelayPolicy policy( config );
+    GRelayShare share;
+    EXPECT_TRUE( policy.take( share.outward, 10, START ) );
+    for( int i = 0; i < 2; ++i ) EXPECT_TRUE( policy.take( share.outward, 10, START + 1000 * SECOND ) );
+    EXPECT_FALSE( policy.take( share.outward, 10, START + 1000 * SECOND ) );
+}
+TEST( GRelayFrame, ReadsWhatAClientWritesAndNothingElse )
+{
+    GHTTPHeaders message( u"SENDUDP" );
+    message.set( u"Remote-Host", u"198.51.100.7:40000" );
+    message.addContent( GString( "\0\r\n\r\nx", 6 ) );
+    const GString bytes = message.serialize( );
+    GRelayFrame frame;
+    EXPECT_EQ( frame.read( ( bytes + "SENDUDP" ).data( ), bytes.size( ) + 7 ), bytes.size( ) );
+    EXPECT_EQ( GString( frame.content, frame.contentLength ), message.getContent( 0 ) );
+    EXPECT_EQ( GEndpoint::compose( boost::asio::ip::make_address_v4( frame.address ), frame.port ),
+               "198.51.100.7:40000" );
+    for( size_t length = 0; length < bytes.size( ); ++length )
+        EXPECT_EQ( frame.read( bytes.data( ), length ), 0u ) << length;
+    const GString head = "SENDUDP / HTTP/1.1\r\nContent-Length: ";
+    for( const GString& other :
+         { head + "1\r\nRemote-Host: 1.2.3.4:5 \r\n\r\nx", head + "01\r\nRemote-Host: 1.2.3.4:5\r\n\r\nx",
+           head + "0\r\nRemote-Host: 1.2.3.4:5\r\n\r\n", head + "1,1\r\nRemote-Host: 1.2.3.4:5\r\n\r\nxx",
+           head + "1\r\nRemote-Host: 1.2.3.4\r\n\r\nx", head + "1\r\nRemote-Host: 1.2.3.4:5\r\nX: y\r\n\r\nx",
+           head + "999999\r\nRemote-Host: 1.2.3.4:5\r\n\r\n" + GString( 999999, 'x' ),
+           GString( "OPENTURN / HTTP/1.1\r\nCSeq: 1\r\n\r\n" ) } )
+        EXPECT_EQ( frame.read( other.data( ), other.size( ) ), 0u ) << other.substr( 0, 80 ) << ": the parser's work";
+}
+TEST( GRelayFrame, WrapsADatagramAsAMessageWouldBe )
 {
     const GString data( "\0\r\n\r\n\xff", 6 );
     GHTTPHeaders message;
     message.setResponse( 200, u"OK" );
     message.set( u"Remote-Host", u"1.2.3.4:5" );
     message.addContent( data );
-    EXPECT_EQ( GRelayRole::wrap( "1.2.3.4:5", data.data( ), data.size( ) ), message.serialize( ) );
+    boost::asio::ip::udp::endpoint from;
+    ASSERT_TRUE( GEndpoint::parse( "1.2.3.4:5", from ) );
+    GString out = "before";
+    GRelayFrame::append( out, from, data.data( ), data.size( ) );
+    EXPECT_EQ( out, "before" + message.serialize( ) );
+}
+TEST( GRelayFrame, ACallTakesNothingFromTheHeap )
+{
+    GHTTPHeaders message( u"SENDUDP" );
+    message.set( u"Remote-Host", u"198.51.100.100:40000" );
+    message.addContent( GString( 1000, 'x' ) );
+    const GString bytes = message.serialize( );
+    const GServerConfig config;
+    const GRelayPolicy policy( config );
+    GRelayShare share;
+    GString out;
+    const auto carry = [&]
+    {
+        GRelayFrame frame;
+        EXPECT_EQ( frame.read( bytes.data( ), bytes.size( ) ), bytes.size( ) );
+        EXPECT_TRUE( policy.take( share.outward, frame.contentLength, START ) );
+        const boost::asio::ip::udp::endpoint from( boost::asio::ip::address_v4( frame.address ), frame.port );
+        out.clear( );
+        GRelayFrame::append( out, from, frame.content, frame.contentLength );
+    };
+    carry( );
+    EXPECT_EQ( countAllocations( carry ), 0 );
 }
 TEST( GLogRole, SanitisesNames )
 {
