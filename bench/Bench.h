@@ -11,6 +11,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Bench
@@ -55,6 +56,16 @@ public:
         const double scale = _scaleOf( unit );
         _report( name, unit, limits, _alternate( project, anchor ), [scale]( double s ) { return s * scale; } );
     }
+    // Values that were measured elsewhere, such as the processor time of other programs: project and anchor of each round.
+    void measured( const std::string& name, const char* unit, Limits limits,
+                   const std::vector<std::pair<double, double>>& values )
+    {
+        std::vector<Round> rounds;
+        for( const auto& [project, anchor] : values ) rounds.push_back( { project, anchor } );
+        if( !rounds.empty( ) ) _report( name, unit, limits, rounds, []( double value ) { return value; } );
+    }
+    // Whether a case that takes a while to set up is wanted.
+    bool wants( const std::string& name ) const { return _isTimed( name ); }
     // A size that no clock enters, such as "bytes": the lower the better. Passing `must` fails the run.
     void size( const std::string& name, const char* unit, Limits limits, double project, double anchor );
     // The allocations of one call of `work`, once it is warm. More than `most` fail the run.
