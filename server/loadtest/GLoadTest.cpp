@@ -208,6 +208,7 @@ GLoadFigures GLoadTest::run( )
             std::chrono::duration_cast<std::chrono::milliseconds>( std::min( due, end ) - Clock::now( ) ).count( );
         _receiveAll( static_cast<int>( std::clamp<int64_t>( wait, 0, 100 ) ) );
     }
+    for( ; due < end; due += period ) _send( Clock::now( ) );
     _figures.seconds = std::chrono::duration<double>( Clock::now( ) - begin ).count( );
     while( !_waiting.empty( ) )
     {
