@@ -285,17 +285,15 @@ long RelayClient::inward( long count )
     iovec part{ _content.data( ), _content.size( ) };
     std::array<mmsghdr, BATCH> out{ };
     for( mmsghdr& one : out ) one.msg_hdr = { &to, sizeof( to ), &part, 1, nullptr, 0, 0 };
-    // Two batches on the way: no relay's socket drops that many.
+    // One batch on the way: no relay's socket drops that many.
     const size_t size = relayedSize( ) * BATCH;
     long carried = 0;
-    ::sendmmsg( _peer.handle( ), out.data( ), BATCH, 0 );
     for( ; carried < count; carried += static_cast<long>( BATCH ) )
     {
         ::sendmmsg( _peer.handle( ), out.data( ), BATCH, 0 );
         _client.receiveExactly( size );
     }
-    _client.receiveExactly( size );
-    return carried + static_cast<long>( BATCH );
+    return carried;
 }
 
 VelmoraRelayClient::VelmoraRelayClient( const std::string& logonHost, const std::string& relayHost )

@@ -160,8 +160,8 @@ Folder::~Folder( )
 VelmoraServer::VelmoraServer( )
 {
     std::ofstream( folder.path + "/server.ini" )
-        << "port_base = 0\nrelay_allow_private = yes\nrelay_bytes_per_second = 100000000000\n"
-           "relay_packets_per_second = 1000000000\ndatagrams_per_second = 1000000000\npassword_memory_kib = 8\n"
+        << "port_base = 0\nrelay_allow_private = yes\nrelay_bytes_per_second = 1000000000\n"
+           "relay_packets_per_second = 1000000\ndatagrams_per_second = 1000000\npassword_memory_kib = 8\n"
            "password_passes = 1\nlogons_per_minute = 1000000\n";
     std::string ready;
     const std::string program = fs::read_symlink( "/proc/self/exe" ).parent_path( ) / "velmora-server";
