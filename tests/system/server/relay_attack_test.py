@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Attacks on the STUN and relay roles from outside: the real server, real sockets, a stranger's bytes.
 
-Usage: attack_test.py PROGRAM      the velmora-server to attack
+Usage: relay_attack_test.py PROGRAM      the velmora-server to attack
 """
 import socket
 import sys
