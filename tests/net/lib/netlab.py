@@ -32,6 +32,7 @@ CLONE_NEWNET = 0x40000000
 PR_SET_PDEATHSIG = 1
 TUNSETIFF, IFF_TAP, IFF_NO_PI = 0x400454CA, 0x2, 0x1000
 DELAY = os.path.join(os.path.dirname(os.path.abspath(__file__)), "delay.py")
+PRIORITY = os.getpriority(os.PRIO_PROCESS, 0)  # Of the programs, whatever the run gives itself.
 libc = ctypes.CDLL(None, use_errno=True)
 
 INTERNET = ipaddress.ip_network("5.5.5.0/24")  # Ordinary public addresses: a gateway refuses to serve reserved ones.
@@ -175,6 +176,7 @@ class Host:
         """In a child, before its program starts: this network, and death with the parent."""
         libc.setns(self.handle, CLONE_NEWNET)
         libc.prctl(PR_SET_PDEATHSIG, ending)
+        os.setpriority(os.PRIO_PROCESS, 0, PRIORITY)
 
     def run(self, *command, text=None, **more):
         """Runs a program to its end; its output. A failure is an error with all that it said. `more` goes to subprocess.run."""
