@@ -258,7 +258,7 @@ def routers_forget_their_mappings(pair):
         trouble.forget(router)
 
 
-@scenario(40, SYMMETRIC)
+@scenario(60, SYMMETRIC)
 def symmetric_routers_forget_their_mappings(pair):
     for router in pair.routers:
         trouble.forget(router)

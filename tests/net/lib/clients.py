@@ -236,12 +236,17 @@ class Client:
                                            stdin=subprocess.DEVNULL, stdout=out, stderr=out)
 
     def _start_display(self):
-        reader, writer = os.pipe()
-        self.host.start("Xvfb", "-displayfd", str(writer), "-screen", "0", "640x480x24", "-nolisten", "tcp", "-noreset", "-dpi", "96",
-                        ending=signal.SIGTERM, pass_fds=(writer,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        os.close(writer)
-        with os.fdopen(reader) as numbers:
-            return ":" + numbers.readline().strip()
+        """Many that start at once may each find the number taken that they chose; such a one ends without telling any."""
+        for _ in range(10):
+            reader, writer = os.pipe()
+            self.host.start("Xvfb", "-displayfd", str(writer), "-screen", "0", "640x480x24", "-nolisten", "tcp", "-noreset", "-dpi", "96",
+                            ending=signal.SIGTERM, pass_fds=(writer,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            os.close(writer)
+            with os.fdopen(reader) as numbers:
+                number = numbers.readline().strip()
+            if number:
+                return f":{number}"
+        raise AssertionError(f"no X server starts for {self.name}")
 
     def kill(self):
         self.process.kill()
