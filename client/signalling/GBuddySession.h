@@ -35,6 +35,7 @@ public:
     void onResponse( const GWString& localHost, const GWString& remoteHost, const GHTTPHeaders& request,
                      const GHTTPHeaders& response ) override;
     const GWString& getBuddyGUID( ) const { return _buddyGUID; }
+    size_t getDeviceCount( ) const { return _deviceSessionMap.size( ); }
     GDeviceSession* findDevice( GWStringView deviceGUID ) const; // Null when there is none.
     // A datagram that only opens a way: its host becomes a route to that device, also when it overtook the INVITE that it belongs to.
     void onHOLEPUNCH( const GWString& remoteHost, const GHTTPHeaders& request );

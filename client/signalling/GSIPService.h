@@ -47,6 +47,7 @@ public:
 
     State getState( ) const { return _state; }
     const GSIPClient& getClient( ) const { return *_sipClient; }
+    size_t getBuddyCount( ) const { return _buddyGUIDSessionMap.size( ); }
     // Null when there is no such session. Borrowed until the next reset.
     GBuddySession* findBuddy( GWStringView buddyGUID ) const;
     static GWString _getState( int state ); // "<invalid>" above 4.

@@ -47,6 +47,8 @@ public:
     void receive( );
     // One datagram into the signalling list, as if received on `localHost`.
     void fill( const GWString& localHost, const Heard& heard );
+    // Gives the port its socket again after a reset.
+    void connect( ) { port.setUDPPort( _udp.port( ) ); }
     // Behind a firewall nothing reaches the UDP port.
     bool isDeaf = false;
     // Of what comes in, this much is lost.
