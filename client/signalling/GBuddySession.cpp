@@ -18,9 +18,11 @@ constexpr size_t MAX_EARLY_HOSTS = 4;
 // An absent buddy is invited again after 3 to 5 minutes, so that many clients do not ask at once.
 constexpr int64_t INVITE_PERIOD = 180000000;
 constexpr int64_t INVITE_JITTER = 120000000;
-constexpr const char16_t* SUFFIXES[] = { u"_Image",       u"_Image_BW",      u"_Time",      u"_Chat_Status",
-                                         u"_Device_List", u"_Audio_Enabled", u"_Time_Zone", u"_Time_Bias",
-                                         u"_Online",      u"_Offline" };
+// A picture has a format and a changed rectangle beside it.
+constexpr const char16_t* SUFFIXES[] = {
+    u"_Image",  u"_Image_Format", u"_Image_DirtyRect", u"_Image_BW",      u"_Image_BW_Format", u"_Image_BW_DirtyRect",
+    u"_Time",   u"_Chat_Status",  u"_Device_List",     u"_Audio_Enabled", u"_Time_Zone",       u"_Time_Bias",
+    u"_Online", u"_Offline" };
 } // namespace
 
 GBuddySession::GBuddySession( GInstance* instance, GSIPClient* sipClient, const GWString& buddyGUID )

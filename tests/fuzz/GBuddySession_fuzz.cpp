@@ -48,9 +48,12 @@ const char16_t* const VALUES[] = {
     u"pending" };
 
 // Names that a session may write, behind a user's or a device's own.
-const std::set<GWString> BUDDY_SUFFIXES = { u"_image",     u"_image_bw",    u"_time",          u"_online",
-                                            u"_offline",   u"_chat_status", u"_device_list",   u"_audio_enabled",
-                                            u"_time_zone", u"_time_bias",   u"@_removed_time", u"_contact_status" };
+const std::set<GWString> BUDDY_SUFFIXES = { u"_image",           u"_image_bw",        u"_time",
+                                            u"_online",          u"_offline",         u"_chat_status",
+                                            u"_device_list",     u"_audio_enabled",   u"_time_zone",
+                                            u"_time_bias",       u"@_removed_time",   u"_image_format",
+                                            u"_image_dirtyrect", u"_image_bw_format", u"_image_bw_dirtyrect",
+                                            u"_contact_status" };
 const std::set<GWString> DEVICE_SUFFIXES = { u"_status",    u"_buddy",   u"_audio_enabled", u"_video_enabled",
                                              u"_ping",      u"_loss",    u"_send_route",    u"_recv_route",
                                              u"_send_from", u"_send_to", u"_recv_from" };

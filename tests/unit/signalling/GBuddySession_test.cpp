@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 
 namespace
 {
@@ -339,6 +340,27 @@ TEST_F( BuddySession, OfflineBuddyIsInvitedAgainOnlyWithTheRemedy )
         session->update( );
         EXPECT_TRUE( server.hear( ).empty( ) );
     }
+}
+
+TEST_F( BuddySession, AbsentBuddiesAreNotInvitedAllAtOnce )
+{
+    beRobust( );
+    renew( );
+    session->invite( );
+    server.hear( );
+    std::set<int> waits;
+    int waited = 0;
+    while( waits.size( ) < 4 && waited <= 301 )
+    {
+        clock.advance( SECOND );
+        session->update( );
+        ++waited;
+        if( server.hear( u"INVITE" ).empty( ) ) continue;
+        EXPECT_GE( waited, 180 );
+        waits.insert( waited );
+        waited = 0;
+    }
+    EXPECT_EQ( 4u, waits.size( ) );
 }
 
 TEST_F( BuddySession, DeviceBeginsAnywhereByTheLetterAndByTheServerWithTheRemedy )
