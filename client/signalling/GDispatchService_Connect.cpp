@@ -235,8 +235,9 @@ bool GDispatchService::_goOnline( )
         _requestREFRESHNAT( GNatRefresh::FIRST_DELAY );
         return true;
     }
-    _megaPort->setTCPSocket( _turnClient->getTCPSocket( ), _instance->get( u"Global_Host" ) );
     _isArmed = _robust;
+    _megaPort->setTCPSocket( _turnClient->getTCPSocket( ), _instance->get( u"Global_Host" ),
+                             _isArmed ? _turnClient->takeUnsent( ) : GString( ) );
     for( const GWStringView name : { u"SIP_Ping", u"NAT_Refresh_Period_S", u"NAT_Mapping_Age" } )
         _instance->set( name, u"-" );
     return true;

@@ -6,6 +6,8 @@
 #include "runtime/GHTTPHeaders.h"
 #include "runtime/GObject.h"
 
+#include <utility>
+
 class GHTTPClient : public GHeapObject
 {
 public:
@@ -26,6 +28,8 @@ public:
     GWString getRemoteHost( ) const;
     GNetTCPSocket* getTCPSocket( ) const { return _socket; }
     int getUnsent( ) const { return static_cast<int>( _sendBuffer.size( ) ); }
+    // What is unsent, for a writer that takes over.
+    GString takeUnsent( ) { return std::exchange( _sendBuffer, { } ); }
     // Ends an exchange without a byte for 30 s.
     void setRobust( bool robust ) { _robust = robust; }
 

@@ -80,7 +80,7 @@ void GMegaPort::setUDPPort( GNetUDPPort* udpPort )
     _localHost = GNetUDPPortGetLocalHost( udpPort );
 }
 
-void GMegaPort::setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHost )
+void GMegaPort::setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHost, const GString& unsent )
 {
     GCALL( GMegaPort );
     GPRECONDITION( tcpSocket );
@@ -88,7 +88,7 @@ void GMegaPort::setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHo
     const GMutexScope scope( _sendMutex );
     _tcpSocket = tcpSocket;
     _globalHost = globalHost;
-    _relayBuffer.clear( );
+    _relayBuffer = _robust ? unsent : GString( );
 }
 
 GWString GMegaPort::getLocalHost( ) const

@@ -17,7 +17,8 @@ public:
 
     // Dispatch service only.
     void setUDPPort( GNetUDPPort* udpPort );
-    void setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHost );
+    // `unsent`: the rest of a message whose beginning another writer has sent; only the remedy's writer can go on with it.
+    void setTCPSocket( GNetTCPSocket* tcpSocket, const GWString& globalHost, const GString& unsent = { } );
     GMegaPortBucket* getEmtpyBucket( );
     int getBucketCount( ) const { return _numBucketsCreated; } // All that were ever made: none is freed.
     // Fills the null entries among the `count` ones.
