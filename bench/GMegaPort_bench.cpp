@@ -63,7 +63,8 @@ public:
 
     void send( sockaddr_in to )
     {
-        prepare( packet.data( ), to );
+        prepare( to );
+        for( iovec& piece : pieces ) piece = { packet.data( ), LENGTH };
         require( ::sendmmsg( handle, messages.data( ), BATCH, 0 ) == BATCH );
     }
     // A busy machine may deliver late: all are waited for.
@@ -72,8 +73,8 @@ public:
         sockaddr_in from{ };
         for( unsigned got = 0; got < BATCH; )
         {
+            prepare( from );
             for( size_t i = 0; i < BATCH; ++i ) pieces[i] = { rooms[i].data( ), rooms[i].size( ) };
-            for( mmsghdr& message : messages ) message.msg_hdr.msg_name = &from;
             const int count = ::recvmmsg( handle, messages.data( ), BATCH - got, 0, nullptr );
             if( count > 0 ) got += static_cast<unsigned>( count );
         }
@@ -84,14 +85,13 @@ public:
     GString packet;
 
 private:
-    void prepare( char* data, sockaddr_in& to )
+    void prepare( sockaddr_in& address )
     {
         for( size_t i = 0; i < BATCH; ++i )
         {
-            pieces[i] = { data, LENGTH };
             messages[i] = { };
-            messages[i].msg_hdr.msg_name = &to;
-            messages[i].msg_hdr.msg_namelen = sizeof( to );
+            messages[i].msg_hdr.msg_name = &address;
+            messages[i].msg_hdr.msg_namelen = sizeof( address );
             messages[i].msg_hdr.msg_iov = &pieces[i];
             messages[i].msg_hdr.msg_iovlen = 1;
         }

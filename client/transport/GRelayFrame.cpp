@@ -10,15 +10,30 @@
 
 namespace
 {
-constexpr std::string_view EOL = "\r\n";
+constexpr std::string_view HEADER_END = "\r\n\r\n";
 
 bool isPlain( char16_t c )
 {
     return c >= u' ' && c < 0x7F && c != u'\\';
 }
+// The message but for what differs: up to the number of bytes, and from there up to the host.
+const GString& beforeNumber( )
+{
+    static const GString text =
+        GWideToUTF8( GConcat( GProtocol::SENDUDP, u" / HTTP/1.1\r\n", GProtocol::CONTENT_LENGTH, u": " ) );
+    return text;
+}
+const GString& beforeHost( )
+{
+    static const GString text = GWideToUTF8( GConcat( u"\r\n", GProtocol::REMOTE_HOST, u": " ) );
+    return text;
+}
 void appendPlain( GString& out, GWStringView text )
 {
-    for( const char16_t c : text ) out += static_cast<char>( c );
+    const size_t begin = out.size( );
+    out.resize( begin + text.size( ) );
+    std::transform( text.begin( ), text.end( ), out.begin( ) + static_cast<ptrdiff_t>( begin ),
+                    []( char16_t c ) { return static_cast<char>( c ); } );
 }
 void appendNumber( GString& out, size_t number )
 {
@@ -39,16 +54,10 @@ void GRelayFrameAppend( GString& out, GWStringView to, std::string_view bytes )
         return;
     }
     // The headers stand in the order of their names.
-    appendPlain( out, GProtocol::SENDUDP );
-    out += " / HTTP/1.1\r\n";
-    appendPlain( out, GProtocol::CONTENT_LENGTH );
-    out += ": ";
+    out += beforeNumber( );
     appendNumber( out, bytes.size( ) );
-    out += EOL;
-    appendPlain( out, GProtocol::REMOTE_HOST );
-    out += ": ";
+    out += beforeHost( );
     appendPlain( out, to );
-    out += EOL;
-    out += EOL;
+    out += HEADER_END;
     out += bytes;
 }

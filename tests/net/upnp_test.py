@@ -1,11 +1,15 @@
 #!/usr/bin/env python3
 """Port mapping at a real UPnP gateway, and what is no gateway or a bad one: probe, router and strangers in networks of their own.
 
-Usage: upnp_test.py PROBE [TEST...]      as root, or with sudo; PROBE is the program of upnp_probe.cpp
+Usage: upnp_test.py PROBE SERVICE [TEST...]      as root, or with sudo; PROBE and SERVICE are the programs of upnp_probe.cpp and
+                                                dispatch_probe.cpp
 """
 import os
+import re
 import subprocess
 import sys
+import tempfile
+import threading
 import time
 import unittest
 
@@ -109,6 +113,87 @@ class RealGateway(Gateway):
         self.assertEqual(probe.end(), 0)
 
 
+class Service:
+    """The client's dispatch service on a host of the lab: its log is read beside, its thread goes on by itself."""
+
+    def __init__(self, host):
+        self.folder = tempfile.TemporaryDirectory()
+        self.process = host.start(SERVICE, host.addresses[0], f"{STRANGER}:9", stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                  cwd=self.folder.name)
+        self.log, self.news = [], threading.Condition()
+        self.reader = threading.Thread(target=self._read)
+        self.reader.start()
+
+    def _read(self):
+        for line in self.process.stdout:
+            with self.news:
+                self.log.append(line)
+                self.news.notify_all()
+
+    def said(self, text, seconds=20):
+        with self.news:
+            return self.news.wait_for(lambda: any(text in line for line in self.log), seconds)
+
+    def do(self, command):
+        self.process.stdin.write(command + "\n")
+        self.process.stdin.flush()
+
+    def end(self):
+        self.process.stdin.close()
+        code = self.process.wait(20)
+        self.reader.join()
+        self.process.stdout.close()
+        self.folder.cleanup()
+        return code
+
+
+class WholeService(Gateway):
+    def setUp(self):
+        super().setUp()
+        self.router.start_gateway(LOW, HIGH)
+        self.service = Service(self.client)
+        self.addCleanup(lambda: self.service.process.poll() is None and self.service.end())
+
+    def mapped(self):
+        """The port outside that the router leads to the client; None without one."""
+        rules = self.router.run("nft", "list", "ruleset")
+        found = re.search(rf"dport (\d+) .*dnat (?:ip )?to {re.escape(self.client.addresses[0])}:", rules)
+        return int(found.group(1)) if found else None
+
+    def connect(self):
+        self.service.do("CONNECT")
+        self.assertTrue(self.service.said("Opened UPnP mapping for ("), self.service.log)
+        port = self.mapped()
+        self.assertIsNotNone(port, self.router.run("nft", "list", "ruleset"))
+        self.assertTrue(LOW <= port < HIGH, port)
+        return port
+
+    def assert_unmapped(self):
+        deadline = time.monotonic() + 10
+        while self.mapped() and time.monotonic() < deadline:
+            time.sleep(0.05)
+        self.assertIsNone(self.mapped())
+
+    def test_a_mapping_leads_to_the_shared_port_and_goes_with_a_reset(self):
+        port = self.connect()
+        self.stranger.udp(STRANGER).sendto(b"\x80" + bytes(11), (OUTSIDE, port))
+        self.assertTrue(self.service.said("Received 12 RTP bytes but not ONLINE, ignoring."), self.service.log)
+        self.service.do("RESET")
+        self.assertTrue(self.service.said("to 'Offline'"), self.service.log)
+        self.assert_unmapped()
+        self.assertEqual(self.service.end(), 0)
+
+    def test_a_client_that_finds_no_server_removes_its_mapping(self):
+        self.connect()
+        self.assertTrue(self.service.said("to 'Offline'"), self.service.log)
+        self.assert_unmapped()
+
+    def test_a_client_that_ends_removes_its_mapping(self):
+        self.connect()
+        self.assertEqual(self.service.end(), 0)
+        self.assert_unmapped()
+
+
 class NoGateway(Gateway):
     def test_the_search_ends_in_its_time(self):
         probe = self.probe()
@@ -128,11 +213,11 @@ class NoGateway(Gateway):
 
 
 def main():
-    global PROBE
-    if len(sys.argv) < 2:
+    global PROBE, SERVICE
+    if len(sys.argv) < 3:
         sys.exit(__doc__)
     netlab.need_root()
-    PROBE = os.path.abspath(sys.argv.pop(1))
+    PROBE, SERVICE = (os.path.abspath(sys.argv.pop(1)) for _ in range(2))
     unittest.main(verbosity=2)
 
 
