@@ -351,9 +351,9 @@ def the_cable_of_a_relayed_client_is_pulled_for_60_s(pair):
 
 
 @scenario(20)
-def a_cable_is_pulled_for_5_s(pair):
+def a_cable_is_pulled_for_3_s(pair):
     trouble.pull_cable(pair.router)
-    pair.last(5)
+    pair.last(3)
     trouble.plug_cable(pair.router)
 
 
