@@ -449,6 +449,27 @@ TEST_F( MegaPort, SendingTakesNothingFromTheHeap )
     _port->reset( );
 }
 
+TEST_F( MegaPort, WithTheRemedyTheWriterGoesOnWithTheRestOfAMessage )
+{
+    openUDP( );
+    openRelay( );
+    _port->reset( );
+    _port->setRobust( true );
+    GHTTPHeaders begun( u"SENDUDP" );
+    begun.addContent( "begun by another" );
+    const GString bytes = begun.serialize( );
+    ASSERT_EQ( GNetTCPSocketSend( _tcp, bytes.data( ), 10 ), 10 );
+    _port->setTCPSocket( _tcp, GLOBAL_HOST, bytes.substr( 10 ) );
+    send( { }, "next" );
+    GHTTPHeaders message;
+    for( const char* text : { "begun by another", "next" } )
+    {
+        ASSERT_TRUE( _relay.hear( message ) );
+        EXPECT_EQ( message.getContent( 0 ), text );
+    }
+    _port->reset( );
+}
+
 TEST_F( MegaPort, TakingTheUnsentLetsGoOfTheRelay )
 {
     openUDP( );
