@@ -3,6 +3,7 @@
 #include "platform/GTime.h"
 #include "server/core/GServerMessage.h"
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <csignal>
@@ -51,7 +52,7 @@ bool GServer::open( GString& error )
         return false;
     }
     if( !_store.open( _config.store, error ) || !_store.check( error ) || !_openRoles( error ) ||
-        !_openMetrics( error ) )
+        !_loadCertificate( error ) || !_openMetrics( error ) )
         return false;
     _composeHosts( );
     _start( );
@@ -70,6 +71,25 @@ bool GServer::_openRoles( GString& error )
     return ( !_stun || _stun->open( error ) ) && ( !_signalling || _signalling->open( error ) ) &&
            ( !_relay || _relay->open( error ) ) && ( !_logon || _logon->open( error ) ) &&
            ( !_log || _log->open( error ) ) && ( !_upgrade || _upgrade->open( error ) );
+}
+// The certificate as it is now; a bad one leaves the last one in use.
+bool GServer::_loadCertificate( GString& error )
+{
+    GTlsFront::Context context;
+    if( !_config.tlsCertificate.empty( ) )
+    {
+        context = GTlsFront::load( _config.tlsCertificate, _config.tlsKey, error );
+        if( !context ) return false;
+    }
+    if( _fronts.empty( ) )
+    {
+        if( _logon ) _fronts.push_back( std::make_unique<GTlsFront>( _logon->stream( ), _metrics, "logon" ) );
+        if( _log ) _fronts.push_back( std::make_unique<GTlsFront>( _log->stream( ), _metrics, "log" ) );
+        if( _upgrade ) _fronts.push_back( std::make_unique<GTlsFront>( _upgrade->stream( ), _metrics, "upgrade" ) );
+    }
+    for( const auto& front : _fronts )
+        front->setContext( context, _config.tlsRequired && _logon && front == _fronts.front( ) );
+    return true;
 }
 bool GServer::_openMetrics( GString& error )
 {
@@ -159,6 +179,7 @@ void GServer::reload( )
     if( _logon ) _logon->reload( );
     if( _log ) _log->reload( );
     if( _upgrade ) _upgrade->reload( );
+    if( !_loadCertificate( error ) ) GLOGPLAIN( u"ERROR reload result=failed text='", error, u"'" );
     GString later;
     for( const std::string_view key : waiting ) later.append( later.empty( ) ? "" : "," ).append( key );
     GLOGPLAIN( u"reload result=done", later.empty( ) ? u"" : u" next_start=", later );
@@ -179,7 +200,8 @@ void GServer::drain( )
 void GServer::_pollDrain( )
 {
     const bool idle =
-        ( !_logon || _logon->isIdle( ) ) && ( !_log || _log->isIdle( ) ) && ( !_upgrade || _upgrade->isIdle( ) );
+        ( !_logon || _logon->isIdle( ) ) && ( !_log || _log->isIdle( ) ) && ( !_upgrade || _upgrade->isIdle( ) ) &&
+        std::all_of( _fronts.begin( ), _fronts.end( ), []( const auto& front ) { return front->isIdle( ); } );
     const bool over = GTimeGetTime( ) >= _drainEnd;
     _drainTimer.expires_after( DRAIN_POLL );
     // One more turn after the last answer lets its bytes leave.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "server/core/GMetrics.h"
+#include "server/core/GTlsFront.h"
 #include "server/log/GLogRole.h"
 #include "server/logon/GLogonRole.h"
 #include "server/relay/GRelayRole.h"
@@ -38,6 +39,7 @@ public:
 private:
     bool _openRoles( GString& error );
     bool _openMetrics( GString& error );
+    bool _loadCertificate( GString& error );
     void _composeHosts( );
     void _start( );
     void _startMetrics( );
@@ -56,6 +58,7 @@ private:
     std::unique_ptr<GLogonRole> _logon;
     std::unique_ptr<GLogRole> _log;
     std::unique_ptr<GUpgradeRole> _upgrade;
+    std::vector<std::unique_ptr<GTlsFront>> _fronts; // Of logon, log and upgrade, in this order.
     std::unique_ptr<GStreamServer> _metricsServer;
     struct Signals;
     std::unique_ptr<Signals> _signals;

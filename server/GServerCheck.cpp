@@ -2,6 +2,7 @@
 
 #include "base/GUtil.h"
 #include "server/core/GEndpoint.h"
+#include "server/core/GTlsFront.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -171,6 +172,9 @@ void checkFiles( const GServerConfig& config, Findings& findings )
 {
     checkFolder( "store", std::filesystem::path( config.store ).parent_path( ), findings );
     if( config.hasRole( "log" ) ) checkFolder( "log_directory", config.logDirectory, findings );
+    GString error;
+    if( !config.tlsCertificate.empty( ) && !GTlsFront::load( config.tlsCertificate, config.tlsKey, error ) )
+        findings.push_back( { GFINDING_ERROR, error } );
     std::error_code code;
     const std::filesystem::path offered = std::filesystem::path( config.upgradeDirectory ) / config.upgradeFile;
     if( config.hasRole( "upgrade" ) && config.upgradeVersion > 0 && config.upgradeURL.empty( ) &&

@@ -55,6 +55,9 @@ const Row ROWS[] = {
     { "upgrade_name", &GServerConfig::upgradeName },
     { "upgrade_priority", &GServerConfig::upgradePriority },
     { "upgrade_url", &GServerConfig::upgradeURL },
+    { "tls_certificate", &GServerConfig::tlsCertificate },
+    { "tls_key", &GServerConfig::tlsKey },
+    { "tls_required", &GServerConfig::tlsRequired },
     { "metrics", &GServerConfig::metrics, 0, 0, AT_START },
     { "password_minimum", &GServerConfig::passwordMinimum, 1, 256 },
     { "password_memory_kib", &GServerConfig::passwordMemoryKiB, 8, 4194304 },
@@ -206,6 +209,8 @@ bool GServerConfig::finish( GString& error )
     const GWString name = GUTF8ToWide( domain );
     if( name.empty( ) || name.find( u'@' ) != GWString::npos || GSanitizeName( name ) != name )
         error = "domain is small letters, digits, '-', '_' and '.', not '" + domain + "'";
+    if( tlsCertificate.empty( ) != tlsKey.empty( ) ) error = "tls_certificate and tls_key go together";
+    if( tlsRequired && tlsCertificate.empty( ) ) error = "tls_required needs tls_certificate and tls_key";
     if( !isAgreed( ) && contacts != CONTACTS_OPEN ) error = "contacts is 'agreed' or 'open', not '" + contacts + "'";
     return error.empty( );
 }

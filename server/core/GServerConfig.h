@@ -64,6 +64,10 @@ struct GServerConfig
     int64_t connectionsPerAddress = 256;
     int64_t drainSeconds = 5;
 
+    GString tlsCertificate; // PEM files; empty for streams without TLS.
+    GString tlsKey;
+    bool tlsRequired = false; // The logon takes nothing else.
+
     GString logDirectory = "logs";
     int64_t logBytes = 8 << 20;
     int64_t logQuota = 1 << 30;

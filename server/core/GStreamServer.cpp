@@ -16,12 +16,12 @@ constexpr std::string_view HEADER_END = "\r\n\r\n";
 constexpr std::string_view CONTENT_LENGTH = "\r\nContent-Length:";
 } // namespace
 
-GStreamConnection::GStreamConnection( GStreamServer& server, boost::asio::ip::tcp::socket socket )
+GStreamConnection::GStreamConnection( GStreamServer& server, boost::asio::ip::tcp::socket socket,
+                                      const boost::asio::ip::tcp::endpoint& remote )
     : _server( server ), _socket( std::move( socket ) ), _idleTimer( server.io( ) ),
       _lastByte( std::chrono::steady_clock::now( ) ), _idleSeconds( server._limits.idleSeconds )
 {
     boost::system::error_code code;
-    const auto remote = _socket.remote_endpoint( code );
     _remoteHost = GEndpoint::compose( remote );
     _remoteAddress = remote.address( ).to_string( );
     _socket.set_option( boost::asio::ip::tcp::no_delay( true ), code );
@@ -324,14 +324,20 @@ void GStreamServer::_accept( )
 void GStreamServer::_onAccept( boost::asio::ip::tcp::socket socket )
 {
     boost::system::error_code code;
-    const GString address = socket.remote_endpoint( code ).address( ).to_string( );
+    const auto remote = socket.remote_endpoint( code );
+    if( code ) return;
+    if( _front ) return _front( std::move( socket ) );
+    adopt( std::move( socket ), remote );
+}
+void GStreamServer::adopt( boost::asio::ip::tcp::socket socket, const boost::asio::ip::tcp::endpoint& remote )
+{
+    const GString address = remote.address( ).to_string( );
     const auto found = _addressCounts.find( address );
     const int64_t count = found == _addressCounts.end( ) ? 0 : found->second;
     if( static_cast<int64_t>( _connections.size( ) ) >= _limits.connections || count >= _limits.connectionsPerAddress )
         return _drop( "full" );
-    if( code ) return;
     ++_addressCounts[address];
-    const auto connection = std::make_shared<GStreamConnection>( *this, std::move( socket ) );
+    const auto connection = std::make_shared<GStreamConnection>( *this, std::move( socket ), remote );
     _connections.emplace( connection.get( ), connection );
     connection->_start( );
 }

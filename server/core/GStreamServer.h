@@ -31,7 +31,8 @@ class GStreamServer;
 class GStreamConnection : public std::enable_shared_from_this<GStreamConnection>
 {
 public:
-    GStreamConnection( GStreamServer& server, boost::asio::ip::tcp::socket socket );
+    GStreamConnection( GStreamServer& server, boost::asio::ip::tcp::socket socket,
+                       const boost::asio::ip::tcp::endpoint& remote );
 
     const GString& remoteHost( ) const { return _remoteHost; }
     const GString& remoteAddress( ) const { return _remoteAddress; }
@@ -96,6 +97,10 @@ public:
     void start( MessageHandler onMessage, CloseHandler onClose, DropHandler onDrop );
     // Before start, for streams of many small messages.
     void setFrameHandlers( FrameHandler onFrame, ReadHandler afterRead );
+    // Each new connection goes to `front`, which may give it, or another stream in its place, to adopt.
+    using Front = std::function<void( boost::asio::ip::tcp::socket socket )>;
+    void setFront( Front front ) { _front = std::move( front ); }
+    void adopt( boost::asio::ip::tcp::socket socket, const boost::asio::ip::tcp::endpoint& remote );
     // No new connections.
     void stopAccepting( );
     void closeAll( );
@@ -123,6 +128,7 @@ private:
     ReadHandler _afterRead;
     std::unique_ptr<char[]> _block; // What a read has brought; no connection has it for longer than that.
     GHTTPHeaders _message;          // The one in hand; keeps its room.
+    Front _front;
     std::map<GStreamConnection*, Connection> _connections;
     std::map<GString, int64_t> _addressCounts;
 };

@@ -21,6 +21,7 @@ public:
     void reload( );
     bool isIdle( ) const { return !_pending; }
     GString host( ) const { return _server.host( ); }
+    GStreamServer& stream( ) { return _server; }
 
     // The base name by both separators, of letters, digits, "-", "_" and ".", without leading dots, at most 100 characters.
     static GString sanitize( const GString& filename );

@@ -19,6 +19,7 @@ public:
     bool isIdle( ) const { return !_pending; }
     void reload( );
     GString host( ) const { return _server.host( ); }
+    GStreamServer& stream( ) { return _server; }
 
 private:
     void _onMessage( const GStreamServer::Connection& connection, const GHTTPHeaders& message );

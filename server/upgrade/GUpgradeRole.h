@@ -19,6 +19,7 @@ public:
     void reload( );
     bool isIdle( ) const { return !_server.connectionCount( ); }
     GString host( ) const { return _server.host( ); }
+    GStreamServer& stream( ) { return _server; }
 
     // The file that a request path names; empty when it names none that may be read.
     static GString fileOf( const GString& directory, const GString& path );
