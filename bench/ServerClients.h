@@ -28,6 +28,8 @@ public:
     void send( const std::string& bytes );
     std::string receive( ); // Empty after the deadline.
     std::string receiveExactly( size_t length );
+    // Fills the bytes; how many came before the deadline.
+    size_t receiveUpTo( std::string& bytes );
 
 private:
     int _handle;

@@ -4,7 +4,7 @@ namespace
 {
 constexpr std::string_view MESSAGES = "velmora_messages_total";
 
-GString seriesOf( const std::tuple<GString, GString, GString>& labels )
+GString seriesOf( const std::array<GString, 3>& labels )
 {
     const auto& [role, method, result] = labels;
     GString series( MESSAGES );
@@ -28,9 +28,9 @@ void composeAll( GString& out, const Map& map, std::string_view kind )
 
 void GMetrics::count( std::string_view role, std::string_view method, std::string_view result, uint64_t number )
 {
-    const auto found = _messages.find( std::tie( role, method, result ) );
+    const auto found = _messages.find( LabelsOf<std::string_view>{ role, method, result } );
     if( found == _messages.end( ) )
-        _messages.emplace( Labels( role, method, result ), number );
+        _messages.emplace( LabelsOf<GString>{ GString( role ), GString( method ), GString( result ) }, number );
     else
         found->second += number;
 }
@@ -52,7 +52,7 @@ void GMetrics::setGauge( std::string_view name, int64_t value )
 }
 uint64_t GMetrics::get( std::string_view role, std::string_view method, std::string_view result ) const
 {
-    const auto found = _messages.find( std::tie( role, method, result ) );
+    const auto found = _messages.find( LabelsOf<std::string_view>{ role, method, result } );
     return found == _messages.end( ) ? 0 : found->second;
 }
 uint64_t GMetrics::getTotal( std::string_view name ) const

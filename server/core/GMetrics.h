@@ -5,8 +5,9 @@
 
 #include "base/GTypes.h"
 
+#include <algorithm>
+#include <array>
 #include <map>
-#include <tuple>
 
 class GMetrics
 {
@@ -20,8 +21,19 @@ public:
     GString compose( ) const;
 
 private:
-    using Labels = std::tuple<GString, GString, GString>; // Role, method, result.
-    std::map<Labels, uint64_t, std::less<>> _messages;
+    template <typename Text>
+    using LabelsOf = std::array<Text, 3>; // Role, method, result.
+    struct Less
+    {
+        using is_transparent = void;
+        template <typename A, typename B>
+        bool operator( )( const LabelsOf<A>& a, const LabelsOf<B>& b ) const
+        {
+            return std::lexicographical_compare( a.begin( ), a.end( ), b.begin( ), b.end( ),
+                                                 []( std::string_view x, std::string_view y ) { return x < y; } );
+        }
+    };
+    std::map<LabelsOf<GString>, uint64_t, Less> _messages;
     std::map<GString, uint64_t, std::less<>> _counters;
     std::map<GString, int64_t, std::less<>> _gauges;
 };

@@ -51,6 +51,7 @@ public:
     }
     bool row( )
     {
+        _database.beforeUse( );
         if( _failed ) return false;
         const int result = sqlite3_step( _statement );
         // A broken constraint is an answer ("taken"), not a failure.
@@ -61,7 +62,6 @@ public:
     // Runs to its end; true when it changed at least `changes` rows.
     bool run( int changes = 0 )
     {
-        _database.beforeChange( );
         row( );
         return _done && sqlite3_changes( _database ) >= changes;
     }
@@ -113,13 +113,16 @@ bool GServerStore::endBatch( )
     _database.batch = false;
     if( !_database.begun ) return true;
     _database.begun = false;
-    if( _execute( "COMMIT" ) ) return true;
+    if( Statement( _database, "COMMIT" ).run( ) ) return true;
     _execute( "ROLLBACK" );
     return false;
 }
-void GServerStore::Database::beforeChange( )
+// The lock is taken once a batch, not for each statement in it.
+void GServerStore::Database::beforeUse( )
 {
-    if( batch && !begun ) begun = execute( "BEGIN IMMEDIATE" );
+    if( !batch || begun ) return;
+    begun = true; // For the statement that begins, too.
+    begun = batch = Statement( *this, "BEGIN IMMEDIATE" ).run( );
 }
 
 bool GServerStore::addAccount( const GAccount& account )
@@ -172,7 +175,7 @@ std::vector<GString> GServerStore::getBuddies( const GString& user )
 }
 bool GServerStore::setBuddies( const GString& user, const std::vector<GString>& buddies )
 {
-    _database.beforeChange( );
+    _database.beforeUse( );
     if( !_execute( "SAVEPOINT list" ) ) return false;
     bool good = Statement( _database, "DELETE FROM buddy WHERE user=?" ).bind( user ).run( );
     for( const GString& buddy : buddies ) good = good && addBuddy( user, buddy );

@@ -54,7 +54,8 @@ public:
     bool open( const GString& path, GString& error );
 
     // ---- What is stored between these two becomes durable at the end, at once: an answer that acknowledges it must leave after a
-    // good end. False when nothing of it was kept. Nothing is begun before the first change.
+    // good end. False when nothing of it was kept. Nothing is begun before the first call that
+    // reads or changes something.
     void beginBatch( );
     bool endBatch( );
 
@@ -131,7 +132,7 @@ private:
         ~Database( );
         operator sqlite3*( ) const { return handle; }
         bool execute( const char* sql );
-        void beforeChange( );
+        void beforeUse( );
         sqlite3* handle = nullptr;
         std::unordered_map<const char*, sqlite3_stmt*> prepared;
         bool batch = false;
