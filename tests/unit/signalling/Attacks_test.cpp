@@ -230,6 +230,7 @@ void Attacks::inviteAsBob( )
     connect( );
     emptyQueues( );
     // Also while Bob is silent for a while: his own INVITE would come by the server.
+    deafenAnn( );
     clock.advance( 3 * SECOND );
     attack( asBob( GHTTPHeaders( u"INVITE" ) ) );
     EXPECT_EQ( GDeviceSession::CONNECTED, ann.stateOf( BOB, u"D2" ) );

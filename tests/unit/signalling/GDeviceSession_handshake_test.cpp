@@ -120,6 +120,14 @@ TEST_F( DeviceSessionHandshake, PictureShowsWhatTheBuddyCanDo )
 
 TEST_F( DeviceSessionHandshake, ImpossibleTimeBiasIsZero )
 {
+    for( const int64_t bias : { int64_t( 1440 ), int64_t( -1440 ) } )
+    {
+        renew( );
+        GHTTPHeaders message = invite( );
+        message.set( u"Time-Bias", bias );
+        request( message );
+        EXPECT_EQ( bias, peer.instance.calc( u"bob@test_Time_Bias" ) );
+    }
     for( const int64_t bias : { int64_t( 1441 ), int64_t( -1441 ), int64_t( 9223372036854775807 ) } )
     {
         renew( );
