@@ -187,6 +187,7 @@ bool GDeviceSession::_onInput( const GSIPInput& in )
     if( in.is( UPDATE ) ) _writeChatStatus( );
     if( _onStateInput( in ) ) return true;
     if( _isRobust( ) && in.isRequest( BYE ) ) return _answerBye( in );
+    if( _isRobust( ) && ( in.is( BYEREQUESTED ) || in.is( REMOVEREQUESTED ) ) ) return _dropHandshake( );
     return isPing( in );
 }
 
@@ -404,6 +405,12 @@ void GDeviceSession::_writeChatStatus( )
     if( _state == DISCONNECTED || _state == CONNECTED ) return;
     _instance->set( _buddy( u"_Chat_Status" ),
                     _buddy( _state == WF_BYERESPONSE ? u" is disconnecting..." : u" is connecting..." ) );
+}
+
+// Who leaves or removes a buddy connects no more: a session that came up after the goodbye would never hear one.
+bool GDeviceSession::_dropHandshake( )
+{
+    return _state == DISCONNECTED || _state == WF_BYERESPONSE || _drop( );
 }
 
 // A peer whose BYE found us elsewhere would repeat it until it times out.

@@ -98,6 +98,7 @@ private:
     bool _writeStatusLine( const GIntervalTimer& timer );
     void _writeChatStatus( );
     bool _answerBye( const GSIPInput& in );
+    bool _dropHandshake( );
 
     // ---- Handshake.
     bool _awaitInviteResponse( );

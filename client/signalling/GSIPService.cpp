@@ -243,6 +243,11 @@ bool GSIPService::_onLeavingBuddies( const GSIPInput& in )
         GLOGIF( 's', u"Received 'INVITE' but trying to say 'BYE', ignoring." );
         return true;
     }
+    if( _isRobust( ) && in.isResponseTo( GProtocol::INVITE ) )
+    {
+        GLOGIF( 's', u"Received an answer to 'INVITE' but trying to say 'BYE', ignoring." );
+        return true;
+    }
     if( in.isRequest( ) ) return _passRequest( in );
     if( in.isResponse( ) ) return _passResponse( in );
     if( in.isCommand( u"RESET" ) ) return _goOffline( false );

@@ -152,6 +152,8 @@ std::string_view GSignallingService::_onREGISTER( Request& request )
     const GRegistration* known = _registrationOf( request );
     const bool goesOn = known && known->user == user && known->device == device;
     const bool listed = goesOn && known->listed;
+    // Who stays on line never logs on again: each renewal counts as one, or he would be refused after a day.
+    if( goesOn && !_database.addLogon( user, address, request.now ) ) return REFUSED;
     GStringList capabilities;
     request.headers.get( GProtocol::CAPABILITIES, capabilities );
     const bool contacts = GListContains( capabilities, GProtocol::CAPABILITY_CONTACTS );

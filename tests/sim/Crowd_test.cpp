@@ -20,9 +20,11 @@ TEST( Crowd, FiftyBuddiesOnThreeDevicesEach )
             world.addClient( buddy, world.addHome( KINDS[world.clock.draw( std::size( KINDS ) )] ) );
         world.befriend( hub, buddy );
     }
+    world.allowCrossing( );
     world.startWithin( 30 * SECOND );
+    world.run( 30 * SECOND );
     EXPECT_TRUE( world.meets( 120 * SECOND ) ) << world.describeMissing( );
-    world.run( 60 * SECOND );
+    world.run( 30 * SECOND );
     EXPECT_TRUE( world.areAllConnected( ) ) << world.describeMissing( );
     // A PING a second and its answer, kept for a minute.
     world.checkFigures( { SESSIONS * 66, SESSIONS * 66, 200, 8 * SESSIONS, SESSIONS * 40, SESSIONS * 40, SESSIONS + 1,

@@ -5,6 +5,7 @@
 #include "platform/GTime.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <mutex>
 
@@ -12,8 +13,13 @@ namespace
 {
 constexpr size_t MAX_SURPRISES = 50;
 SimLog* current_ = nullptr;
-bool echo_ = false;
 std::mutex mutex_;
+
+bool isEchoed( )
+{
+    const char* text = std::getenv( "VELMORA_SIM_ECHO" );
+    return text && *text;
+}
 
 void writeLine( const GWString& line )
 {
@@ -27,12 +33,12 @@ void crash( )
 }
 } // namespace
 
-SimLog::SimLog( ) : _before( GPortableGetHooks( ) )
+SimLog::SimLog( ) : _before( GPortableGetHooks( ) ), _echo( isEchoed( ) )
 {
     current_ = this;
     GPortableGetHooks( ).log = writeLine;
     GPortableGetHooks( ).crash = crash;
-    if( echo_ ) GLogSetFilter( "x" );
+    if( _echo ) GLogSetFilter( "x" );
 }
 
 SimLog::~SimLog( )
@@ -42,21 +48,16 @@ SimLog::~SimLog( )
     current_ = nullptr;
 }
 
-void SimLog::setEcho( bool echo )
-{
-    echo_ = echo;
-}
-
 void SimLog::add( const GString& line )
 {
     const bool fatal = line.find( "aborting" ) != GString::npos;
     const bool bad = line.find( "WARNING" ) != GString::npos || line.find( "WARING" ) != GString::npos ||
                      line.find( "ERROR" ) != GString::npos;
-    if( !bad && !echo_ ) return;
+    if( !bad && !_echo ) return;
     const uint64_t time = GTimeGetTime( ) - GSimClock::START;
     GString text = std::to_string( time / 1000000 ) + "." + std::to_string( 1000000 + time % 1000000 ).substr( 1, 3 );
     text += " " + _program + ": " + line;
-    if( echo_ || fatal ) std::cerr << text;
+    if( _echo || fatal ) std::cerr << text;
     if( !bad || _surprises.size( ) == MAX_SURPRISES ) return;
     const auto isIn = [&]( const GString& allowed ) { return line.find( allowed ) != GString::npos; };
     if( std::none_of( _allowed.begin( ), _allowed.end( ), isIn ) ) _surprises.push_back( text );

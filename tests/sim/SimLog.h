@@ -18,12 +18,11 @@ public:
     // Whose lines come next.
     void enter( const GString& program ) { _program = program; }
     const std::vector<GString>& surprises( ) const { return _surprises; }
-    // Prints every line, those of detail too, to standard error.
-    static void setEcho( bool echo );
     void add( const GString& line );
 
 private:
     GPortableHooks _before;
+    bool _echo; // VELMORA_SIM_ECHO: every line, those of detail too, goes to standard error.
     std::vector<GString> _allowed;
     std::vector<GString> _surprises;
     GString _program;

@@ -25,23 +25,30 @@ constexpr const char* CROSSING[] = { "to request 'INVITE' ignored, no state chan
 constexpr const char* LETTER[] = { "WARNING Attempting to send 'ACK' but no destination, ignoring.",
                                    "WARNING: Assertion failed. (inviteResponse.isSet( L\"Sent-To-Type\" ))" };
 // What comes late, twice or never.
-constexpr const char* TROUBLE[] = { "WARNING Lost contact with",
-                                    "to request 'STUN' ignored, no state change.",
-                                    "to request 'DEVICEGUID' ignored, no state change.",
-                                    "to originalRequest 'GETBUDDYLIST' sent to unidentified destination, ignoring.",
-                                    "(_indirectPunchedSTUNResponse.succeeded( ))",
-                                    "(_indirectUnpunchedSTUNResponse.succeeded( ))",
-                                    "because not connected, ignoring.",
-                                    "request timed out, disconnecting.",
-                                    "WARING PING failed 6 consecutive times, reconnecting." };
+constexpr const char* TROUBLE[] = {
+    "WARNING Lost contact with", "to request 'STUN' ignored, no state change.",
+    "to request 'DEVICEGUID' ignored, no state change.",
+    "to originalRequest 'GETBUDDYLIST' sent to unidentified destination, ignoring.",
+    "(_indirectPunchedSTUNResponse.succeeded( ))", "(_indirectUnpunchedSTUNResponse.succeeded( ))",
+    "(!_indirectPunchedSTUNResponse.succeeded( ))", "(!_indirectUnpunchedSTUNResponse.succeeded( ))",
+    "WARNING: Ignored input, recvMethod='",
+    // Between the end of the connection and the core's word of it.
+    "because not connected, ignoring.", "but invalid source (0.0.0.0:0), ignoring.",
+    "but invalid destination (), ignoring.", "(GValidHost( localHost ))", "but not ONLINE, ignoring.",
+    "while not connected, ignoring.", "request timed out, disconnecting.", "requests timed out to",
+    "request timed out, hard logoff.", "request timed out, reconnecting.", "timed out, cancelling.",
+    "WARNING 'TURN' request failed (or timed out)", "WARNING Global mapping has changed after",
+    // What a box that forgot gives another address.
+    "from unexpected host (", "WARING PING failed 6 consecutive times, reconnecting." };
 
-// How long a state may last, with a round's lateness; 0 is for ever.
+// How long a state may last, with a round's lateness; 0 is for ever. They are looked at once a second, so two or three attempts in a
+// row may look like one.
 int64_t sessionBound( int state, bool robust )
 {
     switch( state )
     {
-    case GDeviceSession::WF_INVITERESPONSE: return ( robust ? 36 : 18 ) * S + 2 * S;
-    case GDeviceSession::WT_REINVITE: return 12 * S;
+    case GDeviceSession::WF_INVITERESPONSE: return 3 * ( robust ? 37 : 19 ) * S;
+    case GDeviceSession::WT_REINVITE: return 3 * 11 * S;
     // An INVITE with a new number begins it afresh; a caller sends three.
     case GDeviceSession::WF_ACK: return ( robust ? 54 : 18 ) * S + 2 * S;
     case GDeviceSession::WF_ACKRESPONSE: return ( robust ? 36 : 18 ) * S + 2 * S;
@@ -388,6 +395,8 @@ void SimWorld::checkFigures( const Figures& bound )
 
 void SimWorld::logOffAll( )
 {
+    // All at once: goodbyes cross, and answers come to sessions that are over.
+    allowCrossing( );
     for( const auto& client : clients ) client->logOff( );
     const auto isDone = [this]
     {

@@ -38,6 +38,11 @@ void cut( SimWorld& world, const SimClient& client )
     world.clock.after( world.clock.draw( 40 * SECOND ), [&link] { link.lossPercent = 0; } );
 }
 
+void reconnectBuddy( SimClient& client, const GWString& buddy )
+{
+    if( client.isOnline( ) && client.sip( ).findBuddy( buddy ) ) client.command( u"RECONNECTBUDDY", buddy );
+}
+
 // One of the things that happen.
 void strike( SimWorld& world )
 {
@@ -57,10 +62,7 @@ void strike( SimWorld& world )
     case 6: world.net.link( client.host( ) ).lossPercent = static_cast<int>( world.clock.draw( 30 ) ); return;
     case 7:
     case 8: return client.start( );
-    case 9:
-        if( client.isOnline( ) )
-            client.command( u"RECONNECTBUDDY", GUTF8ToWide( userName( world.clock.draw( USERS ) ) ) );
-        return;
+    case 9: reconnectBuddy( client, GUTF8ToWide( userName( world.clock.draw( USERS ) ) ) ); return;
     default: return world.sayAt( client, userName( world.clock.draw( USERS ) ) );
     }
 }

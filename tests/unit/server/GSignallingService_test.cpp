@@ -151,6 +151,17 @@ TEST_F( GSignallingServiceTest, RegistrationsEndAfterHalfAnHour )
     EXPECT_EQ( service.registrationCount( ), 0u );
     EXPECT_TRUE( store.listRegistrations( ).empty( ) );
 }
+TEST_F( GSignallingServiceTest, WhoStaysOnLineIsNotRefusedAfterADayUnlessThePasswordChanges )
+{
+    registerBoth( );
+    const uint64_t end = now + 50 * 3600 * SECOND;
+    for( int cseq = 2; now < end; ++cseq, now += 900 * SECOND )
+        ASSERT_EQ( codeOf( send( ANN_HOST, registration( ANN_W, u"dev1", cseq ) ) ), 200 );
+    // Another port of that address is another program: his is the time of the last renewal.
+    EXPECT_EQ( codeOf( send( "198.51.100.1:4001", registration( ANN_W, u"dev3", 1 ) ) ), 200 );
+    EXPECT_TRUE( store.setPassword( ANN, "new hash" ) );
+    EXPECT_TRUE( send( ANN_HOST, registration( ANN_W, u"dev1", 9999 ) ).empty( ) );
+}
 TEST_F( GSignallingServiceTest, ARemovedAccountIsForgotten )
 {
     registerBoth( );

@@ -157,6 +157,23 @@ TEST_F( DeviceSessionTable, GoodbyeOutsideTheConnectedStateDoesNothing )
     EXPECT_EQ( 0, TestLog::count( "WARNING" ) );
 }
 
+TEST_F( DeviceSessionTable, GoodbyeEndsAHandshakeWithTheRemedy )
+{
+    peer.instance.set( u"Robust_Signalling", 1 );
+    client->setRobust( true );
+    for( int state = S::DISCONNECTED; state <= S::WF_BYERESPONSE; ++state )
+        for( const bool remove : { false, true } )
+        {
+            if( state == S::CONNECTED ) continue;
+            renew( );
+            bringTo( state );
+            session->bye( remove );
+            EXPECT_EQ( state == S::WF_BYERESPONSE ? S::WF_BYERESPONSE : S::DISCONNECTED, session->getState( ) );
+            EXPECT_TRUE( far.hear( u"BYE" ).empty( ) );
+        }
+    EXPECT_EQ( 0, TestLog::count( "WARNING" ) );
+}
+
 TEST_F( DeviceSessionTable, WhereaboutsInOtherStatesRefreshTheRoutesWithoutAWarning )
 {
     for( int state = S::WT_REINVITE; state <= S::WF_BYERESPONSE; ++state )

@@ -375,6 +375,32 @@ TEST_F( SIPService, GoodbyesFinishWhileLeavingButNobodyIsLetIn )
     EXPECT_EQ( S::SETTING_BUDDY_LIST, ann.service->getState( ) );
 }
 
+// An answer that comes after the goodbye would begin a session that nobody ends.
+TEST_F( SIPService, AnInvitationThatIsAnsweredWhileLeavingConnectsNobodyWithTheRemedy )
+{
+    for( const bool robust : { false, true } )
+    {
+        const GWString buddy = robust ? u"dan@test" : u"cid@test";
+        goOnline( );
+        connectFar( );
+        if( robust ) beRobust( );
+        command( u"ADDBUDDY", buddy );
+        pass( );
+        ASSERT_TRUE( server.heard.back( ).isMethod( u"INVITE" ) );
+        const GWString cseq = server.heard.back( ).get( u"CSeq" );
+        command( u"BUDDYLOGOFF" );
+        ann.pass( );
+        ASSERT_EQ( S::LEAVING_BUDDIES, ann.service->getState( ) );
+        GHTTPHeaders answer = fromFar( u"INVITE", buddy, u"D3" );
+        answer.setResponse( 200, u"OK" );
+        answer.set( u"CSeq", cseq );
+        answer.set( u"Sent-To-Type", u"local" );
+        hearFar( answer );
+        EXPECT_EQ( robust ? -1 : int( GDeviceSession::WF_ACKRESPONSE ), ann.stateOf( buddy, u"D3" ) );
+        reset( );
+    }
+}
+
 TEST_F( SIPService, ResetForgetsEverySession )
 {
     goOnline( );
