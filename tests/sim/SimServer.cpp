@@ -4,7 +4,7 @@
 #include "server/core/GEndpoint.h"
 #include "server/core/GPassword.h"
 #include "server/core/GServerMessage.h"
-#include "server/relay/GRelayRole.h"
+#include "server/relay/GRelayFrame.h"
 
 #include <sodium.h>
 
@@ -287,7 +287,18 @@ void SimServer::_onRelay( const std::shared_ptr<GSimStream>& stream )
         GHTTPHeaders message;
         while( GMAPCONTAINS( _allocations, id ) )
         {
-            GString& received = _allocations[id].talk.received;
+            Allocation& allocation = _allocations[id];
+            GString& received = allocation.talk.received;
+            // As the role does: what is written the common way is read without a message in between.
+            GRelayFrame frame;
+            if( const size_t taken = frame.read( received.data( ), received.size( ) ) )
+            {
+                if( allocation.port >= 0 )
+                    _sendRelayed( allocation, { frame.address, frame.port },
+                                  GString( frame.content, frame.contentLength ) );
+                GConsume( received, static_cast<int>( taken ) );
+                continue;
+            }
             const int used = message.deserialize( received );
             if( used <= 0 ) return;
             GConsume( received, used );
@@ -307,7 +318,10 @@ void SimServer::_onRelayMessage( int id, const GHTTPHeaders& message )
             _openAllocation( allocation, message );
     }
     else if( message.isMethod( GProtocol::SENDUDP ) && allocation.port >= 0 )
-        _sendRelayed( allocation, message );
+    {
+        if( message.getContentCount( ) == 1 )
+            _sendRelayed( allocation, GSimEnd::of( message.get( GProtocol::REMOTE_HOST ) ), message.getContent( 0 ) );
+    }
 }
 
 void SimServer::_openAllocation( Allocation& allocation, const GHTTPHeaders& request )
@@ -317,8 +331,12 @@ void SimServer::_openAllocation( Allocation& allocation, const GHTTPHeaders& req
     {
         const auto onDatagram = [this, stream, &allocation]( const GSimEnd& from, const GString& bytes )
         {
-            if( _policy->take( allocation.host, false, bytes.size( ), _clock.now( ) ) )
-                stream->send( GRelayRole::wrap( textOf( from ), bytes.data( ), bytes.size( ) ) );
+            if( !_policy->take( allocation.share.inward, bytes.size( ), _clock.now( ) ) ) return;
+            const boost::asio::ip::udp::endpoint source( boost::asio::ip::address_v4( from.address ),
+                                                         static_cast<unsigned short>( from.port ) );
+            GString frame;
+            GRelayFrame::append( frame, source, bytes.data( ), bytes.size( ) );
+            stream->send( frame );
         };
         allocation.port = _net.openPort( _hosts[0], 0, onDatagram );
         allocation.host = textOf( _net.endOf( allocation.port ) );
@@ -329,13 +347,12 @@ void SimServer::_openAllocation( Allocation& allocation, const GHTTPHeaders& req
     stream->send( answer.serialize( ) );
 }
 
-void SimServer::_sendRelayed( Allocation& allocation, const GHTTPHeaders& request )
+void SimServer::_sendRelayed( Allocation& allocation, const GSimEnd& to, const GString& bytes )
 {
-    const GSimEnd to = GSimEnd::of( request.get( GProtocol::REMOTE_HOST ) );
-    if( request.getContentCount( ) != 1 || !to.port ) return;
-    const GString& bytes = request.getContent( 0 );
+    // A client that sends to itself would only go round in circles.
+    if( !to.port || to == _net.endOf( allocation.port ) ) return;
     if( !_policy->maySendTo( to.address, static_cast<unsigned short>( to.port ) ) ) return;
-    if( _policy->take( allocation.host, true, bytes.size( ), _clock.now( ) ) )
+    if( _policy->take( allocation.share.outward, bytes.size( ), _clock.now( ) ) )
         _net.sendFrom( allocation.port, to, bytes );
 }
 

@@ -46,6 +46,7 @@ private:
         Talk talk;
         int port = -1;
         GString host;
+        GRelayShare share;
     };
     void _openPorts( );
     void _onStun( GStunSocket socket, const GSimEnd& from, const GString& bytes );
@@ -58,7 +59,7 @@ private:
     void _onRelay( const std::shared_ptr<GSimStream>& stream );
     void _onRelayMessage( int id, const GHTTPHeaders& message );
     void _openAllocation( Allocation& allocation, const GHTTPHeaders& request );
-    void _sendRelayed( Allocation& allocation, const GHTTPHeaders& request );
+    void _sendRelayed( Allocation& allocation, const GSimEnd& to, const GString& bytes );
     void _closeAllocation( int id );
     uint64_t _logonsSince( ) const;
 
