@@ -14,7 +14,7 @@ namespace
 constexpr size_t FRAME = 1052;
 constexpr size_t BATCH = 32;
 constexpr int DEADLINE = 5000; // Milliseconds.
-constexpr int LOSS = 100;
+constexpr int LOSS = 10;
 constexpr int DEVICES_A_USER = 16;
 
 void put16( std::string& out, unsigned value )
@@ -294,15 +294,15 @@ long RelayClient::inward( long count )
     for( mmsghdr& one : out ) one.msg_hdr = { &to, sizeof( to ), &part, 1, nullptr, 0, 0 };
     // One batch on the way. A relay may drop some all the same; what it did not carry does not count.
     std::string bytes( relayedSize( ) * BATCH, '\0' );
-    long carried = 0;
+    size_t carried = 0; // Bytes.
     _client.setTimeout( LOSS );
     for( long sent = 0; sent < count; sent += static_cast<long>( BATCH ) )
     {
         ::sendmmsg( _peer.handle( ), out.data( ), BATCH, 0 );
-        carried += static_cast<long>( _client.receiveUpTo( bytes ) / relayedSize( ) );
+        carried += _client.receiveUpTo( bytes );
     }
     _client.setTimeout( DEADLINE );
-    return carried;
+    return static_cast<long>( carried / relayedSize( ) );
 }
 
 VelmoraRelayClient::VelmoraRelayClient( const std::string& logonHost, const std::string& relayHost )
