@@ -25,7 +25,7 @@ class Reload(Case):
 
     def test_what_waits_for_the_next_start_is_named(self):
         server = self.serve()
-        server.write_config(store="other.db", port_base=0, roles="logon, metrics", password_threads=4)
+        server.write_config(store="other.db", roles="logon, metrics", password_threads=4)
         self.assertTrue(server.reload().endswith("reload result=done next_start=store,roles,password_threads"))
         self.assertEqual(self.client(server).ask("PING", Global_Host="1.2.3.4:5").code, 200)
         self.assertEqual(server.authenticate("ann").code, 200)
