@@ -14,7 +14,7 @@ World& world( )
 
 using FuzzNet::world;
 
-// ---- The family, whole: the linker must find no reason to take the real one.
+// ---- All that a backend of the family has: the linker must find no reason to take the real one.
 GNetUDPPort* GNetUDPPortOpen( const GWString& )
 {
     Fuzz::require( !world( ).port );
@@ -22,18 +22,6 @@ GNetUDPPort* GNetUDPPortOpen( const GWString& )
     world( ).port->alive = true;
     world( ).port->host = FuzzNet::LOCAL_HOST;
     return world( ).port;
-}
-int GNetUDPPortGetMTU( const GNetUDPPort* )
-{
-    return 1472;
-}
-bool GNetUDPPortIsAlive( const GNetUDPPort* port )
-{
-    return port->alive;
-}
-GWString GNetUDPPortGetLocalHost( const GNetUDPPort* port )
-{
-    return port->host;
 }
 void GNetUDPPortClose( GNetUDPPort* port )
 {
@@ -64,14 +52,6 @@ int GNetUDPPortRecvBatch( GNetUDPPort* port, GNetDatagram* const* datagrams, int
 void GNetUDPPortSendBatch( GNetUDPPort* port, const GNetOutgoing* datagrams, int count )
 {
     GNetSendOneByOne( port, datagrams, count );
-}
-void GNetUDPPortSetLargeReads( GNetUDPPort* port, bool large )
-{
-    port->largeReads = large;
-}
-void GNetUDPPortSetForgiving( GNetUDPPort* port, bool forgiving )
-{
-    port->forgiving = forgiving;
 }
 
 bool GNetWait( const GNetSourceList&, const GNetSourceList&, const GNetSourceList&, int64_t )
@@ -112,10 +92,6 @@ bool GNetTCPSocketRecv( GNetTCPSocket* socket, GString& buffer )
     return any;
 }
 void GNetTCPSocketShutdown( GNetTCPSocket* ) {}
-bool GNetTCPSocketIsAlive( const GNetTCPSocket* socket )
-{
-    return socket->alive;
-}
 void GNetTCPSocketClose( GNetTCPSocket* socket )
 {
     Fuzz::require( socket == world( ).socket );

@@ -5,10 +5,8 @@ Usage: contacts_test.py BIN [PICTURE]      below tests/support/with-desktop and 
 PICTURE: a file for the buddy list with the request, as it stands on the screen.
 """
 import os
-import shutil
 import sys
 import time
-import traceback
 
 import desk
 
@@ -102,13 +100,12 @@ class Story:
             desk.wait(20, right_colour, f"{name} to show the right face")
         assert not self.invites_to_add_somebody(), "the list calls itself empty"
 
-    def tell(self):
-        for chapter in (self.both_are_online_and_strangers, self.a_stranger_asks_and_does_not_reach_her, self.the_request_outlives_a_restart,
-                        self.she_accepts_by_a_click_and_they_see_each_other):
-            begin = time.monotonic()
-            print(f"-- {chapter.__name__.replace('_', ' ')}", flush=True)
-            chapter()
-            print(f"   ok, {time.monotonic() - begin:.1f} s", flush=True)
+    def chapters(self):
+        return [self.both_are_online_and_strangers, self.a_stranger_asks_and_does_not_reach_her, self.the_request_outlives_a_restart,
+                self.she_accepts_by_a_click_and_they_see_each_other]
+
+    def last_words(self):
+        return [(f"{person.name}'s log", person.log[-4000:]) for person in (self.ann, self.ben)]
 
     def clean_up(self):
         for person in (self.ann, self.ben):
@@ -117,20 +114,5 @@ class Story:
         self.server.stop()
 
 
-def main():
-    story = Story(sys.argv[1])
-    try:
-        story.tell()
-    except Exception:
-        traceback.print_exc()
-        desk.run("import", "-window", "root", os.path.join(story.room, "screen.png"), check=False)
-        for person in (story.ann, story.ben):
-            print(f"---- the end of {person.name}'s log\n" + person.log[-4000:])
-        print(f"kept for a look: {story.room}")
-        story.clean_up()
-        sys.exit(1)
-    story.clean_up()
-    shutil.rmtree(story.room)
-
-
-main()
+STORY = Story(sys.argv[1])
+desk.tell(STORY, STORY.chapters())

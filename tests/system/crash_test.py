@@ -11,7 +11,6 @@ import shutil
 import signal
 import sys
 import time
-import traceback
 
 import desk
 
@@ -470,57 +469,39 @@ class Story:
                 return x + width // 2, y + height // 2
         return None
 
-    def tell(self, chosen):
-        chapters = [self.a_crash_of_the_main_thread_is_told_commented_and_restarted,
-                    self.a_crash_of_a_service_without_a_comment_is_not_restarted_when_the_box_is_off,
-                    self.a_failed_assertion_is_told_and_cancelled,
-                    self.an_uncaught_exception_of_the_main_thread_is_told_and_the_dialog_closed,
-                    self.an_uncaught_exception_of_a_service_is_told_and_restarted_with_the_original_options,
-                    self.a_stack_overflow_of_either_thread_is_told,
-                    self.arithmetic_errors_are_named,
-                    self.an_abort_is_told,
-                    self.a_broken_heap_keeps_neither_dialog_nor_restart_away,
-                    self.an_open_menu_keeps_no_input_from_the_dialog,
-                    self.a_second_failure_ends_the_process_after_five_seconds,
-                    self.without_a_display_nobody_is_asked,
-                    self.a_display_that_is_gone_asks_nobody_either,
-                    self.the_dialog_does_not_outlive_the_process,
-                    self.a_wish_to_terminate_is_logged_and_the_program_carries_on,
-                    self.a_wish_to_terminate_ends_in_order_with_the_remedy,
-                    self.logs_left_behind_are_named_by_their_last_line,
-                    self.a_second_instance_asks_and_cancel_ends_it,
-                    self.a_second_instance_tries_again_until_the_first_has_ended,
-                    self.a_second_instance_continues_without_a_log,
-                    self.a_restart_that_is_asked_for_starts_the_program_without_options,
-                    self.a_restart_that_is_ruled_out_ends_in_a_box,
-                    self.a_restart_of_a_program_that_is_gone_ends_in_a_box]
-        for chapter in chapters:
-            if chosen and chapter.__name__ not in chosen:
-                continue
-            begin = time.monotonic()
-            print(f"-- {chapter.__name__.replace('_', ' ')}", flush=True)
-            chapter()
-            print(f"   ok, {time.monotonic() - begin:.1f} s", flush=True)
+    def chapters(self):
+        return [self.a_crash_of_the_main_thread_is_told_commented_and_restarted,
+                self.a_crash_of_a_service_without_a_comment_is_not_restarted_when_the_box_is_off,
+                self.a_failed_assertion_is_told_and_cancelled,
+                self.an_uncaught_exception_of_the_main_thread_is_told_and_the_dialog_closed,
+                self.an_uncaught_exception_of_a_service_is_told_and_restarted_with_the_original_options,
+                self.a_stack_overflow_of_either_thread_is_told,
+                self.arithmetic_errors_are_named,
+                self.an_abort_is_told,
+                self.a_broken_heap_keeps_neither_dialog_nor_restart_away,
+                self.an_open_menu_keeps_no_input_from_the_dialog,
+                self.a_second_failure_ends_the_process_after_five_seconds,
+                self.without_a_display_nobody_is_asked,
+                self.a_display_that_is_gone_asks_nobody_either,
+                self.the_dialog_does_not_outlive_the_process,
+                self.a_wish_to_terminate_is_logged_and_the_program_carries_on,
+                self.a_wish_to_terminate_ends_in_order_with_the_remedy,
+                self.logs_left_behind_are_named_by_their_last_line,
+                self.a_second_instance_asks_and_cancel_ends_it,
+                self.a_second_instance_tries_again_until_the_first_has_ended,
+                self.a_second_instance_continues_without_a_log,
+                self.a_restart_that_is_asked_for_starts_the_program_without_options,
+                self.a_restart_that_is_ruled_out_ends_in_a_box,
+                self.a_restart_of_a_program_that_is_gone_ends_in_a_box]
+
+    def last_words(self):
+        logs = sorted(glob.glob(os.path.join(self.room, "*", "velmora*.log")), key=os.path.getmtime)[-2:]
+        return [(path, read(path)[-1500:]) for path in logs]
 
     def clean_up(self):
         for program in self.started:
             program.stop()
 
 
-def main():
-    story = Story(os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2]))
-    try:
-        story.tell(sys.argv[3:])
-    except Exception:
-        traceback.print_exc()
-        desk.run("import", "-window", "root", os.path.join(story.room, "screen.png"), check=False)
-        for path in sorted(glob.glob(os.path.join(story.room, "*", "velmora*.log")), key=os.path.getmtime)[-2:]:
-            print(f"---- the end of {path}\n" + read(path)[-1500:])
-        print(f"kept for a look: {story.room}")
-        story.clean_up()
-        sys.exit(1)
-    story.clean_up()
-    shutil.rmtree(story.room)
-
-
-main()
+STORY = Story(os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2]))
+desk.tell(STORY, [chapter for chapter in STORY.chapters() if len(sys.argv) == 3 or chapter.__name__ in sys.argv[3:]])

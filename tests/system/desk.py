@@ -6,9 +6,12 @@ import array
 import glob
 import os
 import re
+import shutil
 import subprocess
+import sys
 import tempfile
 import time
+import traceback
 import wave
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -28,6 +31,27 @@ def wait(seconds, condition, what):
         if time.monotonic() > deadline:
             raise AssertionError(f"waited {seconds} s in vain for {what}")
         time.sleep(0.1)
+
+
+def tell(story, chapters):
+    """Plays the chapters of a story in order and ends the program. After a failure the screen, the ends of the logs (`last_words`, pairs
+    of a name and a text) and the story's room are kept. `clean_up` ends whatever the story started."""
+    try:
+        for chapter in chapters:
+            begin = time.monotonic()
+            print(f"-- {chapter.__name__.replace('_', ' ')}", flush=True)
+            chapter()
+            print(f"   ok, {time.monotonic() - begin:.1f} s", flush=True)
+    except Exception:
+        traceback.print_exc()
+        run("import", "-window", "root", os.path.join(story.room, "screen.png"), check=False)
+        for name, text in story.last_words():
+            print(f"---- the end of {name}\n{text}")
+        print(f"kept for a look: {story.room}")
+        story.clean_up()
+        sys.exit(1)
+    story.clean_up()
+    shutil.rmtree(story.room)
 
 
 class Server:

@@ -4,10 +4,8 @@
 Usage: see_and_talk_test.py BIN      below tests/support/with-desktop --picom --trayer and tests/support/with-sound
 """
 import os
-import shutil
 import sys
 import time
-import traceback
 
 import desk
 
@@ -185,16 +183,14 @@ class Story:
                 desk.run("xdotool", "key", "x")
             time.sleep(1.5)
 
-    def tell(self):
-        chapters = [self.a_new_account_is_made_through_its_window, self.a_wrong_password_is_refused, self.the_right_password_is_accepted,
-                    self.a_buddy_is_added_through_the_window,
-                    self.a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held,
-                    self.server_and_client_come_back_by_themselves, self.both_end_clean]
-        for chapter in chapters:
-            begin = time.monotonic()
-            print(f"-- {chapter.__name__.replace('_', ' ')}", flush=True)
-            chapter()
-            print(f"   ok, {time.monotonic() - begin:.1f} s", flush=True)
+    def chapters(self):
+        return [self.a_new_account_is_made_through_its_window, self.a_wrong_password_is_refused, self.the_right_password_is_accepted,
+                self.a_buddy_is_added_through_the_window,
+                self.a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held,
+                self.server_and_client_come_back_by_themselves, self.both_end_clean]
+
+    def last_words(self):
+        return [(f"{person.name}'s log", person.log[-4000:]) for person in (self.ann, self.ben)]
 
     def clean_up(self):
         for person in (self.ann, self.ben):
@@ -209,20 +205,5 @@ class Story:
 PICTURE = (42, 135, 44, 44)
 
 
-def main():
-    story = Story(sys.argv[1])
-    try:
-        story.tell()
-    except Exception:
-        traceback.print_exc()
-        desk.run("import", "-window", "root", os.path.join(story.room, "screen.png"), check=False)
-        for person in (story.ann, story.ben):
-            print(f"---- the end of {person.name}'s log\n" + person.log[-4000:])
-        print(f"kept for a look: {story.room}")
-        story.clean_up()
-        sys.exit(1)
-    story.clean_up()
-    shutil.rmtree(story.room)
-
-
-main()
+STORY = Story(sys.argv[1])
+desk.tell(STORY, STORY.chapters())

@@ -3,6 +3,7 @@
 #include "base/GUtil.h"
 #include "platform/GNet.h"
 #include "platform/GThread.h"
+#include "platform/common/GNetLimits.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -21,10 +22,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+using GNetLimits::MTU;
+using GNetLimits::RECV_SIZE;
+
 namespace
 {
-constexpr int MTU = 1472; // 1500 less the IPv4 and UDP headers.
-constexpr int RECV_SIZE = 4 * MTU;
 constexpr int LARGE_RECV_SIZE = 65535;
 constexpr int BLOCK_SIZE = 2048;
 constexpr int BATCH_SIZE = 32; // Datagrams a system call.
@@ -190,36 +192,6 @@ GNetUDPPort* GNetUDPPortOpen( const GWString& localHost )
     port->alive = true;
     composeHost( address, port->host );
     return port;
-}
-
-int GNetUDPPortGetMTU( const GNetUDPPort* port )
-{
-    GPRECONDITION( port );
-    return MTU;
-}
-
-bool GNetUDPPortIsAlive( const GNetUDPPort* port )
-{
-    GPRECONDITION( port );
-    return port->alive;
-}
-
-GWString GNetUDPPortGetLocalHost( const GNetUDPPort* port )
-{
-    GPRECONDITION( port );
-    return port->host;
-}
-
-void GNetUDPPortSetLargeReads( GNetUDPPort* port, bool large )
-{
-    GPRECONDITION( port );
-    port->largeReads = large;
-}
-
-void GNetUDPPortSetForgiving( GNetUDPPort* port, bool forgiving )
-{
-    GPRECONDITION( port );
-    port->forgiving = forgiving;
 }
 
 void GNetUDPPortClose( GNetUDPPort* port )
@@ -525,12 +497,6 @@ void GNetTCPSocketShutdown( GNetTCPSocket* socket )
     if( GIsShuttingDown( ) || !socket->alive ) return;
     GLOG( u"Shutting down socket '", socket->host, u"'" );
     ::shutdown( socket->handle, SHUT_WR );
-}
-
-bool GNetTCPSocketIsAlive( const GNetTCPSocket* socket )
-{
-    GPRECONDITION( socket );
-    return socket->alive;
 }
 
 void GNetTCPSocketClose( GNetTCPSocket* socket )

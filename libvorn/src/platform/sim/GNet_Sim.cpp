@@ -3,13 +3,15 @@
 #include "base/GUtil.h"
 #include "platform/GSimNet.h"
 #include "platform/common/GNetBatch.h"
+#include "platform/common/GNetLimits.h"
 
 #include <algorithm>
 
+using GNetLimits::MTU;
+using GNetLimits::RECV_SIZE;
+
 namespace
 {
-constexpr int MTU = 1472;
-constexpr size_t RECV_SIZE = 4 * MTU;
 constexpr size_t MAX_IN_FLIGHT = 256 * 1024;
 constexpr char16_t NO_HOST[] = u"0.0.0.0:0";
 
@@ -47,36 +49,6 @@ GNetUDPPort* GNetUDPPortOpen( const GWString& localHost )
     port->alive = true;
     port->host = net( ).endOf( id ).text( );
     return port;
-}
-
-int GNetUDPPortGetMTU( const GNetUDPPort* port )
-{
-    GPRECONDITION( port );
-    return MTU;
-}
-
-bool GNetUDPPortIsAlive( const GNetUDPPort* port )
-{
-    GPRECONDITION( port );
-    return port->alive;
-}
-
-GWString GNetUDPPortGetLocalHost( const GNetUDPPort* port )
-{
-    GPRECONDITION( port );
-    return port->host;
-}
-
-void GNetUDPPortSetLargeReads( GNetUDPPort* port, bool large )
-{
-    GPRECONDITION( port );
-    port->largeReads = large;
-}
-
-void GNetUDPPortSetForgiving( GNetUDPPort* port, bool forgiving )
-{
-    GPRECONDITION( port );
-    port->forgiving = forgiving;
 }
 
 void GNetUDPPortClose( GNetUDPPort* port )
@@ -202,12 +174,6 @@ void GNetTCPSocketShutdown( GNetTCPSocket* socket )
     if( !socket->alive ) return;
     GLOG( u"Shutting down socket '", socket->host, u"'" );
     net( ).sendToListener( socket->handle, { }, true );
-}
-
-bool GNetTCPSocketIsAlive( const GNetTCPSocket* socket )
-{
-    GPRECONDITION( socket );
-    return socket->alive;
 }
 
 void GNetTCPSocketClose( GNetTCPSocket* socket )
