@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The signalling role from outside: who may say what from where, and how an INVITE travels."""
 import random
+import time
 
 from velmora import DOMAIN, Case, compose, main, wait
 
@@ -37,7 +38,19 @@ class Requests(Case):
 
     def test_a_logon_opens_its_address_for_a_time(self):
         client = self.client(self.serve(logon_seconds=2)).enter()
-        wait(lambda: not client.answers(client.registration()), "the end of the logon")
+
+        def is_refused():
+            """A registration that was ended begins anew, which is no renewal."""
+            self.assertEqual(client.ask("UNREGISTER", From=client.user, Device_GUID=client.device).code, 200)
+            return not client.answers(client.registration())
+        wait(is_refused, "the end of the logon")
+
+    def test_a_renewed_registration_counts_as_a_logon(self):
+        client = self.client(self.serve(logon_seconds=2)).enter()
+        begin = time.monotonic()
+        while time.monotonic() < begin + 3:
+            self.assertEqual(client.register(), 200)
+            time.sleep(0.2)
 
     def test_only_an_identity_that_was_never_given_is_404(self):
         client = self.client(self.serve()).enter()
