@@ -22,6 +22,7 @@ constexpr int64_t REPORTS_PER_DAY = 50;
 // Ids that an address has fetched and not used, and ids that a user has used: the oldest leave, and their devices ask for others.
 constexpr uint64_t UNUSED_DEVICES = 1000;
 constexpr uint64_t USED_DEVICES = 64;
+constexpr uint64_t LOGON_PARTS = 24;
 
 // What became of a request, as the figures call it.
 constexpr std::string_view DROPPED = "dropped";
@@ -128,6 +129,14 @@ std::string_view GSignallingService::_onDEVICEGUID( Request& request )
     return _send( request, answer, "answered" );
 }
 
+// Who stays on line never logs on again: a renewal counts as one, or he would be refused after a day. The store hears of it once in
+// LOGON_PARTS of that time, since each word to it costs more than all else of a renewal.
+bool GSignallingService::_renewLogon( const GString& user, const GString& address, uint64_t now )
+{
+    const uint64_t part = static_cast<uint64_t>( _config.logonSeconds ) * SECOND / LOGON_PARTS;
+    return _database.hasLogon( user, address, now - part + 1 ) || _database.addLogon( user, address, now );
+}
+
 // A client takes any refusal for an unknown identity, so only that one is told.
 std::string_view GSignallingService::_onREGISTER( Request& request )
 {
@@ -152,8 +161,7 @@ std::string_view GSignallingService::_onREGISTER( Request& request )
     const GRegistration* known = _registrationOf( request );
     const bool goesOn = known && known->user == user && known->device == device;
     const bool listed = goesOn && known->listed;
-    // Who stays on line never logs on again: each renewal counts as one, or he would be refused after a day.
-    if( goesOn && !_database.addLogon( user, address, request.now ) ) return REFUSED;
+    if( goesOn && !_renewLogon( user, address, request.now ) ) return REFUSED;
     GStringList capabilities;
     request.headers.get( GProtocol::CAPABILITIES, capabilities );
     const bool contacts = GListContains( capabilities, GProtocol::CAPABILITY_CONTACTS );

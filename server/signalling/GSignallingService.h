@@ -48,6 +48,7 @@ private:
     std::string_view _onPING( Request& request );
     std::string_view _onDEVICEGUID( Request& request );
     std::string_view _onREGISTER( Request& request );
+    bool _renewLogon( const GString& user, const GString& address, uint64_t now );
     std::string_view _onUNREGISTER( Request& request );
     std::string_view _onGETBUDDYLIST( Request& request );
     std::string_view _onSETBUDDYLIST( Request& request );
