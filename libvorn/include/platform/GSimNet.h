@@ -16,7 +16,11 @@ struct GSimEnd
 {
     uint32_t address = 0;
     int port = 0;
-    auto operator<=>( const GSimEnd& ) const = default;
+    bool operator==( const GSimEnd& ) const = default;
+    bool operator<( const GSimEnd& other ) const
+    {
+        return address != other.address ? address < other.address : port < other.port;
+    }
     GWString text( ) const
     {
         GWString out;
@@ -112,7 +116,7 @@ public:
     void sendFrom( int id, const GSimEnd& to, const GString& bytes );
     void closePort( int id );
     GSimEnd endOf( int id ) const;
-    bool listen( int host, int port, StreamHandler handler );
+    bool listen( int host, int port, const StreamHandler& handler );
     void unlisten( int host, int port );
 
     uint64_t getTraceHash( ) const { return _trace; }

@@ -23,9 +23,9 @@ void GSimStream::close( )
     _net->_sendToOpener( _id, { }, true );
 }
 
-bool GSimNet::listen( int host, int port, StreamHandler handler )
+bool GSimNet::listen( int host, int port, const StreamHandler& handler )
 {
-    return _listeners.try_emplace( { host, port }, std::move( handler ) ).second;
+    return _listeners.try_emplace( { host, port }, handler ).second;
 }
 
 // Those that were accepted go on: their owner closes them.
