@@ -53,22 +53,22 @@ TEST_F( GScreenComposited, LayeredWindowsAreInThePicture )
 
 TEST_F( GScreenTest, PartialCaptureKeepsTheRest )
 {
-    setDesktopColour( "#112233" );
-    ASSERT_TRUE( awaitColour( 640, 400, 0x112233 ) );
+    setDesktopColour( "#4A5B6C" );
+    ASSERT_TRUE( awaitColour( 640, 400, 0x4A5B6C ) );
     setDesktopColour( "#AABBCC" );
     ASSERT_TRUE( awaitUntil( [&] { return capture( { 600, 300, 700, 450 } ) && colourAt( 640, 400 ) == 0xAABBCC; } ) );
     EXPECT_EQ( 0xFFAABBCC, rawAt( 600, 300 ) );
     EXPECT_EQ( 0xFFAABBCC, rawAt( 699, 449 ) );
-    EXPECT_EQ( 0xFF112233, rawAt( 599, 300 ) );
-    EXPECT_EQ( 0xFF112233, rawAt( 600, 299 ) );
-    EXPECT_EQ( 0xFF112233, rawAt( 700, 449 ) );
-    EXPECT_EQ( 0xFF112233, rawAt( 699, 450 ) );
+    EXPECT_EQ( 0xFF4A5B6C, rawAt( 599, 300 ) );
+    EXPECT_EQ( 0xFF4A5B6C, rawAt( 600, 299 ) );
+    EXPECT_EQ( 0xFF4A5B6C, rawAt( 700, 449 ) );
+    EXPECT_EQ( 0xFF4A5B6C, rawAt( 699, 450 ) );
     // A band of whole rows has a road of its own.
     ASSERT_TRUE( capture( { -10, 500, 5000, 510 } ) );
     EXPECT_EQ( 0xFFAABBCC, rawAt( 0, 500 ) );
     EXPECT_EQ( 0xFFAABBCC, rawAt( 1279, 509 ) );
-    EXPECT_EQ( 0xFF112233, rawAt( 1279, 499 ) );
-    EXPECT_EQ( 0xFF112233, rawAt( 0, 510 ) );
+    EXPECT_EQ( 0xFF4A5B6C, rawAt( 1279, 499 ) );
+    EXPECT_EQ( 0xFF4A5B6C, rawAt( 0, 510 ) );
 }
 
 TEST_F( GScreenTest, RectanglesAreClippedToTheDesktop )

@@ -14,7 +14,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
+#include <set>
+#include <vector>
 
 namespace
 {
@@ -106,6 +109,31 @@ TEST( GNetUDPPort, PortZeroShowsThePortThatTheSystemChose )
     EXPECT_NE( host, u"127.0.0.1:0" );
     EXPECT_TRUE( TestLog::contains( "Opening port to host '127.0.0.1:0'" ) );
 }
+
+// So many that two of them would nearly always be the same if the system were free to choose one twice.
+TEST( GNetUDPPort, APortThatTheSystemChoseBelongsToOneAlone )
+{
+    std::set<GWString> hosts;
+    std::vector<GNetUDPPort*> ports;
+    for( int i = 0; i < 600; ++i )
+    {
+        ports.push_back( GNetUDPPortOpen( u"127.0.0.1:0" ) );
+        ASSERT_TRUE( ports.back( ) );
+        hosts.insert( GNetUDPPortGetLocalHost( ports.back( ) ) );
+    }
+    EXPECT_EQ( hosts.size( ), ports.size( ) );
+    std::for_each( ports.begin( ), ports.end( ), GNetUDPPortClose );
+}
+
+TEST( GNetUDPPort, ANamedPortOpensBesideOneThatIsOpen )
+{
+    GNetUDPPort* first = GNetUDPPortOpen( u"127.0.0.1:0" );
+    GNetUDPPort* second = GNetUDPPortOpen( GNetUDPPortGetLocalHost( first ) );
+    EXPECT_TRUE( second );
+    GNetUDPPortClose( first );
+    if( second ) GNetUDPPortClose( second );
+}
+
 TEST( GNetUDPPort, CarriesADatagramAndItsSource )
 {
     const Port a = openPort( );

@@ -74,22 +74,6 @@ protected:
         ann->command( u"BUDDYLOGON" );
         return runUntil( [this] { return countConnected( ) == BUDDIES; }, limit );
     }
-    // Whom a full socket kept away she calls anew, as a user would who does not want to wait for the next invitation.
-    bool connectAgain( int64_t limit )
-    {
-        for( int round = 0; round < 4 && countConnected( ) < BUDDIES; ++round )
-        {
-            for( int i = 0; i < BUDDIES; ++i )
-            {
-                if( ann->stateOf( nameOf( i ), GConcat( u"D", i + 1 ) ) == GDeviceSession::CONNECTED ) continue;
-                GHTTPHeaders command( u"RECONNECTBUDDY" );
-                command.set( u"Buddy-GUID", nameOf( i ) );
-                ann->instance.enqueue( u"GSIPService_commandQueue", command );
-            }
-            runUntil( [this] { return countConnected( ) == BUDDIES; }, limit );
-        }
-        return countConnected( ) == BUDDIES;
-    }
     static void say( TestClient& client, const GWString& to, const GWString& text )
     {
         GHTTPHeaders chat( u"CHAT" );
@@ -134,7 +118,7 @@ protected:
 TEST_F( FiftyBuddies, WhoChatAtOnceLoseNoLineWithTheRemedy )
 {
     beRobust( );
-    ASSERT_TRUE( connect( 30 * SECOND ) || connectAgain( 30 * SECOND ) ) << countConnected( );
+    ASSERT_TRUE( connect( 30 * SECOND ) ) << countConnected( );
     chat( );
     const auto lines = linesOf( *ann );
     EXPECT_EQ( size_t( BUDDIES * LINES ), lines.size( ) );

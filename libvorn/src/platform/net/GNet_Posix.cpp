@@ -148,6 +148,14 @@ const sockaddr* generic( const sockaddr_in& address )
     return reinterpret_cast<const sockaddr*>( &address );
 }
 
+constexpr GWStringView NO_REUSE = u"WARNING Could not set REUSEADDR on port ";
+
+bool setReuse( int handle )
+{
+    const int on = 1;
+    return ::setsockopt( handle, SOL_SOCKET, SO_REUSEADDR, &on, sizeof( on ) ) == 0;
+}
+
 bool setNonBlocking( int handle )
 {
     const int flags = ::fcntl( handle, F_GETFL );
@@ -177,13 +185,14 @@ GNetUDPPort* GNetUDPPortOpen( const GWString& localHost )
     }
     const int handle = ::socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP );
     if( handle < 0 ) return abandon( handle, u"WARNING Could not open port on ", localHost, u", ignoring." );
-    const int on = 1;
-    if( ::setsockopt( handle, SOL_SOCKET, SO_REUSEADDR, &on, sizeof( on ) ) != 0 )
-        return abandon( handle, u"WARNING Could not set REUSEADDR on port ", localHost, u", closing." );
+    // Linux gives the ports that it chooses itself to several sockets when all of them may share: such a port is bound first.
+    const bool isNamed = address.sin_port != 0;
+    if( isNamed && !setReuse( handle ) ) return abandon( handle, NO_REUSE, localHost, u", closing." );
     if( !setNonBlocking( handle ) )
         return abandon( handle, u"WARNING Could not set port ", localHost, u" to be non-blocking, closing." );
     if( ::bind( handle, generic( address ), sizeof( address ) ) != 0 )
         return abandon( handle, u"WARNING Could not bind port ", localHost, u", closing." );
+    if( !isNamed && !setReuse( handle ) ) return abandon( handle, NO_REUSE, localHost, u", closing." );
     socklen_t size = sizeof( address );
     if( ::getsockname( handle, reinterpret_cast<sockaddr*>( &address ), &size ) != 0 )
         return abandon( handle, u"WARNING Could not 'getsockname' on port ", localHost, u", closing." );
