@@ -4,6 +4,7 @@
 #include "support/TestLog.h"
 #include "unit/signalling/TestDispatch.h"
 
+#include <chrono>
 #include <map>
 
 namespace
