@@ -1,6 +1,7 @@
 #include "client/drawing/GImageStack.h"
 
 #include "client/drawing/GFont.h"
+#include "client/drawing/GRoundRect.h"
 
 #include <algorithm>
 
@@ -181,6 +182,20 @@ void GImageStack::fillRect( const GRect& rect, uint32_t colour )
     if( GRectEmpty( area ) ) return;
     GImageFillRect( frame.format, frame.pixels, area, GColorPremultiply( colour ) );
     _touch( area );
+}
+
+void GImageStack::fillRoundRect( const GRect& rect, int radius, uint32_t colour )
+{
+    if( !_drawable( ) || GRectEmpty( rect ) ) return;
+    const Frame& frame = _frames.back( );
+    _touch( GRoundRectFill( frame.format, frame.pixels, _moved( rect ), frame.rect, radius, colour ) );
+}
+
+void GImageStack::drawRoundRect( const GRect& rect, int radius, int width, uint32_t colour )
+{
+    if( !_drawable( ) || GRectEmpty( rect ) ) return;
+    const Frame& frame = _frames.back( );
+    _touch( GRoundRectDraw( frame.format, frame.pixels, _moved( rect ), frame.rect, radius, width, colour ) );
 }
 
 void GImageStack::invertRect( const GRect& rect )

@@ -43,6 +43,9 @@ public:
     void drawRect( const GRect& rect, uint32_t colour );
     void fillRect( const GRect& rect, uint32_t colour );
     void invertRect( const GRect& rect );
+    // With round corners, smooth and blended; the outline is `width` pixels inside.
+    void fillRoundRect( const GRect& rect, int radius, uint32_t colour );
+    void drawRoundRect( const GRect& rect, int radius, int width, uint32_t colour );
     // The same with colour texts such as "#000000FF".
     void drawHorizLine( int x, int y, int width, GWStringView colour )
     {

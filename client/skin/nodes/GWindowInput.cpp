@@ -1,15 +1,12 @@
 // The input half of GWindowNode: which handler an event belongs to, focus and pointer.
+#include "client/skin/nodes/GNodeKeys.h"
 #include "client/skin/nodes/GNodeTools.h"
 #include "client/skin/nodes/GWindowNode.h"
-#include "platform/GSystem.h"
 
 #include <algorithm>
 
 namespace
 {
-constexpr int KEY_TAB = 9;
-constexpr int KEY_SHIFT = 16;
-
 // The answer of a handler that may be removed, but not deleted, by what it runs.
 template <typename Call>
 int ask( IGInputHandler* handler, Call call )
@@ -206,6 +203,11 @@ bool GWindowNode::_moveKeyFocus( bool backward )
     return true;
 }
 
+void GWindowNode::leave( IGInputHandler* handler )
+{
+    if( handler && handler == _keyFocus ) _respond( _setKeyFocus( nullptr ) );
+}
+
 int GWindowNode::onKeyDown( GWin win, int key )
 {
     IGInputHandler* focus = _keyFocus;
@@ -215,7 +217,7 @@ int GWindowNode::onKeyDown( GWin win, int key )
         _respond( flags, focus );
         return flags;
     }
-    if( key == KEY_TAB && !_children.empty( ) ) _moveKeyFocus( GSystemIsKeyDown( KEY_SHIFT ) );
+    if( key == GKEY_TAB && !_children.empty( ) ) _moveKeyFocus( GNodeKeys_isDown( GKEY_SHIFT ) );
     return GRESPONSE_NONE;
 }
 
@@ -232,6 +234,9 @@ int GWindowNode::onKeyPressed( GWin win, char16_t character )
     IGInputHandler* focus = _keyFocus;
     const int flags = ask( focus, [&]( IGInputHandler& handler ) { return handler.onKeyPressed( win, character ); } );
     _respond( flags, focus );
+    // What the focus has no use for is the window's.
+    if( !flags && character == GKEY_ESCAPE ) GNodeTools_execute( this, _onEscape );
+    if( !flags && character == GKEY_RETURN ) GNodeTools_execute( this, _onReturn );
     return flags;
 }
 
@@ -250,7 +255,13 @@ void GWindowNode::onClose( GWin )
     close( );
 }
 
-void GWindowNode::onShow( GWin )
+void GWindowNode::onShow( GWin win )
 {
+    // Who holds a key down does not hear of its release once the window has lost the keyboard.
+    if( _keyFocus )
+    {
+        const GNodeBusy busy;
+        _keyFocus->onShow( win );
+    }
     _respond( GRESPONSE_RENDER );
 }

@@ -64,10 +64,17 @@ void GWindowNode::_create( GAttributeStack& stack )
     const bool hidden = stack.test( u"$hidden" );
     _notify = GNotifyOpen( this );
     _win = GWinOpen( stack.eval( u"$title" ), _rect, stack.test( u"$topmost" ), this );
-    _timer = GTimerOpen( tickOf( _renderInterval ), this );
     _firstUpdate = true;
     _alpha = hidden ? 0 : 255;
-    if( !hidden ) GWinShow( _win );
+    if( hidden ) return;
+    GWinShow( _win );
+    _wake( );
+}
+
+// A timer costs wake-ups, so it runs only while there is something to wait for: with a window a buddy there are many.
+void GWindowNode::_wake( )
+{
+    if( !_timer ) _timer = GTimerOpen( tickOf( _renderInterval ), this );
 }
 
 bool GWindowNode::_postChildUpdate( GAttributeStack& stack )
@@ -78,6 +85,9 @@ bool GWindowNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$enablealpha", _enableAlpha );
     changed |= stack.read( u"$onopen", _onOpen );
     changed |= stack.read( u"$onclose", _onClose );
+    changed |= stack.read( u"$onescape", _onEscape );
+    changed |= stack.read( u"$onreturn", _onReturn );
+    changed |= stack.read( u"$autofocus", _autoFocus );
     changed |= stack.read( u"$minwidth", _minWidth );
     changed |= stack.read( u"$minheight", _minHeight );
     changed |= stack.read( u"$focusfade", _focusFade );
@@ -142,10 +152,13 @@ bool GWindowNode::_updateSelf( )
 
 void GWindowNode::_renderSelf( )
 {
+    // A hidden window has nothing to draw, and opening draws it.
+    if( !_alpha && !_fadeInEnd ) return;
     const uint64_t now = GTimeGetTime( );
     if( _rendering || _firstUpdate || static_cast<int64_t>( now - _lastRender ) <= _renderInterval )
     {
         _renderPending = true;
+        _wake( );
         return;
     }
     _lastRender = now;
@@ -166,7 +179,13 @@ void GWindowNode::onNotification( int kind, uint64_t time )
 
 void GWindowNode::onTimer( GTimer )
 {
-    if( _fadeInEnd || _fadeOutEnd || _renderPending ) _respond( GRESPONSE_RENDER );
+    if( _fadeInEnd || _fadeOutEnd || _renderPending )
+    {
+        _respond( GRESPONSE_RENDER );
+        return;
+    }
+    if( _timer ) GTimerClose( _timer );
+    _timer = nullptr;
 }
 
 // ---- Render.
@@ -228,6 +247,15 @@ void GWindowNode::_postChildRender( GImageStack& images )
     const int alpha = _focusFade && !GWinHasKeyFocus( _win ) ? _alpha / 2 : _alpha;
     GWinRepaint( _win, _format.width, _format.height, _pixels.data( ), alpha );
     _logRate( GTimeGetTime( ) );
+    _takeFirstFocus( );
+}
+
+// Which stops there are is known once they are drawn.
+void GWindowNode::_takeFirstFocus( )
+{
+    if( !_focusWanted ) return;
+    _focusWanted = false;
+    if( _autoFocus && !_keyFocus ) _moveKeyFocus( false );
 }
 
 void GWindowNode::_logRate( uint64_t now )
@@ -267,6 +295,8 @@ void GWindowNode::fadeIn( int64_t duration )
     if( _alpha ) return;
     _fadeInStart = GTimeGetTime( );
     _fadeInEnd = _fadeInStart + static_cast<uint64_t>( std::max<int64_t>( duration, 0 ) );
+    _focusWanted = true;
+    _wake( );
     GWinShow( _win );
     GWinSetForeground( _win );
 }
@@ -282,6 +312,7 @@ void GWindowNode::fadeOut( int64_t duration )
     }
     _fadeOutStart = GTimeGetTime( );
     _fadeOutEnd = _fadeOutStart + static_cast<uint64_t>( std::max<int64_t>( duration, 0 ) );
+    _wake( );
     _respond( GRESPONSE_RENDER );
 }
 
@@ -289,7 +320,12 @@ void GWindowNode::hide( )
 {
     _fadeInStart = _fadeInEnd = _fadeOutStart = _fadeOutEnd = 0;
     _alpha = 0;
+    _renderPending = false;
     if( _win ) GWinHide( _win );
+    // Some megabytes a window.
+    _format = GImageFormat( );
+    GString( ).swap( _pixels );
+    std::vector<IGInputHandler*>( ).swap( _inputMap );
 }
 
 void GWindowNode::calcMinSize( int& width, int& height )

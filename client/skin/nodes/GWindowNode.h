@@ -34,7 +34,9 @@ public:
 
     // Takes handlers below `node` out of focus, capture, pointer and input map.
     void forget( GTemplateNode* node );
-    // Hides at once, without a fade.
+    // Takes the keyboard focus from that handler, if it has it.
+    void leave( IGInputHandler* handler );
+    // Hides at once, without a fade, and gives the layer back.
     void hide( );
 
     GWin getWin( ) const { return _win; }
@@ -42,6 +44,8 @@ public:
     const GRect& getRect( ) const { return _rect; }
     int getAlpha( ) const { return _alpha; }
     bool isRenderPending( ) const { return _renderPending; }
+    // True while the timer runs: during fades and while a repaint waits.
+    bool isAwake( ) const { return _timer; }
     IGInputHandler* getKeyFocus( ) const { return _keyFocus; }
     IGInputHandler* getCapture( ) const { return _capture; }
     IGInputHandler* getMouseover( ) const { return _mouseover; }
@@ -81,6 +85,8 @@ private:
     void _restorePlace( );
     void _rememberPlace( );
     void _respond( int flags, IGInputHandler* handler = nullptr );
+    void _wake( );
+    void _takeFirstFocus( );
     bool _updateSelf( );
     void _renderSelf( );
     void _advanceFade( uint64_t now );
@@ -108,6 +114,10 @@ private:
     bool _enableAlpha = false;
     GWString _onOpen;
     GWString _onClose;
+    GWString _onEscape; // "$onescape", "$onreturn": keys that no node with the focus took.
+    GWString _onReturn;
+    bool _autoFocus = false;  // "$autofocus": the first stop of the tab key has the focus whenever the window opens.
+    bool _focusWanted = true; // The window has opened and not been drawn since.
     IGInputHandler* _keyFocus = nullptr;
     IGInputHandler* _capture = nullptr;
     IGInputHandler* _mouseover = nullptr;

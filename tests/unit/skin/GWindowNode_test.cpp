@@ -3,6 +3,7 @@
 #include "NodeTest.h"
 #include "client/skin/nodes/GDefaultNode.h"
 #include "client/skin/nodes/GEditNode.h"
+#include "client/skin/nodes/GNodeKeys.h"
 #include "client/skin/nodes/GNodeTools.h"
 
 namespace
@@ -28,6 +29,7 @@ public:
     int onLButtonDblClk( GWin, int, int ) override { return note( "dblclk" ); }
     int onRButtonDown( GWin, int, int ) override { return note( "right" ); }
     int onMouseWheel( GWin, int ) override { return note( "wheel" ); }
+    void onShow( GWin ) override { note( "show" ); }
     int getNCHITTEST( GWin, int, int ) override { return hitCode; }
 
     std::vector<std::string> taken( )
@@ -558,6 +560,117 @@ TEST_F( GWindowNodeTest, TabPassesOverWhatIsNotDrawn )
     window->onKeyDown( nullptr, 9 );
     window->onKeyDown( nullptr, 9 );
     EXPECT_EQ( window->getKeyFocus( ), first );
+}
+
+TEST_F( GWindowNodeTest, TabWithShiftMovesTheFocusBack )
+{
+    open( );
+    Probe* third = add( u"window_w/row/cell_b" );
+    first->focusable = second->focusable = third->focusable = true;
+    // Two probes in one cell: the upper one owns the pixels, so the lower one is no stop.
+    render( );
+    GNodeKeys_setSource( []( int key ) { return key == GKEY_SHIFT; } );
+    window->onKeyDown( nullptr, 9 );
+    EXPECT_EQ( window->getKeyFocus( ), third );
+    window->onKeyDown( nullptr, 9 );
+    EXPECT_EQ( window->getKeyFocus( ), first );
+    window->onKeyDown( nullptr, 9 );
+    EXPECT_EQ( window->getKeyFocus( ), third );
+    GNodeKeys_setSource( nullptr );
+}
+
+TEST_F( GWindowNodeTest, EscapeAndReturnAreTheWindowsWhenTheFocusHasNoUseForThem )
+{
+    open( { { u"onescape", u"(escape)" }, { u"onreturn", u"(return)" } } );
+    window->onKeyPressed( nullptr, 27 );
+    window->onKeyPressed( nullptr, 13 );
+    window->onKeyPressed( nullptr, u'x' );
+    EXPECT_EQ( engine->commands, ( Events{ "(escape)", "(return)" } ) );
+    EXPECT_EQ( engine->sources.front( ), window );
+    window->onLButtonDown( nullptr, 5, 5 );
+    first->answer = GRESPONSE_RENDER;
+    window->onKeyPressed( nullptr, 27 );
+    window->onKeyPressed( nullptr, 13 );
+    EXPECT_EQ( engine->commands.size( ), 2u );
+}
+
+TEST_F( GWindowNodeTest, EscapeDoesNothingUnlessTheSkinSaysSo )
+{
+    open( );
+    window->onKeyPressed( nullptr, 27 );
+    window->onKeyPressed( nullptr, 13 );
+    EXPECT_TRUE( engine->commands.empty( ) );
+}
+
+TEST_F( GWindowNodeTest, TheFirstStopHasTheFocusWhenTheSkinAsksForIt )
+{
+    open( { { u"hidden", u"1" }, { u"autofocus", u"1" } } );
+    first->focusable = second->focusable = true;
+    EXPECT_EQ( window->getKeyFocus( ), nullptr );
+    window->fadeIn( 0 );
+    render( );
+    EXPECT_EQ( window->getKeyFocus( ), first );
+    // One that has been chosen since stays.
+    window->onLButtonDown( nullptr, 15, 5 );
+    window->hide( );
+    window->fadeIn( 0 );
+    render( );
+    EXPECT_EQ( window->getKeyFocus( ), second );
+}
+
+TEST_F( GWindowNodeTest, TheFocusHearsWhenTheWindowIsShownHiddenOrLeft )
+{
+    open( );
+    window->onLButtonDown( nullptr, 5, 5 );
+    first->taken( );
+    window->onShow( nullptr );
+    EXPECT_EQ( first->taken( ), Events{ "show" } );
+    EXPECT_TRUE( second->taken( ).empty( ) );
+}
+
+TEST_F( GWindowNodeTest, AHandlerCanLeaveTheFocus )
+{
+    open( );
+    window->onLButtonDown( nullptr, 5, 5 );
+    window->leave( second );
+    EXPECT_EQ( window->getKeyFocus( ), first );
+    window->leave( first );
+    EXPECT_EQ( window->getKeyFocus( ), nullptr );
+    EXPECT_EQ( first->taken( ).back( ), "blur" );
+}
+
+// ---- What rests costs nothing.
+
+TEST_F( GWindowNodeTest, TheTimerRunsOnlyWhileThereIsSomethingToWaitFor )
+{
+    open( { { u"hidden", u"1" } } );
+    EXPECT_FALSE( window->isAwake( ) );
+    notify( 1 );
+    notify( 2 );
+    EXPECT_FALSE( window->isAwake( ) );
+    window->fadeIn( 100000 );
+    EXPECT_TRUE( window->isAwake( ) );
+    clock.advance( 200000 );
+    window->onTimer( nullptr );
+    window->onTimer( nullptr );
+    EXPECT_FALSE( window->isAwake( ) );
+    EXPECT_EQ( window->getAlpha( ), 255 );
+    notify( 1 );
+    notify( 1 );
+    EXPECT_TRUE( window->isAwake( ) );
+}
+
+TEST_F( GWindowNodeTest, AHiddenWindowHasNoLayer )
+{
+    open( );
+    EXPECT_EQ( window->getLayerPixels( ).size( ), 40u * 30 * 4 );
+    window->hide( );
+    EXPECT_LT( window->getLayerPixels( ).capacity( ), 40u );
+    EXPECT_EQ( window->getNCHITTEST( nullptr, 5, 5 ), GHIT_CAPTION );
+    window->fadeIn( 0 );
+    render( );
+    EXPECT_EQ( window->getLayerPixels( ).size( ), 40u * 30 * 4 );
+    EXPECT_EQ( window->getNCHITTEST( nullptr, 5, 5 ), GHIT_CLIENT );
 }
 
 // ---- Nodes that go.
