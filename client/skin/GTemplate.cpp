@@ -207,12 +207,14 @@ void GTemplate::logCHAT( const GWString& buddy, const GHTTPHeaders& message )
 
 // ---- Hotkeys.
 
-bool GTemplate::_closeHotkey( const GWString& name )
+bool GTemplate::_closeHotkey( const GWString& key )
 {
-    const auto found = _hotkeys.find( name );
+    const auto found = _hotkeys.find( key );
     if( found == _hotkeys.end( ) ) return false;
     _platform.closeHotkey( found->second );
     _hotkeys.erase( found );
+    // Nobody tells of the release of a key that is no longer ours: what it holds open ends here.
+    if( key == GConcat( _heldHotkey, u"_Hotkey" ) ) _releaseHotkey( );
     return true;
 }
 
@@ -255,10 +257,22 @@ void GTemplate::onHotkeyUp( GHotkey, const GWString& name )
         GLOG( u"STOPTALKAGAIN" );
     else if( _instance->contains( u"Local_Buddy_List", name ) )
         GLOG( u"STOPTALK(", name, u")" );
-    else
+    else if( name != _heldHotkey ) // A buddy who has gone meanwhile.
         return;
-    _hotkeyDown = false;
+    _releaseHotkey( );
     _updateHotkeys( );
+}
+
+void GTemplate::_holdHotkey( const GWString& name )
+{
+    _hotkeyDown = true;
+    _heldHotkey = name;
+}
+
+void GTemplate::_releaseHotkey( )
+{
+    _hotkeyDown = false;
+    _heldHotkey.clear( );
 }
 
 // ---- Talk.
@@ -275,7 +289,7 @@ void GTemplate::_talkAgain( )
     if( talkToList.empty( ) ) return;
     for( const GWString& buddy : talkToList ) _resetBuddyTalk( buddy, true );
     GVERIFY( talkToList == _lastTalkToList );
-    _hotkeyDown = true;
+    _holdHotkey( GWString( TALK_AGAIN ) );
 }
 
 // Whoever has talked to nobody yet talks to the first buddy who is there: a key that does nothing looks broken.
@@ -305,7 +319,7 @@ void GTemplate::_talkTo( const GWString& name )
     else
     {
         _resetBuddyTalk( name, true );
-        _hotkeyDown = true;
+        _holdHotkey( name );
     }
 }
 

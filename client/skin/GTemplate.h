@@ -68,7 +68,9 @@ private:
     void _talkTo( const GWString& buddy );
     void _updateHotkeys( );
     void _updateCountdown( );
-    bool _closeHotkey( const GWString& name );
+    bool _closeHotkey( const GWString& key );
+    void _holdHotkey( const GWString& name );
+    void _releaseHotkey( );
 
     GInstance* _instance;
     GSkinPlatform _platform;
@@ -82,4 +84,5 @@ private:
     bool _countdownOpen = false;
     std::map<GWString, GHotkey> _hotkeys;
     bool _hotkeyDown = false;
+    GWString _heldHotkey; // The name of what is down.
 };

@@ -1,5 +1,8 @@
 // Hotkeys, pressed on a real keyboard while other programs have the focus.
+#include "platform/input/GHotkey.h"
 #include "system/desktop/OnDesktop.h"
+
+#include <cstdlib>
 
 namespace
 {
@@ -46,6 +49,40 @@ TEST_F( HotkeyOnDesktop, HeldItGoesDownOnceAndUpOnce )
     EXPECT_EQ( 1, listener.ups );
     EXPECT_EQ( u"Talk", listener.last );
     EXPECT_EQ( u"Talk", listener.lastUp );
+    GSystemHotkeyClose( hotkey );
+}
+
+// The program was busy while the key repeated and went up: what waits for it then is no new press.
+TEST_F( HotkeyOnDesktop, RepeatsThatArriveAfterTheReleaseDoNotPressItAgain )
+{
+    press( u"F9" );
+    drive( QStringLiteral( "keydown F9" ) );
+    ASSERT_TRUE( wentDown( 1 ) );
+    ASSERT_EQ( 0, std::system( "xdotool sleep 0.3 keyup F9" ) );
+    GHotkeyPoll( );
+    EXPECT_EQ( 1, listener.ups );
+    drive( QStringLiteral( "sleep 0.3" ) );
+    EXPECT_EQ( 1, listener.downs );
+    EXPECT_EQ( 1, listener.ups );
+    // The next press counts, however soon it comes.
+    ASSERT_EQ( 0, std::system( "xdotool keydown F9" ) );
+    EXPECT_TRUE( wentDown( 2 ) );
+    drive( QStringLiteral( "keyup F9" ) );
+    EXPECT_TRUE( wentUp( 2 ) );
+    GSystemHotkeyClose( hotkey );
+}
+
+TEST_F( HotkeyOnDesktop, LongHoldIsOneTalk )
+{
+    press( u"F9" );
+    for( int i = 1; i <= 5; ++i )
+    {
+        drive( QStringLiteral( "keydown F9 sleep 0.4 keyup F9" ) );
+        EXPECT_TRUE( wentUp( i ) );
+    }
+    drive( QStringLiteral( "sleep 0.3" ) );
+    EXPECT_EQ( 5, listener.downs );
+    EXPECT_EQ( 5, listener.ups );
     GSystemHotkeyClose( hotkey );
 }
 

@@ -140,6 +140,43 @@ TEST_F( TalkTest, WithoutAMicrophoneNobodyIsTalkedTo )
     EXPECT_EQ( resets( ), "" );
 }
 
+TEST_F( TalkTest, AHotkeyTakenAwayWhileItIsHeldEndsTheTalk )
+{
+    for( const bool cleared : { true, false } )
+    {
+        engine->assignHotkey( u"bob@x", u"F5" );
+        down( u"bob@x" );
+        tickFor( 1000000 );
+        EXPECT_EQ( value( u"Talking_To_List" ), "bob@x" );
+        if( cleared )
+            engine->clearHotkey( u"bob@x" );
+        else
+            engine->assignHotkey( u"bob@x", u"F6" );
+        tickFor( 600000 );
+        EXPECT_EQ( value( u"Talking_To_List" ), "" );
+        EXPECT_EQ( resets( ), "bob+bob-" );
+    }
+    // That of somebody else does not.
+    engine->assignHotkey( u"eve@x", u"F7" );
+    down( u"bob@x" );
+    engine->clearHotkey( u"eve@x" );
+    tickFor( 1000000 );
+    EXPECT_EQ( value( u"Talking_To_List" ), "bob@x" );
+}
+
+TEST_F( TalkTest, ABuddyRemovedWhileHisKeyIsHeldHearsNoMoreAfterTheRelease )
+{
+    down( u"bob@x" );
+    instance.set( u"Local_Buddy_List", u"eve@x" );
+    tickFor( 1000000 );
+    up( u"mallory" );
+    tickFor( 1000000 );
+    EXPECT_EQ( resets( ), "bob+" );
+    up( u"bob@x" );
+    tickFor( 600000 );
+    EXPECT_EQ( resets( ), "bob-" );
+}
+
 TEST_F( TalkTest, OfflineAndUnknownNamesAreWarnedOf )
 {
     instance.clear( u"bob@x_Online" );

@@ -22,6 +22,7 @@ struct GHotkeyRecord
     GWString name;
     std::vector<uint8_t> keycodes; // Of the key that is grabbed.
     uint16_t state = 0;            // X modifiers that must be there beside it.
+    uint64_t released = 0;         // The last press that came before it was seen up.
 };
 
 namespace
@@ -29,6 +30,7 @@ namespace
 std::map<int, std::unique_ptr<GHotkeyRecord>> hotkeys_;
 std::set<int> pressed_;
 int nextId_ = 1;
+uint64_t presses_ = 0; // Counts the presses that came from the server.
 
 // With caps lock and number lock a key carries their bits too, so each combination is a grab of its own.
 constexpr uint16_t LOCKS[] = { 0, XCB_MOD_MASK_LOCK, XCB_MOD_MASK_2, XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2 };
@@ -102,6 +104,13 @@ bool isTakenByUs( const GHotkeyRecord& wanted )
     return false;
 }
 
+// A repeat that was on its way while the key went up is no new press.
+void onPress( int id, uint64_t press )
+{
+    const auto found = hotkeys_.find( id );
+    if( found == hotkeys_.end( ) || press > found->second->released ) GHotkeyOnMessage( id );
+}
+
 void onKeyPress( uint8_t keycode, uint16_t state )
 {
     // The grab would swallow every other key for as long as this one is held.
@@ -113,7 +122,7 @@ void onKeyPress( uint8_t keycode, uint16_t state )
         if( std::find( keycodes.begin( ), keycodes.end( ), keycode ) == keycodes.end( ) ||
             ( state & COUNTED ) != hotkey->state )
             continue;
-        GDesktopPost( [number = id]( ) { GHotkeyOnMessage( number ); } );
+        GDesktopPost( [number = id, press = ++presses_]( ) { onPress( number, press ); } );
         return;
     }
 }
@@ -200,6 +209,10 @@ void GHotkeyPoll( )
     {
         const auto found = hotkeys_.find( id );
         if( found == hotkeys_.end( ) || isDown( *found->second ) ) continue;
+        // Presses older than that answer have arrived by now and belong to this hold, unless it began anew meanwhile.
+        GXcbDispatch( );
+        if( isDown( *found->second ) ) continue;
+        found->second->released = presses_;
         pressed_.erase( id );
         GHotkey hotkey = found->second.get( );
         GSystemTellHotkey( hotkey, GWString( hotkey->name ), false );

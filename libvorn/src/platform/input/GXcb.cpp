@@ -30,28 +30,6 @@ QSocketNotifier* notifier_ = nullptr;
 void ( *onKeyPress_ )( uint8_t, uint16_t ) = nullptr;
 void ( *onMapping_ )( ) = nullptr;
 
-void dispatch( )
-{
-    while( connection_ )
-    {
-        const Owned<xcb_generic_event_t> event( xcb_poll_for_event( connection_ ) );
-        if( !event ) break;
-        const int type = event->response_type & 0x7F;
-        if( type == XCB_KEY_PRESS && onKeyPress_ )
-        {
-            const auto* press = reinterpret_cast<const xcb_key_press_event_t*>( event.get( ) );
-            onKeyPress_( press->detail, press->state );
-        }
-        else if( type == XCB_MAPPING_NOTIFY )
-        {
-            xcb_refresh_keyboard_mapping( symbols_, reinterpret_cast<xcb_mapping_notify_event_t*>( event.get( ) ) );
-            if( onMapping_ ) onMapping_( );
-        }
-    }
-    // A server that is gone stays readable for ever.
-    if( connection_ && xcb_connection_has_error( connection_ ) && notifier_ ) notifier_->setEnabled( false );
-}
-
 void open( )
 {
     tried_ = true;
@@ -72,9 +50,9 @@ void open( )
     root_ = screens.data->root;
     symbols_ = xcb_key_symbols_alloc( connection_ );
     notifier_ = new QSocketNotifier( xcb_get_file_descriptor( connection_ ), QSocketNotifier::Read );
-    QObject::connect( notifier_, &QSocketNotifier::activated, notifier_, []( ) { dispatch( ); } );
+    QObject::connect( notifier_, &QSocketNotifier::activated, notifier_, []( ) { GXcbDispatch( ); } );
     // Replies read on the way may have brought events along, for which the descriptor wakes no one.
-    GDesktopOnTick( dispatch );
+    GDesktopOnTick( GXcbDispatch );
 }
 } // namespace
 
@@ -153,6 +131,28 @@ GString GXcbGetRootText( uint32_t property )
     if( !reply ) return { };
     return { static_cast<const char*>( xcb_get_property_value( reply.get( ) ) ),
              static_cast<size_t>( xcb_get_property_value_length( reply.get( ) ) ) };
+}
+
+void GXcbDispatch( )
+{
+    while( connection_ )
+    {
+        const Owned<xcb_generic_event_t> event( xcb_poll_for_event( connection_ ) );
+        if( !event ) break;
+        const int type = event->response_type & 0x7F;
+        if( type == XCB_KEY_PRESS && onKeyPress_ )
+        {
+            const auto* press = reinterpret_cast<const xcb_key_press_event_t*>( event.get( ) );
+            onKeyPress_( press->detail, press->state );
+        }
+        else if( type == XCB_MAPPING_NOTIFY )
+        {
+            xcb_refresh_keyboard_mapping( symbols_, reinterpret_cast<xcb_mapping_notify_event_t*>( event.get( ) ) );
+            if( onMapping_ ) onMapping_( );
+        }
+    }
+    // A server that is gone stays readable for ever.
+    if( connection_ && xcb_connection_has_error( connection_ ) && notifier_ ) notifier_->setEnabled( false );
 }
 
 void GXcbSetHandlers( void ( *onKeyPress )( uint8_t keycode, uint16_t state ), void ( *onMapping )( ) )

@@ -23,5 +23,8 @@ bool GXcbQueryPointerMask( uint16_t& mask );
 // A text property of the root window.
 GString GXcbGetRootText( uint32_t property );
 
+// Hands on all events that have come, among them those that a reply brought along: after a query, all that happened before it.
+void GXcbDispatch( );
+
 // Called for a key press that a grab brought, and after the keyboard map has changed.
 void GXcbSetHandlers( void ( *onKeyPress )( uint8_t keycode, uint16_t state ), void ( *onMapping )( ) );
