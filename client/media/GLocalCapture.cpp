@@ -7,13 +7,32 @@
 #include "platform/GTime.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace
 {
 constexpr uint64_t PREVIEW_PERIOD = 1000000;
+constexpr uint64_t LEVEL_PERIOD = 1000000 / 15;
+constexpr int FULL_LEVEL = 100;
 constexpr int LEVEL_WIDTH = 300;
 constexpr int LEVEL_HEIGHT = 100;
 constexpr GImageFormat STATIC_FORMAT = { GIT_RGB24, 160, 120 };
+
+// The effective value of 16-bit samples on a scale of decibels: 0 at 60 below full scale and less, 100 at full scale.
+int levelOf( const char* buffer, int samples )
+{
+    constexpr double FULL_SCALE = 32768;
+    constexpr double RANGE = 60;
+    double sum = 0;
+    for( int i = 0; i < samples; ++i )
+    {
+        const double sample = static_cast<int16_t>( GReadU16( buffer + static_cast<ptrdiff_t>( 2 ) * i ) );
+        sum += sample * sample;
+    }
+    if( sum <= 0 ) return 0;
+    const double decibels = 20 * std::log10( std::sqrt( sum / samples ) / FULL_SCALE );
+    return static_cast<int>( std::lround( std::clamp( 1 + decibels / RANGE, 0.0, 1.0 ) * FULL_LEVEL ) );
+}
 } // namespace
 
 GLocalCapture::GLocalCapture( GInstance* instance ) : _instance( instance ) {}
@@ -48,6 +67,7 @@ void GLocalCapture::onAudioFrame( uint64_t, const GAudioFormat& format, const ch
 {
     const GObjectLock scope( *this );
     GPRECONDITION( buffer && length >= 0 );
+    _measure( format, buffer, length );
     if( !_isPreviewDue( enableAudioPreview, _lastAudioPreview ) ) return;
     if( format.bytesPerSample != _audioFormat.bytesPerSample || format.frequency != _audioFormat.frequency )
     {
@@ -63,6 +83,26 @@ void GLocalCapture::onAudioFrame( uint64_t, const GAudioFormat& format, const ch
     if( length < 2 ) return;
     _lastAudioPreview = GTimeGetTime( );
     _drawLevel( buffer, length / 2 );
+}
+
+void GLocalCapture::_measure( const GAudioFormat& format, const char* buffer, int length )
+{
+    const bool previewed = enableAudioPreview && !_instance->test( u"Disable_Preview" );
+    if( !previewed && !_instance->isSet( u"Talking_To_List" ) ) return _writeLevel( 0 );
+    if( format.bytesPerSample != 2 || length < 2 ) return;
+    _loudest = std::max( _loudest, levelOf( buffer, length / 2 ) );
+    const uint64_t now = GTimeGetTime( );
+    if( now - _lastLevel < LEVEL_PERIOD ) return;
+    _lastLevel = now;
+    _writeLevel( _loudest );
+}
+
+void GLocalCapture::_writeLevel( int level )
+{
+    _loudest = 0;
+    if( level == _level ) return;
+    _level = level;
+    _instance->set( u"Audio_Capture_Level", level );
 }
 
 // One column a sample: a band whose height is the sample's level, so that silence is half the picture.
@@ -97,6 +137,8 @@ void GLocalCapture::_reset( )
     _audioFormat = { 0, 0, 0 };
     _rgb.clear( );
     _audioImage.clear( );
+    _lastLevel = 0;
+    _writeLevel( 0 );
     GString file;
     GImageFormat format;
     GString pixels;

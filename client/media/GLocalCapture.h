@@ -1,5 +1,6 @@
-// The listener that makes the preview pictures of the own camera and microphone on the blackboard, at most one a second each.
-// Frames come on capture threads; the object's lock serialises them.
+// The listener that makes the preview pictures of the own camera and microphone on the blackboard, at most one a second each, and
+// tells how loud the microphone is: Audio_Capture_Level, 0 to 100, at most 15 times a second while the microphone is previewed or
+// talked with, else 0. Frames come on capture threads; the object's lock serialises them.
 #pragma once
 
 #include "platform/GAVCapture.h"
@@ -19,6 +20,8 @@ public:
     bool enableAudioPreview = false;
 
 private:
+    void _measure( const GAudioFormat& format, const char* buffer, int length );
+    void _writeLevel( int level );
     bool _isPreviewDue( bool enabled, uint64_t last ) const;
     void _reset( );
     void _drawLevel( const char* buffer, int samples );
@@ -28,6 +31,9 @@ private:
     uint64_t _myLastFrameOutputTimestamp = UINT64_MAX;
     uint64_t _lastVideoPreview = 0;
     uint64_t _lastAudioPreview = 0;
+    uint64_t _lastLevel = 0;
+    int _loudest = 0; // Since the last level was written.
+    int _level = 0;   // As it was written.
     GImageFormat _imageFormat;
     GAudioFormat _audioFormat = { 0, 0, 0 };
     GString _rgb;

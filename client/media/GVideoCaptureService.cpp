@@ -118,6 +118,7 @@ void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
 {
     const GWString method = command.getMethod( );
     if( method == u"START" ) return _onStart( command );
+    if( method == u"LISTDEVICES" ) return _listDevices( );
     if( !_recorder )
     {
         GLOG( u"WARNING Unable to execute command '", method, u"' because recorder does not exist, ignoring." );

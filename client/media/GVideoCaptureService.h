@@ -1,5 +1,6 @@
 // Owns the one recorder, the live camera and microphone, and one outgoing stream for each device session that is up. Commands on
-// GVideoCaptureService_commandQueue: START, OPEN, RESET, CLOSE and the four preview switches.
+// GVideoCaptureService_commandQueue: START, OPEN, RESET, CLOSE, the four preview switches, and LISTDEVICES, which looks again for
+// what is plugged in.
 #pragma once
 
 #include "client/media/GLocalCapture.h"

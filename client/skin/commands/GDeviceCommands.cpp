@@ -15,6 +15,7 @@ void GDeviceCommands::execute( const GCommand& command )
         { u"startpreview", true, &GDeviceCommands::_startPreview },
         { u"stoppreview", false, &GDeviceCommands::_stopPreview },
         { u"reset", true, &GDeviceCommands::_reset },
+        { u"list", false, &GDeviceCommands::_list },
     };
     if( !GCaseEquals( command.subpath, u"audio" ) && !GCaseEquals( command.subpath, u"video" ) )
     {
@@ -52,4 +53,9 @@ void GDeviceCommands::_reset( const GCommand& command )
     for( const GWStringView name : { u"Video_Capture_Device", u"Audio_Capture_Device" } )
         message.set( name, _instance.get( name ) );
     _instance.enqueue( CAPTURE_QUEUE, message );
+}
+
+void GDeviceCommands::_list( const GCommand& )
+{
+    _instance.enqueue( CAPTURE_QUEUE, GHTTPHeaders( u"LISTDEVICES" ) );
 }

@@ -16,6 +16,7 @@ private:
     void _startPreview( const GCommand& command );
     void _stopPreview( const GCommand& command );
     void _reset( const GCommand& command );
+    void _list( const GCommand& command );
     void _sendPreview( GWStringView verb, const GCommand& command );
 
     GInstance& _instance;

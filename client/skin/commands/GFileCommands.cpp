@@ -2,6 +2,15 @@
 
 #include "client/skin/GTemplate.h"
 
+namespace
+{
+// A button has no selection of its own: it names the transfer.
+GWString getFile( const GCommand& command )
+{
+    return command.selection.empty( ) ? command.get( u"id" ) : command.selection;
+}
+} // namespace
+
 GFileCommands::GFileCommands( GTemplate& engine ) : _instance( *engine.getInstance( ) ) {}
 
 void GFileCommands::execute( const GCommand& command )
@@ -10,7 +19,7 @@ void GFileCommands::execute( const GCommand& command )
         { u"open", true, &GFileCommands::_open },
         { u"cancel", true, &GFileCommands::_cancel },
     };
-    if( !GCommandRun( *this, ROWS, command, command.selection ) )
+    if( !GCommandRun( *this, ROWS, command, getFile( command ) ) )
         GLOG( u"WARNING Unrecognized fileservice action '", command.action, u"', ignoring." );
 }
 
@@ -26,12 +35,13 @@ void GFileCommands::_cancel( const GCommand& command )
 
 void GFileCommands::_send( GWStringView method, const GCommand& command )
 {
-    if( command.selection.empty( ) )
+    const GWString file = getFile( command );
+    if( file.empty( ) )
     {
         GLOG( u"WARNING Unable to 'OPEN' because nothing selected, ignoring." );
         return;
     }
     GHTTPHeaders message( method );
-    message.set( u"File-ID", command.selection );
+    message.set( u"File-ID", file );
     _instance.enqueue( u"GFileService_commandQueue", message );
 }

@@ -11,16 +11,22 @@ namespace
 // About thirty years: keeps the sum with the clock within range.
 constexpr int64_t LONGEST_DELAY = 1000000000;
 
-GWString getHotkeyName( const GCommand& command )
+// Of a hotkey or a thread: the selection of a table, or what a button names.
+GWString getName( const GCommand& command )
 {
     return command.selection.empty( ) ? command.get( u"name" ) : command.selection;
 }
 
 // Passwords never show on the debug page.
+constexpr GWStringView MASK = u"********";
+
+bool isSecret( const GWString& name )
+{
+    return GToLower( name ).ends_with( u"password" );
+}
 GWString getShown( const GWString& name, const GWString& value )
 {
-    constexpr GWStringView SECRET = u"password";
-    return GToLower( name ).ends_with( SECRET ) && !value.empty( ) ? GWString( u"********" ) : value;
+    return isSecret( name ) && !value.empty( ) ? GWString( MASK ) : value;
 }
 } // namespace
 
@@ -95,7 +101,8 @@ void GSystemCommands::_setValue( const GCommand& )
 {
     const GWString name = _instance.get( u"Debug_Name" );
     const GWString value = _instance.get( u"Debug_Value" );
-    _instance.set( name, value );
+    // What was read as a mask is not to be written back as the password.
+    if( !isSecret( name ) || value != MASK ) _instance.set( name, value );
     _instance.set( u"Debug_Result", GConcat( u"Setting '", name, u"' = '", getShown( name, value ), u"'" ) );
 }
 
@@ -111,7 +118,7 @@ void GSystemCommands::_set( const GCommand& command )
 
 void GSystemCommands::_assignHotkey( const GCommand& command )
 {
-    const GWString name = getHotkeyName( command );
+    const GWString name = getName( command );
     if( name.empty( ) )
         GLOG( u"WARNING Trying to assign hotkey, but nothing selected" );
     else
@@ -120,7 +127,7 @@ void GSystemCommands::_assignHotkey( const GCommand& command )
 
 void GSystemCommands::_clearHotkey( const GCommand& command )
 {
-    const GWString name = getHotkeyName( command );
+    const GWString name = getName( command );
     if( name.empty( ) )
         GLOG( u"WARNING Trying to clear hotkey, but nothing selected" );
     else
@@ -151,7 +158,7 @@ void GSystemCommands::_bugReport( const GCommand& )
 
 void GSystemCommands::_logCallStack( const GCommand& command )
 {
-    const GWString& name = command.selection;
+    const GWString name = getName( command );
     const auto threads = GThreadListTimes( );
     const auto found =
         std::ranges::find_if( threads, [&]( const GThreadTime& thread ) { return thread.name == name; } );

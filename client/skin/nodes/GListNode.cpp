@@ -1,14 +1,13 @@
 #include "client/skin/nodes/GListNode.h"
 
 #include "client/drawing/GImageStack.h"
+#include "client/drawing/GImageTools.h"
 
 #include <algorithm>
 
 namespace
 {
 constexpr int TEXT_MARGIN = 4;
-constexpr int KEY_UP = 38;
-constexpr int KEY_DOWN = 40;
 } // namespace
 
 // ---- Update.
@@ -21,9 +20,25 @@ bool GListNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$persist", _persist );
     changed |= stack.read( u"$focusable", _focusable );
     changed |= GNodeTools_readOr( stack, u"$framecolor", u"#000000FF", _frameColour );
+    changed |= _readLooks( stack );
     changed |= _readRows( stack );
-    changed |= _readSelection( stack );
+    if( _readSelection( stack ) )
+    {
+        _view.show( _getSelectedRow( ) );
+        changed = true;
+    }
     return changed;
+}
+
+bool GListNode::_readLooks( GAttributeStack& stack )
+{
+    bool changed = _view.read( stack, TEXT_MARGIN );
+    changed |= stack.read( u"$marksrc", _markSrc );
+    changed |= stack.read( u"$iconsrc", _iconSrc );
+    if( !stack.read( u"$labels", _labelText ) ) return changed;
+    const GStringList labels = GSplitList( _labelText );
+    _labels.assign( labels.begin( ), labels.end( ) );
+    return true;
 }
 
 bool GListNode::_readRows( GAttributeStack& stack )
@@ -73,33 +88,78 @@ bool GListNode::_preChildRender( GImageStack& images )
     int width = 0;
     int height = 0;
     images.getDimensions( width, height );
-    const int rowHeight = _font.getHeight( );
-    int top = 0;
-    for( size_t i = 0; i < _rows.size( ) && top < height; ++i, top += rowHeight )
+    width = std::max( 0, width );
+    height = std::max( 0, height );
+    const int rowHeight = _setRows( );
+    _view.layout( height );
+    images.pushTarget( { 0, 0, width, height } );
+    for( int row = _view.getFirst( ); row < static_cast<int>( _rows.size( ) ); ++row )
     {
-        const GRect row{ 0, top, std::max( 0, width ), top + rowHeight };
-        GNodeFont& font = static_cast<int>( i ) == _mouseoverRow ? _mouseoverFont : _font;
-        images.drawText( _rows[i], font, { TEXT_MARGIN, top, std::max( TEXT_MARGIN, row.right ), row.bottom } );
-        if( _rows[i] == _selection ) images.invertRect( row );
+        const int top = _view.getTop( row );
+        if( top >= height ) break;
+        _drawRow( images, row, { 0, top, width, top + rowHeight } );
     }
-    images.drawRect( { 0, 0, std::max( 0, width ), std::max( 0, height ) }, _frameColour );
+    _view.drawThumb( images, 0, width );
+    images.pop( );
+    images.drawRect( { 0, 0, width, height }, _frameColour );
     return true;
+}
+
+int GListNode::_setRows( )
+{
+    const int rowHeight = _view.getRowHeight( _font.getHeight( ) );
+    _view.setRows( static_cast<int>( _rows.size( ) ), rowHeight );
+    return rowHeight;
+}
+
+void GListNode::_drawRow( GImageStack& images, int row, const GRect& rect )
+{
+    const size_t index = static_cast<size_t>( row );
+    const bool selected = _rows[index] == _selection;
+    const bool grounded = _view.drawGround( images, rect, selected, row == _mouseoverRow );
+    GRect rest = rect;
+    rest.left += _drawPicture( images, _markSrc, selected ? 1 : 0, false, rest );
+    rest.left += _drawPicture( images, _iconSrc, row, selected, rest );
+    const GWString& text = index < _labels.size( ) ? _labels[index] : _rows[index];
+    _view.drawText( images, text, row == _mouseoverRow ? _mouseoverFont : _font, rest );
+    if( selected && !grounded ) images.invertRect( rect );
+}
+
+int GListNode::_drawPicture( GImageStack& images, const GWString& source, int column, bool selected, const GRect& rect )
+{
+    if( source.empty( ) ) return 0;
+    GImageFormat format;
+    GRect part;
+    const char* pixels = GImageTools_instanceReadOpen( _instance, source, format, part, column, selected ? 1 : 0 );
+    if( !pixels ) return 0;
+    const int left = rect.left + _view.getPadding( );
+    const int top = rect.top + ( rect.height( ) - part.height( ) ) / 2;
+    // A sheet without that cell leaves its place empty.
+    if( GRectHasVolume( part ) )
+        images.drawBitmap( format, pixels, part, { left, top, left + part.width( ), top + part.height( ) }, 0 );
+    GImageTools_instanceReadClose( _instance, source );
+    return _view.getPadding( ) + part.width( );
 }
 
 // ---- Input.
 
 int GListNode::_getRow( int y )
 {
-    const int height = _font.getHeight( );
-    if( height < 1 || y < _originY ) return -1;
-    const int row = ( y - _originY ) / height;
-    return row < static_cast<int>( _rows.size( ) ) ? row : -1;
+    _setRows( );
+    return y < _originY ? -1 : _view.getRow( y - _originY );
+}
+
+int GListNode::_getSelectedRow( ) const
+{
+    const auto at = std::find( _rows.begin( ), _rows.end( ), _selection );
+    return at == _rows.end( ) ? -1 : static_cast<int>( at - _rows.begin( ) );
 }
 
 int GListNode::_select( int row )
 {
     if( row < 0 || row >= static_cast<int>( _rows.size( ) ) ) return GRESPONSE_NONE;
     _selection = _rows[static_cast<size_t>( row )];
+    _view.show( row );
     if( !_varName.empty( ) ) _instance->set( _varName, _selection, _persist );
     GNodeTools_execute( this, _onSelect );
     return GRESPONSE_RENDER;
@@ -132,9 +192,14 @@ int GListNode::onKeyboardFocusChanged( bool )
 
 int GListNode::onKeyDown( GWin, int key )
 {
-    if( !_focusable || ( key != KEY_UP && key != KEY_DOWN ) ) return GRESPONSE_NONE;
-    const auto at = std::find( _rows.begin( ), _rows.end( ), _selection );
-    const int row = at == _rows.end( ) ? -1 : static_cast<int>( at - _rows.begin( ) );
-    if( row < 0 ) return _select( 0 );
-    return _select( key == KEY_UP ? row - 1 : row + 1 );
+    if( !_focusable ) return GRESPONSE_NONE;
+    _setRows( );
+    const int row = _getSelectedRow( );
+    const int next = _view.follow( key, row );
+    return next == row ? GRESPONSE_NONE : _select( next );
+}
+
+int GListNode::onMouseWheel( GWin, int steps )
+{
+    return _view.scroll( steps ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
 }

@@ -1,10 +1,13 @@
 // A list of texts with one selected, taken from the skin or from a blackboard list; the selection is bound to a blackboard value.
-// User-interface thread.
+// Beside the rows' texts: "$labels" shows other texts for them in the same order, "$marksrc" puts a picture in front of each (a sheet
+// whose second column is for the selected row), "$iconsrc" one of its own for each (a column for each row, the second line of the
+// sheet for the selected one). Rows look and scroll as GRowView tells. User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/IGInputHandler.h"
 #include "client/skin/nodes/GNodeTools.h"
+#include "client/skin/nodes/GRowView.h"
 
 class GListNode : public GTemplateNode, public IGInputHandler
 {
@@ -19,6 +22,7 @@ public:
     int onKeyDown( GWin win, int key ) override;
     int onMouseMove( GWin win, int x, int y ) override;
     int onLButtonDown( GWin win, int x, int y ) override;
+    int onMouseWheel( GWin win, int steps ) override;
 
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;
@@ -27,6 +31,13 @@ protected:
 private:
     bool _readRows( GAttributeStack& stack );
     bool _readSelection( GAttributeStack& stack );
+    bool _readLooks( GAttributeStack& stack );
+    int _getSelectedRow( ) const;
+    // Tells the view of the rows; their height.
+    int _setRows( );
+    void _drawRow( GImageStack& images, int row, const GRect& rect );
+    // Draws a picture of the sheet in the middle of the row's height; how much room it took.
+    int _drawPicture( GImageStack& images, const GWString& source, int column, bool selected, const GRect& rect );
     // -1 outside the rows.
     int _getRow( int y );
     int _select( int row );
@@ -41,9 +52,14 @@ private:
     GWString _varText;
     GWString _selectAttribute;
     GWString _frameColour;
+    GWString _labelText;
+    GWString _markSrc;
+    GWString _iconSrc;
     bool _persist = false;
     bool _focusable = false;
     GStringVector _rows;
+    GStringVector _labels;
+    GRowView _view;
     GWString _selection;
     int _mouseoverRow = -1;
     int _originX = 0;

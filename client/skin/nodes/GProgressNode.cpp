@@ -1,6 +1,7 @@
 #include "client/skin/nodes/GProgressNode.h"
 
 #include "client/drawing/GImageStack.h"
+#include "client/drawing/GImageTools.h"
 
 #include <algorithm>
 
@@ -15,6 +16,8 @@ bool GProgressNode::_postChildUpdate( GAttributeStack& stack )
         _scale = scale;
         changed = true;
     }
+    changed |= stack.read( u"$fillsrc", _fillSrc );
+    changed |= stack.read( u"$backsrc", _backSrc );
     changed |= stack.read( u"$src", _src );
     _watch.update( _instance, _src, stack.getListener( ) );
     return changed;
@@ -22,11 +25,28 @@ bool GProgressNode::_postChildUpdate( GAttributeStack& stack )
 
 bool GProgressNode::_preChildRender( GImageStack& images )
 {
+    _drawPicture( images, _backSrc, INT32_MAX );
     if( _src.empty( ) ) return true;
     // Values come from anywhere; more than a screen's width shows nothing more.
     constexpr int64_t LIMIT = INT32_MAX;
     const int64_t value = std::clamp<int64_t>( _instance->calc( _src ), -LIMIT, LIMIT );
     const int length = static_cast<int>( std::clamp<int64_t>( value * _width / _scale, 0, LIMIT / 2 ) );
-    if( length > 0 ) images.drawHorizLine( _x, _y, length, getAttribute( u"color" ) );
+    if( !_fillSrc.empty( ) )
+        _drawPicture( images, _fillSrc, length );
+    else if( length > 0 )
+        images.drawHorizLine( _x, _y, length, getAttribute( u"color" ) );
     return true;
+}
+
+void GProgressNode::_drawPicture( GImageStack& images, const GWString& source, int width )
+{
+    if( source.empty( ) ) return;
+    GImageFormat format;
+    GRect part;
+    const char* pixels = GImageTools_instanceReadOpen( _instance, source, format, part );
+    if( !pixels ) return;
+    part.right = part.left + std::min( part.width( ), width );
+    if( GRectHasVolume( part ) )
+        images.drawBitmap( format, pixels, part, { _x, _y, _x + part.width( ), _y + part.height( ) }, 0 );
+    GImageTools_instanceReadClose( _instance, source );
 }

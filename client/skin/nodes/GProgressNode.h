@@ -1,4 +1,5 @@
-// A horizontal line whose length follows a number on the blackboard. User-interface thread.
+// A horizontal line whose length follows a number on the blackboard. With "$fillsrc" it is that picture, cut where the line would
+// end, on the picture "$backsrc". User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
@@ -14,10 +15,14 @@ protected:
     bool _preChildRender( GImageStack& images ) override;
 
 private:
+    void _drawPicture( GImageStack& images, const GWString& source, int width );
+
     int _x = 0;
     int _y = 0;
     int _width = 0;
     int _scale = 1;
     GWString _src;
+    GWString _fillSrc;
+    GWString _backSrc;
     GNodeWatch _watch{ GWATCH_RENDER };
 };

@@ -9,6 +9,9 @@ namespace
 // Between the rows, half of it above and half below the text.
 constexpr int ROW_GAP = 4;
 constexpr int CELL_MARGIN = 4;
+constexpr int BAR_HEIGHT = 4;
+constexpr int LARGEST = 1000;
+constexpr int FULL = 100;
 
 void split( const GWString& text, GStringVector& out )
 {
@@ -23,10 +26,9 @@ bool GTableNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = stack.read( u"$onrightclick", _onRightClick );
     changed |= stack.read( u"$ondblclk", _onDblClk );
-    changed |= _cellFont.read( stack, u"$cellfont" );
-    changed |= _headerFont.read( stack, u"$headerfont" );
-    changed |= _mouseoverFont.read( stack, u"$mouseoverfont", _cellFont );
-    changed |= GNodeTools_readOr( stack, u"$framecolor", u"#000000FF", _frameColour );
+    changed |= stack.read( u"$focusable", _focusable );
+    changed |= _readLooks( stack );
+    changed |= _readBar( stack );
     if( stack.read( u"$title", _titleText ) )
     {
         split( _titleText, _titles );
@@ -37,31 +39,104 @@ bool GTableNode::_postChildUpdate( GAttributeStack& stack )
         _watchCells( stack.getListener( ) );
         changed = true;
     }
+    changed |= _readSelection( stack );
+    return changed;
+}
+
+bool GTableNode::_readSelection( GAttributeStack& stack )
+{
+    stack.read( u"$varname", _varName );
+    _varWatch.update( _instance, _varName, stack.getListener( ) );
+    bool changed = GNodeTools_readValue( _instance, _varName, _varText ) && _varText != _selection;
+    if( changed ) _selection = _varText;
+    if( !_selection.empty( ) && _findLine( _selection ) < 0 )
+    {
+        _select( GWString( ) );
+        changed = true;
+    }
+    return changed;
+}
+
+bool GTableNode::_readLooks( GAttributeStack& stack )
+{
+    bool changed = _cellFont.read( stack, u"$cellfont" );
+    changed |= _headerFont.read( stack, u"$headerfont" );
+    changed |= _mouseoverFont.read( stack, u"$mouseoverfont", _cellFont );
+    changed |= _emptyFont.read( stack, u"$emptyfont", _cellFont );
+    changed |= GNodeTools_readOr( stack, u"$framecolor", u"#000000FF", _frameColour );
+    changed |= GNodeTools_readOr( stack, u"$emptytext", u"(empty)", _emptyText );
+    changed |= _view.read( stack, CELL_MARGIN );
+    if( !stack.read( u"$columns", _columnText ) ) return changed;
+    _columns.clear( );
+    for( const GWString& share : GSplitList( _columnText ) )
+        _columns.push_back( static_cast<int>( std::clamp<int64_t>( GCalc( share ), 0, LARGEST ) ) );
+    return true;
+}
+
+bool GTableNode::_readBar( GAttributeStack& stack )
+{
+    bool changed = stack.read( u"$barsuffix", _bar.suffix );
+    changed |= GNodeTools_readOr( stack, u"$barcolor", u"#000000FF", _bar.colour );
+    changed |= stack.read( u"$barbgcolor", _bar.ground );
+    changed |= stack.read( u"$barheight", _bar.height );
+    _bar.height = std::clamp( _bar.height, 0, LARGEST );
     return changed;
 }
 
 bool GTableNode::_readKeys( GAttributeStack& stack )
 {
-    bool changed = stack.read( u"$prefixlistsrc", _prefixListSrc );
-    _keyWatch.update( _instance, _prefixListSrc, stack.getListener( ) );
+    bool changed = false;
+    if( stack.read( u"$prefixlistsrc", _prefixListSrc ) )
+    {
+        split( _prefixListSrc, _listNames );
+        _keyWatches.update( _instance, { _listNames.begin( ), _listNames.end( ) }, stack.getListener( ) );
+        _keyTexts.assign( _listNames.size( ), GWString( ) );
+        _lines.clear( );
+        changed = true;
+    }
     if( stack.read( u"$suffixlist", _suffixText ) )
     {
         split( _suffixText, _suffixes );
         changed = true;
     }
-    if( !GNodeTools_readValue( _instance, _prefixListSrc, _keyText ) ) return changed;
-    const GStringList keys = GSplitList( _keyText );
-    _keys.assign( keys.begin( ), keys.end( ) );
-    if( std::find( _keys.begin( ), _keys.end( ), _selection ) == _keys.end( ) ) _selection.clear( );
+    changed |= stack.read( u"$keysuffix", _keySuffix );
+    if( stack.read( u"$groups", _groupText ) )
+    {
+        split( _groupText, _groups );
+        changed = true;
+    }
+    return _readLists( ) || changed;
+}
+
+bool GTableNode::_readLists( )
+{
+    bool changed = false;
+    auto text = _keyTexts.begin( );
+    for( const GWString& name : _listNames ) changed |= GNodeTools_readValue( _instance, name, *text++ );
+    if( !changed ) return false;
+    _lines.clear( );
+    size_t group = 0;
+    for( const GWString& list : _keyTexts )
+    {
+        _addLines( GSplitList( list ), group < _groups.size( ) ? _groups[group] : GWString( ) );
+        ++group;
+    }
     return true;
+}
+
+void GTableNode::_addLines( const GStringList& keys, const GWString& heading )
+{
+    if( !keys.empty( ) && !heading.empty( ) ) _lines.push_back( { heading, true } );
+    for( const GWString& key : keys ) _lines.push_back( { key, false } );
 }
 
 void GTableNode::_watchCells( GNotifyHandle listener )
 {
     GStringList names;
-    for( const GWString& key : _keys )
+    for( const Line& line : _lines )
     {
-        for( const GWString& suffix : _suffixes ) names.push_back( key + suffix );
+        if( line.heading ) continue;
+        for( const GWString& suffix : _suffixes ) names.push_back( line.text + suffix );
     }
     _cellWatches.update( _instance, names, listener );
 }
@@ -76,12 +151,24 @@ void GTableNode::calcMinSize( int& width, int& height )
 
 int GTableNode::_getRowHeight( )
 {
-    return _cellFont.getHeight( ) + ROW_GAP;
+    return _view.getRowHeight( _cellFont.getHeight( ) + ROW_GAP );
 }
 
-GRect GTableNode::_getCell( int column, int columns, int top, int width )
+GRect GTableNode::_getCell( int column, int columns, const GRect& row ) const
 {
-    return { width * column / columns, top, width * ( column + 1 ) / columns, top + _getRowHeight( ) };
+    const auto edge = [&]( int index )
+    {
+        int64_t before = index;
+        int64_t all = columns;
+        if( _columns.size( ) == static_cast<size_t>( columns ) )
+        {
+            before = all = 0;
+            for( int i = 0; i < columns; ++i ) ( i < index ? before : all ) += _columns[static_cast<size_t>( i )];
+            all += before;
+        }
+        return row.left + static_cast<int>( all > 0 ? row.width( ) * before / all : 0 );
+    };
+    return { edge( column ), row.top, edge( column + 1 ), row.bottom };
 }
 
 bool GTableNode::_preChildRender( GImageStack& images )
@@ -94,20 +181,25 @@ bool GTableNode::_preChildRender( GImageStack& images )
     images.getDimensions( width, height );
     width = std::max( 0, width );
     _drawTitles( images, width );
-    int top = _getRowHeight( );
-    if( _keys.empty( ) )
-    {
-        images.drawText( u"(empty)", _cellFont,
-                         { CELL_MARGIN, top + ROW_GAP / 2, std::max( CELL_MARGIN, width ), top + _getRowHeight( ) } );
-        return true;
-    }
-    for( const GWString& key : _keys )
-    {
-        if( top >= height ) break;
-        _drawRow( images, key, top, width );
-        top += _getRowHeight( );
-    }
+    const int rowHeight = _getRowHeight( );
+    const int top = _setRows( );
+    const int room = std::max( 0, height - top );
+    _view.layout( room );
+    images.pushTarget( { 0, top, width, top + room } );
+    if( _lines.empty( ) ) _drawEmpty( images, width, room );
+    for( int i = _view.getFirst( ); i < static_cast<int>( _lines.size( ) ) && _view.getTop( i ) < room; ++i )
+        _drawLine( images, _lines[static_cast<size_t>( i )],
+                   { 0, _view.getTop( i ), width, _view.getTop( i ) + rowHeight } );
+    _view.drawThumb( images, 0, width );
+    images.pop( );
     return true;
+}
+
+int GTableNode::_setRows( )
+{
+    const int rowHeight = _getRowHeight( );
+    _view.setRows( static_cast<int>( _lines.size( ) ), rowHeight );
+    return _titles.empty( ) && !_columns.empty( ) ? 0 : rowHeight;
 }
 
 void GTableNode::_drawTitles( GImageStack& images, int width )
@@ -115,45 +207,90 @@ void GTableNode::_drawTitles( GImageStack& images, int width )
     const int columns = static_cast<int>( _titles.size( ) );
     for( int i = 0; i < columns; ++i )
     {
-        const GRect cell = _getCell( i, columns, 0, width );
+        const GRect cell = _getCell( i, columns, { 0, 0, width, _getRowHeight( ) } );
         images.drawRect( cell, _frameColour );
-        _drawCell( images, _titles[static_cast<size_t>( i )], _headerFont, cell );
+        _view.drawText( images, _titles[static_cast<size_t>( i )], _headerFont, cell );
     }
 }
 
-void GTableNode::_drawCell( GImageStack& images, const GWString& text, GNodeFont& font, const GRect& cell )
+void GTableNode::_drawEmpty( GImageStack& images, int width, int height )
 {
-    const GRect box{ cell.left + CELL_MARGIN, cell.top + ROW_GAP / 2, cell.right - CELL_MARGIN, cell.bottom };
-    if( !text.empty( ) && GRectHasVolume( box ) ) images.drawText( text, font, box );
+    const int margin = _view.getPadding( );
+    const GRect box{ margin, ROW_GAP / 2, std::max( margin, width - margin ), std::max( ROW_GAP / 2, height ) };
+    images.drawText( _emptyText, _emptyFont, box );
 }
 
-void GTableNode::_drawRow( GImageStack& images, const GWString& key, int top, int width )
+void GTableNode::_drawLine( GImageStack& images, const Line& line, const GRect& rect )
 {
-    GNodeFont& font = key == _mouseoverKey ? _mouseoverFont : _cellFont;
+    if( line.heading ) return _view.drawText( images, line.text, _headerFont, rect );
+    const bool selected = line.text == _selection;
+    const bool mouseover = line.text == _mouseoverKey;
+    const bool grounded = _view.drawGround( images, rect, selected, mouseover );
+    _drawCells( images, line.text, mouseover ? _mouseoverFont : _cellFont, rect );
+    if( selected && !grounded ) images.invertRect( rect );
+}
+
+void GTableNode::_drawCells( GImageStack& images, const GWString& key, GNodeFont& font, const GRect& rect )
+{
     const int columns = static_cast<int>( _suffixes.size( ) );
     for( int i = 0; i < columns; ++i )
     {
+        const GWString& suffix = _suffixes[static_cast<size_t>( i )];
         _cellName = key;
-        _cellName += _suffixes[static_cast<size_t>( i )];
+        _cellName += suffix;
         _instance->get( _cellName, _cellText );
-        _drawCell( images, _cellText, font, _getCell( i, columns, top, width ) );
+        if( _cellText.empty( ) && suffix == _keySuffix ) _cellText = key;
+        GRect cell = _getCell( i, columns, rect );
+        if( suffix == _bar.suffix && !_cellText.empty( ) )
+        {
+            _drawBar( images, cell );
+            cell.bottom -= ( _bar.height ? _bar.height : BAR_HEIGHT ) * 2;
+        }
+        _view.drawText( images, _cellText, font, cell );
     }
-    if( key == _selection ) images.invertRect( { 0, top, width, top + _getRowHeight( ) } );
+}
+
+// Below the text, as long as the number that the text begins with.
+void GTableNode::_drawBar( GImageStack& images, const GRect& cell )
+{
+    const int height = _bar.height ? _bar.height : BAR_HEIGHT;
+    const int bottom = cell.bottom - height;
+    GRect track{ cell.left + _view.getPadding( ), bottom - height, cell.right - _view.getPadding( ), bottom };
+    if( !GRectHasVolume( track ) ) return;
+    if( !_bar.ground.empty( ) ) GRowView_drawPill( images, track, GColorFromText( _bar.ground ) );
+    const int64_t done = std::clamp<int64_t>( GCalc( _cellText ), 0, FULL );
+    track.right = track.left + static_cast<int>( track.width( ) * done / FULL );
+    if( GRectHasVolume( track ) ) GRowView_drawPill( images, track, GColorFromText( _bar.colour ) );
 }
 
 // ---- Input.
 
+int GTableNode::_findLine( const GWString& key ) const
+{
+    const auto is = [&]( const Line& line ) { return !line.heading && line.text == key; };
+    const auto found = std::find_if( _lines.begin( ), _lines.end( ), is );
+    return found == _lines.end( ) ? -1 : static_cast<int>( found - _lines.begin( ) );
+}
+
 GWString GTableNode::_getPrefix( int y )
 {
-    const int height = _getRowHeight( );
-    if( height < 1 || y < _originY + height ) return { };
-    const size_t row = static_cast<size_t>( ( y - _originY ) / height - 1 );
-    return row < _keys.size( ) ? _keys[row] : GWString( );
+    const int top = _originY + _setRows( );
+    const int row = y < top ? -1 : _view.getRow( y - top );
+    if( row < 0 || static_cast<size_t>( row ) >= _lines.size( ) ) return { };
+    const Line& line = _lines[static_cast<size_t>( row )];
+    return line.heading ? GWString( ) : line.text;
+}
+
+void GTableNode::_select( const GWString& key )
+{
+    _selection = key;
+    _view.show( _findLine( key ) );
+    if( !_varName.empty( ) ) _instance->set( _varName, _selection );
 }
 
 int GTableNode::onLButtonDown( GWin, int, int y )
 {
-    _selection = _getPrefix( y );
+    _select( _getPrefix( y ) );
     return GRESPONSE_RENDER;
 }
 
@@ -181,5 +318,41 @@ int GTableNode::onMouseoverChanged( bool mouseover )
 {
     if( mouseover || _mouseoverKey.empty( ) ) return GRESPONSE_NONE;
     _mouseoverKey.clear( );
+    return GRESPONSE_RENDER;
+}
+
+int GTableNode::onMouseWheel( GWin, int steps )
+{
+    return _view.scroll( steps ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
+}
+
+// ---- Keyboard.
+
+int GTableNode::onKeyboardFocusChanged( bool )
+{
+    return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
+}
+
+int GTableNode::onKeyDown( GWin, int key )
+{
+    if( !_focusable ) return GRESPONSE_NONE;
+    _setRows( );
+    const int from = _findLine( _selection );
+    int to = _view.follow( key, from );
+    if( to == from ) return GRESPONSE_NONE;
+    // Past a heading in the way one went, and back when there is nothing behind it.
+    const int step = to < from ? -1 : 1;
+    const int count = static_cast<int>( _lines.size( ) );
+    while( to >= 0 && to < count && _lines[static_cast<size_t>( to )].heading ) to += step;
+    if( to < 0 ) to = 1;
+    if( to >= count || to == from ) return GRESPONSE_NONE;
+    _select( _lines[static_cast<size_t>( to )].text );
+    return GRESPONSE_RENDER;
+}
+
+int GTableNode::onKeyPressed( GWin, char16_t character )
+{
+    if( !_focusable || character != u'\r' || _selection.empty( ) ) return GRESPONSE_NONE;
+    GNodeTools_execute( this, _onDblClk );
     return GRESPONSE_RENDER;
 }

@@ -1,10 +1,14 @@
 // A table of blackboard values: a row for each key of a list, a column for each suffix; a cell shows the value named by key and
-// suffix. User-interface thread.
+// suffix. Beside that, each by an attribute of its own: "$prefixlistsrc" may name several lists, whose rows stand below the headings
+// "$groups"; "$columns" are shares of the width; the column "$barsuffix" draws the percentage that its text begins with; the column
+// "$keysuffix" shows the key where it has no value; "$varname" is bound to the selection; "$emptytext" in "$emptyfont" stands for no
+// rows; "$focusable" gives it the keyboard. Rows look and scroll as GRowView tells. User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/IGInputHandler.h"
 #include "client/skin/nodes/GNodeTools.h"
+#include "client/skin/nodes/GRowView.h"
 
 class GTableNode : public GTemplateNode, public IGInputHandler
 {
@@ -14,8 +18,13 @@ public:
     // The key of the selected row.
     const GWString& getSelection( ) const { return _selection; }
 
+    bool wantsKeyboardFocus( ) override { return _focusable; }
+    int onKeyboardFocusChanged( bool focus ) override;
+    int onKeyDown( GWin win, int key ) override;
+    int onKeyPressed( GWin win, char16_t character ) override;
     int onMouseoverChanged( bool mouseover ) override;
     int onMouseMove( GWin win, int x, int y ) override;
+    int onMouseWheel( GWin win, int steps ) override;
     int onLButtonDown( GWin win, int x, int y ) override;
     int onLButtonDblClk( GWin win, int x, int y ) override;
     int onRButtonDown( GWin win, int x, int y ) override;
@@ -25,34 +34,75 @@ protected:
     bool _preChildRender( GImageStack& images ) override;
 
 private:
+    // One line below the titles: a row of values, or the heading of a group.
+    struct Line
+    {
+        GWString text; // The key, or the heading.
+        bool heading = false;
+    };
+    // The progress of a row, drawn below its text.
+    struct Bar
+    {
+        GWString suffix;
+        GWString colour;
+        GWString ground;
+        int height = 0;
+    };
+
+    bool _readLooks( GAttributeStack& stack );
+    bool _readBar( GAttributeStack& stack );
     bool _readKeys( GAttributeStack& stack );
+    bool _readLists( );
+    bool _readSelection( GAttributeStack& stack );
+    void _addLines( const GStringList& keys, const GWString& heading );
     void _watchCells( GNotifyHandle listener );
     int _getRowHeight( );
-    // The key of the row at `y` in layer coordinates; empty outside the rows.
+    // Tells the view of the rows; how much room the titles take.
+    int _setRows( );
+    // The line of that key, -1 when there is none.
+    int _findLine( const GWString& key ) const;
+    // The key of the row at `y` in layer coordinates; empty outside the rows and on a heading.
     GWString _getPrefix( int y );
+    void _select( const GWString& key );
     void _drawTitles( GImageStack& images, int width );
-    static void _drawCell( GImageStack& images, const GWString& text, GNodeFont& font, const GRect& cell );
-    void _drawRow( GImageStack& images, const GWString& key, int top, int width );
-    GRect _getCell( int column, int columns, int top, int width );
+    void _drawEmpty( GImageStack& images, int width, int height );
+    void _drawLine( GImageStack& images, const Line& line, const GRect& rect );
+    void _drawCells( GImageStack& images, const GWString& key, GNodeFont& font, const GRect& rect );
+    void _drawBar( GImageStack& images, const GRect& cell );
+    GRect _getCell( int column, int columns, const GRect& row ) const;
 
     GWString _prefixListSrc;
     GWString _suffixText;
     GWString _titleText;
-    GWString _keyText;
+    GWString _columnText;
+    GWString _groupText;
+    GStringList _keyTexts; // The lists as they were read, one for each name.
     GWString _onRightClick;
     GWString _onDblClk;
     GWString _frameColour;
+    GWString _emptyText;
+    GWString _varName;
+    GWString _varText;
+    GWString _keySuffix;
+    Bar _bar;
+    bool _focusable = false;
     GNodeFont _cellFont;
     GNodeFont _headerFont;
     GNodeFont _mouseoverFont;
-    GStringVector _keys;
+    GNodeFont _emptyFont;
+    std::vector<Line> _lines;
+    GStringVector _listNames;
+    GStringVector _groups;
     GStringVector _suffixes;
     GStringVector _titles;
+    std::vector<int> _columns;
+    GRowView _view;
     GWString _selection;
     GWString _mouseoverKey;
     int _originY = 0;
     GWString _cellName; // Of the cell being drawn; kept for their capacity.
     GWString _cellText;
-    GNodeWatch _keyWatch{ GWATCH_UPDATE };
+    GNodeWatchList _keyWatches{ GWATCH_UPDATE };
+    GNodeWatch _varWatch{ GWATCH_UPDATE };
     GNodeWatchList _cellWatches{ GWATCH_RENDER };
 };

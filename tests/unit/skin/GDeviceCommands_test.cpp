@@ -13,6 +13,13 @@ TEST_F( GDeviceCommandsTest, PreviewsOfBothDevices )
     EXPECT_EQ( capture( ), "STOPVIDEOPREVIEW" );
 }
 
+TEST_F( GDeviceCommandsTest, DevicesAreListedAnew )
+{
+    load( "" );
+    run( "(/dev/audio?list)" );
+    EXPECT_EQ( capture( ), "LISTDEVICES" );
+}
+
 TEST_F( GDeviceCommandsTest, ADeviceIsResetFromAList )
 {
     load( window( "w", "<List/>" ) );
@@ -48,4 +55,16 @@ TEST_F( GFileCommandsTest, TheSelectedTransferIsOpenedAndCancelled )
     EXPECT_EQ( files( ), "CANCEL File-ID=" + selection );
     TestLog::expect( "WARNING Unrecognized fileservice action 'x', ignoring." );
     run( "(/fileservice?x)", table );
+}
+
+TEST_F( GFileCommandsTest, AButtonNamesTheTransfer )
+{
+    load( window( "w", "<Button id='b'/>" ) );
+    run( "(/fileservice?open+id=File#7)", node( u"/skin/window_w/button_b" ) );
+    EXPECT_EQ( files( ), "OPEN File-ID=File#7" );
+    run( "(/fileservice?cancel+id=File#7)", node( u"/skin/window_w/button_b" ) );
+    EXPECT_EQ( files( ), "CANCEL File-ID=File#7" );
+    TestLog::expect( "WARNING Unable to 'OPEN' because nothing selected, ignoring." );
+    run( "(/fileservice?cancel)", node( u"/skin/window_w/button_b" ) );
+    EXPECT_EQ( files( ), "" );
 }

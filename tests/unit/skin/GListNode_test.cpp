@@ -138,3 +138,143 @@ TEST_F( GListNodeTest, LeastHeightIsTheFont )
     EXPECT_EQ( height, rowHeight );
     EXPECT_FALSE( update( ) );
 }
+
+// ---- What goes beyond the plain list.
+
+class RowsOfAList : public GListNodeTest
+{
+protected:
+    static constexpr int ROW = 20;
+    GListNode* rows( GAttributeList attributes,
+                     const GWString& list = u"one, two, three, four, five, six, seven, eight" )
+    {
+        attributes.push_back( { u"list", list } );
+        attributes.push_back( { u"rowheight", u"20" } );
+        attributes.push_back( { u"framecolor", u"#00000000" } );
+        attributes.push_back( { u"focusable", u"1" } );
+        return this->list( attributes );
+    }
+    static int down( GListNode* node, int y ) { return node->onLButtonDown( nullptr, 5, y ); }
+};
+
+TEST_F( RowsOfAList, AreAsHighAsTheSkinSays )
+{
+    GListNode* node = rows( { } );
+    down( node, ROW + 1 );
+    EXPECT_EQ( node->getSelection( ), u"two" );
+    down( node, 2 * ROW - 1 );
+    EXPECT_EQ( node->getSelection( ), u"two" );
+    down( node, 2 * ROW );
+    EXPECT_EQ( node->getSelection( ), u"three" );
+}
+
+TEST_F( RowsOfAList, HaveGroundsInsteadOfTheInversion )
+{
+    GListNode* node = rows( { { u"selectedbgcolor", u"#0000FFFF" }, { u"mouseoverbgcolor", u"#00FF00FF" } } );
+    down( node, 1 );
+    node->onMouseMove( nullptr, 1, ROW + 1 );
+    draw( 60, 100 );
+    EXPECT_EQ( canvas->at( 58, 10 ), 0x0000FFFFu );
+    EXPECT_EQ( canvas->at( 58, 30 ), 0x00FF00FFu );
+    EXPECT_EQ( canvas->at( 58, 50 ), 0u );
+}
+
+TEST_F( RowsOfAList, CarryMarksAndIconsOfTheirOwn )
+{
+    // Two columns of 4: plain red, selected green. Icons: blue, white; white, blue below for the selected row.
+    const GImageFormat format{ GIT_RGBA32, 8, 8 };
+    GString marks;
+    GString icons;
+    const auto add = []( GString& out, uint32_t colour )
+    {
+        for( int shift = 24; shift >= 0; shift -= 8 ) out += static_cast<char>( colour >> shift & 255 );
+    };
+    for( int y = 0; y < 8; ++y )
+        for( int x = 0; x < 8; ++x )
+        {
+            add( marks, x < 4 ? 0xFF0000FF : 0x00FF00FF );
+            add( icons, ( x < 4 ) == ( y < 4 ) ? 0x0000FFFF : 0xFFFFFFFF );
+        }
+    GImageTools_instanceWrite( instance.get( ), u"marks", format, marks );
+    GImageTools_instanceWrite( instance.get( ), u"icons", format, icons );
+    GListNode* node = rows( { { u"marksrc", u"marks(0,0,4,4)" },
+                              { u"iconsrc", u"icons(0,0,4,4)" },
+                              { u"padding", u"2" },
+                              { u"selectedbgcolor", u"#00000000" } } );
+    down( node, 1 );
+    draw( 60, 100 );
+    EXPECT_EQ( canvas->at( 2, 8 ), 0x00FF00FFu );
+    EXPECT_EQ( canvas->at( 8, 8 ), 0xFFFFFFFFu );
+    EXPECT_EQ( canvas->at( 2, ROW + 8 ), 0xFF0000FFu );
+    EXPECT_EQ( canvas->at( 8, ROW + 8 ), 0xFFFFFFFFu );
+    EXPECT_EQ( canvas->at( 2, 7 ), 0u );
+    // The sheet has no third icon: its place stays empty.
+    EXPECT_EQ( canvas->at( 2, 2 * ROW + 8 ), 0xFF0000FFu );
+    EXPECT_EQ( canvas->at( 8, 2 * ROW + 8 ), 0u );
+}
+
+TEST_F( RowsOfAList, ShowTheirLabelsAndGiveTheirValues )
+{
+    const GAttributeList plain{ { u"varname", u"Choice" } };
+    GListNode* node = rows( plain, u"1, 2" );
+    const GString without = draw( 60, 40 ).pixels;
+    node = rows( { { u"varname", u"Choice" }, { u"labels", u"small, large" } }, u"1, 2" );
+    EXPECT_NE( draw( 60, 40 ).pixels, without );
+    down( node, ROW );
+    EXPECT_EQ( instance->get( u"Choice" ), u"2" );
+}
+
+TEST_F( RowsOfAList, ScrollByWheelAndKeysWhenTheyDoNotFit )
+{
+    GListNode* node = rows( { { u"thumbcolor", u"#0000FFFF" } } );
+    draw( 60, 60 );
+    EXPECT_EQ( node->onMouseWheel( nullptr, 1 ), GRESPONSE_NONE );
+    EXPECT_EQ( node->onMouseWheel( nullptr, -1 ), GRESPONSE_RENDER );
+    draw( 60, 60 );
+    down( node, 1 );
+    EXPECT_EQ( node->getSelection( ), u"four" );
+    node->onMouseWheel( nullptr, -100 );
+    draw( 60, 60 );
+    down( node, 59 );
+    EXPECT_EQ( node->getSelection( ), u"eight" );
+    // The thumb stands at the lower end.
+    draw( 60, 60 );
+    EXPECT_EQ( canvas->at( 56, 50 ), 0x0000FFFFu );
+    EXPECT_NE( canvas->at( 56, 10 ), 0x0000FFFFu );
+    // Home brings the first row into view.
+    EXPECT_EQ( node->onKeyDown( nullptr, 36 ), GRESPONSE_RENDER );
+    draw( 60, 60 );
+    down( node, ROW );
+    EXPECT_EQ( node->getSelection( ), u"two" );
+    node->onKeyDown( nullptr, 34 );
+    EXPECT_EQ( node->getSelection( ), u"four" );
+    node->onKeyDown( nullptr, 35 );
+    EXPECT_EQ( node->getSelection( ), u"eight" );
+    EXPECT_EQ( node->onKeyDown( nullptr, 35 ), GRESPONSE_NONE );
+    node->onKeyDown( nullptr, 33 );
+    EXPECT_EQ( node->getSelection( ), u"six" );
+}
+
+TEST_F( RowsOfAList, StayWhereTheyAreWithoutAThumb )
+{
+    GListNode* node = rows( { } );
+    draw( 60, 60 );
+    EXPECT_EQ( node->onMouseWheel( nullptr, -1 ), GRESPONSE_NONE );
+    down( node, 1 );
+    EXPECT_EQ( node->getSelection( ), u"one" );
+}
+
+TEST_F( RowsOfAList, BringTheChosenOneIntoViewAtTheFirstDrawing )
+{
+    instance->set( u"Choice", u"eight" );
+    auto* node = loadAs<GListNode>( { u"List",
+                                      { { u"list", u"one, two, three, four, five, six, seven, eight" },
+                                        { u"varname", u"Choice" },
+                                        { u"rowheight", u"20" },
+                                        { u"thumbcolor", u"#0000FFFF" } },
+                                      {} } );
+    update( );
+    draw( 60, 40 );
+    down( node, 1 );
+    EXPECT_EQ( node->getSelection( ), u"seven" );
+}

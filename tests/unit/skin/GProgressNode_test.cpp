@@ -70,3 +70,33 @@ TEST_F( GProgressNodeTest, TheColourIsTakenAsItStands )
     instance->set( u"Done", 1 );
     EXPECT_NE( draw( 20, 4 ).at( 1, 0 ), 0xFF0000FFu );
 }
+
+TEST_F( GProgressNodeTest, PicturesShowTheWholeAndTheValue )
+{
+    picture( u"back", 8, 2, 0x00FF00FF );
+    picture( u"fill", 8, 2, 0xFF0000FF );
+    instance->set( u"Done", 5 );
+    load( { u"Progress",
+            { { u"x", u"1" },
+              { u"width", u"8" },
+              { u"scale", u"10" },
+              { u"src", u"Done" },
+              { u"backsrc", u"back" },
+              { u"fillsrc", u"fill" },
+              { u"color", u"#0000FFFF" } },
+            {} } );
+    update( );
+    const Canvas& drawn = draw( 20, 4 );
+    EXPECT_EQ( drawn.at( 0, 0 ), 0u );
+    EXPECT_EQ( drawn.at( 1, 1 ), 0xFF0000FFu );
+    EXPECT_EQ( drawn.at( 4, 0 ), 0xFF0000FFu );
+    EXPECT_EQ( drawn.at( 5, 0 ), 0x00FF00FFu );
+    EXPECT_EQ( drawn.at( 8, 1 ), 0x00FF00FFu );
+    EXPECT_EQ( drawn.at( 9, 0 ), 0u );
+    EXPECT_EQ( drawn.at( 1, 2 ), 0u );
+    instance->set( u"Done", 1000 );
+    EXPECT_EQ( draw( 20, 4 ).at( 8, 0 ), 0xFF0000FFu );
+    EXPECT_EQ( canvas->at( 9, 0 ), 0u );
+    instance->set( u"Done", 0 );
+    EXPECT_EQ( draw( 20, 4 ).at( 1, 0 ), 0x00FF00FFu );
+}

@@ -49,6 +49,19 @@ TEST_F( GSystemCommandsTest, PasswordsDoNotShow )
     EXPECT_FALSE( TestLog::contains( "hunter2" ) || TestLog::contains( "secret3" ) );
 }
 
+TEST_F( GSystemCommandsTest, AMaskIsNotWrittenBackAsAPassword )
+{
+    load( "" );
+    instance.set( u"Debug_Name", u"Local_Password" );
+    instance.set( u"Local_Password", u"hunter2" );
+    run( "(/system?getvalue;/system?setvalue)" );
+    EXPECT_EQ( value( u"Local_Password" ), "hunter2" );
+    // Elsewhere the same text is a value as any other.
+    instance.set( u"Debug_Name", u"Other" );
+    run( "(/system?setvalue)" );
+    EXPECT_EQ( value( u"Other" ), "********" );
+}
+
 TEST_F( GSystemCommandsTest, TheLogFilterIsApplied )
 {
     load( "" );
@@ -126,6 +139,8 @@ TEST_F( GSystemCommandsTest, UnknownThreadsAndActionsAreWarnedOf )
     load( "" );
     TestLog::expect( "WARNING Unknown thread '', cannot log call stack; ignoring." );
     run( "(/system?logcallstack)" );
+    TestLog::expect( "WARNING Unknown thread 'nobody', cannot log call stack; ignoring." );
+    run( "(/system?logcallstack+name=nobody)" );
     TestLog::expect( "WARNING Unknown system action 'dance', ignoring." );
     run( "(/system?dance)" );
 }
