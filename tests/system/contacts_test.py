@@ -10,9 +10,6 @@ import time
 
 import desk
 
-# Within ann's buddy list at scale 1: the "Accept" of the first request, and the first buddy's picture without any.
-ACCEPT = (70, 172)
-PICTURE = (42, 135, 44, 44)
 INVITED = "Recieved 'INVITE' request"
 # Digits and dashes in names have misled conditions of a skin before.
 BEN = "ben-2@velmora.local"
@@ -22,6 +19,8 @@ ASKED = f"'{BEN}' asks to become a buddy."
 class Story:
     def __init__(self, binaries):
         self.room = desk.scratch()
+        self.skin = desk.Skin(binaries)
+        self.picture = self.skin.first_picture()
         self.server = desk.Server(binaries, os.path.join(self.room, "server"), 20000 + os.getpid() % 400 * 100)
         with open(os.path.join(self.server.folder, "velmora-server.ini"), "a") as out:
             out.write("contacts = agreed\n")
@@ -44,30 +43,32 @@ class Story:
 
     def a_stranger_asks_and_does_not_reach_her(self):
         desk.wait(10, self.invites_to_add_somebody, "ann's empty list")
-        self.ben_list.click(206, 84)  # "+"
+        self.ben_list.click(*self.skin.place("window_buddylist", "window_addbuddy?open"))
         form = self.ben.window("Add a buddy")
         time.sleep(0.5)
-        form.click(184, 108)
+        form.click(*self.skin.place("window_addbuddy", "var=Add_Buddy_GUID"))
         form.type("ann")
         form.key("Return")
         self.ben.said("Sending 'INVITE'")
         self.ann.said(ASKED)
-        form.click(340, 40)  # Close
+        form.click(*self.skin.place("window_addbuddy", "?close"))
         desk.wait(10, self.shows_a_request, "the request in ann's window")
-        self.ben_list.click(100, 161)  # ann, who is not there for him.
+        x, y, _, height = self.picture
+        self.ben_list.click(x + 60, y + height // 2)  # ann, who is not there for him.
         assert INVITED not in self.ann.log, "an invitation of the stranger came through"
         assert "ann@velmora.local@" not in self.ben.log, "the stranger has learnt of a device of ann's"
 
     def shows_a_request(self):
         """The button's blue rim stands where a request has it."""
-        x, y = ACCEPT
-        pixels = self.ann_list.pixels(x - 26, y - 15, 52, 4)
+        x, y, width, _ = self.skin.rect("window_buddylist", "?accept")
+        pixels = self.ann_list.pixels(x + 6, y - 1, width - 12, 4)
         blue = [i for i in range(0, len(pixels), 3) if pixels[i + 2] > 200 and pixels[i] < 140]
         return len(blue) > 30
 
     def invites_to_add_somebody(self):
         """The blue button of an empty list."""
-        red, _, blue = desk.mean_colour(self.ann_list.pixels(85, 292, 12, 20))
+        x, y, _, height = self.skin.rect("window_buddylist", "text=Add a buddy", options=("--empty",))
+        red, _, blue = desk.mean_colour(self.ann_list.pixels(x + 5, y + 6, 12, height - 12))
         return blue > 200 and red < 140
 
     def the_request_outlives_a_restart(self):
@@ -86,7 +87,7 @@ class Story:
             time.sleep(0.5)
             desk.run("import", "-window", self.ann_list.number, sys.argv[2])
         time.sleep(0.6)  # A list that has just changed takes no answer.
-        self.ann_list.click(*ACCEPT)
+        self.ann_list.click(*self.skin.place("window_buddylist", "?accept"))
         desk.run("xdotool", "mousemove", "40", "760")
         self.ann.said(f"ACTIVITY: accept '{BEN}'")
         desk.wait(30, lambda: self.ann.pictures() >= 3 and self.ben.pictures() >= 3, "pictures on both sides")
@@ -95,7 +96,7 @@ class Story:
         desk.wait(10, lambda: not self.shows_a_request(), "the request to leave")
         for window, warm, name in ((self.ann_list, False, "ben's picture at ann's"), (self.ben_list, True, "ann's picture at ben's")):
             def right_colour():
-                red, _, blue = desk.mean_colour(window.pixels(*PICTURE))
+                red, _, blue = desk.mean_colour(window.pixels(*self.picture))
                 return red > blue + 10 if warm else blue > red - 10
             desk.wait(20, right_colour, f"{name} to show the right face")
         assert not self.invites_to_add_somebody(), "the list calls itself empty"

@@ -431,7 +431,7 @@ class Story:
         window = program.start().window("Log on")
         meanwhile()
         time.sleep(0.5)
-        window.click(184, 420)
+        window.click(*desk.Skin(self.binaries).place("window_login", "text=Create a new account"))
 
     def a_restart_that_is_asked_for_starts_the_program_without_options(self):
         program = self.client(name="restarted")

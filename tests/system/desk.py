@@ -54,6 +54,36 @@ def tell(story, chapters):
     shutil.rmtree(story.room)
 
 
+class Skin:
+    """Where the windows of the shipped skin take the pointer. A part is named by words that stand in its line of velmora-skin --places:
+    "text=Log on", "var=Local_Password", "?close"."""
+
+    def __init__(self, binaries):
+        self.program, self.windows = os.path.join(binaries, "velmora-skin"), {}
+
+    def rect(self, window, *words, options=()):
+        """x, y, width and height of the first part, in reading order, that has these words."""
+        key = (window, *options)
+        if key not in self.windows:
+            out = run(self.program, "--dir", os.path.join(TOP, "skin"), "--places", window, *options,
+                      env={**os.environ, "QT_QPA_PLATFORM": "offscreen"})
+            self.windows[key] = [line.split("\t", 4) for line in out.splitlines() if line.count("\t") > 3]
+        for line in self.windows[key]:
+            if all(word in line[4] for word in words):
+                return tuple(int(number) for number in line[:4])
+        raise AssertionError(f"the skin's {window} has no part with {words}")
+
+    def place(self, window, *words, options=()):
+        """The middle of that part."""
+        x, y, width, height = self.rect(window, *words, options=options)
+        return x + width // 2, y + height // 2
+
+    def first_picture(self):
+        """The live picture of the first buddy in a list without requests, inside its frame."""
+        x, y, _, _ = self.rect("window_buddylist", "picturesize=", options=("--empty",))
+        return x + 10, y + 23, 44, 44
+
+
 class Server:
     """velmora-server in a folder of its own, on a range of ports of its own."""
 

@@ -16,6 +16,8 @@ QUIET = 40
 class Story:
     def __init__(self, binaries):
         self.binaries, self.room = binaries, desk.scratch()
+        self.skin = desk.Skin(binaries)
+        self.picture = self.skin.first_picture()
         base = 20000 + os.getpid() % 400 * 100
         self.server = desk.Server(binaries, os.path.join(self.room, "server"), base)
         clips = os.path.join(self.room, "clips")
@@ -39,11 +41,11 @@ class Story:
         self.ann.start()
         login = self.ann.window("Log on")
         time.sleep(0.5)
-        login.click(184, 420)  # "Create a new account"
+        login.click(*self.skin.place("window_login", "window_new?open"))
         form = self.ann.window("New account")
         time.sleep(0.5)
-        for y, text in ((172, "ann"), (236, "battery staple"), (300, "ann@example.org")):
-            form.click(184, y)
+        for value, text in (("Local_Username", "ann"), ("Local_Password", "battery staple"), ("Local_Email", "ann@example.org")):
+            form.click(*self.skin.place("window_new", f"var={value}"))
             form.type(text)
         form.key("Return")
         self.ann.said("created new account 'ann@velmora.local'")
@@ -54,9 +56,9 @@ class Story:
         self.ben.start()
         login = self.ben.window("Log on")
         time.sleep(0.5)
-        login.click(184, 236)
+        login.click(*self.skin.place("window_login", "var=Local_User_GUID"))
         login.type("ben")
-        login.click(184, 300)
+        login.click(*self.skin.place("window_login", "var=Local_Password"))
         login.type("wrong")
         login.key("Return")
         self.ben.said("Request 'AUTHENTICATE' failed with response 403")
@@ -65,7 +67,7 @@ class Story:
     def the_right_password_is_accepted(self):
         login = self.ben.window("Log on")
         time.sleep(0.5)
-        login.click(184, 300)
+        login.click(*self.skin.place("window_login", "var=Local_Password"))
         login.key("Escape")  # Empties the field.
         login.type("right horse")
         login.key("Return")
@@ -76,33 +78,33 @@ class Story:
     def a_buddy_is_added_through_the_window(self):
         self.ann_list.move(80, 60)
         self.ben_list.move(500, 60)
-        self.ann_list.click(206, 84)  # "+"
+        self.ann_list.click(*self.skin.place("window_buddylist", "window_addbuddy?open"))
         form = self.ann.window("Add a buddy")
         time.sleep(0.5)
-        form.click(184, 108)
+        form.click(*self.skin.place("window_addbuddy", "var=Add_Buddy_GUID"))
         form.type("ben")
         form.key("Return")
         form.raise_up()
         desk.wait(30, lambda: self.ann.pictures() >= 3 and self.ben.pictures() >= 3, "pictures on both sides")
-        form.click(340, 40)  # Close
+        form.click(*self.skin.place("window_addbuddy", "?close"))
         self.both_pictures_change()
 
     def both_pictures_change(self):
         for window, warm, name in ((self.ann_list, False, "ben's picture at ann's"), (self.ben_list, True, "ann's picture at ben's")):
-            first = window.pixels(*PICTURE)
+            first = window.pixels(*self.picture)
 
             def moved():
-                return desk.difference(first, window.pixels(*PICTURE)) > 2
+                return desk.difference(first, window.pixels(*self.picture)) > 2
             desk.wait(20, moved, f"{name} to change on the screen")
 
             def right_colour():
-                red, _, blue = desk.mean_colour(window.pixels(*PICTURE))
+                red, _, blue = desk.mean_colour(window.pixels(*self.picture))
                 return red > blue + 10 if warm else blue > red - 10
             desk.wait(20, right_colour, f"{name} to show the right face")
 
     def a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held(self):
         recording = desk.Recording("ben", os.path.join(self.room, "ben.raw"))
-        x, y, width, height = PICTURE
+        x, y, width, height = self.picture
         self.ann_list.pointer(x + width // 2, y + height // 2)
         desk.run("xdotool", "mousedown", "1")
         time.sleep(4)
@@ -199,10 +201,6 @@ class Story:
         self.server.stop()
         for keeper in self.keepers:
             keeper.kill()
-
-
-# The buddy's picture within the window at scale 1: x, y, width, height.
-PICTURE = (42, 135, 44, 44)
 
 
 STORY = Story(sys.argv[1])

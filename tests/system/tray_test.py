@@ -12,7 +12,6 @@ import time
 import desk
 
 TITLE = "Velmora"
-CLOSE = (234, 40)  # The close mark of the buddy list.
 
 
 class Tray:
@@ -41,7 +40,7 @@ class Tray:
 class Story:
     def __init__(self, binaries):
         self.program, self.room = os.path.join(os.path.abspath(binaries), "velmora"), desk.scratch()
-        self.process = None
+        self.process, self.skin = None, desk.Skin(os.path.abspath(binaries))
 
     def start(self, name):
         """A client that has logged on before; its server is not there now."""
@@ -78,7 +77,7 @@ class Story:
     def close(self, window):
         window.raise_up()
         time.sleep(0.3)  # The fade.
-        window.click(*CLOSE)
+        window.click(*self.skin.place("window_buddylist", "windowpath?close"))
 
     def log(self):
         try:

@@ -1,6 +1,7 @@
 // Shows the author of a skin what the engine makes of it: checks a template, lists its windows, draws one to a picture, or opens
 // one on the desktop with sample data. Works in the skin's directory.
 #include "GSkinCheck.h"
+#include "GSkinPlaces.h"
 #include "GSkinSample.h"
 
 #include "client/skin/GTemplate.h"
@@ -22,6 +23,7 @@ namespace
 constexpr const char* USAGE = "velmora-skin --check                         report what is wrong with the template\n"
                               "velmora-skin --list                          name its windows\n"
                               "velmora-skin --render <window> <out.png>     draw a window, e.g. window_login\n"
+                              "velmora-skin --places <window>               where its parts take the pointer\n"
                               "velmora-skin --show <window>                 open a window on the desktop\n"
                               "  --dir <directory>      where the skin is (default: here)\n"
                               "  --template <file>      default template.xml\n"
@@ -115,7 +117,7 @@ Options parseOptions( int argc, char** argv )
             options.action = name;
         else if( name == "--empty" )
             options.empty = true;
-        else if( name == "--render" || name == "--show" )
+        else if( name == "--render" || name == "--show" || name == "--places" )
         {
             options.action = name;
             options.window = wide( next( argc, argv, i ) );
@@ -301,7 +303,11 @@ int run( const Options& options )
     }
     GWindowNode* window = findWindow( *engine, options.window );
     if( !window ) return 1;
-    return options.action == "--show" ? show( *window ) : render( options, *window );
+    if( options.action == "--show" ) return show( *window );
+    if( options.action == "--render" ) return render( options, *window );
+    prepare( options, *window );
+    GSkinPrintPlaces( *window );
+    return 0;
 }
 } // namespace
 

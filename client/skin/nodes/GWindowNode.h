@@ -52,6 +52,8 @@ public:
     // The layer as it was drawn last: premultiplied GIT_RGBA32.
     const GImageFormat& getLayerFormat( ) const { return _format; }
     const GString& getLayerPixels( ) const { return _pixels; }
+    // Who takes the pointer at each pixel of the layer, row by row; null where nobody does.
+    const std::vector<IGInputHandler*>& getInputMap( ) const { return _inputMap; }
 
     int getNCHITTEST( GWin win, int x, int y ) override;
     bool getMinSize( GWin win, int& width, int& height ) override;
