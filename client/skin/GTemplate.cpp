@@ -53,6 +53,43 @@ const Family families_[] = {
 };
 } // namespace
 
+std::vector<GActionFamily> GTemplate::getActions( )
+{
+    return {
+        { u"/skin/NODE",
+          u"A node of the skin, by its path. `..` is the parent of the node that issues the command; without a path it "
+          u"acts on itself.",
+          GNodeCommands::getActions( ) },
+        { u"/buddies", u"The list of buddies.", GBuddyCommands::getManagementActions( ) },
+        { u"/buddies/NAME", u"One buddy, by his id.", GBuddyCommands::getActions( ) },
+        { u"/account", u"The account of this user.", GAccountCommands::getActions( ) },
+        { u"/dev/audio", u"The microphone.", GDeviceCommands::getActions( ) },
+        { u"/dev/video", u"The camera.", GDeviceCommands::getActions( ) },
+        { u"/fileservice", u"Transfers of files, from a table of them.", GFileCommands::getActions( ) },
+        { u"/system", u"The program.", GSystemCommands::getActions( ) },
+        { u"/contacts",
+          u"Who asks to become a buddy: the one whose repeated part holds the node that issues the command.",
+          GContactCommands::getActions( ) },
+        { u"/contacts/NAME", u"The same, by name.", GContactCommands::getActions( ) },
+    };
+}
+
+GNameTable GTemplate::getNameTable( )
+{
+    static constexpr GNameRow ROWS[] = {
+        { u"path", u"The node's own path." },
+        { u"screenleft", u"The left edge of the desktop without its panels. These six are known when the whole skin is "
+                         u"updated, not when a window updates by itself." },
+        { u"screentop", u"Its top edge." },
+        { u"screenright", u"Its right edge." },
+        { u"screenbottom", u"Its bottom edge." },
+        { u"screenwidth", u"Its width." },
+        { u"screenheight", u"Its height." },
+        { u"refresh", u"`true` during the command `refresh`." },
+    };
+    return ROWS;
+}
+
 GTemplate::GTemplate( GInstance* instance, const GWString& filename, const GSkinPlatform& platform )
     : _instance( instance ), _platform( platform )
 {

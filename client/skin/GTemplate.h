@@ -19,6 +19,10 @@ struct GCommand;
 class GTemplate : public GHeapObject, public IGCommandEngine, public IGTimerListener, public IGNotifyListener
 {
 public:
+    // What commands there are, by path in the order of the manual, and which names the engine sets for all nodes.
+    static std::vector<GActionFamily> getActions( );
+    static GNameTable getNameTable( );
+
     // Loads the tree, runs the first pass and assigns the first hotkey. `instance` is borrowed. Tests replace `platform`.
     GTemplate( GInstance* instance, const GWString& filename, const GSkinPlatform& platform = GSkinPlatform( ) );
     ~GTemplate( ) override;

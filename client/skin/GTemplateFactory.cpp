@@ -34,48 +34,88 @@
 
 namespace
 {
-using Creator = GTemplateNode* (*)( GInstance*, IGCommandEngine*, GTemplateNode* );
-struct Element
-{
-    GWStringView name;
-    const char* className;
-    Creator create;
-};
-
 template <typename NODE>
 GTemplateNode* make( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent )
 {
     return new NODE( instance, commandEngine, parent );
 }
 
-// The last row stands for any other name.
-const Element elements_[] = {
-    { u"Window", "GWindowNode", make<GWindowNode> },
-    { u"Image", "GImageNode", make<GImageNode> },
-    { u"Border", "GBorderNode", make<GBorderNode> },
-    { u"Row", "GRowNode", make<GRowNode> },
-    { u"Col", "GRowNode", make<GRowNode> },
-    { u"Cell", "GCellNode", make<GCellNode> },
-    { u"Foreach", "GForeachNode", make<GForeachNode> },
-    { u"Input", "GInputNode", make<GInputNode> },
-    { u"Button", "GButtonNode", make<GButtonNode> },
-    { u"BuddyList", "GBuddyListNode", make<GBuddyListNode> },
-    { u"Edit", "GEditNode", make<GEditNode> },
-    { u"Copy", "GCopyNode", make<GCopyNode> },
-    { u"Gradient", "GGradientNode", make<GGradientNode> },
-    { u"ScrollBar", "GScrollBarNode", make<GScrollBarNode> },
-    { u"Text", "GTextNode", make<GTextNode> },
-    { u"Wizard", "GWizardNode", make<GWizardNode> },
-    { u"List", "GListNode", make<GListNode> },
-    { u"Progress", "GProgressNode", make<GProgressNode> },
-    { u"Table", "GTableNode", make<GTableNode> },
-    { u"Hotkey", "GHotkeyNode", make<GHotkeyNode> },
-    { u"", "GDefaultNode", make<GDefaultNode> },
+template <typename NODE>
+constexpr GElementRow row( GWStringView name, const char* className, GWStringView meaning )
+{
+    return { name, className, make<NODE>, NODE::getAttributeTable, NODE::getNameTable, meaning };
+}
+
+// A name that one class serves together with others.
+constexpr GElementRow named( GWStringView name, GWStringView meaning,
+                             GAttributeTable ( *attributes )( ) = GTemplateNode::getAttributeTable,
+                             GNameTable ( *names )( ) = GTemplateNode::getNameTable )
+{
+    return { name, "GDefaultNode", make<GDefaultNode>, attributes, names, meaning };
+}
+
+constexpr GElementRow piece( GWStringView name )
+{
+    return named( name, u"A piece of a `Border`. What stands in it leans towards the centre.",
+                  GTemplateNode::getAttributeTable, GDefaultNode::getPieceNameTable );
+}
+
+// In the order in which they are tested. The rows without a class of their own give a name its meaning; the last one stands for any
+// other name.
+const GElementRow elements_[] = {
+    row<GWindowNode>(
+        u"Window", "GWindowNode",
+        u"A top-level window of the desktop, with per-pixel transparency. What no other element claims drags it." ),
+    row<GImageNode>( u"Image", "GImageNode", u"A picture." ),
+    row<GBorderNode>( u"Border", "GBorderNode",
+                      u"A frame of nine children: `topleft`, `top`, `topright`, `left`, `inside`, `right`, "
+                      u"`bottomleft`, `bottom`, `bottomright`. Other children cover it whole, on top." ),
+    row<GRowNode>( u"Row", "GRowNode",
+                   u"Cells side by side. Only `Cell` children are drawn, and the cells that a `Foreach` repeats." ),
+    row<GRowNode>( u"Col", "GRowNode", u"The same, one below the other." ),
+    row<GCellNode>( u"Cell", "GCellNode",
+                    u"A place in a row or column: as large as told, or as its content needs, and a share of the room "
+                    u"that is left. Texts have a height of their own but no width." ),
+    row<GForeachNode>( u"Foreach", "GForeachNode", u"Repeats its first child for each entry of a list." ),
+    row<GInputNode>( u"Input", "GInputNode", u"A piece of the window's frame that resizes it." ),
+    row<GButtonNode>( u"Button", "GButtonNode",
+                      u"Runs commands when it is pressed. What stands in it is drawn on top of its picture." ),
+    row<GBuddyListNode>( u"BuddyList", "GBuddyListNode",
+                         u"The buddies with their live pictures. Holding a picture talks; a double click on it talks "
+                         u"without hands, one on the name opens the chat; the right button opens a menu." ),
+    row<GEditNode>( u"Edit", "GEditNode", u"A field to type into." ),
+    row<GCopyNode>( u"Copy", "GCopyNode", u"Puts a copy of another node here, so that what is alike is written once." ),
+    row<GGradientNode>( u"Gradient", "GGradientNode", u"Fills its place from one colour to another." ),
+    row<GScrollBarNode>( u"ScrollBar", "GScrollBarNode", u"A handle on a track, which gives a position by a name." ),
+    row<GTextNode>( u"Text", "GTextNode", u"A text." ),
+    row<GWizardNode>( u"Wizard", "GWizardNode",
+                      u"Shows one of its `page` children, beside a `header`, a `footer` and a `sidebar`." ),
+    row<GListNode>( u"List", "GListNode", u"Rows to choose one from." ),
+    row<GProgressNode>( u"Progress", "GProgressNode", u"A line as long as a value." ),
+    row<GTableNode>( u"Table", "GTableNode", u"A row for each key of a list, a column for each suffix." ),
+    row<GHotkeyNode>( u"Hotkey", "GHotkeyNode", u"A field that takes a key combination." ),
+    named( u"On", u"Shows its content during one event.", GDefaultNode::getOnTable ),
+    named( u"If", u"Shows its content on a condition.", GDefaultNode::getIfTable ),
+    named( u"page", u"A page of a `Wizard`; needs an `id`.", GDefaultNode::getPageTable ),
+    named( u"header", u"The strip at the top of a `Wizard`." ),
+    named( u"sidebar", u"The strip at the left of a `Wizard`, at most half of its width." ),
+    named( u"footer", u"The strip at the bottom of a `Wizard`." ),
+    piece( u"topleft" ),
+    piece( u"top" ),
+    piece( u"topright" ),
+    piece( u"left" ),
+    piece( u"right" ),
+    piece( u"bottomleft" ),
+    piece( u"bottom" ),
+    piece( u"bottomright" ),
+    named( u"inside", u"The middle of a `Border`." ),
+    named( u"skin", u"The root of the file." ),
+    named( u"", u"Passes its attributes on to what stands in it; a path may lead through it." ),
 };
 
-const Element& findElement( GWStringView name )
+const GElementRow& findElement( GWStringView name )
 {
-    const Element* element = std::begin( elements_ );
+    const GElementRow* element = std::begin( elements_ );
     while( !element->name.empty( ) && !GCaseEquals( element->name, name ) ) ++element;
     return *element;
 }
@@ -106,6 +146,11 @@ struct Xerces
     Xerces& operator=( const Xerces& ) = delete;
 };
 } // namespace
+
+std::span<const GElementRow> GTemplateFactory::getElements( )
+{
+    return elements_;
+}
 
 GTemplateFactory::GTemplateFactory( const GSkinPlatform& platform ) : _platform( platform ) {}
 
@@ -151,7 +196,7 @@ void GTemplateFactory::_parse( )
 GTemplateNode* GTemplateFactory::create( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent,
                                          const GWString& name, const GAttributeList& attributes )
 {
-    const Element& element = findElement( name );
+    const GElementRow& element = findElement( name );
     GTemplateNode* node = element.create( instance, commandEngine, parent );
     GHeapObject::trackObject( node, __FILE__, __FUNCTION__, __LINE__, element.className );
     if( &node->_attributes != &attributes ) node->_attributes = attributes;

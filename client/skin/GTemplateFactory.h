@@ -8,10 +8,23 @@
 #include <vector>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
+// One row an element: its name as skins write it, the class that serves it, and what that class reads and sets.
+struct GElementRow
+{
+    GWStringView name; // Empty in the last row, which stands for any other name.
+    const char* className;
+    GTemplateNode* ( *create )( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent );
+    GAttributeTable ( *getAttributes )( );
+    GNameTable ( *getNames )( );
+    GWStringView meaning;
+};
+
 class GTemplateFactory : public GHeapObject, public xercesc::DefaultHandler
 {
 public:
     explicit GTemplateFactory( const GSkinPlatform& platform = GSkinPlatform( ) );
+    // The elements in the order in which a name is compared with them.
+    static std::span<const GElementRow> getElements( );
     // The root of `filename`; the caller owns it. Null when the file holds no element.
     GTemplateNode* load( GInstance* instance, IGCommandEngine* commandEngine, const GWString& filename );
     // A node of the class that belongs to `name`, not linked into `parent`'s children. The caller owns it.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/skin/GAttributeStack.h"
+#include "client/skin/GSkinTable.h"
 #include "client/skin/IGCommandEngine.h"
 #include "runtime/GInstance.h"
 #include "runtime/GObject.h"
@@ -15,6 +16,10 @@ class GTemplateNode : public GHeapObject
 {
 public:
     using ChildList = std::list<GTemplateNode*>;
+
+    // What the class reads and what it sets for the nodes inside: none, unless it has tables of its own.
+    static GAttributeTable getAttributeTable( ) { return { }; }
+    static GNameTable getNameTable( ) { return { }; }
 
     // Precondition: "instance && commandEngine". All three are borrowed; `parent` is null at the root.
     GTemplateNode( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent );

@@ -1,6 +1,7 @@
 #include "GSkinCheck.h"
 
 #include "base/GUtil.h"
+#include "client/skin/GTemplateFactory.h"
 #include "image/GImage.h"
 
 #include <algorithm>
@@ -9,137 +10,39 @@
 
 namespace
 {
-constexpr GWStringView ELEMENTS[] = {
-    u"skin",  u"window", u"image",     u"border",     u"row",      u"col",        u"cell",     u"foreach",
-    u"input", u"button", u"buddylist", u"edit",       u"copy",     u"history",    u"gradient", u"scrollbar",
-    u"text",  u"wizard", u"list",      u"screen",     u"progress", u"table",      u"hotkey",   u"on",
-    u"if",    u"page",   u"header",    u"sidebar",    u"footer",   u"topleft",    u"top",      u"topright",
-    u"left",  u"inside", u"right",     u"bottomleft", u"bottom",   u"bottomright" };
+// Attributes of every element, and of elements that are no more than names.
+constexpr GWStringView COMMON[] = { u"id", u"text" };
+
+template <typename Call>
+void forEachRow( Call call )
+{
+    for( const GElementRow& element : GTemplateFactory::getElements( ) )
+        for( const GAttributeRow& row : element.getAttributes( ) ) call( row );
+}
+
+bool isElement( const GWString& name )
+{
+    const auto elements = GTemplateFactory::getElements( );
+    return std::ranges::any_of( elements, [&]( const GElementRow& row )
+                                { return !row.name.empty( ) && GCaseEquals( row.name, name ); } );
+}
 
 // What some node reads or the engine sets.
-constexpr GWStringView ATTRIBUTES[] = { u"id",
-                                        u"text",
-                                        u"title",
-                                        u"x",
-                                        u"y",
-                                        u"width",
-                                        u"height",
-                                        u"topmost",
-                                        u"hidden",
-                                        u"enablealpha",
-                                        u"onopen",
-                                        u"onclose",
-                                        u"onescape",
-                                        u"onreturn",
-                                        u"autofocus",
-                                        u"minwidth",
-                                        u"minheight",
-                                        u"focusfade",
-                                        u"remember",
-                                        u"tray",
-                                        u"event",
-                                        u"watch",
-                                        u"cond",
-                                        u"equals",
-                                        u"align",
-                                        u"valign",
-                                        u"fixedwidth",
-                                        u"fixedheight",
-                                        u"extra",
-                                        u"aspect",
-                                        u"edge",
-                                        u"list",
-                                        u"as",
-                                        u"most",
-                                        u"src",
-                                        u"done",
-                                        u"command",
-                                        u"downcommand",
-                                        u"upcommand",
-                                        u"dblclkcommand",
-                                        u"disabled",
-                                        u"type",
-                                        u"font",
-                                        u"mouseoverfont",
-                                        u"focusable",
-                                        u"focuscolor",
-                                        u"framecolor",
-                                        u"emptyfont",
-                                        u"emptytext",
-                                        u"inner",
-                                        u"outer",
-                                        u"onenter",
-                                        u"ontype",
-                                        u"onclear",
-                                        u"password",
-                                        u"vscroll",
-                                        u"untouchable",
-                                        u"var",
-                                        u"refresh",
-                                        u"onselect",
-                                        u"listname",
-                                        u"varname",
-                                        u"persist",
-                                        u"select",
-                                        u"prefixlistsrc",
-                                        u"suffixlist",
-                                        u"rowheight",
-                                        u"padding",
-                                        u"thumbcolor",
-                                        u"marksrc",
-                                        u"iconsrc",
-                                        u"labels",
-                                        u"columns",
-                                        u"groups",
-                                        u"keysuffix",
-                                        u"barsuffix",
-                                        u"barcolor",
-                                        u"barbgcolor",
-                                        u"barheight",
-                                        u"fillsrc",
-                                        u"onrightclick",
-                                        u"ondblclk",
-                                        u"cellfont",
-                                        u"headerfont",
-                                        u"name",
-                                        u"horiz",
-                                        u"handlesrc",
-                                        u"backsrc",
-                                        u"mode",
-                                        u"from",
-                                        u"to",
-                                        u"alphaonly",
-                                        u"vertical",
-                                        u"scale",
-                                        u"color",
-                                        u"page",
-                                        u"ondone",
-                                        u"onshow",
-                                        u"onhide",
-                                        u"titlefont",
-                                        u"normalfont",
-                                        u"offlinefont",
-                                        u"selectedbgcolor",
-                                        u"mouseoverbgcolor",
-                                        u"basefont",
-                                        u"localtitlefont",
-                                        u"remotetitlefont",
-                                        u"vscrollfrac",
-                                        u"guid",
-                                        u"scrollpath",
-                                        u"zoomfactor",
-                                        u"path",
-                                        u"picturesize",
-                                        u"windowpath",
-                                        u"wizardtitle",
-                                        u"wizardtext",
-                                        u"wizardpath",
-                                        u"backdisabled",
-                                        u"nextdisabled" };
-constexpr GWStringView SOURCES[] = { u"src", u"handlesrc", u"backsrc", u"fillsrc", u"marksrc", u"iconsrc" };
-constexpr GWStringView COMMANDS[] = { u"command", u"downcommand", u"upcommand", u"dblclkcommand", u"onenter",
-                                      u"ontype",  u"onclear",     u"onselect",  u"onrightclick",  u"ondblclk",
-                                      u"onopen",  u"onclose",     u"ondone",    u"onshow",        u"onhide" };
+bool isAttribute( const GWString& name )
+{
+    bool found = std::ranges::find( COMMON, GWStringView( name ) ) != std::end( COMMON );
+    forEachRow( [&]( const GAttributeRow& row ) { found |= row.name == name; } );
+    for( const GElementRow& element : GTemplateFactory::getElements( ) )
+        for( const GNameRow& row : element.getNames( ) ) found |= row.name == name;
+    return found;
+}
+
+bool isKind( const GWString& name, GAttributeKind kind )
+{
+    bool found = false;
+    forEachRow( [&]( const GAttributeRow& row ) { found |= row.name == name && row.kind == kind; } );
+    return found;
+}
 
 template <typename Table>
 bool holds( const Table& table, GWStringView text )
@@ -212,7 +115,7 @@ private:
 
     void _checkElement( const GSkinElement& element )
     {
-        if( !holds( ELEMENTS, GToLower( element.name ) ) && !_isAddressed( element ) )
+        if( !isElement( element.name ) && !_isAddressed( element ) )
             _report( element, u"element <", element.name, u"> has no meaning and nothing refers to it" );
         const int parent = element.parent;
         const GWString around = parent < 0 ? GWString( ) : GToLower( _elements[static_cast<size_t>( parent )].name );
@@ -224,11 +127,12 @@ private:
 
     void _checkAttribute( const GSkinElement& element, const GWString& name, const GWString& value )
     {
-        if( !holds( ATTRIBUTES, name ) && !_usedNames.contains( name ) && !_isDynamic( name ) )
+        if( !isAttribute( name ) && !_usedNames.contains( name ) && !_isDynamic( name ) )
             _report( element, u"attribute '", name, u"' of <", element.name,
                      u"> is read by no node and no expression" );
-        if( holds( SOURCES, name ) && !GCaseEquals( element.name, u"copy" ) ) _checkSource( element, value );
-        if( holds( COMMANDS, name ) ) _checkCommand( element, name, value );
+        if( isKind( name, GAttributeKind::image ) && !GCaseEquals( element.name, u"copy" ) )
+            _checkSource( element, value );
+        if( isKind( name, GAttributeKind::command ) ) _checkCommand( element, name, value );
         if( GCaseEquals( element.name, u"copy" ) && name == u"src" ) _checkPath( element, value );
         forEachName( value, [&]( const GWString& used ) { _checkVisible( element, used ); } );
     }

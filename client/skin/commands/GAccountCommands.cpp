@@ -13,13 +13,23 @@ bool isValidName( const GWString& name )
 
 GAccountCommands::GAccountCommands( GTemplate& engine ) : _engine( engine ), _instance( *engine.getInstance( ) ) {}
 
+const GCommandRow<GAccountCommands> GAccountCommands::ROWS[] = {
+    { { u"new", u"", u"Makes an account from `Local_Email`, `Local_Username`, `Local_Password` and logs on." },
+      true,
+      &GAccountCommands::_new },
+    { { u"login", u"", u"Logs on with `Local_User_GUID` and `Local_Password`." }, true, &GAccountCommands::_login },
+    { { u"updatecapture", u"", u"Tells the buddies what this device can send." },
+      true,
+      &GAccountCommands::_updateCapture },
+};
+
+std::vector<GActionRow> GAccountCommands::getActions( )
+{
+    return GCommandGetActions( ROWS );
+}
+
 void GAccountCommands::execute( const GCommand& command )
 {
-    static const GCommandRow<GAccountCommands> ROWS[] = {
-        { u"new", true, &GAccountCommands::_new },
-        { u"login", true, &GAccountCommands::_login },
-        { u"updatecapture", true, &GAccountCommands::_updateCapture },
-    };
     if( !GCommandRun( *this, ROWS, command, command.path ) )
         GLOG( u"WARNING Unknown account action '", command.action, u"', ignoring." );
 }

@@ -11,8 +11,11 @@ class GAccountCommands
 public:
     explicit GAccountCommands( GTemplate& engine );
     void execute( const GCommand& command );
+    static std::vector<GActionRow> getActions( );
 
 private:
+    static const GCommandRow<GAccountCommands> ROWS[];
+
     void _new( const GCommand& command );
     void _login( const GCommand& command );
     void _updateCapture( const GCommand& command );

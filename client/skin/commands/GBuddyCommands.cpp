@@ -30,27 +30,43 @@ GWString getMenuTitle( GWString title )
 
 GBuddyCommands::GBuddyCommands( GTemplate& engine ) : _engine( engine ), _instance( *engine.getInstance( ) ) {}
 
+const GCommandRow<GBuddyCommands> GBuddyCommands::ROWS[] = {
+    { { u"talk", u"", u"Talks while the button or key is held." }, true, &GBuddyCommands::_talk },
+    { { u"starttalkhandsfree", u"", u"Talks until told to stop." }, true, &GBuddyCommands::_startTalkHandsFree },
+    { { u"stoptalkhandsfree", u"", u"Stops that." }, false, &GBuddyCommands::_stopTalkHandsFree },
+    { { u"reconnect", u"", u"Connects anew." }, true, &GBuddyCommands::_reconnect },
+    { { u"remove", u"", u"Takes him off the list." }, true, &GBuddyCommands::_remove },
+    { { u"call", u"", u"Rings, and opens the call window." }, true, &GBuddyCommands::_call },
+    { { u"hangup", u"reason", u"Ends or declines a call; `reason` is `done`, `cancel` or a text of the skin's own." },
+      true,
+      &GBuddyCommands::_hangup },
+    { { u"pickup", u"", u"Takes the call." }, true, &GBuddyCommands::_pickup },
+    { { u"chat", u"action,message",
+        u"Sends the text of the edit that issued it, or `message`. `action`: `send` for a line; any other, such as "
+        u"`start` and `cancel`, tells of typing." },
+      false,
+      &GBuddyCommands::_chat },
+    { { u"chatdone", u"", u"Tells that the chat window was closed." }, false, &GBuddyCommands::_chatDone },
+    { { u"chatload", u"", u"Opens the log of the chat." }, true, &GBuddyCommands::_chatLoad },
+    { { u"sendfile", u"", u"Asks for a file and offers it." }, true, &GBuddyCommands::_sendFile },
+    { { u"showscreen", u"", u"Shows him the whole screen." }, true, &GBuddyCommands::_showScreen },
+    { { u"showwindow", u"id", u"Shows him one window; without `id` a menu of them comes." },
+      true,
+      &GBuddyCommands::_showWindow },
+    { { u"setremotecontrol", u"enable", u"Lets him use mouse and keys, or not: `enable` 1 or 0." },
+      true,
+      &GBuddyCommands::_setRemoteControl },
+    { { u"stopscreenfrom", u"", u"Ends his screen here." }, true, &GBuddyCommands::_stopScreenFrom },
+    { { u"stopscreento", u"", u"Ends this screen there." }, true, &GBuddyCommands::_stopScreenTo },
+};
+
+std::vector<GActionRow> GBuddyCommands::getActions( )
+{
+    return GCommandGetActions( ROWS );
+}
+
 void GBuddyCommands::execute( const GCommand& command )
 {
-    static const GCommandRow<GBuddyCommands> ROWS[] = {
-        { u"talk", true, &GBuddyCommands::_talk },
-        { u"starttalkhandsfree", true, &GBuddyCommands::_startTalkHandsFree },
-        { u"stoptalkhandsfree", false, &GBuddyCommands::_stopTalkHandsFree },
-        { u"reconnect", true, &GBuddyCommands::_reconnect },
-        { u"remove", true, &GBuddyCommands::_remove },
-        { u"call", true, &GBuddyCommands::_call },
-        { u"hangup", true, &GBuddyCommands::_hangup },
-        { u"pickup", true, &GBuddyCommands::_pickup },
-        { u"chat", false, &GBuddyCommands::_chat },
-        { u"chatdone", false, &GBuddyCommands::_chatDone },
-        { u"chatload", true, &GBuddyCommands::_chatLoad },
-        { u"sendfile", true, &GBuddyCommands::_sendFile },
-        { u"showscreen", true, &GBuddyCommands::_showScreen },
-        { u"showwindow", true, &GBuddyCommands::_showWindow },
-        { u"setremotecontrol", true, &GBuddyCommands::_setRemoteControl },
-        { u"stopscreenfrom", true, &GBuddyCommands::_stopScreenFrom },
-        { u"stopscreento", true, &GBuddyCommands::_stopScreenTo },
-    };
     if( command.subpath.empty( ) ) return _executeManagement( command );
     GWString rest = command.subpath;
     _buddy = GCommandTakeStep( rest );
@@ -63,13 +79,24 @@ void GBuddyCommands::execute( const GCommand& command )
         GLOG( u"WARNING Unknown buddy action '", command.action, u"', ignoring." );
 }
 
-void GBuddyCommands::_executeManagement( const GCommand& command )
+const GCommandRow<GBuddyCommands> GBuddyCommands::MANAGEMENT_ROWS[] = {
+    { { u"addbuddy", u"", u"Asks for the buddy named by `Add_Buddy_GUID`; `Add_Buddy_Status` tells how it goes." },
+      false,
+      &GBuddyCommands::_addBuddy },
+};
+
+std::vector<GActionRow> GBuddyCommands::getManagementActions( )
 {
-    if( GCaseEquals( command.action, u"addbuddy" ) ) return _addBuddy( );
-    GLOG( u"WARNING Unknown buddy-management action '", command.action, u"', ignoring." );
+    return GCommandGetActions( MANAGEMENT_ROWS );
 }
 
-void GBuddyCommands::_addBuddy( )
+void GBuddyCommands::_executeManagement( const GCommand& command )
+{
+    if( !GCommandRun( *this, MANAGEMENT_ROWS, command, command.path ) )
+        GLOG( u"WARNING Unknown buddy-management action '", command.action, u"', ignoring." );
+}
+
+void GBuddyCommands::_addBuddy( const GCommand& )
 {
     GWString buddy = GSanitizeName( _instance.get( u"Add_Buddy_GUID" ) );
     GLOG( u"ACTIVITY: addbuddy '", buddy, u"'" );

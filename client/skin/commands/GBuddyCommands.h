@@ -13,10 +13,15 @@ class GBuddyCommands
 public:
     explicit GBuddyCommands( GTemplate& engine );
     void execute( const GCommand& command );
+    static std::vector<GActionRow> getActions( );
+    static std::vector<GActionRow> getManagementActions( );
 
 private:
+    static const GCommandRow<GBuddyCommands> ROWS[];
+    static const GCommandRow<GBuddyCommands> MANAGEMENT_ROWS[];
+
     void _executeManagement( const GCommand& command );
-    void _addBuddy( );
+    void _addBuddy( const GCommand& command );
     void _talk( const GCommand& command );
     void _startTalkHandsFree( const GCommand& command );
     void _stopTalkHandsFree( const GCommand& command );

@@ -2,12 +2,13 @@
 #pragma once
 
 #include "base/GPortable.h"
+#include "client/skin/GSkinTable.h"
 #include "client/skin/commands/GCommand.h"
 
 template <typename MODULE>
 struct GCommandRow
 {
-    GWStringView action;
+    GActionRow is;
     // Whether the action starts something: it then leaves an "ACTIVITY: " line.
     bool activity;
     void ( MODULE::*run )( const GCommand& command );
@@ -20,10 +21,19 @@ bool GCommandRun( MODULE& module, const GCommandRow<MODULE> ( &rows )[COUNT], co
 {
     for( const GCommandRow<MODULE>& row : rows )
     {
-        if( !GCaseEquals( row.action, command.action ) ) continue;
-        if( row.activity ) GLOG( u"ACTIVITY: ", row.action, u" '", target, u"'" );
+        if( !GCaseEquals( row.is.action, command.action ) ) continue;
+        if( row.activity ) GLOG( u"ACTIVITY: ", row.is.action, u" '", target, u"'" );
         ( module.*row.run )( command );
         return true;
     }
     return false;
+}
+
+// What the rows are for, for those who read and not run them.
+template <typename MODULE, size_t COUNT>
+std::vector<GActionRow> GCommandGetActions( const GCommandRow<MODULE> ( &rows )[COUNT] )
+{
+    std::vector<GActionRow> out;
+    for( const GCommandRow<MODULE>& row : rows ) out.push_back( row.is );
+    return out;
 }

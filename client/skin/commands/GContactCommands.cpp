@@ -14,13 +14,19 @@ constexpr uint64_t SETTLING_TIME = 500000;
 
 GContactCommands::GContactCommands( GTemplate& engine ) : _instance( *engine.getInstance( ) ) {}
 
+const GCommandRow<GContactCommands> GContactCommands::ROWS[] = {
+    { { u"accept", u"", u"He becomes a buddy." }, true, &GContactCommands::_accept },
+    { { u"refuse", u"", u"He does not; he may ask again." }, true, &GContactCommands::_refuse },
+    { { u"block", u"", u"He does not, and is not heard of again." }, true, &GContactCommands::_block },
+};
+
+std::vector<GActionRow> GContactCommands::getActions( )
+{
+    return GCommandGetActions( ROWS );
+}
+
 void GContactCommands::execute( const GCommand& command )
 {
-    static const GCommandRow<GContactCommands> ROWS[] = {
-        { u"accept", true, &GContactCommands::_accept },
-        { u"refuse", true, &GContactCommands::_refuse },
-        { u"block", true, &GContactCommands::_block },
-    };
     GWString rest = command.subpath;
     _contact = GCommandTakeStep( rest );
     if( command.subpath.empty( ) ) _contact = GForeachNode::findEntry( command.source, LIST );

@@ -14,8 +14,11 @@ class GContactCommands
 public:
     explicit GContactCommands( GTemplate& engine );
     void execute( const GCommand& command );
+    static std::vector<GActionRow> getActions( );
 
 private:
+    static const GCommandRow<GContactCommands> ROWS[];
+
     void _accept( const GCommand& command );
     void _refuse( const GCommand& command );
     void _block( const GCommand& command );

@@ -9,14 +9,23 @@ constexpr GWStringView CAPTURE_QUEUE = u"GVideoCaptureService_commandQueue";
 
 GDeviceCommands::GDeviceCommands( GTemplate& engine ) : _instance( *engine.getInstance( ) ) {}
 
+const GCommandRow<GDeviceCommands> GDeviceCommands::ROWS[] = {
+    { { u"startpreview", u"", u"Shows what the device takes." }, true, &GDeviceCommands::_startPreview },
+    { { u"stoppreview", u"", u"Stops that." }, false, &GDeviceCommands::_stopPreview },
+    { { u"reset", u"",
+        u"From a list of devices: takes the ones in `Video_Capture_Device` and `Audio_Capture_Device`." },
+      true,
+      &GDeviceCommands::_reset },
+    { { u"list", u"", u"Looks again for what is plugged in." }, false, &GDeviceCommands::_list },
+};
+
+std::vector<GActionRow> GDeviceCommands::getActions( )
+{
+    return GCommandGetActions( ROWS );
+}
+
 void GDeviceCommands::execute( const GCommand& command )
 {
-    static const GCommandRow<GDeviceCommands> ROWS[] = {
-        { u"startpreview", true, &GDeviceCommands::_startPreview },
-        { u"stoppreview", false, &GDeviceCommands::_stopPreview },
-        { u"reset", true, &GDeviceCommands::_reset },
-        { u"list", false, &GDeviceCommands::_list },
-    };
     if( !GCaseEquals( command.subpath, u"audio" ) && !GCaseEquals( command.subpath, u"video" ) )
     {
         GLOG( u"WARNING Tried to address non-existent device '", command.path, u"', ignoring." );

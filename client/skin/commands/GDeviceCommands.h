@@ -11,8 +11,11 @@ class GDeviceCommands
 public:
     explicit GDeviceCommands( GTemplate& engine );
     void execute( const GCommand& command );
+    static std::vector<GActionRow> getActions( );
 
 private:
+    static const GCommandRow<GDeviceCommands> ROWS[];
+
     void _startPreview( const GCommand& command );
     void _stopPreview( const GCommand& command );
     void _reset( const GCommand& command );

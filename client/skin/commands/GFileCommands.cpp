@@ -13,12 +13,20 @@ GWString getFile( const GCommand& command )
 
 GFileCommands::GFileCommands( GTemplate& engine ) : _instance( *engine.getInstance( ) ) {}
 
+const GCommandRow<GFileCommands> GFileCommands::ROWS[] = {
+    { { u"open", u"id", u"Opens the transfer that is chosen in the table, or the one with the key `id`." },
+      true,
+      &GFileCommands::_open },
+    { { u"cancel", u"id", u"Ends it." }, true, &GFileCommands::_cancel },
+};
+
+std::vector<GActionRow> GFileCommands::getActions( )
+{
+    return GCommandGetActions( ROWS );
+}
+
 void GFileCommands::execute( const GCommand& command )
 {
-    static const GCommandRow<GFileCommands> ROWS[] = {
-        { u"open", true, &GFileCommands::_open },
-        { u"cancel", true, &GFileCommands::_cancel },
-    };
     if( !GCommandRun( *this, ROWS, command, getFile( command ) ) )
         GLOG( u"WARNING Unrecognized fileservice action '", command.action, u"', ignoring." );
 }

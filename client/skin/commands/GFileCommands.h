@@ -11,8 +11,11 @@ class GFileCommands
 public:
     explicit GFileCommands( GTemplate& engine );
     void execute( const GCommand& command );
+    static std::vector<GActionRow> getActions( );
 
 private:
+    static const GCommandRow<GFileCommands> ROWS[];
+
     void _open( const GCommand& command );
     void _cancel( const GCommand& command );
     void _send( GWStringView method, const GCommand& command );

@@ -25,17 +25,40 @@ GNodeCommands::GNodeCommands( GTemplate& engine, GTemplateNode& target )
 {
 }
 
+const GCommandRow<GNodeCommands> GNodeCommands::ROWS[] = {
+    { { u"fadein", u"duration",
+        u"A window: shows it, within `duration` milliseconds; one that shows comes to the front." },
+      false,
+      &GNodeCommands::_fadeIn },
+    { { u"fadeout", u"duration", u"A window: hides it, within `duration` milliseconds." },
+      false,
+      &GNodeCommands::_fadeOut },
+    { { u"open", u"", u"A window: runs its `onopen`." }, false, &GNodeCommands::_open },
+    { { u"close", u"", u"A window: runs its `onclose`." }, false, &GNodeCommands::_close },
+    { { u"maximize", u"", u"A window: fills the desktop; again: as before." }, false, &GNodeCommands::_maximize },
+    { { u"minimize", u"", u"A window: into the task bar; again: back." }, false, &GNodeCommands::_minimize },
+    { { u"flash", u"", u"A window: draws attention in the task bar; a closed one opens." },
+      false,
+      &GNodeCommands::_flash },
+    { { u"refresh", u"", u"Any node: updates it at once." }, false, &GNodeCommands::_refresh },
+    { { u"next", u"", u"A wizard: the next page." }, false, &GNodeCommands::_next },
+    { { u"back", u"", u"A wizard: the page before." }, false, &GNodeCommands::_back },
+    { { u"done", u"", u"A wizard: runs its `ondone`." }, false, &GNodeCommands::_done },
+    { { u"jump", u"target",
+        u"A wizard: the page with the title or id `target`; from a list, the one that is chosen there." },
+      false,
+      &GNodeCommands::_jump },
+    { { u"clear", u"", u"Empties the edit that issued the command." }, false, &GNodeCommands::_clear },
+    { { u"fit", u"", u"A window: takes the least size that its content needs." }, false, &GNodeCommands::_fit },
+};
+
+std::vector<GActionRow> GNodeCommands::getActions( )
+{
+    return GCommandGetActions( ROWS );
+}
+
 void GNodeCommands::execute( const GCommand& command )
 {
-    static const GCommandRow<GNodeCommands> ROWS[] = {
-        { u"fadein", false, &GNodeCommands::_fadeIn },     { u"fadeout", false, &GNodeCommands::_fadeOut },
-        { u"open", false, &GNodeCommands::_open },         { u"close", false, &GNodeCommands::_close },
-        { u"maximize", false, &GNodeCommands::_maximize }, { u"minimize", false, &GNodeCommands::_minimize },
-        { u"flash", false, &GNodeCommands::_flash },       { u"refresh", false, &GNodeCommands::_refresh },
-        { u"next", false, &GNodeCommands::_next },         { u"back", false, &GNodeCommands::_back },
-        { u"done", false, &GNodeCommands::_done },         { u"jump", false, &GNodeCommands::_jump },
-        { u"clear", false, &GNodeCommands::_clear },       { u"fit", false, &GNodeCommands::_fit },
-    };
     if( !GCommandRun( *this, ROWS, command, _target.getPath( ) ) ) _warn( u"WARNING Unknown skin action '" );
 }
 

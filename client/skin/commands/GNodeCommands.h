@@ -13,8 +13,11 @@ public:
     // Both borrowed; `target` is the node that the command's path named.
     GNodeCommands( GTemplate& engine, GTemplateNode& target );
     void execute( const GCommand& command );
+    static std::vector<GActionRow> getActions( );
 
 private:
+    static const GCommandRow<GNodeCommands> ROWS[];
+
     void _fadeIn( const GCommand& command );
     void _fadeOut( const GCommand& command );
     void _open( const GCommand& command );

@@ -32,23 +32,39 @@ GWString getShown( const GWString& name, const GWString& value )
 
 GSystemCommands::GSystemCommands( GTemplate& engine ) : _engine( engine ), _instance( *engine.getInstance( ) ) {}
 
+const GCommandRow<GSystemCommands> GSystemCommands::ROWS[] = {
+    { { u"exit", u"", u"Logs off and ends the program." }, true, &GSystemCommands::_exit },
+    { { u"reconnect", u"", u"Logs off and on again." }, true, &GSystemCommands::_reconnect },
+    { { u"restart", u"", u"Logs off and starts the program anew." }, true, &GSystemCommands::_restart },
+    { { u"delayrestart", u"delay", u"The same in `delay` seconds; a countdown shows in the last 30." },
+      true,
+      &GSystemCommands::_delayRestart },
+    { { u"setlogfilter", u"", u"Takes `Log_Filter` for the log." }, false, &GSystemCommands::_setLogFilter },
+    { { u"getvalue", u"", u"Puts the value named by `Debug_Name` into `Debug_Value`." },
+      false,
+      &GSystemCommands::_getValue },
+    { { u"setvalue", u"", u"Sets the value named by `Debug_Name` to `Debug_Value`." },
+      false,
+      &GSystemCommands::_setValue },
+    { { u"set", u"name,value", u"Sets the blackboard value `name` to `value`." }, false, &GSystemCommands::_set },
+    { { u"assignhotkey", u"name", u"Gives `Working_Hotkey` to the talk key `name`; from a table, to the chosen one." },
+      true,
+      &GSystemCommands::_assignHotkey },
+    { { u"clearhotkey", u"name", u"Frees that talk key." }, true, &GSystemCommands::_clearHotkey },
+    { { u"uploadlogfile", u"", u"Sends the log to the maker." }, true, &GSystemCommands::_uploadLogfile },
+    { { u"bugreport", u"", u"Sends `Bug_Report` and the log." }, true, &GSystemCommands::_bugReport },
+    { { u"logcallstack", u"name", u"Writes where the thread `name`, or the one chosen in a table, is into the log." },
+      true,
+      &GSystemCommands::_logCallStack },
+};
+
+std::vector<GActionRow> GSystemCommands::getActions( )
+{
+    return GCommandGetActions( ROWS );
+}
+
 void GSystemCommands::execute( const GCommand& command )
 {
-    static const GCommandRow<GSystemCommands> ROWS[] = {
-        { u"exit", true, &GSystemCommands::_exit },
-        { u"reconnect", true, &GSystemCommands::_reconnect },
-        { u"restart", true, &GSystemCommands::_restart },
-        { u"delayrestart", true, &GSystemCommands::_delayRestart },
-        { u"setlogfilter", false, &GSystemCommands::_setLogFilter },
-        { u"getvalue", false, &GSystemCommands::_getValue },
-        { u"setvalue", false, &GSystemCommands::_setValue },
-        { u"set", false, &GSystemCommands::_set },
-        { u"assignhotkey", true, &GSystemCommands::_assignHotkey },
-        { u"clearhotkey", true, &GSystemCommands::_clearHotkey },
-        { u"uploadlogfile", true, &GSystemCommands::_uploadLogfile },
-        { u"bugreport", true, &GSystemCommands::_bugReport },
-        { u"logcallstack", true, &GSystemCommands::_logCallStack },
-    };
     if( !GCommandRun( *this, ROWS, command, command.path ) )
         GLOG( u"WARNING Unknown system action '", command.action, u"', ignoring." );
 }

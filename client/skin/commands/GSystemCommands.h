@@ -11,8 +11,11 @@ class GSystemCommands
 public:
     explicit GSystemCommands( GTemplate& engine );
     void execute( const GCommand& command );
+    static std::vector<GActionRow> getActions( );
 
 private:
+    static const GCommandRow<GSystemCommands> ROWS[];
+
     void _exit( const GCommand& command );
     void _reconnect( const GCommand& command );
     void _restart( const GCommand& command );

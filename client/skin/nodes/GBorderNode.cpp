@@ -20,6 +20,16 @@ double parseAspect( const GWString& text )
 }
 } // namespace
 
+GAttributeTable GBorderNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"aspect", GAttributeKind::text, u"",
+          u"The inner piece's width to its height: a number such as 1.333, or `inside` for that piece's own. The room "
+          u"left over stays empty." },
+    };
+    return ROWS;
+}
+
 bool GBorderNode::_isPiece( const GTemplateNode& node )
 {
     return std::any_of( std::begin( PIECE_NAMES ), std::end( PIECE_NAMES ),

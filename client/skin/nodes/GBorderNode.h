@@ -11,6 +11,7 @@ class GBorderNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
 
 protected:

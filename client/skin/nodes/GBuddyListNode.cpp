@@ -39,6 +39,20 @@ GRect inset( const GRect& rect, int by )
 }
 } // namespace
 
+GAttributeTable GBuddyListNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"titlefont", GAttributeKind::font, u"", u"The title \"My Buddies\"." },
+        { u"normalfont", GAttributeKind::font, u"", u"A buddy who is on line." },
+        { u"mouseoverfont", GAttributeKind::font, u"$normalfont", u"The buddy under the pointer." },
+        { u"offlinefont", GAttributeKind::font, u"$normalfont", u"A buddy who is off line." },
+        { u"selectedbgcolor", GAttributeKind::colour, u"#ECE9D8", u"The ground of the selected row." },
+        { u"mouseoverbgcolor", GAttributeKind::colour, u"#C1D2EE", u"The ground of the row under the pointer." },
+        { u"picturesize", GAttributeKind::number, u"0", u"The edge of the pictures; 0 for as high as the text." },
+    };
+    return ROWS;
+}
+
 GBuddyListNode::~GBuddyListNode( )
 {
     _buddies.clear( );

@@ -20,6 +20,7 @@ public:
     };
 
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     ~GBuddyListNode( ) override;
     void calcMinSize( int& width, int& height ) override;
 

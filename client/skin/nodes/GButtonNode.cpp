@@ -5,6 +5,28 @@
 
 #include <algorithm>
 
+GAttributeTable GButtonNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"command", GAttributeKind::command, u"", u"Runs on release; not for the type `push`." },
+        { u"downcommand", GAttributeKind::command, u"", u"Runs on the press; for the type `push` when it latches." },
+        { u"upcommand", GAttributeKind::command, u"",
+          u"Runs on release, after `command`; for the type `push` when it unlatches." },
+        { u"dblclkcommand", GAttributeKind::command, u"", u"Runs on a double click." },
+        { u"disabled", GAttributeKind::toggle, u"off", u"Shows the disabled state and ignores the mouse." },
+        { u"type", GAttributeKind::choice, u"", u"`push` latches: each click flips it." },
+        { u"text", GAttributeKind::text, u"", u"The caption, in the middle of the height." },
+        { u"font", GAttributeKind::font, u"", u"The caption's font." },
+        { u"mouseoverfont", GAttributeKind::font, u"$font", u"The caption's font under the pointer." },
+        { u"src", GAttributeKind::image, u"",
+          u"A sheet of states: its part is the plain one; to its right stand \"under the pointer\" and \"disabled\", "
+          u"below these the latched ones." },
+        { u"focusable", GAttributeKind::toggle, u"off", u"The tab key stops here, and space and return press it." },
+        { u"focuscolor", GAttributeKind::colour, u"#000000FF", u"The frame while it has the keyboard." },
+    };
+    return ROWS;
+}
+
 bool GButtonNode::_isPush( ) const
 {
     return GCaseEquals( _type, u"push" );

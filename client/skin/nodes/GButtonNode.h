@@ -11,6 +11,7 @@ class GButtonNode : public GTemplateNode, public IGInputHandler
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
     bool isLatched( ) const { return _latched; }
 

@@ -20,6 +20,33 @@ Span place( int frame, int min, bool fill, bool stretch, bool middle, bool end )
 }
 } // namespace
 
+GAttributeTable GCellNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"fixedwidth", GAttributeKind::number, u"0", u"The cell's width; 0 for what its content needs." },
+        { u"fixedheight", GAttributeKind::number, u"0", u"The cell's height; 0 for what its content needs." },
+        { u"extra", GAttributeKind::number, u"0",
+          u"Its share, 0 to 100, of the room that is left along the row or column." },
+        { u"x", GAttributeKind::number, u"0", u"Moves the content to the right." },
+        { u"y", GAttributeKind::number, u"0", u"Moves the content down." },
+        { u"align", GAttributeKind::choice, u"left",
+          u"Where the content stands when it is narrower than the cell: `left`, `center`, `right`, `stretch`. With an "
+          u"`extra` it fills the cell." },
+        { u"valign", GAttributeKind::choice, u"top",
+          u"The same for the height: `top`, `center`, `bottom`, `stretch`." },
+    };
+    return ROWS;
+}
+
+GNameTable GCellNode::getNameTable( )
+{
+    static constexpr GNameRow ROWS[] = {
+        { u"x", u"0, so that the content does not move again." },
+        { u"y", u"0." },
+    };
+    return ROWS;
+}
+
 int GCellNode::getExtra( ) const
 {
     return std::clamp( _extra, 0, 100 );

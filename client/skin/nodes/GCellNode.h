@@ -9,6 +9,8 @@ class GCellNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
+    static GNameTable getNameTable( );
     void calcMinSize( int& width, int& height ) override;
     // The cell's share of spare space, 0 to 100.
     int getExtra( ) const;

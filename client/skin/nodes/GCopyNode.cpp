@@ -1,5 +1,16 @@
 #include "client/skin/nodes/GCopyNode.h"
 
+GAttributeTable GCopyNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"src", GAttributeKind::path, u"",
+          u"The path of the node to copy; this node's own children stand at the copy's end." },
+        { u"done", GAttributeKind::toggle, u"off",
+          u"Set by the engine once it is done; set from the start it keeps the node from copying." },
+    };
+    return ROWS;
+}
+
 bool GCopyNode::_isAncestor( const GTemplateNode* node ) const
 {
     const GTemplateNode* at = this;

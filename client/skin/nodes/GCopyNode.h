@@ -8,6 +8,7 @@ class GCopyNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
 
 protected:
     bool _preChildUpdate( GAttributeStack& stack ) override;

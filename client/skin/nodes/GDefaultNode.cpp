@@ -15,6 +15,45 @@ bool endsWith( const GWString& name, GWStringView part )
 }
 } // namespace
 
+GAttributeTable GDefaultNode::getOnTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"event", GAttributeKind::text, u"",
+          u"Its content shows while the blackboard value `g_event` is this text." },
+    };
+    return ROWS;
+}
+
+GAttributeTable GDefaultNode::getIfTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"watch", GAttributeKind::valueName, u"", u"The name of a blackboard value: a change decides anew." },
+        { u"cond", GAttributeKind::toggle, u"off", u"Its content shows while this is on." },
+        { u"equals", GAttributeKind::text, u"", u"Its content also shows while the watched value is this text." },
+    };
+    return ROWS;
+}
+
+GAttributeTable GDefaultNode::getPageTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"title", GAttributeKind::text, u"", u"Its title, by which `jump` finds it too." },
+        { u"text", GAttributeKind::text, u"", u"Its text, for the skin to show as `$wizardtext`." },
+        { u"onshow", GAttributeKind::command, u"", u"Runs when the page is turned to." },
+        { u"onhide", GAttributeKind::command, u"", u"Runs when it is left." },
+    };
+    return ROWS;
+}
+
+GNameTable GDefaultNode::getPieceNameTable( )
+{
+    static constexpr GNameRow ROWS[] = {
+        { u"align", u"Towards the centre: `right` in the pieces at the left, `left` in those at the right." },
+        { u"valign", u"Towards the centre: `bottom` in the pieces at the top, `top` in those at the bottom." },
+    };
+    return ROWS;
+}
+
 bool GDefaultNode::_preChildUpdate( GAttributeStack& stack )
 {
     _changed = false;

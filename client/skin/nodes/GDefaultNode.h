@@ -9,6 +9,11 @@ class GDefaultNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    // By element, since one class serves them all: what the elements of that name read, and what the pieces of a border set.
+    static GAttributeTable getOnTable( );
+    static GAttributeTable getIfTable( );
+    static GAttributeTable getPageTable( );
+    static GNameTable getPieceNameTable( );
 
     bool isHidden( ) const { return _hidden; }
     // Of a page, as of its last update.

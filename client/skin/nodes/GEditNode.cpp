@@ -24,6 +24,28 @@ bool isLowSurrogate( char16_t character )
 }
 } // namespace
 
+GAttributeTable GEditNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"var", GAttributeKind::valueName, u"", u"The blackboard value that it shows and writes." },
+        { u"font", GAttributeKind::font, u"", u"The text's font." },
+        { u"emptytext", GAttributeKind::text, u"", u"Shown while it is empty and has no keyboard." },
+        { u"emptyfont", GAttributeKind::font, u"$font", u"The font of that." },
+        { u"inner", GAttributeKind::number, u"0", u"The margin inside its frame." },
+        { u"outer", GAttributeKind::number, u"0", u"The margin outside its frame." },
+        { u"framecolor", GAttributeKind::colour, u"#000000FF", u"The frame." },
+        { u"focuscolor", GAttributeKind::colour, u"$framecolor", u"The frame while it has the keyboard." },
+        { u"password", GAttributeKind::toggle, u"off", u"Shows a `*` for each character." },
+        { u"vscroll", GAttributeKind::toggle, u"off", u"Several lines, which scroll." },
+        { u"untouchable", GAttributeKind::toggle, u"off", u"Takes no input." },
+        { u"refresh", GAttributeKind::toggle, u"off", u"Reads `var` again at every pass." },
+        { u"onenter", GAttributeKind::command, u"", u"Runs on the return key." },
+        { u"ontype", GAttributeKind::command, u"", u"Runs when it ceases to be empty." },
+        { u"onclear", GAttributeKind::command, u"", u"Runs when it becomes empty." },
+    };
+    return ROWS;
+}
+
 bool GEditNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = _font.read( stack, u"$font" );

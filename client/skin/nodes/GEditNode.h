@@ -10,6 +10,7 @@ class GEditNode : public GTemplateNode, public IGInputHandler
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
 
     const GWString& getText( ) const { return _text; }

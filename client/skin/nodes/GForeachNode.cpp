@@ -3,6 +3,18 @@
 #include "client/drawing/GImageStack.h"
 #include "client/skin/nodes/GCellNode.h"
 
+GAttributeTable GForeachNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"list", GAttributeKind::valueName, u"",
+          u"The name of a blackboard list. Its first child is repeated for each entry." },
+        { u"as", GAttributeKind::text, u"",
+          u"The name of the attribute that gets the entry; the child's `id` is usually made of it." },
+        { u"most", GAttributeKind::number, u"0", u"Repeats at most so many; 0 for all." },
+    };
+    return ROWS;
+}
+
 GForeachNode::~GForeachNode( )
 {
     for( GTemplateNode* node : _retired ) delete node;

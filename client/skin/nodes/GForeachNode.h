@@ -10,6 +10,7 @@ class GForeachNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     ~GForeachNode( ) override;
 
     // False for the pattern.

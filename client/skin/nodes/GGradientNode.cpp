@@ -3,6 +3,17 @@
 #include "client/drawing/GImageStack.h"
 #include "client/skin/nodes/GNodeTools.h"
 
+GAttributeTable GGradientNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"from", GAttributeKind::colour, u"#FFFFFFFF", u"The colour at the left, or at the top." },
+        { u"to", GAttributeKind::colour, u"#000000FF", u"The colour at the right, or at the bottom." },
+        { u"vertical", GAttributeKind::toggle, u"off", u"From top to bottom." },
+        { u"alphaonly", GAttributeKind::toggle, u"off", u"Changes only how opaque the frame is." },
+    };
+    return ROWS;
+}
+
 bool GGradientNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = GNodeTools_readOr( stack, u"$from", u"#FFFFFFFF", _from );

@@ -7,6 +7,7 @@ class GGradientNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
 
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;

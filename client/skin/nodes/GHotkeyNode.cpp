@@ -5,6 +5,20 @@
 
 #include <algorithm>
 
+GAttributeTable GHotkeyNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"var", GAttributeKind::valueName, u"", u"The blackboard value that gets the key combination." },
+        { u"font", GAttributeKind::font, u"", u"The text's font." },
+        { u"inner", GAttributeKind::number, u"0", u"The margin inside its frame." },
+        { u"outer", GAttributeKind::number, u"0", u"The margin outside its frame." },
+        { u"framecolor", GAttributeKind::colour, u"#000000FF", u"The frame." },
+        { u"focuscolor", GAttributeKind::colour, u"$framecolor", u"The frame while it takes keys." },
+        { u"refresh", GAttributeKind::toggle, u"off", u"Reads `var` again at every pass." },
+    };
+    return ROWS;
+}
+
 bool GHotkeyNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = _font.read( stack, u"$font" );

@@ -5,6 +5,23 @@
 
 #include <algorithm>
 
+GAttributeTable GImageNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"src", GAttributeKind::image, u"",
+          u"The picture: a file, or an image on the blackboard, which repaints when it changes." },
+        { u"x", GAttributeKind::number, u"0", u"Moves the picture to the right." },
+        { u"y", GAttributeKind::number, u"0", u"Moves the picture down." },
+        { u"align", GAttributeKind::choice, u"left",
+          u"`left`, `center`, `right`, `stretch`, `tile`, or `fit`, which keeps the aspect ratio." },
+        { u"valign", GAttributeKind::choice, u"top", u"`top`, `center`, `bottom`, `stretch`, `tile`." },
+        { u"mode", GAttributeKind::choice, u"",
+          u"`copy` replaces what is below it, with its alpha, instead of blending." },
+        { u"disabled", GAttributeKind::toggle, u"off", u"Stops following a blackboard image; the last picture stays." },
+    };
+    return ROWS;
+}
+
 bool GImageNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = stack.read( u"$x", _x );

@@ -9,6 +9,7 @@ class GImageNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
 
 protected:

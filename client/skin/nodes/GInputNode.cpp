@@ -17,6 +17,16 @@ constexpr Edge EDGES[] = {
 };
 } // namespace
 
+GAttributeTable GInputNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"edge", GAttributeKind::choice, u"",
+          u"The edge of the window that this piece resizes: `left`, `right`, `top`, `bottom`, `topleft`, `topright`, "
+          u"`bottomleft`, `bottomright`. Anything else: plain ground that does not drag the window." },
+    };
+    return ROWS;
+}
+
 bool GInputNode::_postChildUpdate( GAttributeStack& stack )
 {
     if( !stack.read( u"$edge", _edge ) ) return false;

@@ -9,6 +9,7 @@ class GInputNode : public GTemplateNode, public IGInputHandler
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     int getNCHITTEST( GWin win, int x, int y ) override;
 
 protected:

@@ -10,6 +10,38 @@ namespace
 constexpr int TEXT_MARGIN = 4;
 } // namespace
 
+GAttributeTable GListNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"list", GAttributeKind::listText, u"", u"The rows, with commas between." },
+        { u"listname", GAttributeKind::valueName, u"", u"The name of a blackboard list; it comes before `list`." },
+        { u"varname", GAttributeKind::valueName, u"",
+          u"The blackboard value that gets what is chosen, and is followed." },
+        { u"persist", GAttributeKind::toggle, u"off", u"Keeps that value in the settings." },
+        { u"select", GAttributeKind::text, u"", u"The row chosen at the start." },
+        { u"onselect", GAttributeKind::command, u"", u"Runs on a click on a row." },
+        { u"font", GAttributeKind::font, u"", u"The rows' font." },
+        { u"mouseoverfont", GAttributeKind::font, u"$font", u"The font of the row under the pointer." },
+        { u"framecolor", GAttributeKind::colour, u"#000000FF", u"The frame around it." },
+        { u"focusable", GAttributeKind::toggle, u"off",
+          u"The tab key stops here, and arrow, page, home and end keys choose." },
+        { u"rowheight", GAttributeKind::number, u"", u"The height of a row; empty for that of its text." },
+        { u"padding", GAttributeKind::number, u"4", u"The room left and right of the texts." },
+        { u"selectedbgcolor", GAttributeKind::colour, u"",
+          u"The ground of the chosen row; empty: the row is inverted." },
+        { u"mouseoverbgcolor", GAttributeKind::colour, u"", u"The ground of the row under the pointer; empty: none." },
+        { u"thumbcolor", GAttributeKind::colour, u"",
+          u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
+        { u"labels", GAttributeKind::listText, u"", u"Texts to show for the rows, in their order." },
+        { u"marksrc", GAttributeKind::image, u"",
+          u"A picture before each row; the part to its right stands before the chosen one." },
+        { u"iconsrc", GAttributeKind::image, u"",
+          u"A picture for each row: the first one's part, with the others to its right, and below them the same for a "
+          u"chosen row." },
+    };
+    return ROWS;
+}
+
 // ---- Update.
 
 bool GListNode::_postChildUpdate( GAttributeStack& stack )

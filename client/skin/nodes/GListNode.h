@@ -13,6 +13,7 @@ class GListNode : public GTemplateNode, public IGInputHandler
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
     const GWString& getSelection( ) const { return _selection; }
 

@@ -5,6 +5,21 @@
 
 #include <algorithm>
 
+GAttributeTable GProgressNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"src", GAttributeKind::valueName, u"", u"The blackboard value that it shows." },
+        { u"scale", GAttributeKind::number, u"1", u"The value at full length; 0 is passed over." },
+        { u"width", GAttributeKind::number, u"0", u"Its full length." },
+        { u"x", GAttributeKind::number, u"0", u"Its left end." },
+        { u"y", GAttributeKind::number, u"0", u"Its height in the frame." },
+        { u"color", GAttributeKind::colour, u"", u"Its colour, taken as it is written: no expression." },
+        { u"fillsrc", GAttributeKind::image, u"", u"A picture instead of the line, cut where the line would end." },
+        { u"backsrc", GAttributeKind::image, u"", u"The picture below that." },
+    };
+    return ROWS;
+}
+
 bool GProgressNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = stack.read( u"$x", _x );

@@ -9,6 +9,7 @@ class GProgressNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
 
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;

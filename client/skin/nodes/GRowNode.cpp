@@ -6,6 +6,16 @@
 
 #include <algorithm>
 
+GNameTable GRowNode::getNameTable( )
+{
+    static constexpr GNameRow ROWS[] = {
+        { u"extra", u"Cleared, so that cells do not take it from outside." },
+        { u"align", u"Cleared." },
+        { u"valign", u"Cleared." },
+    };
+    return ROWS;
+}
+
 bool GRowNode::_isColumn( ) const
 {
     return isNamed( u"Col" );

@@ -10,6 +10,7 @@ class GRowNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GNameTable getNameTable( );
     void calcMinSize( int& width, int& height ) override;
 
 protected:

@@ -20,6 +20,20 @@ int toThousandths( double frac )
 }
 } // namespace
 
+GAttributeTable GScrollBarNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"name", GAttributeKind::text, u"",
+          u"The name that gets its position, 0 to 1000, for what stands around and after it." },
+        { u"horiz", GAttributeKind::toggle, u"off", u"Lies, instead of standing." },
+        { u"watch", GAttributeKind::valueName, u"",
+          u"A blackboard list: when its length changes the bar jumps to the end." },
+        { u"handlesrc", GAttributeKind::image, u"", u"The handle." },
+        { u"backsrc", GAttributeKind::image, u"", u"The track below it, repeated." },
+    };
+    return ROWS;
+}
+
 // ---- Position.
 
 void GScrollBarNode::setFrac( double frac )

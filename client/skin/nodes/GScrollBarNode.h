@@ -10,6 +10,7 @@ class GScrollBarNode : public GTemplateNode, public IGInputHandler
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
 
     // 0 to 1, held within. Seen by the other nodes at the next update.

@@ -20,6 +20,45 @@ void split( const GWString& text, GStringVector& out )
 }
 } // namespace
 
+GAttributeTable GTableNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"prefixlistsrc", GAttributeKind::valueName, u"",
+          u"The name of the blackboard list that holds a key for each row; or several names." },
+        { u"suffixlist", GAttributeKind::listText, u"",
+          u"A suffix for each column: a cell shows the blackboard value named key and suffix." },
+        { u"title", GAttributeKind::listText, u"", u"The columns' titles." },
+        { u"ondblclk", GAttributeKind::command, u"", u"Runs on a double click on a row." },
+        { u"onrightclick", GAttributeKind::command, u"", u"Runs on a right click on a row." },
+        { u"cellfont", GAttributeKind::font, u"", u"The cells' font." },
+        { u"headerfont", GAttributeKind::font, u"$cellfont", u"The titles' font." },
+        { u"mouseoverfont", GAttributeKind::font, u"$cellfont", u"The font of the row under the pointer." },
+        { u"framecolor", GAttributeKind::colour, u"#000000FF", u"The frames of the cells." },
+        { u"rowheight", GAttributeKind::number, u"", u"The height of a row; empty for that of its text." },
+        { u"padding", GAttributeKind::number, u"4", u"The room left and right of the texts." },
+        { u"selectedbgcolor", GAttributeKind::colour, u"",
+          u"The ground of the chosen row; empty: the row is inverted." },
+        { u"mouseoverbgcolor", GAttributeKind::colour, u"", u"The ground of the row under the pointer; empty: none." },
+        { u"thumbcolor", GAttributeKind::colour, u"",
+          u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
+        { u"columns", GAttributeKind::listText, u"",
+          u"Shares of the width; with them no line is kept for titles that are not there." },
+        { u"groups", GAttributeKind::listText, u"", u"Headings for the lists, when `prefixlistsrc` names several." },
+        { u"keysuffix", GAttributeKind::text, u"", u"The column that shows the key where there is no value." },
+        { u"barsuffix", GAttributeKind::text, u"",
+          u"The column that draws the percentage with which its text begins." },
+        { u"barcolor", GAttributeKind::colour, u"#000000FF", u"That bar." },
+        { u"barbgcolor", GAttributeKind::colour, u"", u"The ground of that bar." },
+        { u"barheight", GAttributeKind::number, u"", u"The height of that bar." },
+        { u"emptytext", GAttributeKind::text, u"(empty)", u"Shown while there are no rows." },
+        { u"emptyfont", GAttributeKind::font, u"$cellfont", u"The font of that." },
+        { u"varname", GAttributeKind::valueName, u"", u"The blackboard value bound to the selected key." },
+        { u"focusable", GAttributeKind::toggle, u"off",
+          u"The tab key stops here; keys choose as in a list, and return is a double click." },
+    };
+    return ROWS;
+}
+
 // ---- Update.
 
 bool GTableNode::_postChildUpdate( GAttributeStack& stack )

@@ -14,6 +14,7 @@ class GTableNode : public GTemplateNode, public IGInputHandler
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
     // The key of the selected row.
     const GWString& getSelection( ) const { return _selection; }

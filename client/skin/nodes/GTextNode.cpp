@@ -4,6 +4,17 @@
 
 #include <algorithm>
 
+GAttributeTable GTextNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"text", GAttributeKind::text, u"", u"What it shows. Text between the tags is the same." },
+        { u"font", GAttributeKind::font, u"", u"Its font." },
+        { u"watch", GAttributeKind::listText, u"",
+          u"The names of the blackboard values that it shows: when one changes it is drawn again." },
+    };
+    return ROWS;
+}
+
 bool GTextNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = stack.read( u"$text", _text );

@@ -8,6 +8,7 @@ class GTextNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
     const GWString& getText( ) const { return _text; }
 

@@ -25,6 +25,51 @@ void makeOpaque( GString& pixels )
 }
 } // namespace
 
+GAttributeTable GWindowNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"title", GAttributeKind::text, u"", u"The window's title in the task bar." },
+        { u"x", GAttributeKind::number, u"0", u"Its left edge on the desktop. Read once, when the window is made." },
+        { u"y", GAttributeKind::number, u"0", u"Its top edge on the desktop. Read once." },
+        { u"width", GAttributeKind::number, u"0", u"Its width at the start. Read once." },
+        { u"height", GAttributeKind::number, u"0", u"Its height at the start. Read once." },
+        { u"topmost", GAttributeKind::toggle, u"off", u"The window stays above all others. Read once." },
+        { u"hidden", GAttributeKind::toggle, u"off", u"The window is made hidden, until a `fadein`. Read once." },
+        { u"remember", GAttributeKind::text, u"",
+          u"Keeps the window's place in the settings that begin with this text: `_Left`, `_Top`, `_Width`, `_Height`. "
+          u"Read once." },
+        { u"tray", GAttributeKind::toggle, u"off",
+          u"The window that hides into the tray: where no tray can hold it, it minimizes instead. Read once." },
+        { u"enablealpha", GAttributeKind::toggle, u"off",
+          u"The desktop shines through where the window draws nothing; off, it is black there." },
+        { u"minwidth", GAttributeKind::number, u"0", u"The least width that the user can give it." },
+        { u"minheight", GAttributeKind::number, u"0", u"The least height that the user can give it." },
+        { u"focusfade", GAttributeKind::toggle, u"off", u"Half as opaque while another window has the keyboard." },
+        { u"onopen", GAttributeKind::command, u"", u"Runs on the command `open`; it usually fades the window in." },
+        { u"onclose", GAttributeKind::command, u"",
+          u"Runs on the command `close` and when the desktop closes the window; it usually fades the window out." },
+        { u"onescape", GAttributeKind::command, u"",
+          u"Runs on the escape key, unless the node with the keyboard uses it." },
+        { u"onreturn", GAttributeKind::command, u"",
+          u"Runs on the return key, unless the node with the keyboard uses it." },
+        { u"autofocus", GAttributeKind::toggle, u"off",
+          u"The first stop of the tab key has the keyboard whenever the window opens." },
+    };
+    return ROWS;
+}
+
+GNameTable GWindowNode::getNameTable( )
+{
+    static constexpr GNameRow ROWS[] = {
+        { u"x", u"0: what stands in the window is placed from its own corner." },
+        { u"y", u"0." },
+        { u"width", u"The window's present width." },
+        { u"height", u"The window's present height." },
+        { u"windowpath", u"The window's path, for commands: `($windowpath?close)`." },
+    };
+    return ROWS;
+}
+
 GWindowNode::~GWindowNode( )
 {
     // Watches below report here, from any thread: they end before their target does.

@@ -13,6 +13,8 @@ class GWindowNode : public GTemplateNode, public IGInputHandler, public IGNotify
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
+    static GNameTable getNameTable( );
     ~GWindowNode( ) override;
 
     // Runs "$onopen" or "$onclose" with this node as its source.

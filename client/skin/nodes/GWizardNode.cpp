@@ -6,6 +6,31 @@
 
 #include <algorithm>
 
+GAttributeTable GWizardNode::getAttributeTable( )
+{
+    static constexpr GAttributeRow ROWS[] = {
+        { u"page", GAttributeKind::text, u"", u"The id of the page at the start; empty for the first." },
+        { u"ondone", GAttributeKind::command, u"", u"Runs on the command `done`." },
+        { u"windowpath", GAttributeKind::text, u"", u"Which window to refresh; the window sets it." },
+    };
+    return ROWS;
+}
+
+GNameTable GWizardNode::getNameTable( )
+{
+    static constexpr GNameRow ROWS[] = {
+        { u"wizardtitle", u"The title of the page that shows." },
+        { u"wizardtext", u"The text of that page." },
+        { u"wizardpath", u"The wizard's path, for commands: `($wizardpath?next)`." },
+        { u"backdisabled", u"1 when there is no page before, else 0." },
+        { u"nextdisabled", u"1 when there is no page after, else 0." },
+        { u"list", u"The titles of all pages." },
+        { u"select", u"In the sidebar: the title of the page that was just turned to." },
+        { u"disabled", u"1 for the pages that do not show, else 0." },
+    };
+    return ROWS;
+}
+
 // ---- Children by name.
 
 GTemplateNode* GWizardNode::_getNamed( GWStringView name ) const

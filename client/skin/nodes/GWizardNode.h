@@ -10,6 +10,8 @@ class GWizardNode : public GTemplateNode
 {
 public:
     using GTemplateNode::GTemplateNode;
+    static GAttributeTable getAttributeTable( );
+    static GNameTable getNameTable( );
     void calcMinSize( int& width, int& height ) override;
 
     // Past the ends nothing happens.
