@@ -13,6 +13,7 @@
 namespace
 {
 constexpr int64_t TICK = 100000;
+constexpr int64_t CALM_TICK = 500000;
 constexpr int64_t SECOND = 1000000;
 constexpr int64_t RETRY_PERIOD = 30 * SECOND;
 constexpr int64_t NETWORK_LOST_PERIOD = 5 * SECOND;
@@ -42,6 +43,8 @@ GClient::GClient( const GWString& settingsPath, const GWString& avi, const GWStr
     _instance->set( u"FSM_List", u"Client,SIP,Dispatch" );
     if( _isRobust( ) ) _listIPs( _localIPs );
     _timer = _platform.openTimer( TICK, this );
+    _wakeWatches = std::make_unique<GWatchGroup>( _instance, [this] { _wakeTimer( ); } );
+    _wakeWatches->watch( { u"GClient_commandQueue", u"Upgrade_In_Progress", u"Video_Privacy_Choice_Mode" } );
     _icon = _platform.openIcon( this );
     if( upgraded )
         _bubble( u"Update complete",
@@ -63,6 +66,7 @@ GClient::~GClient( )
     _platform.resignListener( this );
     delete _httpClient;
     _platform.closeIcon( _icon );
+    _wakeWatches.reset( );
     _platform.closeTimer( _timer );
     _stopServices( );
     _template.reset( );
@@ -133,6 +137,18 @@ void GClient::onTimer( GTimer timer )
     _updateIconText( );
     _announceContacts( );
     _stayReachable( );
+    _platform.setTimerPeriod( _timer, _isCalm( ) ? CALM_TICK : TICK );
+}
+
+void GClient::_wakeTimer( )
+{
+    _platform.setTimerPeriod( _timer, TICK );
+}
+
+bool GClient::_isCalm( ) const
+{
+    return _state == ONLINE && !_httpClient && !_isLeaving && _newContacts.empty( ) && !_lostTicks &&
+           !_instance->test( u"Upgrade_In_Progress" );
 }
 
 // An exchange that is over is read until the server hangs up.

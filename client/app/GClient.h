@@ -1,6 +1,6 @@
 // The one object that owns everything: blackboard, shared port, services, skin and tray icon. A state machine of seven states on
 // the user-interface thread: whatever happens at the top level is an event for _onInput. Other threads reach it only through
-// "GClient_commandQueue", which the tick drains every 100 ms.
+// "GClient_commandQueue", which a tick drains within 100 ms; online, with nothing on its way, the other ticks come every 500 ms.
 #pragma once
 
 #include "client/app/GClientPlatform.h"
@@ -8,6 +8,7 @@
 #include "runtime/GHTTPHeaders.h"
 #include "runtime/GIntervalTimer.h"
 #include "runtime/GObject.h"
+#include "runtime/GWatchGroup.h"
 
 #include <map>
 #include <set>
@@ -91,6 +92,9 @@ private:
     void _updateIconText( );
     void _announceContacts( );
     void _stayReachable( );
+    // Nothing is on its way: the ticks may come slowly until a value or a command of `_wakeWatches` changes.
+    bool _isCalm( ) const;
+    void _wakeTimer( );
     void _updateIcon( int n );
     void _bubble( const GWString& title, const GWString& text, int eventID );
 
@@ -189,6 +193,7 @@ private:
     std::vector<GThreadObject*> _services;
     std::unique_ptr<IGClientSkin> _template;
     GTimer _timer = nullptr;
+    std::unique_ptr<GWatchGroup> _wakeWatches;
     GIcon _icon = nullptr;
     GIntervalTimer _powerGate;
     GIntervalTimer _networkCheck;

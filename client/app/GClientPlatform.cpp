@@ -14,6 +14,7 @@ GClientPlatform GClientPlatformGet( )
         .openSkin = GClientSkinOpen,
         .openTimer = GTimerOpen,
         .closeTimer = GTimerClose,
+        .setTimerPeriod = GTimerSetPeriod,
         .openIcon = GIconOpen,
         .closeIcon = GIconClose,
         .setIconState = GIconSetState,

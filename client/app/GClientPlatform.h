@@ -28,6 +28,7 @@ struct GClientPlatform
 
     std::function<GTimer( int64_t microseconds, IGTimerListener* listener )> openTimer;
     std::function<void( GTimer timer )> closeTimer;
+    std::function<void( GTimer timer, int64_t microseconds )> setTimerPeriod;
     std::function<GIcon( IGIconListener* listener )> openIcon;
     std::function<void( GIcon icon )> closeIcon;
     std::function<void( GIcon icon, int state )> setIconState;

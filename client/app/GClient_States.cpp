@@ -19,6 +19,7 @@ void GClient::_changeState( int state )
 {
     GLOGIF( 'c', u"Changing state to '", _getState( state ), u"'" );
     _state = state;
+    _wakeTimer( );
 }
 
 void GClient::_onInput( int eventID, const GHTTPHeaders& eventHeaders )

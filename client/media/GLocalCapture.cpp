@@ -129,6 +129,12 @@ void GLocalCapture::update( bool reset )
     if( _rgb.empty( ) && _isPreviewDue( enableVideoPreview, _lastVideoPreview ) ) _writeStatic( );
 }
 
+bool GLocalCapture::isWaitingForPicture( )
+{
+    const GObjectLock scope( *this );
+    return enableVideoPreview && _rgb.empty( );
+}
+
 void GLocalCapture::_reset( )
 {
     _myLastFrameOutputTimestamp = UINT64_MAX;

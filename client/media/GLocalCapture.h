@@ -15,6 +15,8 @@ public:
     void onAudioFrame( uint64_t timestamp, const GAudioFormat& format, const char* buffer, int length ) override;
     // With `reset`: forgets everything and shows the default profile picture. Paints static while no real picture has come.
     void update( bool reset );
+    // A preview is on for which no real picture has come: update has to be called again and again.
+    bool isWaitingForPicture( );
 
     bool enableVideoPreview = false;
     bool enableAudioPreview = false;

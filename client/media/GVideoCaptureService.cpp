@@ -6,6 +6,8 @@
 namespace
 {
 constexpr int LOOP_MS = 50;
+// A command ends the rest at once.
+constexpr int REST_MS = 5000;
 constexpr int PRIORITY = 2;
 constexpr int BYTES_PER_SAMPLE = 2;
 constexpr int FREQUENCY = 22000;
@@ -16,13 +18,17 @@ constexpr char16_t NO_VIDEO[] = u"(none - disable video capture)";
 } // namespace
 
 GVideoCaptureService::GVideoCaptureService( GInstance* instance, GMegaPort* port )
-    : _instance( instance ), _port( port )
+    : _instance( instance ), _port( port ), _commandEvent( GEventOpen( ) )
 {
+    _instance->setWaker( QUEUE, _commandEvent );
+    _setWaker( _commandEvent );
 }
 
 GVideoCaptureService::~GVideoCaptureService( )
 {
     stop( true );
+    _instance->setWaker( QUEUE, nullptr );
+    GEventClose( _commandEvent );
     GASSERT( !_localCapture );
     GASSERT( !_recorder );
 }
@@ -95,7 +101,7 @@ int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
             GLOG( u"WARNING Malformed command sent to 'GVideoCaptureService_commandQueue', ignoring." );
     }
     _localCapture->update( false );
-    return LOOP_MS;
+    return _localCapture->isWaitingForPicture( ) ? LOOP_MS : REST_MS;
 }
 
 void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )

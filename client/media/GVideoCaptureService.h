@@ -39,6 +39,7 @@ private:
 
     GInstance* _instance;
     GMegaPort* _port;
+    GEvent _commandEvent;
     GAVCapture _recorder = nullptr;
     GLocalCapture* _localCapture = nullptr;
     Streams _streams;

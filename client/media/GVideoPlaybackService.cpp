@@ -3,28 +3,38 @@
 namespace
 {
 constexpr int64_t WAIT = 100000;
+// Without a stream; packets and commands end it at once.
+constexpr int64_t REST = 5000000;
 constexpr char16_t QUEUE[] = u"GVideoPlaybackService_commandQueue";
 } // namespace
 
 GVideoPlaybackService::GVideoPlaybackService( GInstance* instance, GMegaPort* port )
     : _instance( instance ), _port( port )
 {
+    _instance->setWaker( QUEUE, _port->getRTPEvent( GRTP_AUDIO ) );
+    _setWaker( _port->getRTPEvent( GRTP_AUDIO ) );
 }
 
 GVideoPlaybackService::~GVideoPlaybackService( )
 {
     stop( true );
+    _instance->setWaker( QUEUE, nullptr );
 }
 
 int GVideoPlaybackService::_bGThreadObject_safe_onLoop( )
+{
+    pass( _nameStreamMap.empty( ) ? REST : WAIT );
+    return 0;
+}
+
+void GVideoPlaybackService::pass( int64_t timeout )
 {
     _drainBuckets( );
     _drainCommands( );
     for( const auto& [name, stream] : _nameStreamMap ) stream->update( );
     unlock( );
-    _port->waitForRTPBucket( WAIT, GRTP_AUDIO, GRTP_VIDEO );
+    _port->waitForRTPBucket( timeout, GRTP_AUDIO, GRTP_VIDEO );
     lock( );
-    return 0;
 }
 
 void GVideoPlaybackService::_bGThreadObject_safe_onShutdown( )

@@ -13,6 +13,8 @@ public:
 
     int _bGThreadObject_safe_onLoop( ) override;
     void _bGThreadObject_safe_onShutdown( ) override;
+    // One round of the loop: what has come, then a wait of at most that many microseconds for more.
+    void pass( int64_t timeout );
 
 private:
     void _drainBuckets( );

@@ -30,6 +30,7 @@ GSIPService::GSIPService( GInstance* instance, GMegaPort* port )
     invariantTest( );
     _sipClient->setRobust( _isRobust( ) );
     _instance->setWaker( QUEUE, _port->getSIPEvent( ) );
+    _setWaker( _port->getSIPEvent( ) );
 }
 
 GSIPService::~GSIPService( )

@@ -28,6 +28,7 @@ constexpr GWStringView SKIN_PATH = u"/skin/";
 constexpr GWStringView TALK_AGAIN = u"Talk_Again";
 constexpr GWStringView HOTKEY_PROMPT = u"    (click here and press keys)";
 constexpr GWStringView TALKING_TO_LIST = u"Talking_To_List";
+constexpr GWStringView BUDDY_LIST = u"Local_Buddy_List";
 
 bool startsWith( GWStringView text, GWStringView prefix )
 {
@@ -91,7 +92,7 @@ GNameTable GTemplate::getNameTable( )
 }
 
 GTemplate::GTemplate( GInstance* instance, const GWString& filename, const GSkinPlatform& platform )
-    : _instance( instance ), _platform( platform )
+    : _instance( instance ), _platform( platform ), _talkWatches( instance, [this] { _wakeTimer( ); } )
 {
     GCALL( GTemplate );
     GPRECONDITION( instance );
@@ -421,6 +422,33 @@ void GTemplate::onTimer( GTimer timer )
     GASSERT( timer == _timer );
     _updateHotkeys( );
     _updateCountdown( );
+    _watchTalk( );
+    if( _isTimerIdle( ) ) GTimerSetPeriod( _timer, 0 );
+}
+
+void GTemplate::_wakeTimer( )
+{
+    GTimerSetPeriod( _timer, TIMER_PERIOD );
+}
+
+bool GTemplate::_isTimerIdle( )
+{
+    return !_restartTime && _talkToList.empty( ) && !_instance->isSet( TALKING_TO_LIST );
+}
+
+// Whom the talk button reaches hangs on who is there.
+void GTemplate::_watchTalk( )
+{
+    if( !GNodeTools_readValue( _instance, BUDDY_LIST, _watchedBuddies ) && !_watchedBuddies.empty( ) ) return;
+    GStringVector names{ GWString( TALKING_TO_LIST ), GWString( BUDDY_LIST ), u"Robust_Client" };
+    for( const GWString& buddy : GSplitList( _watchedBuddies ) ) names.push_back( GConcat( buddy, u"_Online" ) );
+    _talkWatches.watch( std::move( names ) );
+}
+
+void GTemplate::setRestartTime( uint64_t time )
+{
+    _restartTime = time;
+    _wakeTimer( );
 }
 
 void GTemplate::_updateCountdown( )

@@ -11,6 +11,7 @@
 #include "platform/GTimer.h"
 #include "runtime/GHTTPHeaders.h"
 #include "runtime/GInstance.h"
+#include "runtime/GWatchGroup.h"
 
 #include <map>
 
@@ -58,7 +59,7 @@ public:
     void assignHotkey( const GWString& name, const GWString& text );
     void clearHotkey( const GWString& name );
     // Restarts the program at that time, with a countdown window in the last 30 seconds. Microseconds; 0 for none.
-    void setRestartTime( uint64_t time ) { _restartTime = time; }
+    void setRestartTime( uint64_t time );
 
 private:
     void _update( const GWString& path, GTemplateNode* node, bool refresh );
@@ -72,6 +73,10 @@ private:
     void _talkTo( const GWString& buddy );
     void _updateHotkeys( );
     void _updateCountdown( );
+    void _wakeTimer( );
+    // Nobody is being talked to and no restart is on its way: the timer rests until one of the values that it looks at changes.
+    bool _isTimerIdle( );
+    void _watchTalk( );
     bool _closeHotkey( const GWString& key );
     void _holdHotkey( const GWString& name );
     void _releaseHotkey( );
@@ -81,6 +86,8 @@ private:
     GTemplateNode* _root = nullptr;
     GTimer _timer = nullptr;
     GNotifyHandle _notify = nullptr;
+    GWatchGroup _talkWatches;
+    GWString _watchedBuddies;
     GStringList _talkToList;
     GStringList _lastTalkToList;
     uint64_t _talkStopTime = 0;

@@ -278,6 +278,12 @@ void GMegaPort::waitForRTPBucket( int64_t timeout, int payloadTypeA, int payload
     }
 }
 
+GEvent GMegaPort::getRTPEvent( int payloadType ) const
+{
+    GPRECONDITION( GWITHIN( 0, payloadType, 255 ) );
+    return _rtpBucketListArray[static_cast<size_t>( payloadType )].event;
+}
+
 // ---- Sending. The lock is held around the socket call: two senders' framing can't interleave, and no reset removes a port in use.
 
 bool GMegaPort::_goesByRelay( const GWString& from ) const

@@ -41,6 +41,8 @@ public:
     GEvent getSIPEvent( ) const { return _sipBucketList.event; }
     void waitForRTPBucket( int64_t timeout, int payloadType );
     void waitForRTPBucket( int64_t timeout, int payloadTypeA, int payloadTypeB );
+    // Ends a wait for that type when it is set; null for an unsupported type. Lives as long as this object.
+    GEvent getRTPEvent( int payloadType ) const;
 
     // A `from` that is empty or the global host goes by the relay when there is one, any other by the UDP port. Failures are logged.
     void send( const GWString& from, const GWString& to, const char* buffer, int length );

@@ -14,5 +14,9 @@ public:
 // Preconditions: a period above 0 and a listener, which has to outlive the timer. Periods are whole milliseconds, at least one. The
 // first tick comes one period from now; ticks that the message loop was too busy for are not made up for.
 GTimer GTimerOpen( int64_t microseconds, IGTimerListener* listener );
+// Another period from now on; with 0 the timer rests and costs nothing until it gets a period again. The one that it has already changes
+// nothing, so that a running timer keeps its pace. Also from within a tick.
+void GTimerSetPeriod( GTimer timer, int64_t microseconds );
+int64_t GTimerGetPeriod( GTimer timer );
 // No tick comes after it; also from within a tick.
 void GTimerClose( GTimer timer );

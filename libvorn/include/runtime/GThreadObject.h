@@ -25,10 +25,14 @@ public:
 
 protected:
     void _sleep( int milliseconds ); // Drops the lock meanwhile. Asserts "ms >= 0".
+    // What ends the sleep between two rounds early; stop sets it too, so that a long sleep or wait of a round on it costs no time at the
+    // end. Borrowed, from before the start until the thread has ended; null, as at first, sleeps in full.
+    void _setWaker( GEvent event ) { _waker = event; }
 
 private:
     friend int GThreadObject_ThreadProc( void* data );
     GWString _threadName;
     std::atomic<bool> _stop = false; // Read once a round.
     std::atomic<GThreadID> _thread = 0;
+    GEvent _waker = nullptr;
 };

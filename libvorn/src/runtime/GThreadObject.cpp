@@ -44,6 +44,7 @@ void GThreadObject::stop( bool doJoin )
     GCALL( GThreadObject );
     GLOGIF( 't', u"Stopping thread '", _threadName, u"'" );
     _stop = true;
+    if( _waker ) GVERIFY( GEventSet( _waker ) );
     if( doJoin ) join( );
 }
 
@@ -60,6 +61,10 @@ void GThreadObject::_sleep( int ms )
 {
     GASSERT( ms >= 0 );
     unlock( );
-    GThreadSleep( static_cast<int64_t>( ms ) * 1000 );
+    const int64_t duration = static_cast<int64_t>( ms ) * 1000;
+    if( _waker && ms > 0 )
+        GEventWait( _waker, duration );
+    else
+        GThreadSleep( duration );
     lock( );
 }

@@ -1,6 +1,7 @@
 // Online: hints about sound, finished transfers, and everything that buddies' devices send.
 #include "base/GUtil.h"
 #include "client/app/GClientNames.h"
+#include "platform/GWin.h"
 #include "support/TestLog.h"
 #include "unit/app/TestClient.h"
 
@@ -21,6 +22,15 @@ protected:
         set( u"ann@velmora.local@pc1_Send_From", u"1.1.1.1:1" );
         set( u"ann@velmora.local@pc1_Send_To", u"2.2.2.2:2" );
         set( u"ann@velmora.local@pc1_Recv_From", u"3.3.3.3:3" );
+    }
+    // Delivers everything that was posted so far.
+    static void pump( )
+    {
+        bool quit = false;
+        GWinPostQuit( 0 );
+        while( GWinUpdate( quit ) )
+        {
+        }
     }
     void user( GWStringView method, GWStringView userGUID )
     {
@@ -54,6 +64,37 @@ protected:
     }
 };
 } // namespace
+
+// ---- The pace of the ticks.
+
+TEST_F( ClientOnline, TicksComeSlowlyOnceNothingIsOnItsWay )
+{
+    goOnline( );
+    tick( );
+    EXPECT_EQ( desktop.timerPeriod, 500000 );
+    for( const GWStringView name : { u"Upgrade_In_Progress", u"Video_Privacy_Choice_Mode" } )
+    {
+        set( GWString( name ), u"0" );
+        pump( );
+        EXPECT_EQ( desktop.timerPeriod, 100000 ) << GWideToUTF8( name );
+        tick( );
+        EXPECT_EQ( desktop.timerPeriod, 500000 );
+    }
+    client->getInstance( )->enqueue( u"GClient_commandQueue", GHTTPHeaders( u"LOGOFF" ) );
+    pump( );
+    EXPECT_EQ( desktop.timerPeriod, 100000 );
+    tick( );
+    EXPECT_EQ( desktop.timerPeriod, 100000 );
+}
+
+TEST_F( ClientOnline, LeavingTheLineWithoutACommandWakesTheTicksToo )
+{
+    goOnline( );
+    tick( );
+    EXPECT_EQ( desktop.timerPeriod, 500000 );
+    client->onSuspend( );
+    EXPECT_EQ( desktop.timerPeriod, 100000 );
+}
 
 // ---- Hints.
 

@@ -64,6 +64,7 @@ void fillDesktop( GClientPlatform& platform )
         return nullptr;
     };
     platform.closeTimer = []( GTimer ) { desktop_->log.emplace_back( u"close timer" ); };
+    platform.setTimerPeriod = []( GTimer, int64_t period ) { desktop_->timerPeriod = period; };
     platform.openIcon = []( IGIconListener* ) -> GIcon
     {
         desktop_->log.emplace_back( u"icon" );

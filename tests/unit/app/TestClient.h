@@ -32,6 +32,7 @@ struct TestDesktop
     GStringVector questions; // Titles and names of file choosers.
     GWString iconText;
     int iconState = -1;
+    int64_t timerPeriod = 100000;
     int menuChoice = -1;
     bool tray = true;
     bool windowShown = false;

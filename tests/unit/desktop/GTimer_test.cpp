@@ -12,10 +12,12 @@ public:
     {
         last = timer;
         ++ticks;
+        if( restAt == ticks ) GTimerSetPeriod( timer, 0 );
         if( closeAt == ticks ) GTimerClose( timer );
     }
     GTimer last = nullptr;
     int ticks = 0;
+    int restAt = 0;
     int closeAt = 0;
 };
 using GTimerTest = DesktopFixture;
@@ -55,6 +57,44 @@ TEST_F( GTimerTest, IsQuietWhileShuttingDown )
     EXPECT_EQ( 0, listener.ticks );
     GSetShuttingDown( false );
     GTimerClose( timer );
+}
+
+TEST_F( GTimerTest, RestsAndRunsAgainAndKeepsItsPaceWhenAskedForTheSame )
+{
+    Listener listener;
+    Listener other;
+    GTimer timer = GTimerOpen( 1000, &listener );
+    GTimer clock = GTimerOpen( 1000, &other );
+    GTimerSetPeriod( timer, 0 );
+    EXPECT_EQ( GTimerGetPeriod( timer ), 0 );
+    EXPECT_TRUE( pumpUntil( [&]( ) { return other.ticks >= 5; } ) );
+    EXPECT_EQ( listener.ticks, 0 );
+    GTimerSetPeriod( timer, 2000 );
+    EXPECT_EQ( GTimerGetPeriod( timer ), 2000 );
+    // A period that were begun anew each time would never pass.
+    EXPECT_TRUE( pumpUntil(
+        [&]( )
+        {
+            GTimerSetPeriod( timer, 2000 );
+            return listener.ticks >= 2;
+        } ) );
+    EXPECT_DEATH( GTimerSetPeriod( timer, -1 ), "microseconds >= 0" );
+    GTimerSetPeriod( timer, 0 );
+    GTimerClose( timer );
+    GTimerClose( clock );
+}
+
+TEST_F( GTimerTest, MayRestFromWithinItsOwnTick )
+{
+    Listener listener;
+    Listener other;
+    listener.restAt = 1;
+    GTimer timer = GTimerOpen( 1000, &listener );
+    GTimer clock = GTimerOpen( 1000, &other );
+    EXPECT_TRUE( pumpUntil( [&]( ) { return other.ticks >= 5; } ) );
+    EXPECT_EQ( listener.ticks, 1 );
+    GTimerClose( timer );
+    GTimerClose( clock );
 }
 
 TEST_F( GTimerTest, PeriodAndListenerAreRequired )

@@ -497,3 +497,13 @@ TEST_F( GVideoCapture, DisabledPreviewWritesNothing )
     video( 5000000 );
     EXPECT_FALSE( instance->isSet( u"Local_Video_Image" ) );
 }
+
+TEST_F( GVideoCapture, TheLoopRestsUnlessAPreviewWaitsForItsFirstPicture )
+{
+    start( );
+    EXPECT_EQ( service->_bGThreadObject_safe_onLoop( ), 5000 );
+    run( GHTTPHeaders( u"STARTVIDEOPREVIEW" ) );
+    EXPECT_EQ( service->_bGThreadObject_safe_onLoop( ), 50 );
+    run( GHTTPHeaders( u"STOPVIDEOPREVIEW" ) );
+    EXPECT_EQ( service->_bGThreadObject_safe_onLoop( ), 5000 );
+}

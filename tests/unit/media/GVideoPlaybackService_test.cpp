@@ -33,7 +33,7 @@ protected:
     void loop( )
     {
         const GObjectLock scope( *service );
-        service->_bGThreadObject_safe_onLoop( );
+        service->pass( 0 );
     }
     void open( )
     {

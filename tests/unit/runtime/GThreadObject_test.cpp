@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <sys/resource.h>
@@ -30,6 +31,7 @@ public:
         ++shutdowns;
         GEventSet( done );
     }
+    void setWaker( GEvent event ) { _setWaker( event ); }
     std::atomic<int> startups = 0;
     std::atomic<int> loops = 0;
     std::atomic<int> shutdowns = 0;
@@ -244,4 +246,22 @@ TEST( GThreadDeathTest, EscapedExceptionRunsTheCrashHandler )
     const auto fail = []( void* ) -> int { throw std::runtime_error( "broken" ); };
     EXPECT_DEATH( GThreadClose( GThreadOpen( u"failing", fail, nullptr ) ),
                   "ERROR Uncaught 'exception' exception in thread, aborting. \\(broken\\)" );
+}
+
+TEST_F( GThreadObjectTest, ASleepEndsWithItsWakerAndWithStop )
+{
+    using Clock = std::chrono::steady_clock;
+    const GEvent waker = GEventOpen( );
+    worker->result = 60000;
+    worker->setWaker( waker );
+    const auto begin = Clock::now( );
+    worker->start( u"worker" );
+    while( worker->loops < 1 ) std::this_thread::yield( );
+    GEventSet( waker );
+    while( worker->loops < 2 ) std::this_thread::yield( );
+    worker->stop( true );
+    EXPECT_LT( Clock::now( ) - begin, std::chrono::seconds( 30 ) );
+    EXPECT_EQ( worker->shutdowns, 1 );
+    worker.reset( );
+    GEventClose( waker );
 }

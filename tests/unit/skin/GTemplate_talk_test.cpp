@@ -208,3 +208,43 @@ TEST_F( TalkTest, PrivacyDecidesAboutThePicture )
     instance.set( u"Video_Privacy_Choice_Mode", u"Private - Allow nobody to see me" );
     EXPECT_FALSE( video( true ) );
 }
+
+// ---- The timer rests while nobody talks.
+
+TEST_F( TalkTest, TheTimerRestsUntilSomebodyTalksAndAfterTheMediaAreDown )
+{
+    tick( );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 0 );
+    down( u"bob@x" );
+    TestDesktop::pump( );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 50000 );
+    tickFor( 2000000 );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 50000 );
+    up( u"bob@x" );
+    tickFor( 500000 );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 50000 );
+    tickFor( 50000 );
+    EXPECT_EQ( resets( ), "bob+bob-" );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 0 );
+}
+
+TEST_F( TalkTest, ARestartOnItsWayAndANewBuddyWakeTheTimer )
+{
+    tick( );
+    engine->setRestartTime( TestClock::now( ) + 60000000 );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 50000 );
+    tickFor( 1000000 );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 50000 );
+    engine->setRestartTime( 0 );
+    tick( );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 0 );
+    instance.set( u"Local_Buddy_List", u"bob@x, ann@x" );
+    TestDesktop::pump( );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 50000 );
+    tick( );
+    TestDesktop::pump( );
+    tick( );
+    instance.set( u"ann@x_Online", 1 );
+    TestDesktop::pump( );
+    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 50000 );
+}

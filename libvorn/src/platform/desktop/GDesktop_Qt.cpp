@@ -6,6 +6,7 @@
 #include <QEvent>
 #include <QTimer>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -38,7 +39,8 @@ QGuiApplication* application_ = nullptr;
 std::atomic<bool> down_ = false;
 std::mutex hiddenMutex_; // Held while posting, so that the hidden object can't go meanwhile.
 Hidden* hidden_ = nullptr;
-std::vector<void ( * )( )> ticks_;
+QTimer* ticking_ = nullptr;
+std::vector<bool ( * )( )> ticks_;
 
 // The toolkit keeps references to both.
 int argumentCount_ = 1;
@@ -71,18 +73,23 @@ void requireDisplay( )
     std::exit( 1 );
 }
 
+void runTicks( )
+{
+    if( GDesktopIsDown( ) ) return;
+    // One that is called may ask for more, itself included.
+    const std::vector<bool ( * )( )> due = std::exchange( ticks_, { } );
+    for( bool ( *tick )( ) : due )
+        if( tick( ) ) GDesktopOnTick( tick );
+    if( ticks_.empty( ) ) ticking_->stop( );
+}
+
 void openHidden( )
 {
     const std::scoped_lock lock( hiddenMutex_ );
     hidden_ = new Hidden;
-    auto* timer = new QTimer( hidden_ );
-    QObject::connect( timer, &QTimer::timeout, hidden_,
-                      []( )
-                      {
-                          if( GDesktopIsDown( ) ) return;
-                          for( void ( *tick )( ) : ticks_ ) tick( );
-                      } );
-    timer->start( TICK_MILLISECONDS );
+    ticking_ = new QTimer( hidden_ );
+    ticking_->setInterval( TICK_MILLISECONDS );
+    QObject::connect( ticking_, &QTimer::timeout, hidden_, runTicks );
 }
 } // namespace
 
@@ -136,12 +143,12 @@ QObject* GDesktopGetHidden( )
     return hidden_;
 }
 
-void GDesktopOnTick( void ( *tick )( ) )
+void GDesktopOnTick( bool ( *tick )( ) )
 {
     GDesktopOpen( );
-    for( void ( *known )( ) : ticks_ )
-        if( known == tick ) return;
+    if( std::find( ticks_.begin( ), ticks_.end( ), tick ) != ticks_.end( ) ) return;
     ticks_.push_back( tick );
+    if( !ticking_->isActive( ) ) ticking_->start( );
 }
 
 xcb_connection_t* GDesktopGetConnection( )

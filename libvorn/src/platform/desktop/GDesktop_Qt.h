@@ -23,8 +23,9 @@ bool GDesktopIsDown( );
 void GDesktopPost( std::function<void( )> task );
 // Owner of what must end with the desktop.
 QObject* GDesktopGetHidden( );
-// Runs every 100 milliseconds on the hidden window's timer, until the desktop closes.
-void GDesktopOnTick( void ( *tick )( ) );
+// Runs `tick` on the hidden window's timer of 100 milliseconds for as long as it answers that it has more to do; asked again, it goes
+// on. The timer runs only while there is somebody to call.
+void GDesktopOnTick( bool ( *tick )( ) );
 
 // The toolkit's own connection to the X server; null on other platforms. Every request sent on it needs GDesktopFlush after it.
 xcb_connection_t* GDesktopGetConnection( );

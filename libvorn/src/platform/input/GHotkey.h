@@ -9,8 +9,8 @@
 void GSystemTellSuspend( );
 void GSystemTellResume( );
 void GSystemTellHotkey( GHotkey hotkey, const GWString& name, bool down );
-// A hotkey's message, and the poll for its end.
+// A hotkey's message, and the poll for its end; false when none is held any more.
 void GHotkeyOnMessage( int id );
-void GHotkeyPoll( );
+bool GHotkeyPoll( );
 // Closes all that are still open.
 void GHotkeyCloseAll( );

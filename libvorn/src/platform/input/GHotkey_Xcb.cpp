@@ -160,7 +160,6 @@ GHotkey GSystemHotkeyOpen( const GWString& text, const GWString& name )
     GKeyParseHotkey( text, hotkey->modifiers, hotkey->key );
     if( !hotkey->key && !hotkey->modifiers ) return nullptr;
     GXcbSetHandlers( onKeyPress, onMapping );
-    GDesktopOnTick( GHotkeyPoll );
     resolve( *hotkey );
     if( isTakenByUs( *hotkey ) ) return nullptr;
     if( !grab( *hotkey ) )
@@ -198,11 +197,12 @@ void GHotkeyOnMessage( int id )
     }
     // Auto-repeat sends more while the key is held.
     if( !pressed_.insert( id ).second ) return;
+    GDesktopOnTick( GHotkeyPoll );
     GHotkey hotkey = found->second.get( );
     GSystemTellHotkey( hotkey, GWString( hotkey->name ), true );
 }
 
-void GHotkeyPoll( )
+bool GHotkeyPoll( )
 {
     const std::set<int> pressed = pressed_; // Listeners may close hotkeys.
     for( const int id : pressed )
@@ -217,4 +217,5 @@ void GHotkeyPoll( )
         GHotkey hotkey = found->second.get( );
         GSystemTellHotkey( hotkey, GWString( hotkey->name ), false );
     }
+    return !pressed_.empty( );
 }

@@ -12,6 +12,7 @@
 #include <memory>
 #include <xcb/xcb.h>
 #include <xcb/xcb_keysyms.h>
+#include <xcb/xfixes.h>
 
 namespace
 {
@@ -29,6 +30,19 @@ xcb_key_symbols_t* symbols_ = nullptr;
 QSocketNotifier* notifier_ = nullptr;
 void ( *onKeyPress_ )( uint8_t, uint16_t ) = nullptr;
 void ( *onMapping_ )( ) = nullptr;
+void ( *onSelection_ )( ) = nullptr;
+int selectionEvent_ = 0; // Its number; 0 without the extension.
+
+// Replies read on the way may have brought events along, for which the descriptor wakes no one.
+void lookAfterReply( )
+{
+    GDesktopOnTick(
+        []( )
+        {
+            GXcbDispatch( );
+            return false;
+        } );
+}
 
 void open( )
 {
@@ -51,8 +65,7 @@ void open( )
     symbols_ = xcb_key_symbols_alloc( connection_ );
     notifier_ = new QSocketNotifier( xcb_get_file_descriptor( connection_ ), QSocketNotifier::Read );
     QObject::connect( notifier_, &QSocketNotifier::activated, notifier_, []( ) { GXcbDispatch( ); } );
-    // Replies read on the way may have brought events along, for which the descriptor wakes no one.
-    GDesktopOnTick( GXcbDispatch );
+    lookAfterReply( );
 }
 } // namespace
 
@@ -70,6 +83,7 @@ uint32_t GXcbGetRoot( )
 void GXcbClose( )
 {
     tried_ = false;
+    selectionEvent_ = 0;
     delete notifier_;
     notifier_ = nullptr;
     if( symbols_ ) xcb_key_symbols_free( symbols_ );
@@ -88,6 +102,7 @@ std::vector<uint8_t> GXcbGetKeycodes( uint32_t keysym )
 {
     std::vector<uint8_t> keycodes;
     if( !keysym || !GXcbGetConnection( ) ) return keycodes;
+    lookAfterReply( );
     const Owned<xcb_keycode_t> found( xcb_key_symbols_get_keycode( symbols_, keysym ) );
     const auto collect = [&]( bool plain )
     {
@@ -105,6 +120,7 @@ std::vector<uint8_t> GXcbGetKeycodes( uint32_t keysym )
 bool GXcbQueryKeymap( uint8_t ( &keys )[32] )
 {
     if( !GXcbGetConnection( ) ) return false;
+    lookAfterReply( );
     const Owned<xcb_query_keymap_reply_t> reply(
         xcb_query_keymap_reply( connection_, xcb_query_keymap( connection_ ), nullptr ) );
     if( !reply ) return false;
@@ -115,6 +131,7 @@ bool GXcbQueryKeymap( uint8_t ( &keys )[32] )
 bool GXcbQueryPointerMask( uint16_t& mask )
 {
     if( !GXcbGetConnection( ) ) return false;
+    lookAfterReply( );
     const Owned<xcb_query_pointer_reply_t> reply(
         xcb_query_pointer_reply( connection_, xcb_query_pointer( connection_, root_ ), nullptr ) );
     if( !reply ) return false;
@@ -126,6 +143,7 @@ GString GXcbGetRootText( uint32_t property )
 {
     constexpr uint32_t MOST_WORDS = 65536;
     if( !GXcbGetConnection( ) ) return { };
+    lookAfterReply( );
     const Owned<xcb_get_property_reply_t> reply( xcb_get_property_reply(
         connection_, xcb_get_property( connection_, 0, root_, property, XCB_ATOM_STRING, 0, MOST_WORDS ), nullptr ) );
     if( !reply ) return { };
@@ -150,9 +168,33 @@ void GXcbDispatch( )
             xcb_refresh_keyboard_mapping( symbols_, reinterpret_cast<xcb_mapping_notify_event_t*>( event.get( ) ) );
             if( onMapping_ ) onMapping_( );
         }
+        else if( selectionEvent_ && type == selectionEvent_ && onSelection_ )
+            onSelection_( );
     }
     // A server that is gone stays readable for ever.
     if( connection_ && xcb_connection_has_error( connection_ ) && notifier_ ) notifier_->setEnabled( false );
+}
+
+bool GXcbWatchSelection( const char* name, void ( *onChange )( ) )
+{
+    constexpr uint32_t ALL = XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
+                             XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
+                             XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE;
+    if( !GXcbGetConnection( ) ) return false;
+    lookAfterReply( );
+    const xcb_query_extension_reply_t* extension = xcb_get_extension_data( connection_, &xcb_xfixes_id );
+    if( !extension || !extension->present ) return false;
+    const Owned<xcb_xfixes_query_version_reply_t> version( xcb_xfixes_query_version_reply(
+        connection_, xcb_xfixes_query_version( connection_, XCB_XFIXES_MAJOR_VERSION, XCB_XFIXES_MINOR_VERSION ),
+        nullptr ) );
+    const Owned<xcb_intern_atom_reply_t> atom( xcb_intern_atom_reply(
+        connection_, xcb_intern_atom( connection_, 0, static_cast<uint16_t>( std::strlen( name ) ), name ), nullptr ) );
+    if( !version || !atom ) return false;
+    selectionEvent_ = extension->first_event + XCB_XFIXES_SELECTION_NOTIFY;
+    onSelection_ = onChange;
+    xcb_xfixes_select_selection_input( connection_, root_, atom->atom, ALL );
+    xcb_flush( connection_ );
+    return true;
 }
 
 void GXcbSetHandlers( void ( *onKeyPress )( uint8_t keycode, uint16_t state ), void ( *onMapping )( ) )

@@ -1,5 +1,6 @@
-// The one connection of our own to the X server, for the keyboard: grabs, what is down, what the keys mean. It is not the
-// toolkit's, so it hears of every change of the keyboard map. User-interface thread only; without a server all answers are empty.
+// The one connection of our own to the X server, for the keyboard: grabs, what is down, what the keys mean; and for who owns a
+// selection. It is not the toolkit's, so it hears of every change of the keyboard map. User-interface thread only; without a server
+// all answers are empty.
 #pragma once
 
 #include "base/GTypes.h"
@@ -28,3 +29,5 @@ void GXcbDispatch( );
 
 // Called for a key press that a grab brought, and after the keyboard map has changed.
 void GXcbSetHandlers( void ( *onKeyPress )( uint8_t keycode, uint16_t state ), void ( *onMapping )( ) );
+// Calls whenever the owner of that selection changes or goes. One selection; false when the server can't tell.
+bool GXcbWatchSelection( const char* name, void ( *onChange )( ) );

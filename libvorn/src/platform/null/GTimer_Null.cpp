@@ -30,6 +30,20 @@ GTimer GTimerOpen( int64_t microseconds, IGTimerListener* listener )
     timers( ).push_back( new GTimerRecord{ listener, period, GTimeGetTime( ) + period } );
     return timers( ).back( );
 }
+void GTimerSetPeriod( GTimer timer, int64_t microseconds )
+{
+    GVALIDPTR( timer );
+    GPRECONDITION( microseconds >= 0 );
+    const auto period = static_cast<uint64_t>( microseconds );
+    if( period == timer->period ) return;
+    timer->period = period;
+    timer->due = period ? GTimeGetTime( ) + period : UINT64_MAX;
+}
+int64_t GTimerGetPeriod( GTimer timer )
+{
+    GVALIDPTR( timer );
+    return static_cast<int64_t>( timer->period );
+}
 void GTimerClose( GTimer timer )
 {
     GVALIDPTR( timer );
@@ -48,7 +62,7 @@ bool GTimerDeliver( )
     {
         // An earlier tick may have closed this one.
         if( std::find( timers( ).begin( ), timers( ).end( ), timer ) == timers( ).end( ) ) continue;
-        timer->due = now + timer->period;
+        timer->due = timer->period ? now + timer->period : UINT64_MAX;
         timer->listener->onTimer( timer );
     }
     return !due.empty( );

@@ -13,7 +13,8 @@
 struct GTimerRecord
 {
     IGTimerListener* listener = nullptr;
-    int id = 0;
+    int64_t period = 0; // 0 while it rests.
+    int id = 0;         // The platform's, of a timer that runs.
 };
 
 namespace
@@ -22,16 +23,35 @@ class Clock : public QObject
 {
 public:
     explicit Clock( QObject* parent ) : QObject( parent ) {}
-    std::map<int, std::unique_ptr<GTimerRecord>> timers; // By the platform's timer id.
+    std::map<GTimer, std::unique_ptr<GTimerRecord>> timers;
+
+    void run( GTimerRecord& timer, int64_t period )
+    {
+        if( timer.period ) rest( timer );
+        timer.period = period;
+        if( !period ) return;
+        // A period below a millisecond would keep the loop spinning.
+        const int64_t milliseconds = std::clamp<int64_t>( period / 1000, 1, INT32_MAX );
+        timer.id = startTimer( static_cast<int>( milliseconds ), Qt::PreciseTimer );
+        _running.emplace( timer.id, &timer );
+    }
+    void rest( const GTimerRecord& timer )
+    {
+        killTimer( timer.id );
+        _running.erase( timer.id );
+    }
 
 protected:
     void timerEvent( QTimerEvent* event ) override
     {
-        const auto found = timers.find( event->timerId( ) );
-        if( found == timers.end( ) || GDesktopIsDown( ) ) return;
-        GTimer timer = found->second.get( ); // It may be closed by its own tick.
+        const auto found = _running.find( event->timerId( ) );
+        if( found == _running.end( ) || GDesktopIsDown( ) ) return;
+        GTimer timer = found->second; // It may be closed by its own tick.
         timer->listener->onTimer( timer );
     }
+
+private:
+    std::map<int, GTimer> _running; // By the platform's timer id.
 };
 
 Clock* getClock( )
@@ -49,14 +69,26 @@ GTimer GTimerOpen( int64_t microseconds, IGTimerListener* listener )
     GPRECONDITION( microseconds > 0 );
     GPRECONDITION( listener );
     Clock* clock = getClock( );
-    // A period below a millisecond would keep the loop spinning.
-    const int64_t milliseconds = std::clamp<int64_t>( microseconds / 1000, 1, INT32_MAX );
     auto record = std::make_unique<GTimerRecord>( );
     record->listener = listener;
-    record->id = clock->startTimer( static_cast<int>( milliseconds ), Qt::PreciseTimer );
     GTimer timer = record.get( );
-    clock->timers.emplace( timer->id, std::move( record ) );
+    clock->timers.emplace( timer, std::move( record ) );
+    clock->run( *timer, microseconds );
     return timer;
+}
+
+void GTimerSetPeriod( GTimer timer, int64_t microseconds )
+{
+    GPRECONDITION( timer );
+    GPRECONDITION( microseconds >= 0 );
+    if( microseconds == timer->period || !QCoreApplication::instance( ) ) return;
+    getClock( )->run( *timer, microseconds );
+}
+
+int64_t GTimerGetPeriod( GTimer timer )
+{
+    GPRECONDITION( timer );
+    return timer->period;
 }
 
 void GTimerClose( GTimer timer )
@@ -65,6 +97,6 @@ void GTimerClose( GTimer timer )
     GPRECONDITION( timer );
     if( !QCoreApplication::instance( ) ) return; // The desktop took it along.
     Clock* clock = getClock( );
-    clock->killTimer( timer->id );
-    clock->timers.erase( timer->id );
+    if( timer->period ) clock->rest( *timer );
+    clock->timers.erase( timer );
 }

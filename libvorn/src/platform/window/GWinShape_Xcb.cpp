@@ -1,5 +1,6 @@
 // What layered windows ask of the X server itself, on the toolkit's connection.
 #include "platform/desktop/GDesktop_Qt.h"
+#include "platform/input/GXcb.h"
 #include "platform/window/GWin_Qt.h"
 
 #include <QCoreApplication>
@@ -22,6 +23,8 @@ template <typename T>
 using Reply = std::unique_ptr<T, Free>;
 
 constexpr qint64 ASK_AGAIN_MILLISECONDS = 500;
+// Owned by the manager of the first screen; the toolkit knows no other.
+constexpr char COMPOSITOR[] = "_NET_WM_CM_S0";
 
 xcb_atom_t getAtom( xcb_connection_t* connection, const std::string& name )
 {
@@ -36,26 +39,51 @@ xcb_atom_t getStateAtom( xcb_connection_t* connection )
     return atom;
 }
 
-bool askComposited( xcb_connection_t* connection )
+bool composited_ = true;
+
+void askComposited( )
 {
-    // The manager of the first screen; the toolkit knows no other.
-    static const xcb_atom_t atom = getAtom( connection, "_NET_WM_CM_S0" );
+    composited_ = true;
+    xcb_connection_t* connection = GDesktopGetConnection( );
+    if( !connection ) return;
+    static const xcb_atom_t atom = getAtom( connection, COMPOSITOR );
     const Reply<xcb_get_selection_owner_reply_t> reply(
         xcb_get_selection_owner_reply( connection, xcb_get_selection_owner( connection, atom ), nullptr ) );
-    return reply && reply->owner != XCB_WINDOW_NONE;
+    composited_ = reply && reply->owner != XCB_WINDOW_NONE;
 }
 } // namespace
 
 bool GWinIsComposited( )
 {
-    static QElapsedTimer asked;
-    static bool composited = true;
-    xcb_connection_t* connection = GDesktopGetConnection( );
-    if( !connection ) return true;
-    if( asked.isValid( ) && asked.elapsed( ) < ASK_AGAIN_MILLISECONDS ) return composited;
-    composited = askComposited( connection );
-    asked.start( );
-    return composited;
+    return composited_;
+}
+
+void GWinFollowCompositor( void ( *onChange )( ) )
+{
+    static void ( *changed )( ) = nullptr;
+    static const auto ask = []( )
+    {
+        const bool was = composited_;
+        askComposited( );
+        if( composited_ != was && changed ) changed( );
+    };
+    static bool follows = false;
+    changed = onChange;
+    if( follows || !GDesktopGetConnection( ) ) return;
+    // Watched before it is asked for, so that no change falls between.
+    follows = true;
+    const bool tells = GXcbWatchSelection( COMPOSITOR, ask );
+    askComposited( );
+    if( tells ) return;
+    GDesktopOnTick(
+        []( )
+        {
+            static QElapsedTimer asked;
+            if( asked.isValid( ) && asked.elapsed( ) < ASK_AGAIN_MILLISECONDS ) return true;
+            asked.start( );
+            ask( );
+            return true;
+        } );
 }
 
 void GWinShapeInput( QWindow& window, const std::vector<GRect>& bands )

@@ -246,7 +246,7 @@ GWin GWinOpen( const GWString& title, const GRect& rect, bool topmost, IGWinList
 {
     GCALL( function );
     GPRECONDITION( listener );
-    GDesktopOnTick( followCompositor );
+    GWinFollowCompositor( followCompositor );
     auto* win = new GWinRecord( rect, topmost, listener );
     win->setTitle( GDesktopText( title ) );
     return win;

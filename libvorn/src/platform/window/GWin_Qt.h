@@ -99,8 +99,9 @@ private:
 
 // The virtual key of a key event; 0 when it has none.
 int GKeyFromEvent( const QKeyEvent* event );
-// True when the platform shows per-pixel alpha.
+// True when the platform shows per-pixel alpha, as it is known since GWinFollowCompositor; that calls when it changes.
 bool GWinIsComposited( );
+void GWinFollowCompositor( void ( *onChange )( ) );
 // Pointer input passes through all but these rectangles.
 void GWinShapeInput( QWindow& window, const std::vector<GRect>& bands );
 // True when the window manager shows the window as an icon; and its request to show it again.
