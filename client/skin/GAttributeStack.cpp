@@ -83,7 +83,7 @@ GWString GAttributeStack::eval( GWStringView expression )
 int GAttributeStack::calc( GWStringView expression )
 {
     int32_t value = 0;
-    _state->getCalculator( ).calc( _state->eval( expression ), value );
+    _state->calc( _state->eval( expression ), value );
     return value;
 }
 
@@ -92,7 +92,12 @@ bool GAttributeStack::test( GWStringView expression )
     const GWStringView text = _state->eval( expression );
     if( GCaseEquals( text, u"true" ) ) return true;
     int32_t value = 0;
-    return _state->getCalculator( ).calc( text, value ) && value != 0;
+    return _state->calc( text, value ) && value != 0;
+}
+
+void GAttributeStack::forgetWarnings( )
+{
+    GAttributeState::forgetWarnings( );
 }
 
 bool GAttributeStack::read( GWStringView expression, GWString& value )

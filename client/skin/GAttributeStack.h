@@ -49,6 +49,9 @@ public:
     // True for "true" in any case or a number other than 0.
     bool test( GWStringView expression );
 
+    // An expression that does not end is warned of once, with the path of its node: after this, once more.
+    static void forgetWarnings( );
+
     // Evaluates into a member and says whether it changed: the way a node reads a setting.
     bool read( GWStringView expression, GWString& value );
     bool read( GWStringView expression, int& value );

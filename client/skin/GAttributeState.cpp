@@ -42,6 +42,34 @@ const GExpression* GExpressionTable::parse( GWStringView text )
     return &_expressions.insert( text, std::move( _passing ) )->second;
 }
 
+bool GExpressionTable::calc( GWStringView text, int32_t& value )
+{
+    if( GCalculator::readPlain( text, value ) ) return true;
+    if( const auto* entry = _calculations.find( text ) )
+    {
+        value = entry->second.value;
+        return entry->second.matched;
+    }
+    const bool matched = _calculator.calc( text, value );
+    if( text.size( ) > MAX_KEPT_LENGTH ) return matched;
+    if( _calculations.size( ) >= MAX_CALCULATIONS ) _calculations.clear( );
+    _calculations.insert( text, { matched, value } );
+    return matched;
+}
+
+bool GExpressionTable::warnOnce( GWStringView text )
+{
+    if( _warnings.find( text ) != _warnings.end( ) ) return false;
+    if( _warnings.size( ) >= MAX_WARNINGS ) _warnings.clear( );
+    _warnings.emplace( GWString( text ), true );
+    return true;
+}
+
+void GAttributeState::forgetWarnings( )
+{
+    sharedTable( ).forgetWarnings( );
+}
+
 std::unique_ptr<GAttributeState> GAttributeState::acquire( GInstance* instance )
 {
     std::unique_ptr<GAttributeState> state;
@@ -170,8 +198,13 @@ bool GAttributeState::_expand( GWStringView work, GWString& out )
     return true;
 }
 
-GWStringView GAttributeState::_stop( GWStringView expression, GWStringView reached ) const
+GWStringView GAttributeState::_stop( GWStringView expression, GWStringView reached )
 {
-    GLOG( u"WARNING Expression '", expression.substr( 0, 64 ), u"' does not end, ignoring." );
+    constexpr size_t MAX_SHOWN = 64;
+    GWString path;
+    append( -1, u"path", path );
+    const GWString warning = GConcat( u"WARNING Expression '", expression.substr( 0, MAX_SHOWN ), u"' of '", path,
+                                      u"' does not end, ignoring." );
+    if( _table->warnOnce( warning ) ) GLOG( warning );
     return reached;
 }

@@ -4,56 +4,11 @@
 
 #include "client/skin/GCalculator.h"
 #include "client/skin/GEvaluator.h"
+#include "client/skin/GTextTable.h"
 #include "platform/GNotify.h"
 #include "runtime/GInstance.h"
 
 #include <memory>
-#include <unordered_map>
-
-// Lets maps of wide text be searched by a view.
-struct GWStringHash
-{
-    using is_transparent = void;
-    size_t operator( )( GWStringView text ) const { return std::hash<GWStringView>{ }( text ); }
-};
-template <typename T>
-using GWStringMap = std::unordered_map<GWString, T, GWStringHash, std::equal_to<>>;
-
-// A map of texts with a shortcut: a text is looked for first where the last one at its address was found. What is found is always
-// compared, so that an address may be used again for anything.
-template <typename T>
-class GWStringTable
-{
-public:
-    using Entry = std::pair<const GWString, T>;
-
-    Entry* find( GWStringView text )
-    {
-        Entry*& shortcut = _shortcuts[_slot( text )];
-        if( shortcut && shortcut->first == text ) return shortcut;
-        const auto found = _map.find( text );
-        return found == _map.end( ) ? nullptr : shortcut = &*found;
-    }
-    // The text must not be there yet.
-    Entry* insert( GWStringView text, T value ) { return &*_map.emplace( GWString( text ), std::move( value ) ).first; }
-    void clear( )
-    {
-        _map.clear( );
-        _shortcuts.assign( SLOTS, nullptr );
-    }
-    size_t size( ) const { return _map.size( ); }
-
-private:
-    static constexpr size_t SLOTS = 8192;
-    static size_t _slot( GWStringView text )
-    {
-        const auto address = static_cast<uint64_t>( reinterpret_cast<uintptr_t>( text.data( ) ) );
-        return static_cast<size_t>( ( address * 0x9E3779B97F4A7C15u ) >> 32u ) % SLOTS;
-    }
-
-    GWStringMap<T> _map;
-    std::vector<Entry*> _shortcuts = std::vector<Entry*>( SLOTS, nullptr );
-};
 
 // Numbers names and keeps parsed texts. What comes from the skin is bounded by the skin; what comes out of values is bounded here.
 class GExpressionTable
@@ -62,14 +17,22 @@ public:
     static constexpr size_t MAX_EXPRESSIONS = 4096;
     static constexpr size_t MAX_SYMBOLS = 16384;
     static constexpr size_t MAX_KEPT_LENGTH = 1024;
+    static constexpr size_t MAX_CALCULATIONS = 4096;
+    static constexpr size_t MAX_WARNINGS = 256;
 
     // The number of a name; a new name gets the next one.
     int intern( GWStringView name );
     int find( GWStringView name ); // -1 when unknown.
     // The parsed text, or null when it nests too deep. It holds until the next call.
     const GExpression* parse( GWStringView text );
+    // What the calculator makes of a text, which it looks at once.
+    bool calc( GWStringView text, int32_t& value );
+    // True the first time: what is wrong in a skin is wrong in every pass.
+    bool warnOnce( GWStringView text );
+    void forgetWarnings( ) { _warnings.clear( ); }
     size_t getSymbolCount( ) const { return _symbols.size( ); }
     size_t getExpressionCount( ) const { return _expressions.size( ); }
+    size_t getCalculationCount( ) const { return _calculations.size( ); }
 
 private:
     void _resolve( GExpression& expression );
@@ -78,6 +41,14 @@ private:
     GWStringTable<int> _symbols;
     GWStringTable<GExpression> _expressions;
     GExpression _passing; // A text that is not kept.
+    struct Calculation
+    {
+        bool matched = false;
+        int32_t value = 0;
+    };
+    GCalculator _calculator;
+    GWStringTable<Calculation, 1024> _calculations;
+    GWStringMap<bool> _warnings;
 };
 
 class GAttributeState
@@ -85,7 +56,7 @@ class GAttributeState
 public:
     // Bounds of one expansion, in rounds and characters.
     static constexpr int MAX_ROUNDS = 128;
-    static constexpr size_t MAX_EXPANDED_LENGTH = 65536;  // of texts that still hold names, over all rounds
+    static constexpr size_t MAX_EXPANDED_LENGTH = 32768;  // of texts that still hold names, over all rounds
     static constexpr size_t MAX_VALUE_LENGTH = 4u << 20u; // of any text
     // Longer values are read from the blackboard each time.
     static constexpr size_t MAX_KEPT_VALUE = 4096;
@@ -101,7 +72,10 @@ public:
     void append( int symbol, GWStringView name, GWString& out );
     // The value; it holds until the next evaluation.
     GWStringView eval( GWStringView expression );
-    const GCalculator& getCalculator( ) const { return _calculator; }
+    // The number at the front of an evaluated text; false when there is none.
+    bool calc( GWStringView text, int32_t& value ) { return _table->calc( text, value ); }
+    // What was warned of is warned of again: for a new skin.
+    static void forgetWarnings( );
 
 private:
     struct Binding
@@ -124,11 +98,10 @@ private:
     void _appendFromBoard( int symbol, GWStringView name, GWString& out );
     // Replaces the names of `work` once; false when the limits stop it.
     bool _expand( GWStringView work, GWString& out );
-    GWStringView _stop( GWStringView expression, GWStringView reached ) const;
+    GWStringView _stop( GWStringView expression, GWStringView reached );
 
     GInstance* _instance = nullptr;
     GExpressionTable* _table = nullptr;
-    GCalculator _calculator;
     std::vector<Scope> _stateStack;
     std::vector<Binding> _bindings;
     int _bindingCount = 0;

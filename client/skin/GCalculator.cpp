@@ -90,9 +90,9 @@ struct Grammar : spirit::grammar<Grammar>
     };
     Stack& target;
 };
+} // namespace
 
-// Most settings are plain numbers: no grammar is needed to read one.
-bool readDigits( GWStringView text, int32_t& value )
+bool GCalculator::readPlain( GWStringView text, int32_t& value )
 {
     if( text.empty( ) || text.size( ) > 9 ) return false;
     int32_t number = 0;
@@ -104,13 +104,12 @@ bool readDigits( GWStringView text, int32_t& value )
     value = number;
     return true;
 }
-} // namespace
 
 bool GCalculator::calc( GWStringView text, int32_t& value ) const
 {
     value = 0;
     if( text.empty( ) ) return false;
-    if( readDigits( text, value ) ) return true;
+    if( readPlain( text, value ) ) return true;
     text = text.substr( 0, MAX_LENGTH );
     Stack stack;
     const Grammar grammar( stack );

@@ -13,4 +13,6 @@ public:
     // The newest number on the stack after parsing as far as the text matches; false when there is none. Division truncates toward
     // zero, overflow wraps, literals saturate, and a zero divisor raises the divide fault.
     bool calc( GWStringView text, int32_t& value ) const;
+    // A text of at most nine digits and nothing else, as most settings are: needs no grammar. False for any other.
+    static bool readPlain( GWStringView text, int32_t& value );
 };

@@ -35,6 +35,16 @@ bool startsWith( GWStringView text, GWStringView prefix )
     return text.size( ) >= prefix.size( ) && GCaseEquals( text.substr( 0, prefix.size( ) ), prefix );
 }
 
+// "a//b", also with a "?" as one of the two.
+bool hasEmptyStep( GWStringView path )
+{
+    constexpr GWStringView DELIMITERS = u"/?";
+    for( size_t i = 1; i < path.size( ); ++i )
+        if( DELIMITERS.find( path[i - 1] ) != GWStringView::npos && DELIMITERS.find( path[i] ) != GWStringView::npos )
+            return true;
+    return false;
+}
+
 template <typename MODULE>
 void run( GTemplate& engine, const GCommand& command )
 {
@@ -98,6 +108,7 @@ GTemplate::GTemplate( GInstance* instance, const GWString& filename, const GSkin
     GPRECONDITION( instance );
     _timer = GTimerOpen( TIMER_PERIOD, this );
     _notify = GNotifyOpen( this );
+    GAttributeStack::forgetWarnings( );
     GTemplateFactory factory( _platform );
     GTRACK( GTemplateFactory, &factory );
     GASSERT( _root = factory.load( _instance, this, filename ) );
@@ -157,7 +168,7 @@ GTemplateNode* GTemplate::getNode( const GWString& path, GTemplateNode* relative
 {
     GPRECONDITION( !path.empty( ) );
     // An empty step is a mistake of the skin, and is answered as one.
-    const bool walkable = path.find( u"//" ) == GWString::npos;
+    const bool walkable = !hasEmptyStep( path );
     if( walkable && _root && startsWith( path, SKIN_PATH ) && path.size( ) > SKIN_PATH.size( ) )
         return _root->getChild( GWStringView( path ).substr( SKIN_PATH.size( ) ) );
     GTemplateNode* node = walkable && relativeTo && path.starts_with( u".." ) ? relativeTo : nullptr;
@@ -178,26 +189,22 @@ GTemplateNode* GTemplate::getNode( const GWString& path, GTemplateNode* relative
 void GTemplate::executeCommand( const GWString& command, GTemplateNode* source, int reserved )
 {
     GCALL( GTemplate );
-    std::vector<GMenuItem> items;
-    GParseTools_parseMenu( items, command );
-    if( items.empty( ) ) return;
-    if( items.size( ) == 1 && items.front( ).label.empty( ) )
-        return _executeCommand( items.front( ).command, source, reserved );
-    GStringVector labels;
-    for( const GMenuItem& item : items ) labels.push_back( item.label );
+    const GCommandCache::Menu menu = _commands.parse( command );
+    if( menu->labels.empty( ) ) return;
+    if( menu->isPlain( ) ) return _executeCommand( menu->commands.front( ), source, reserved );
     int choice = -1;
     {
         // A menu runs the message loop: the source must outlive it.
         const GNodeBusy busy;
-        choice = _platform.executeMenu( labels );
+        choice = _platform.executeMenu( menu->labels );
     }
-    if( choice >= 0 && choice < static_cast<int>( items.size( ) ) )
-        _executeCommand( items[static_cast<size_t>( choice )].command, source, reserved );
+    if( choice >= 0 && choice < static_cast<int>( menu->commands.size( ) ) )
+        _executeCommand( menu->commands[static_cast<size_t>( choice )], source, reserved );
 }
 
-void GTemplate::_executeCommand( const GWString& command, GTemplateNode* source, int )
+void GTemplate::_executeCommand( const std::vector<GCommandText>& commands, GTemplateNode* source, int )
 {
-    for( const GWString& piece : GSplitList( command ) ) _dispatch( GCommandMake( piece, source ) );
+    for( const GCommandText& text : commands ) _dispatch( GCommand( text, source ) );
 }
 
 void GTemplate::_dispatch( const GCommand& command )

@@ -6,6 +6,7 @@
 #include "client/skin/GSkinPlatform.h"
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/IGCommandEngine.h"
+#include "client/skin/commands/GCommandCache.h"
 #include "platform/GNotify.h"
 #include "platform/GSystem.h"
 #include "platform/GTimer.h"
@@ -63,7 +64,7 @@ public:
 
 private:
     void _update( const GWString& path, GTemplateNode* node, bool refresh );
-    void _executeCommand( const GWString& command, GTemplateNode* source, int reserved );
+    void _executeCommand( const std::vector<GCommandText>& commands, GTemplateNode* source, int reserved );
     void _dispatch( const GCommand& command );
     void _resetBuddyTalk( const GWString& buddy, bool enable );
     void _resetDeviceTalk( const GWString& id, bool enable );
@@ -84,6 +85,7 @@ private:
     GInstance* _instance;
     GSkinPlatform _platform;
     GTemplateNode* _root = nullptr;
+    GCommandCache _commands;
     GTimer _timer = nullptr;
     GNotifyHandle _notify = nullptr;
     GWatchGroup _talkWatches;

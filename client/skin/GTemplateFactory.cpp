@@ -1,5 +1,6 @@
 #include "client/skin/GTemplateFactory.h"
 
+#include "base/GUtil.h"
 #include "client/skin/nodes/GBorderNode.h"
 #include "client/skin/nodes/GBuddyListNode.h"
 #include "client/skin/nodes/GButtonNode.h"
@@ -22,13 +23,16 @@
 #include "client/skin/nodes/GWizardNode.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/sax/Locator.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/sax2/Attributes.hpp>
 #include <xercesc/sax2/SAX2XMLReader.hpp>
 #include <xercesc/sax2/XMLReaderFactory.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
@@ -162,8 +166,10 @@ GTemplateNode* GTemplateFactory::load( GInstance* instance, IGCommandEngine* com
     _filename = filename;
     _root = nullptr;
     _nodeStack.clear( );
+    _elementCount = 0;
     _characters.clear( );
     _parse( );
+    _locator = nullptr;
     GVERIFY( _nodeStack.empty( ) );
     return _root;
 }
@@ -171,12 +177,19 @@ GTemplateNode* GTemplateFactory::load( GInstance* instance, IGCommandEngine* com
 void GTemplateFactory::_parse( )
 {
     const Xerces xerces;
+    std::error_code none;
+    const uintmax_t size = std::filesystem::file_size( std::filesystem::path( _filename ), none );
+    if( !none && size > MAX_FILE_SIZE ) _onParseError( u"The file is too long", 0 );
+    xercesc::SecurityManager limits;
+    limits.setEntityExpansionLimit( MAX_EXPANSIONS );
     try
     {
         const std::unique_ptr<xercesc::SAX2XMLReader> reader( xercesc::XMLReaderFactory::createXMLReader( ) );
         reader->setContentHandler( this );
         reader->setErrorHandler( this );
         reader->setEntityResolver( this );
+        reader->setDeclarationHandler( this );
+        reader->setProperty( xercesc::XMLUni::fgXercesSecurityManager, &limits );
         reader->parse( _filename.c_str( ) );
     }
     catch( const xercesc::SAXParseException& exception )
@@ -185,11 +198,11 @@ void GTemplateFactory::_parse( )
     }
     catch( const xercesc::SAXException& exception )
     {
-        _onParseError( exception.getMessage( ), 0 );
+        _onParseError( exception.getMessage( ), _getLine( ) );
     }
     catch( const xercesc::XMLException& exception )
     {
-        _onParseError( exception.getMessage( ), exception.getSrcLine( ) );
+        _onParseError( exception.getMessage( ), _getLine( ) );
     }
 }
 
@@ -204,25 +217,57 @@ GTemplateNode* GTemplateFactory::create( GInstance* instance, IGCommandEngine* c
     return node;
 }
 
+uint64_t GTemplateFactory::_getLine( ) const
+{
+    return _locator ? _locator->getLineNumber( ) : 0;
+}
+
+void GTemplateFactory::_refuse( GWStringView text )
+{
+    _onParseError( GWString( text ).c_str( ), _getLine( ) );
+}
+
+GAttributeList GTemplateFactory::_readAttributes( const xercesc::Attributes& attributes )
+{
+    GAttributeList list;
+    for( XMLSize_t index = 0; index < attributes.getLength( ); ++index )
+    {
+        const GWStringView value = attributes.getValue( index );
+        if( value.size( ) > MAX_TEXT ) _refuse( u"An attribute is too long" );
+        list.emplace_back( GToLower( GWStringView( attributes.getQName( index ) ) ), value );
+    }
+    return list;
+}
+
+// Two of one id stand beside each other: paths lead to the first.
+void GTemplateFactory::_warnOfTwins( const GTemplateNode& node )
+{
+    if( _nodeStack.empty( ) || node.getAttribute( u"id" ).empty( ) ) return;
+    if( _nodeStack.back( ).ids.insert( GToLower( node.getID( ) ) ).second ) return;
+    GLOG( u"WARNING No path leads to the second '", node.getPath( ), u"' on line ", _getLine( ), u" of '", _filename,
+          u"', ignoring." );
+}
+
 void GTemplateFactory::startElement( const XMLCh*, const XMLCh*, const XMLCh* qualifiedName,
                                      const xercesc::Attributes& attributes )
 {
     _flushCharacters( );
-    GAttributeList list;
-    for( XMLSize_t index = 0; index < attributes.getLength( ); ++index )
-        list.emplace_back( GToLower( GWStringView( attributes.getQName( index ) ) ), attributes.getValue( index ) );
-    GTemplateNode* parent = _nodeStack.empty( ) ? nullptr : _nodeStack.back( );
-    GTemplateNode* node = create( _instance, _commandEngine, parent, qualifiedName, list );
+    if( _nodeStack.size( ) >= MAX_DEPTH ) _refuse( u"Elements stand too deep within each other" );
+    if( ++_elementCount > MAX_ELEMENTS ) _refuse( u"There are too many elements" );
+    GTemplateNode* parent = _nodeStack.empty( ) ? nullptr : _nodeStack.back( ).node;
+    GTemplateNode* node = create( _instance, _commandEngine, parent, qualifiedName, _readAttributes( attributes ) );
+    _warnOfTwins( *node );
     if( parent )
         parent->appendChild( node );
     else
         _root = node;
-    _nodeStack.push_back( node );
+    _nodeStack.push_back( { node, {} } );
 }
 
 void GTemplateFactory::characters( const XMLCh* characters, XMLSize_t length )
 {
     // The parser hands one run over in pieces; blanks at their seams belong to the text.
+    if( _characters.size( ) + length > MAX_TEXT ) _refuse( u"A text is too long" );
     _characters.append( characters, length );
 }
 
@@ -231,14 +276,20 @@ void GTemplateFactory::_flushCharacters( )
     const GWString text = collapseBlanks( GTrim( _characters ) );
     _characters.clear( );
     if( text.empty( ) || _nodeStack.empty( ) ) return;
-    GTemplateNode* node = _nodeStack.back( );
-    node->setAttribute( u"text", node->getAttribute( u"text" ) + text );
+    GWString& whole = _nodeStack.back( ).node->_obtainAttribute( u"text" );
+    if( whole.size( ) + text.size( ) > MAX_TEXT ) _refuse( u"A text is too long" );
+    whole += text;
 }
 
 void GTemplateFactory::endElement( const XMLCh*, const XMLCh*, const XMLCh* )
 {
     _flushCharacters( );
     _nodeStack.pop_back( );
+}
+
+void GTemplateFactory::internalEntityDecl( const XMLCh*, const XMLCh* value )
+{
+    if( GWStringView( value ).size( ) > MAX_ENTITY ) _refuse( u"An entity is too long" );
 }
 
 void GTemplateFactory::error( const xercesc::SAXParseException& exception )

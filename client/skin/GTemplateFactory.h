@@ -1,10 +1,12 @@
-// Turns a skin file into a tree of nodes and element names into node classes. A file that cannot be parsed ends the program after
-// a message box. User-interface thread.
+// Turns a skin file into a tree of nodes and element names into node classes. A file that cannot be parsed, or that is beyond any
+// measure, ends the program after a message box that names the line. Nothing but the file itself is read: external entities are
+// empty. User-interface thread.
 #pragma once
 
 #include "client/skin/GSkinPlatform.h"
 #include "client/skin/GTemplateNode.h"
 
+#include <set>
 #include <vector>
 #include <xercesc/sax2/DefaultHandler.hpp>
 
@@ -22,6 +24,14 @@ struct GElementRow
 class GTemplateFactory : public GHeapObject, public xercesc::DefaultHandler
 {
 public:
+    // What no skin needs more of. Beyond it a file counts as broken.
+    static constexpr size_t MAX_FILE_SIZE = 64u << 20u; // bytes
+    static constexpr size_t MAX_DEPTH = 256;            // elements within each other
+    static constexpr size_t MAX_ELEMENTS = 100000;
+    static constexpr size_t MAX_TEXT = 1u << 20u; // units of an attribute or of a run of character data
+    static constexpr size_t MAX_ENTITY = 4096;    // units of an entity's own text
+    static constexpr unsigned MAX_EXPANSIONS = 10000;
+
     explicit GTemplateFactory( const GSkinPlatform& platform = GSkinPlatform( ) );
     // The elements in the order in which a name is compared with them.
     static std::span<const GElementRow> getElements( );
@@ -35,21 +45,35 @@ public:
                        const xercesc::Attributes& attributes ) override;
     void characters( const XMLCh* characters, XMLSize_t length ) override;
     void endElement( const XMLCh* uri, const XMLCh* localName, const XMLCh* qualifiedName ) override;
+    void internalEntityDecl( const XMLCh* name, const XMLCh* value ) override;
+    void setDocumentLocator( const xercesc::Locator* locator ) override { _locator = locator; }
     void error( const xercesc::SAXParseException& exception ) override;
     void fatalError( const xercesc::SAXParseException& exception ) override;
     // External entities are never fetched.
     xercesc::InputSource* resolveEntity( const XMLCh* publicId, const XMLCh* systemId ) override;
 
 private:
+    struct Open
+    {
+        GTemplateNode* node = nullptr;
+        std::set<GWString> ids; // Of its children, in lower case.
+    };
+
     void _parse( );
     void _flushCharacters( );
+    GAttributeList _readAttributes( const xercesc::Attributes& attributes );
+    void _warnOfTwins( const GTemplateNode& node );
+    uint64_t _getLine( ) const;
+    [[noreturn]] void _refuse( GWStringView text );
     [[noreturn]] void _onParseError( const XMLCh* text, uint64_t line );
 
     GSkinPlatform _platform;
     GInstance* _instance = nullptr;
     IGCommandEngine* _commandEngine = nullptr;
     GTemplateNode* _root = nullptr;
-    std::vector<GTemplateNode*> _nodeStack;
+    std::vector<Open> _nodeStack;
+    size_t _elementCount = 0;
+    const xercesc::Locator* _locator = nullptr; // Borrowed from the parser while it runs.
     GWString _filename;
     GWString _characters; // Of the open element, since the last tag.
 };

@@ -9,6 +9,10 @@ namespace
 const GWString empty_;
 // Rises whenever a path may have changed anywhere in the tree, so that kept paths are built again.
 uint64_t pathGeneration_ = 1;
+// Nodes that live, of all trees.
+size_t nodeCount_ = 0;
+// That nothing more may grow was said since a node went.
+bool isFullTold_ = false;
 
 constexpr GWStringView ID = u"id";
 
@@ -34,6 +38,7 @@ GTemplateNode::GTemplateNode( GInstance* instance, IGCommandEngine* commandEngin
     : _instance( instance ), _commandEngine( commandEngine ), _parent( parent )
 {
     GPRECONDITION( instance && commandEngine );
+    ++nodeCount_;
 }
 
 void GTemplateNode::invariantTest( ) const
@@ -46,6 +51,8 @@ void GTemplateNode::invariantTest( ) const
 GTemplateNode::~GTemplateNode( )
 {
     for( GTemplateNode* child : _children ) delete child;
+    --nodeCount_;
+    isFullTold_ = false;
 }
 
 void GTemplateNode::calcMinSize( int& width, int& height )
@@ -161,12 +168,41 @@ const GWString& GTemplateNode::getAttribute( GWStringView name ) const
 void GTemplateNode::setAttribute( GWStringView name, GWStringView value )
 {
     if( GCaseEquals( name, ID ) ) ++pathGeneration_;
+    _obtainAttribute( name ).assign( value );
+}
+
+GWString& GTemplateNode::_obtainAttribute( GWStringView name )
+{
     const auto found =
         std::ranges::find_if( _attributes, [name]( const auto& pair ) { return GCaseEquals( pair.first, name ); } );
-    if( found != _attributes.end( ) )
-        found->second.assign( value );
-    else
-        _attributes.emplace_back( name, value );
+    return found != _attributes.end( ) ? found->second : _attributes.emplace_back( name, GWString( ) ).second;
+}
+
+void GTemplateNode::_measure( size_t& count, int& depth ) const
+{
+    int deepest = 0;
+    for( const GTemplateNode* child : _children )
+    {
+        int below = 0;
+        child->_measure( count, below );
+        deepest = std::max( deepest, below );
+    }
+    ++count;
+    depth = deepest + 1;
+}
+
+bool GTemplateNode::mayGrow( const GTemplateNode& source ) const
+{
+    size_t count = 0;
+    int depth = 0;
+    source._measure( count, depth );
+    for( const GTemplateNode* node = this; node; node = node->_parent ) ++depth;
+    if( nodeCount_ + count <= MAX_NODES && depth <= MAX_DEPTH ) return true;
+    if( !isFullTold_ )
+        GLOG( u"WARNING A copy of '", source.getPath( ), u"' would make the skin too large or too deep at '",
+              getPath( ), u"', ignoring." );
+    isFullTold_ = true;
+    return false;
 }
 
 GTemplateNode* GTemplateNode::clone( GTemplateNode* parent ) const

@@ -56,6 +56,12 @@ public:
     void setAttribute( GWStringView name, GWStringView value );
     const GAttributeList& getAttributes( ) const { return _attributes; }
 
+    // What a tree may grow to by copies and repetitions; a skin asks for more only by mistake.
+    static constexpr size_t MAX_NODES = 250000;
+    static constexpr int MAX_DEPTH = 512;
+    // True when a copy of `source` and all below it may grow here; else a warning says why not.
+    bool mayGrow( const GTemplateNode& source ) const;
+
     // A deep copy of names, attributes and children below `parent`; not yet linked into its children. The caller owns it.
     GTemplateNode* clone( GTemplateNode* parent ) const;
     // Takes ownership and becomes the node's parent.
@@ -86,6 +92,11 @@ protected:
 
 private:
     friend class GTemplateFactory;
+
+    // The value of the first attribute of that name, which is made when there is none.
+    GWString& _obtainAttribute( GWStringView name );
+    // Nodes of the subtree, and its greatest depth.
+    void _measure( size_t& count, int& depth ) const;
 
     mutable GWString _cachedPath;
     mutable uint64_t _cachedPathGeneration = 0;

@@ -1,22 +1,22 @@
-// Menus and commands of any text end, and a command's steps come to an end too.
+// Menus of any text come apart into pairs, the same ones from the table of texts that ran before.
 #include "Fuzz.h"
-#include "client/skin/commands/GCommand.h"
+#include "client/skin/commands/GCommandCache.h"
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
 {
-    Fuzz::Input input( data, size );
+    static GCommandCache cache;
     const GWString text = GUTF8ToWide( GString( reinterpret_cast<const char*>( data ), size ) );
     std::vector<GMenuItem> items;
     GParseTools_parseMenu( items, text );
-    for( const GMenuItem& item : items ) GCommandMake( item.command, nullptr );
-    GCommand command = GCommandMake( text, nullptr );
-    command.calc( u"" );
-    size_t left = command.path.size( );
-    while( !command.path.empty( ) )
+    const GCommandCache::Menu menu = cache.parse( text );
+    Fuzz::require( menu->labels.size( ) == items.size( ) && menu->commands.size( ) == items.size( ) );
+    for( size_t i = 0; i < items.size( ); ++i )
     {
-        GCommandTakeStep( command.path );
-        Fuzz::require( command.path.size( ) < left );
-        left = command.path.size( );
+        Fuzz::require( items[i].label == menu->labels[i] );
+        Fuzz::require( items[i].label.find( u'(' ) == GWString::npos );
+        Fuzz::require( !items[i].command.empty( ) && items[i].command.find( u')' ) == GWString::npos );
+        Fuzz::require( menu->commands[i].size( ) == GSplitList( items[i].command ).size( ) );
     }
+    Fuzz::require( cache.size( ) <= GCommandCache::MAX_TEXTS );
     return 0;
 }

@@ -1,34 +1,8 @@
 // A skin of any bytes loads, runs its passes and its commands, or is refused by the message that would end the program.
-#include "Fuzz.h"
-#include "base/GUtil.h"
-#include "client/skin/GTemplate.h"
+#include "FuzzSkin.h"
 
 #include <memory>
 #include <sanitizer/lsan_interface.h>
-
-namespace
-{
-struct Refused
-{
-};
-
-GSkinPlatform answersNothing( )
-{
-    GSkinPlatform platform;
-    platform.executeMenu = []( const GStringVector& ) { return 0; };
-    platform.chooseFile = []( const GWString& ) { return GWString( ); };
-    platform.openDocument = []( const GWString&, GWString& ) { return true; };
-    platform.isLeftButtonDown = [] { return false; };
-    platform.openHotkey = []( const GWString&, const GWString& ) -> GHotkey { return nullptr; };
-    platform.closeHotkey = []( GHotkey ) {};
-    platform.listWindows = []( std::map<uint32_t, GWString>& ) {};
-    platform.raiseWindow = []( uint32_t ) {};
-    platform.getWorkArea = [] { return GRect{ 0, 0, 800, 600 }; };
-    platform.showError = []( const GWString&, const GWString& ) { throw Refused( ); };
-    platform.rollLog = [] {};
-    return platform;
-}
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
 {
@@ -40,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
     const __lsan::ScopedDisabler halfTree;
     try
     {
-        const std::unique_ptr<GTemplate> engine( GSAFENEW( GTemplate, ( instance.get( ), path, answersNothing( ) ) ) );
+        const std::unique_ptr<GTemplate> engine(
+            GSAFENEW( GTemplate, ( instance.get( ), path, FuzzSkin::answersNothing( ) ) ) );
         for( GTemplateNode* node = engine->getRoot( ); node; node = node->getNext( engine->getRoot( ) ) )
         {
             const GWString command = node->getAttribute( u"command" );
@@ -48,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
         }
         engine->onTimer( engine->getTimer( ) );
     }
-    catch( const Refused& )
+    catch( const FuzzSkin::Refused& )
     {
     }
     return 0;

@@ -69,7 +69,7 @@ void GBuddyCommands::execute( const GCommand& command )
 {
     if( command.subpath.empty( ) ) return _executeManagement( command );
     GWString rest = command.subpath;
-    _buddy = GCommandTakeStep( rest );
+    _buddy = GParseTools_takeStep( rest );
     if( _buddy.empty( ) || !rest.empty( ) )
     {
         GLOG( u"WARNING Malformed buddy path '", command.path, u"', ignoring." );

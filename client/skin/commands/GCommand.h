@@ -11,26 +11,23 @@ class GTemplateNode;
 
 struct GCommand
 {
-    GWString path;
-    GWString subpath; // The path after its first step.
-    GWString action;
-    std::map<GWString, GWString, std::less<>> args;
-    // The node that issued it, or null, and the same node by its class. Borrowed.
-    GTemplateNode* source = nullptr;
-    GEditNode* edit = nullptr;
-    GListNode* list = nullptr;
-    GTableNode* table = nullptr;
+    // Both borrowed for the command's life; `source` is the node that issued it, or null.
+    GCommand( const GCommandText& text, GTemplateNode* source );
+
+    const GWString& path;
+    const GWString& subpath; // The path after its first step.
+    const GWString& action;
+    GTemplateNode* source;
+    // The source by its class, or null.
+    GEditNode* edit;
+    GListNode* list;
+    GTableNode* table;
     GWString selection; // Of the table.
 
-    GWString get( GWStringView name ) const
-    {
-        const auto found = args.find( name );
-        return found == args.end( ) ? GWString( ) : found->second;
-    }
+    // An argument; empty when it is not there.
+    const GWString& get( GWStringView name ) const;
     int64_t calc( GWStringView name ) const { return GCalc( get( name ) ); }
-};
 
-// Cuts the first step off a path with "/" and "?" between; the rest stays in `path`.
-GWString GCommandTakeStep( GWString& path );
-// Parses one command and classifies its source.
-GCommand GCommandMake( GWStringView text, GTemplateNode* source );
+private:
+    const GCommandText& _text;
+};

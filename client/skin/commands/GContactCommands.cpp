@@ -28,7 +28,7 @@ std::vector<GActionRow> GContactCommands::getActions( )
 void GContactCommands::execute( const GCommand& command )
 {
     GWString rest = command.subpath;
-    _contact = GCommandTakeStep( rest );
+    _contact = GParseTools_takeStep( rest );
     if( command.subpath.empty( ) ) _contact = GForeachNode::findEntry( command.source, LIST );
     if( _contact.empty( ) || !rest.empty( ) )
         GLOG( u"WARNING Malformed contact path '", command.path, u"', ignoring." );

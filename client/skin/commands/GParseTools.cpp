@@ -64,5 +64,23 @@ GCommandText GParseTools_parseCommand( GWStringView text )
     // Without a path the question mark that sets the arguments off may stand or not.
     const auto step = ( path >> !( token( u'?' ) >> *pair ) ) | ( !token( u'?' ) >> *pair );
     spirit::parse( text.data( ), text.data( ) + text.size( ), step );
+    out.subpath = out.path;
+    GParseTools_takeStep( out.subpath );
+    if( const auto action = out.args.find( GWStringView( ) ); action != out.args.end( ) ) out.action = action->second;
     return out;
+}
+
+GWString GParseTools_takeStep( GWString& path )
+{
+    constexpr GWStringView DELIMITERS = u"/?";
+    const size_t first = path.find_first_not_of( DELIMITERS );
+    if( first == GWString::npos )
+    {
+        path.clear( );
+        return { };
+    }
+    const size_t last = path.find_first_of( DELIMITERS, first );
+    GWString step = path.substr( first, last == GWString::npos ? last : last - first );
+    path = last == GWString::npos ? GWString( ) : path.substr( last + 1 );
+    return step;
 }

@@ -17,8 +17,11 @@ void GParseTools_parseMenu( std::vector<GMenuItem>& items, GWStringView text );
 struct GCommandText
 {
     GWString path;
-    // By name; the action stands under the empty name.
-    std::map<GWString, GWString, std::less<>> args;
+    GWString subpath; // The path after its first step.
+    GWString action;
+    std::map<GWString, GWString, std::less<>> args; // By name; the action stands under the empty name as well.
 };
 // "path?action+name=value&name=value"; the path may be missing.
 GCommandText GParseTools_parseCommand( GWStringView text );
+// Cuts the first step off a path with "/" and "?" between; the rest stays in `path`.
+GWString GParseTools_takeStep( GWString& path );

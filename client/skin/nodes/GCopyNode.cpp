@@ -29,7 +29,7 @@ bool GCopyNode::_preChildUpdate( GAttributeStack& stack )
         GLOG( u"WARNING '", getPath( ), u"' would copy itself from '", _src, u"', ignoring." );
         source = nullptr;
     }
-    if( source )
+    if( source && mayGrow( *source ) )
     {
         GTemplateNode* copy = source->clone( this );
         copy->adoptChildren( *this );

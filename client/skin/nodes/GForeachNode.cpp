@@ -68,6 +68,7 @@ void GForeachNode::_addClone( GAttributeStack& stack, const GWString& entry )
         _warned = true;
         return;
     }
+    if( !_mayGrow( *pattern ) ) return;
     GTemplateNode* copy = pattern->clone( this );
     copy->setAttribute( _as, entry );
     appendChild( copy );
@@ -77,6 +78,14 @@ void GForeachNode::_addClone( GAttributeStack& stack, const GWString& entry )
     if( dynamic_cast<GCellNode*>( copy ) ) return;
     GImageStack images;
     copy->render( images );
+}
+
+// Asked for every entry in every pass, and warned of once.
+bool GForeachNode::_mayGrow( const GTemplateNode& pattern )
+{
+    if( _full || mayGrow( pattern ) ) return !_full;
+    _full = true;
+    return false;
 }
 
 void GForeachNode::_removeMissing( const GStringList& entries )
@@ -95,6 +104,7 @@ void GForeachNode::_removeMissing( const GStringList& entries )
             GLOG( u"WARNING Cannot delete '", child->getPath( ), u"' while it is in use, deleting it later." );
         it = _children.erase( it );
         _retired.push_back( child );
+        _full = false;
         _changed = true;
     }
     _deleteRetired( );

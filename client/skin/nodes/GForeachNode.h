@@ -27,6 +27,7 @@ protected:
 private:
     GTemplateNode* _findClone( GWStringView entry ) const;
     void _addClone( GAttributeStack& stack, const GWString& entry );
+    bool _mayGrow( const GTemplateNode& pattern );
     void _removeMissing( const GStringList& entries );
     void _deleteRetired( );
 
@@ -36,6 +37,7 @@ private:
     GWString _text; // The list, as it was split last.
     bool _changed = false;
     bool _warned = false;
+    bool _full = false; // No more clones grow.
     bool _updating = false;
     GNodeWatchList _watches{ GWATCH_UPDATE };
     GStringList _entries; // Those that are repeated.

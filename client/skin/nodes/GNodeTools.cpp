@@ -157,8 +157,7 @@ void GNodeTools_execute( GTemplateNode* node, const GWString& command )
 {
     if( command.empty( ) ) return;
     const GNodeBusy busy;
-    // A copy: the command may run an update that writes the member it came from.
-    node->getCommandEngine( )->executeCommand( GWString( command ), node );
+    node->getCommandEngine( )->executeCommand( command, node );
 }
 
 // ---- Fields.

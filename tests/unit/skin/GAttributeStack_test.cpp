@@ -166,9 +166,9 @@ TEST_F( GAttributeStackTest, ASelfReferenceThatChangesNothingStands )
 
 TEST_F( GAttributeStackTest, ASelfReferenceThatGrowsStopsAtALimit )
 {
-    TestLog::expect( "WARNING Expression '$grow' does not end, ignoring." );
-    TestLog::expect( "WARNING Expression '$double' does not end, ignoring." );
-    TestLog::expect( "WARNING Expression '$ping' does not end, ignoring." );
+    TestLog::expect( "WARNING Expression '$grow' of '' does not end, ignoring." );
+    TestLog::expect( "WARNING Expression '$double' of '' does not end, ignoring." );
+    TestLog::expect( "WARNING Expression '$ping' of '' does not end, ignoring." );
     stack.set( u"grow", u"x$grow" );
     stack.set( u"double", u"$double$double" );
     stack.set( u"ping", u"$pong" );
@@ -180,9 +180,27 @@ TEST_F( GAttributeStackTest, ASelfReferenceThatGrowsStopsAtALimit )
 
 TEST_F( GAttributeStackTest, ATextThatGrowsByLongStepsStopsEarly )
 {
-    TestLog::expect( "WARNING Expression '$grow' does not end, ignoring." );
+    TestLog::expect( "WARNING Expression '$grow' of '' does not end, ignoring." );
     stack.set( u"grow", GWString( 600, u'x' ) + u"$grow" );
     EXPECT_LE( stack.eval( u"$grow" ).size( ), 10000u ) << "every round parses the whole text again";
+}
+
+TEST_F( GAttributeStackTest, AnExpressionThatDoesNotEndIsWarnedOfOnceWithItsPath )
+{
+    TestLog::expect( "WARNING Expression '$grow' of '/skin/a' does not end, ignoring." );
+    for( int i = 0; i < 3; ++i )
+    {
+        stack.push( u"/skin/a", { } );
+        stack.set( u"grow", u"x$grow" );
+        stack.eval( u"$grow" );
+        stack.pop( );
+    }
+    EXPECT_EQ( TestLog::count( "does not end" ), 1 );
+    GAttributeStack::forgetWarnings( );
+    stack.set( u"grow", u"x$grow" );
+    stack.push( u"/skin/a", { { u"text", u"$grow" } } );
+    EXPECT_EQ( TestLog::count( "does not end" ), 2 );
+    stack.pop( );
 }
 
 TEST_F( GAttributeStackTest, AHugeValueIsNotMultiplied )
@@ -199,6 +217,37 @@ TEST_F( GAttributeStackTest, KeptTextsDoNotGrowWithoutBound )
     for( int i = 0; i < 40000; ++i ) table.parse( GConcat( u"$name", i ) );
     EXPECT_LE( table.getExpressionCount( ), GExpressionTable::MAX_EXPRESSIONS );
     EXPECT_LE( table.getSymbolCount( ), GExpressionTable::MAX_SYMBOLS );
+}
+
+TEST_F( GAttributeStackTest, KeptCalculationsDoNotGrowWithoutBound )
+{
+    GExpressionTable table;
+    int32_t value = 0;
+    for( int i = 0; i < 20000; ++i )
+    {
+        ASSERT_TRUE( table.calc( GConcat( u"1 + ", i ), value ) );
+        ASSERT_EQ( value, i + 1 );
+    }
+    EXPECT_LE( table.getCalculationCount( ), GExpressionTable::MAX_CALCULATIONS );
+    const size_t kept = table.getCalculationCount( );
+    EXPECT_TRUE( table.calc( u"7" + GWString( 2000, u' ' ), value ) );
+    EXPECT_EQ( table.getCalculationCount( ), kept ) << "long texts are not kept";
+}
+
+TEST_F( GAttributeStackTest, WhatWasCalculatedOnceTakesNoMemory )
+{
+    stack.set( u"width", 640 );
+    EXPECT_EQ( stack.calc( u"20 + ( $width - 368 ) / 2" ), 156 );
+    EXPECT_FALSE( stack.test( u"no number" ) );
+    EXPECT_EQ( countAllocations(
+                   [&]
+                   {
+                       stack.calc( u"20 + ( $width - 368 ) / 2" );
+                       stack.test( u"no number" );
+                   } ),
+               0 );
+    EXPECT_EQ( stack.calc( u"20 + ( $width - 368 ) / 2" ), 156 );
+    EXPECT_FALSE( stack.test( u"no number" ) );
 }
 
 TEST_F( GAttributeStackTest, NamesBeyondTheTableAreStillFound )

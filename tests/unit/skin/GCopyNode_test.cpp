@@ -81,6 +81,33 @@ TEST_F( GCopyNodeTest, ACopyOfWhatHoldsItIsRefused )
     EXPECT_TRUE( find( u"outer/copy" )->getChildren( ).empty( ) );
 }
 
+TEST_F( GCopyNodeTest, TwoThatCopyEachOtherEnd )
+{
+    TestLog::expect( "' would copy itself from '/skin/if_" );
+    const auto copyOf = []( const char16_t* source ) -> Element { return { u"Copy", { { u"src", source } }, {} }; };
+    const auto gate = [&]( const char16_t* id, const char16_t* source ) -> Element {
+        return { u"if", { { u"id", id }, { u"cond", u"1" } }, { copyOf( source ) } };
+    };
+    loadTwo( gate( u"a", u"/skin/if_b" ), gate( u"b", u"/skin/if_a" ) );
+    update( );
+    EXPECT_TRUE( find( u"if_a/copy/if_b" ) );
+}
+
+// Each part holds the former one twice: forty of them would be a million million nodes.
+TEST_F( GCopyNodeTest, CopiesThatDoubleEndAtALimit )
+{
+    TestLog::expect( "would make the skin too large or too deep at '/skin/box/" );
+    Element box{ u"box", { }, { { u"if", { { u"id", u"0" } }, { { u"Input", { }, {} } } } } };
+    for( int i = 1; i < 40; ++i )
+    {
+        const Element copy{ u"Copy", { { u"src", GConcat( u"/skin/box/if_", i - 1 ) } }, {} };
+        box.children.push_back( { u"if", { { u"id", GNumber( i ) }, { u"cond", u"1" } }, { copy, copy } } );
+    }
+    load( box );
+    update( );
+    EXPECT_EQ( TestLog::count( "too large or too deep" ), 1 );
+}
+
 TEST_F( GCopyNodeTest, WatchesOfTheCopyReportToItsWindow )
 {
     const Element source{

@@ -22,6 +22,7 @@
 #include "client/skin/nodes/GWindowNode.h"
 #include "client/skin/nodes/GWizardNode.h"
 
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <typeindex>
@@ -170,6 +171,70 @@ TEST_F( GTemplateFactoryTest, ABrokenSkinEndsTheProgramWithItsPlace )
     const SkinFile file( "<skin>\n<a>\n</skin>" );
     EXPECT_EXIT( loadBroken( instance, engine, file.path ), testing::ExitedWithCode( 1 ),
                  "Velmora Skin Error.ERROR while parsing '.*template.xml': .* on line 3, exiting\\." );
+}
+
+// Each is refused by the message, with the line that it was read to.
+TEST_F( GTemplateFactoryTest, SkinsBeyondMeasureEndTheProgram )
+{
+    const auto repeat = []( const std::string& text, int times )
+    {
+        std::string out;
+        for( int i = 0; i < times; ++i ) out += text;
+        return out;
+    };
+    const auto refuses = [this]( const std::string& content, const std::string& message )
+    {
+        const SkinFile file( content );
+        EXPECT_EXIT( loadBroken( instance, engine, file.path ), testing::ExitedWithCode( 1 ),
+                     "Velmora Skin Error.ERROR while parsing '.*template.xml': " + message + ", exiting\\." );
+    };
+    refuses( "<skin>\n" + repeat( "<a>", 100000 ), "Elements stand too deep within each other on line 2" );
+    refuses( "<skin>\n\n" + repeat( "<a/>", 100001 ), "There are too many elements on line 3" );
+    refuses( "<skin>\n<a x=\"" + std::string( 2 << 20, 'x' ) + "\"/></skin>", "An attribute is too long on line 2" );
+    refuses( "<skin>" + repeat( std::string( 1000, 'x' ) + "<a/>", 2000 ), "A text is too long on line 1" );
+    refuses( "<skin>\n\n<a b=\"\xFF\xFE\"/></skin>", ".* on line [13]" );
+    refuses( "<skin a=\"1\" a=\"2\"/>", ".* on line 1" );
+    refuses( "\n\n", ".* on line 3" );
+    refuses( "", ".* on line [01]" );
+}
+
+TEST_F( GTemplateFactoryTest, AFileBeyondMeasureIsNotRead )
+{
+    const SkinFile file( "<skin/>" );
+    std::filesystem::resize_file( text( file.path ), 100u << 20u );
+    EXPECT_EXIT( loadBroken( instance, engine, file.path ), testing::ExitedWithCode( 1 ),
+                 "The file is too long on line 0" );
+}
+
+TEST_F( GTemplateFactoryTest, EntitiesNeitherMultiplyNorReadFiles )
+{
+    std::string bomb = "<!DOCTYPE skin [<!ENTITY a \"aaaaaaaaaa\">";
+    for( char name = 'b'; name < 'l'; ++name )
+    {
+        bomb += std::string( "<!ENTITY " ) + name + " \"";
+        for( int i = 0; i < 10; ++i ) bomb += std::string( "&" ) + static_cast<char>( name - 1 ) + ";";
+        bomb += "\">";
+    }
+    const std::string long_ = "<!DOCTYPE skin [<!ENTITY l \"" + std::string( 5000, 'x' ) + "\">]>";
+    for( const std::string& content :
+         { bomb + "]><skin>&k;</skin>", bomb + "]><skin a=\"&k;\"/>", long_ + "<skin>&l;</skin>",
+           std::string( "<!DOCTYPE skin [<!ENTITY a \"&b;\"><!ENTITY b \"&a;\">]><skin>&a;</skin>" ) } )
+    {
+        const SkinFile file( content );
+        EXPECT_EXIT( loadBroken( instance, engine, file.path ), testing::ExitedWithCode( 1 ), "ERROR while parsing " );
+    }
+    // An external subset and an external parameter entity are empty.
+    const auto root = load( "<!DOCTYPE skin SYSTEM \"/etc/passwd\" [<!ENTITY % p SYSTEM \"file:///dev/zero\"> %p;]>"
+                            "<skin>x</skin>" );
+    EXPECT_EQ( text( root->getAttribute( u"text" ) ), "x" );
+}
+
+TEST_F( GTemplateFactoryTest, ASecondOfOneIdIsWarnedOfWithItsLine )
+{
+    TestLog::expect( "WARNING No path leads to the second '/skin/WINDOW_A' on line 3 of '" );
+    const auto root = load( "<skin>\n<Window id=\"a\"/><Window/><Window/>\n<WINDOW id=\"A\"/>"
+                            "<b><Window id=\"a\"/></b></skin>" );
+    EXPECT_EQ( text( root->getChild( u"window_a" )->getName( ) ), "Window" );
 }
 
 TEST_F( GTemplateFactoryTest, AMissingSkinEndsTheProgram )

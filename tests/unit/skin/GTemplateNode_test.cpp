@@ -183,6 +183,17 @@ TEST_F( GTemplateNodeTest, ACloneHasNamesAttributesAndChildrenOfItsOwn )
     delete copy;
 }
 
+TEST_F( GTemplateNodeTest, ATreeGrowsToALimit )
+{
+    EXPECT_TRUE( leaf->mayGrow( *window ) );
+    ProbeNode* deep = add( root, "Deep" );
+    for( int i = 0; i < GTemplateNode::MAX_DEPTH - 3; ++i ) deep = add( deep, "Deep" );
+    EXPECT_TRUE( deep->mayGrow( *second ) );
+    TestLog::expect(
+        "WARNING A copy of '/skin/Window_a/Row' would make the skin too large or too deep at '/skin/Deep/" );
+    EXPECT_FALSE( deep->mayGrow( *first ) );
+}
+
 // ---- The passes.
 
 TEST_F( GTemplateNodeTest, UpdateVisitsChildrenBetweenPreAndPost )

@@ -2,6 +2,8 @@
 
 #include "TemplateTest.h"
 #include "client/skin/commands/GCommand.h"
+#include "client/skin/nodes/GEditNode.h"
+#include "support/CountAllocations.h"
 
 namespace
 {
@@ -69,14 +71,14 @@ TEST( GParseTools, CommandsHaveAPathAnActionAndArguments )
 TEST( GParseTools, StepsAreCutAtSlashesAndQuestionMarks )
 {
     GWString path = u"/buddies/x?y/z";
-    EXPECT_EQ( GCommandTakeStep( path ), u"buddies" );
+    EXPECT_EQ( GParseTools_takeStep( path ), u"buddies" );
     EXPECT_EQ( path, u"x?y/z" );
-    EXPECT_EQ( GCommandTakeStep( path ), u"x" );
-    EXPECT_EQ( GCommandTakeStep( path ), u"y" );
-    EXPECT_EQ( GCommandTakeStep( path ), u"z" );
-    EXPECT_EQ( GCommandTakeStep( path ), u"" );
+    EXPECT_EQ( GParseTools_takeStep( path ), u"x" );
+    EXPECT_EQ( GParseTools_takeStep( path ), u"y" );
+    EXPECT_EQ( GParseTools_takeStep( path ), u"z" );
+    EXPECT_EQ( GParseTools_takeStep( path ), u"" );
     path = u"/";
-    EXPECT_EQ( GCommandTakeStep( path ), u"" );
+    EXPECT_EQ( GParseTools_takeStep( path ), u"" );
     EXPECT_EQ( path, u"" );
 }
 
@@ -168,7 +170,7 @@ TEST_F( GTemplateTest, NodesAreFoundFromAnotherNode )
 TEST_F( GTemplateTest, OtherPathsAreWarnedOf )
 {
     load( "<a/>" );
-    for( const std::string path : { "/other/a", "a", "..", "../../../..", "/skin/", "/skin//a", "." } )
+    for( const std::string path : { "/other/a", "a", "..", "../../../..", "/skin/", "/skin//a", "/skin/a?/b", "." } )
     {
         TestLog::expect( "WARNING Requesting non-existent node '" + path + "', ignoring." );
         GTemplateNode* from = path.size( ) > 3 ? node( u"/skin/a" ) : nullptr;
@@ -177,7 +179,54 @@ TEST_F( GTemplateTest, OtherPathsAreWarnedOf )
     EXPECT_DEATH( engine->getNode( u"", nullptr ), "!path.empty\\( \\)" );
 }
 
+TEST_F( GTemplateTest, AnEmptyStepOfARelativePathIsWarnedOfToo )
+{
+    load( "<a><b/></a>" );
+    for( const std::string path : { "..?/b", "..//b", "../?b", "..??" } )
+    {
+        TestLog::expect( "WARNING Requesting non-existent node '" + path + "', ignoring." );
+        EXPECT_EQ( engine->getNode( GUTF8ToWide( path ), node( u"/skin/a/b" ) ), nullptr ) << path;
+    }
+}
+
 // ---- Commands.
+
+TEST_F( GTemplateTest, ACommandThatRanBeforeIsNeitherParsedNorCopied )
+{
+    load( "<Edit/>" );
+    auto* edit = dynamic_cast<GEditNode*>( node( u"/skin/edit" ) );
+    ASSERT_NE( edit, nullptr );
+    const GWString command = u"( ?clear , /skin/edit?clear+argument=of some length;?clear )";
+    engine->executeCommand( command, edit );
+    EXPECT_EQ( countAllocations( [&] { engine->executeCommand( command, edit ); } ), 0 );
+}
+
+TEST( GCommandCache, TakesAMenuApart )
+{
+    GCommandCache cache;
+    const GCommandCache::Menu menu = cache.parse( u"A(/buddies/x?talk, ?b+c=d);B(/e)" );
+    EXPECT_FALSE( menu->isPlain( ) );
+    EXPECT_EQ( menu->labels, ( GStringVector{ u"A", u"B" } ) );
+    ASSERT_EQ( menu->commands.size( ), 2u );
+    ASSERT_EQ( menu->commands[0].size( ), 2u );
+    EXPECT_EQ( menu->commands[0][0].subpath, u"x" );
+    EXPECT_EQ( menu->commands[0][1].action, u"b" );
+    EXPECT_EQ( cache.parse( u"A(/buddies/x?talk, ?b+c=d);B(/e)" ), menu );
+    EXPECT_TRUE( cache.parse( u"(/a?b" )->isPlain( ) );
+    EXPECT_TRUE( cache.parse( u"no command" )->labels.empty( ) );
+}
+
+TEST( GCommandCache, DoesNotGrowWithoutBound )
+{
+    GCommandCache cache;
+    const GCommandCache::Menu held = cache.parse( u"(/first?open)" );
+    for( int i = 0; i < 5000; ++i ) cache.parse( GConcat( u"(/a?set+value=", i, u")" ) );
+    EXPECT_LE( cache.size( ), GCommandCache::MAX_TEXTS );
+    const size_t kept = cache.size( );
+    cache.parse( u"(/a?" + GWString( 5000, u'x' ) + u")" );
+    EXPECT_EQ( cache.size( ), kept ) << "long texts are not kept";
+    EXPECT_EQ( held->commands[0][0].action, u"open" ) << "who runs a menu keeps it";
+}
 
 TEST_F( GTemplateTest, ACommandMustBeOpenedWithAParenthesis )
 {

@@ -43,7 +43,10 @@ public:
 class SkinTest : public testing::Test
 {
 protected:
-    SkinTest( ) : settings( skinTestPath( "settings.ini" ) ), blackboard( open( settings ) ), instance( *blackboard ) {}
+    SkinTest( ) : settings( skinTestPath( "settings.ini" ) ), blackboard( open( settings ) ), instance( *blackboard )
+    {
+        GAttributeStack::forgetWarnings( );
+    }
     ~SkinTest( ) override
     {
         TestDesktop::pump( );
