@@ -1,26 +1,15 @@
-#include "platform/GText.h"
+#include "platform/text/GText_Qt.h"
 
 #include "base/GPortable.h"
 #include "platform/desktop/GDesktop_Qt.h"
 
-#include <QFont>
 #include <QFontDatabase>
-#include <QFontMetrics>
-#include <QImage>
 #include <QPainter>
 #include <QTextLayout>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-
-struct GTextRecord
-{
-    explicit GTextRecord( const QFont& font_ ) : font( font_ ), metrics( font_ ) {}
-    QFont font;
-    QFontMetrics metrics;
-    QImage page; // Only grows.
-};
 
 namespace
 {
@@ -149,6 +138,16 @@ void GTextMeasure( GText text, const GWString& string, int flags, int wrapWidth,
     height = layout.getHeight( );
 }
 
+void GTextCoverage( const QImage& page, int width, int height, uint8_t* coverage, int stride )
+{
+    for( int y = 0; y < height; ++y )
+    {
+        const auto* row = reinterpret_cast<const QRgb*>( page.constScanLine( y ) );
+        uint8_t* target = coverage + static_cast<ptrdiff_t>( y ) * stride;
+        for( int x = 0; x < width; ++x ) target[x] = static_cast<uint8_t>( 255 - qBlue( row[x] ) );
+    }
+}
+
 int GTextDraw( GText text, const GWString& string, int flags, int width, int height, uint8_t* coverage, int stride )
 {
     GPRECONDITION( text );
@@ -164,12 +163,7 @@ int GTextDraw( GText text, const GWString& string, int flags, int width, int hei
     painter.setPen( Qt::black );
     layout.draw( painter, flags, width, height );
     painter.end( );
-    for( int y = 0; y < height; ++y )
-    {
-        const auto* row = reinterpret_cast<const QRgb*>( text->page.constScanLine( y ) );
-        uint8_t* target = coverage + static_cast<ptrdiff_t>( y ) * stride;
-        for( int x = 0; x < width; ++x ) target[x] = static_cast<uint8_t>( 255 - qBlue( row[x] ) );
-    }
+    GTextCoverage( text->page, width, height, coverage, stride );
     return layout.getHeight( );
 }
 
