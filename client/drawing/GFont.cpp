@@ -100,6 +100,11 @@ void GFont::measureText( const GWString& text, int& width, int& height )
     GTextMeasure( _platform->text, text, _platform->flags, wrap, width, height );
 }
 
+GText GFont::getPlatformText( ) const
+{
+    return _platform->text;
+}
+
 int GFont::getHeight( )
 {
     return GTextGetHeight( _platform->text );

@@ -39,6 +39,8 @@ public:
     bool isMultiLine( ) const { return _multiLine; }
     bool isCentred( ) const { return _centred; }
     bool isRightAligned( ) const { return _right; }
+    // The platform's font, for texts that are laid out by others; it holds until the next update.
+    struct GTextRecord* getPlatformText( ) const;
     // How often a text was rendered anew.
     int getRenderCount( ) const { return _renderCount; }
 

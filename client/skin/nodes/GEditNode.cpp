@@ -1,22 +1,21 @@
 #include "client/skin/nodes/GEditNode.h"
 
 #include "client/drawing/GImageStack.h"
+#include "client/skin/nodes/GNodeKeys.h"
 
 #include <algorithm>
 
 namespace
 {
-// More than anyone types; a paste is cut there.
-constexpr size_t MAX_TEXT = 32768;
-constexpr char16_t KEY_BACKSPACE = 8;
-constexpr char16_t KEY_TAB = 9;
-constexpr char16_t KEY_RETURN = 13;
-constexpr char16_t KEY_ESCAPE = 27;
-constexpr int CARET_WIDTH = 1;
+constexpr int MAX_GROW_LINES = 100;
 
 bool isControl( char16_t character )
 {
     return character < 32 || character == 127;
+}
+bool isHighSurrogate( char16_t character )
+{
+    return character >= 0xD800 && character < 0xDC00;
 }
 bool isLowSurrogate( char16_t character )
 {
@@ -42,12 +41,22 @@ GAttributeTable GEditNode::getAttributeTable( )
         { u"onenter", GAttributeKind::command, u"", u"Runs on the return key." },
         { u"ontype", GAttributeKind::command, u"", u"Runs when it ceases to be empty." },
         { u"onclear", GAttributeKind::command, u"", u"Runs when it becomes empty." },
+        { u"editing", GAttributeKind::text, u"",
+          u"`full`: a caret that moves, a selection, cut, copy and paste, undo, steps over words. Otherwise text is taken at "
+          u"the end. With `vscroll`, shift and return break the line." },
+        { u"growlines", GAttributeKind::number, u"0",
+          u"Grows with its text up to that many lines, with `vscroll` and full editing. Its cell must leave it the height." },
+        { u"maxlength", GAttributeKind::number, u"32768", u"The most characters that it takes." },
+        { u"selectioncolor", GAttributeKind::colour, u"#5AA9FF80", u"The ground of the selection." },
     };
     return ROWS;
 }
 
+// ---- Update.
+
 bool GEditNode::_postChildUpdate( GAttributeStack& stack )
 {
+    _listener = stack.getListener( );
     bool changed = _font.read( stack, u"$font" );
     changed |= _emptyFont.read( stack, u"$emptyfont", _font );
     changed |= stack.read( u"$emptytext", _emptyText );
@@ -58,6 +67,17 @@ bool GEditNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$password", _password );
     changed |= stack.read( u"$vscroll", _vscroll );
     changed |= stack.read( u"$untouchable", _untouchable );
+    changed |= stack.read( u"$editing", _editing );
+    changed |= stack.read( u"$growlines", _growLines );
+    changed |= stack.read( u"$maxlength", _maxLength );
+    changed |= GNodeTools_readOr( stack, u"$selectioncolor", u"#5AA9FF80", _selectionColour );
+    static GWString escape;
+    stack.read( u"$onescape", escape );
+    _escapeIsTheWindows = !escape.empty( );
+    _full = GCaseEquals( _editing, u"full" );
+    _growLines = std::clamp( _growLines, 0, MAX_GROW_LINES );
+    _buffer.setLimit( static_cast<size_t>( std::max( 0, _maxLength ) ) );
+    _buffer.keepHistory( _full && !_password );
     changed |= _readVariable( stack );
     return changed;
 }
@@ -69,123 +89,45 @@ bool GEditNode::_readVariable( GAttributeStack& stack )
     if( _var.empty( ) ) return renamed;
     const bool renewed = GNodeTools_readValue( _instance, _var, _varSeen );
     if( !renamed && !renewed && !stack.test( u"$refresh" ) ) return false;
-    const GWStringView text = GWStringView( _varSeen ).substr( 0, MAX_TEXT );
-    if( text == _text ) return renamed;
-    _text = text;
+    const GWStringView text = GWStringView( _varSeen ).substr( 0, GEditBuffer::MAX_TEXT );
+    if( text == getText( ) ) return renamed;
+    _buffer.setText( text );
+    _caretMoved = true;
     return true;
 }
 
 void GEditNode::_updateVariable( )
 {
     if( _var.empty( ) ) return;
-    _varSeen = _text;
-    _instance->set( _var, _text );
+    _varSeen = getText( );
+    _instance->set( _var, _varSeen );
 }
 
 void GEditNode::calcMinSize( int& width, int& height )
 {
     GTemplateNode::calcMinSize( width, height );
     width = std::max( width, _field.getMargin( ) );
-    height = std::max( height, _font.getHeight( ) + _field.getMargin( ) );
+    _linesAsked = _getLineCount( );
+    height = std::max( height, _linesAsked * _font.getHeight( ) + _field.getMargin( ) );
 }
 
-// ---- Drawing.
+// ---- Changes.
 
-bool GEditNode::_preChildRender( GImageStack& images )
+int GEditNode::_change( const std::function<void( )>& call )
 {
-    images.setInputHandler( this );
-    const GRect box = _field.draw( images, _focus, _vscroll ? 0 : _font.getHeight( ) );
-    images.pushTarget( box );
-    _drawText( images, box );
-    images.pop( );
-    return true;
-}
-
-// The end of the text is where typing goes on, so that is what shows when there is too little room.
-void GEditNode::_drawText( GImageStack& images, const GRect& box )
-{
-    if( _text.empty( ) && !_focus )
-    {
-        if( !_emptyText.empty( ) ) images.drawText( _emptyText, _emptyFont, { 0, 0, box.width( ), box.height( ) } );
-        return;
-    }
-    const GWString shown = _password ? GWString( _text.size( ), u'*' ) : _text;
-    int width = _vscroll ? box.width( ) : 0;
-    int height = _font.getHeight( );
-    if( !shown.empty( ) ) _font.get( ).measureText( shown, width, height );
-    const int room = std::max( 0, box.width( ) - CARET_WIDTH - 1 );
-    const int left = _vscroll ? 0 : std::min( 0, room - width );
-    const int top = _vscroll ? std::min( 0, box.height( ) - height ) : 0;
-    const int right = std::max( left + width + CARET_WIDTH, box.width( ) );
-    if( !shown.empty( ) )
-        images.drawText( shown, _font, { left, top, right, std::max( top + height, box.height( ) ) } );
-    if( !_focus || _untouchable ) return;
-    const int caret = std::min( left + width + 1, room );
-    const int bottom = std::min( top + height, box.height( ) );
-    const GRect line{ caret, bottom - _font.getHeight( ), caret + CARET_WIDTH, bottom };
-    images.fillRect( line, _font.get( ).getColour( ) );
-}
-
-// ---- Input.
-
-int GEditNode::onKeyboardFocusChanged( bool focus )
-{
-    _focus = focus;
-    return GRESPONSE_RENDER;
-}
-
-int GEditNode::onLButtonDown( GWin, int, int )
-{
-    return GRESPONSE_RENDER;
-}
-
-int GEditNode::onKeyPressed( GWin, char16_t character )
-{
-    if( _untouchable || character == KEY_TAB ) return GRESPONSE_NONE;
-    if( character == KEY_RETURN )
-    {
-        _executeOnEnter( );
-        return GRESPONSE_RENDER;
-    }
-    GWString text = _text;
-    if( character == KEY_BACKSPACE )
-        _removeLast( text );
-    else if( character == KEY_ESCAPE )
-        text.clear( );
-    else if( !isControl( character ) && text.size( ) < MAX_TEXT )
-        text += character;
-    setText( text );
-    return GRESPONSE_RENDER;
-}
-
-void GEditNode::_removeLast( GWString& text )
-{
-    if( text.empty( ) ) return;
-    const bool pair = isLowSurrogate( text.back( ) ) && text.size( ) > 1;
-    text.resize( text.size( ) - ( pair ? 2 : 1 ) );
-}
-
-int GEditNode::onPaste( GWin, const GWString& text )
-{
-    if( _untouchable ) return GRESPONSE_NONE;
-    GWString result = _text;
-    for( const char16_t character : text )
-    {
-        if( result.size( ) >= MAX_TEXT ) break;
-        // A single line has no room for line ends and tabs.
-        if( !isControl( character ) || ( _vscroll && character == u'\n' ) ) result += character;
-    }
-    setText( result );
+    const bool wasEmpty = getText( ).empty( );
+    call( );
+    _caretMoved = true;
+    _wantedX = -1;
+    _updateVariable( );
+    if( wasEmpty && !getText( ).empty( ) ) _executeOnType( );
+    if( !wasEmpty && getText( ).empty( ) ) _executeOnClear( );
     return GRESPONSE_RENDER;
 }
 
 void GEditNode::setText( const GWString& text )
 {
-    const bool wasEmpty = _text.empty( );
-    _text = text.substr( 0, MAX_TEXT );
-    _updateVariable( );
-    if( wasEmpty && !_text.empty( ) ) _executeOnType( );
-    if( !wasEmpty && _text.empty( ) ) _executeOnClear( );
+    _change( [&] { _buffer.setText( text ); } );
 }
 
 void GEditNode::_executeOnEnter( )
@@ -201,4 +143,86 @@ void GEditNode::_executeOnType( )
 void GEditNode::_executeOnClear( )
 {
     GNodeTools_execute( this, _onClear );
+}
+
+// ---- Input.
+
+int GEditNode::onKeyboardFocusChanged( bool focus )
+{
+    _focus = focus;
+    _dragging = false;
+    // What the tab key reaches is replaced by typing; a message that is being written is not.
+    if( _full && focus && !_clicked && !_vscroll ) _buffer.select( 0, getText( ).size( ) );
+    if( _full && !focus ) _buffer.moveTo( _buffer.getCaret( ), false );
+    _clicked = false;
+    _caretMoved = true;
+    return GRESPONSE_RENDER;
+}
+
+// A character beyond the first 65536 comes in two halves; one half alone is no text.
+bool GEditNode::_takeUnit( char16_t character, GWString& text )
+{
+    const char16_t high = _highSurrogate;
+    _highSurrogate = isHighSurrogate( character ) ? character : u'\0';
+    if( _highSurrogate || isControl( character ) || ( isLowSurrogate( character ) && !high ) ) return false;
+    if( isLowSurrogate( character ) ) text += high;
+    text += character;
+    return true;
+}
+
+int GEditNode::onKeyPressed( GWin, char16_t character )
+{
+    if( _untouchable || character == GKEY_TAB ) return GRESPONSE_NONE;
+    if( _full ) return _typeFull( character );
+    if( character == GKEY_RETURN )
+    {
+        // Without a command return is the window's.
+        if( _onEnter.empty( ) ) return GRESPONSE_NONE;
+        _executeOnEnter( );
+        return GRESPONSE_RENDER;
+    }
+    if( character == GKEY_ESCAPE && _escapeIsTheWindows ) return GRESPONSE_NONE;
+    return _change(
+        [&]
+        {
+            GWString typed;
+            _buffer.moveTo( getText( ).size( ), false );
+            if( character == GKEY_BACKSPACE )
+                _removeLast( );
+            else if( character == GKEY_ESCAPE )
+                _buffer.setText( u"" );
+            else if( _takeUnit( character, typed ) )
+                _buffer.insert( typed );
+        } );
+}
+
+void GEditNode::_removeLast( )
+{
+    const size_t size = getText( ).size( );
+    if( !size ) return;
+    const bool pair = size > 1 && isLowSurrogate( getText( ).back( ) );
+    _buffer.erase( size - ( pair ? 2 : 1 ), size );
+}
+
+GWString GEditNode::_filter( GWStringView text ) const
+{
+    GWString out;
+    for( const char16_t character : text )
+    {
+        if( out.size( ) >= GEditBuffer::MAX_TEXT ) break;
+        // A single line has no room for line ends and tabs.
+        if( !isControl( character ) || ( _vscroll && character == u'\n' ) ) out += character;
+    }
+    return out;
+}
+
+int GEditNode::onPaste( GWin, const GWString& text )
+{
+    if( _untouchable ) return GRESPONSE_NONE;
+    return _change(
+        [&]
+        {
+            if( !_full ) _buffer.moveTo( getText( ).size( ), false );
+            _buffer.insert( _filter( text ) );
+        } );
 }
