@@ -42,12 +42,16 @@ GAttributeTable GEditNode::getAttributeTable( )
         { u"ontype", GAttributeKind::command, u"", u"Runs when it ceases to be empty." },
         { u"onclear", GAttributeKind::command, u"", u"Runs when it becomes empty." },
         { u"editing", GAttributeKind::text, u"",
-          u"`full`: a caret that moves, a selection, cut, copy and paste, undo, steps over words. Otherwise text is taken at "
+          u"`full`: a caret that moves, a selection, cut, copy and paste, undo, steps over words. Otherwise text is "
+          u"taken at "
           u"the end. With `vscroll`, shift and return break the line." },
         { u"growlines", GAttributeKind::number, u"0",
-          u"Grows with its text up to that many lines, with `vscroll` and full editing. Its cell must leave it the height." },
+          u"Grows with its text up to that many lines, with `vscroll` and full editing. Its cell must leave it the "
+          u"height." },
         { u"maxlength", GAttributeKind::number, u"32768", u"The most characters that it takes." },
         { u"selectioncolor", GAttributeKind::colour, u"#5AA9FF80", u"The ground of the selection." },
+        { u"onescape", GAttributeKind::command, u"",
+          u"The window's: where it is set, the escape key goes there and clears nothing." },
     };
     return ROWS;
 }
