@@ -24,8 +24,7 @@ class Story:
         self.server = desk.Server(binaries, os.path.join(self.room, "server"), 20000 + os.getpid() % 400 * 100)
         with open(os.path.join(self.server.folder, "velmora-server.ini"), "a") as out:
             out.write("contacts = agreed\n")
-        clips = os.path.join(self.room, "clips")
-        desk.run(os.path.join(desk.TOP, "tools/demo/make-clips"), clips)
+        clips = desk.clips(binaries)
         self.ann, self.ben = (desk.Client(binaries, os.path.join(self.room, name), account, self.server, os.path.join(clips, name + ".webm"), "",
                                           (f"Local_User_GUID={account}@velmora.local", f"Local_Password={name}'s secret"))
                               for name, account in (("ann", "ann"), ("ben", BEN.partition("@")[0])))

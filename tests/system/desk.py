@@ -4,6 +4,7 @@ Run the tests below tests/support/with-desktop and tests/support/with-sound. Wai
 """
 import array
 import glob
+import hashlib
 import os
 import re
 import shutil
@@ -31,6 +32,22 @@ def wait(seconds, condition, what):
         if time.monotonic() > deadline:
             raise AssertionError(f"waited {seconds} s in vain for {what}")
         time.sleep(0.1)
+
+
+def clips(binaries):
+    """The folder of ann's and ben's clips. Drawing them takes long, so they are kept beside the programs, for as long as their script is
+    the same."""
+    script = os.path.join(TOP, "tools/demo/make-clips")
+    with open(script, "rb") as source:
+        folder = os.path.join(os.path.dirname(os.path.abspath(binaries)), "clips-" + hashlib.sha1(source.read()).hexdigest()[:12])
+    if not os.path.isdir(folder):
+        fresh = tempfile.mkdtemp(prefix="clips.", dir=os.path.dirname(folder))
+        run(script, fresh)
+        try:
+            os.rename(fresh, folder)
+        except OSError:  # Another test was faster.
+            shutil.rmtree(fresh)
+    return folder
 
 
 def tell(story, chapters):

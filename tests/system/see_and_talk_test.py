@@ -20,8 +20,7 @@ class Story:
         self.picture = self.skin.first_picture()
         base = 20000 + os.getpid() % 400 * 100
         self.server = desk.Server(binaries, os.path.join(self.room, "server"), base)
-        clips = os.path.join(self.room, "clips")
-        desk.run(os.path.join(desk.TOP, "tools/demo/make-clips"), clips)
+        clips = desk.clips(binaries)
         for sink in ("ann", "ben"):
             desk.run("pactl", "load-module", "module-null-sink", f"sink_name={sink}", "rate=48000")
         # An idle sink asks for data only after seconds; silence keeps it awake.

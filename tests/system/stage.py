@@ -13,9 +13,10 @@ TITLE = "Stage"
 
 
 class Stage:
-    """`commands`: names and command strings. `keys`: with a field that takes a key combination into Working_Hotkey, left of the buttons."""
+    """`commands`: names and command strings. `keys`: with a field that takes a key combination into Working_Hotkey, left of the buttons.
+    `watch`: values that the commands read."""
 
-    def __init__(self, folder, commands, left=0, top=0, keys=False):
+    def __init__(self, folder, commands, left=0, top=0, keys=False, watch=""):
         self.names, self.keys = list(commands), keys
         self.first = 8 if keys else 0
         cells = "".join(f'<Cell fixedwidth="{EDGE}" fixedheight="{EDGE}" align="stretch" valign="stretch"><Button '
@@ -24,7 +25,8 @@ class Stage:
             cells = (f'<Cell fixedwidth="{EDGE * self.first}" align="stretch" valign="stretch"><Hotkey var="Working_Hotkey" inner="2" outer="1" '
                      f'refresh="true" font="12,,#E8ECF1FF,Inter" framecolor="#262B34FF" focuscolor="#5AA9FFFF"/></Cell>{cells}')
         window = (f'<Window id="stage" title="{TITLE}" x="{left}" y="{top}" width="{EDGE * (self.first + len(commands))}" height="{EDGE}" '
-                  f'hidden="false" topmost="false"><Gradient from="#202020FF" to="#202020FF"/><Row>{cells}</Row></Window>')
+                  f'hidden="false" topmost="false"><Gradient from="#202020FF" to="#202020FF"/><Text text="" font="12,,#E8ECF1FF,Inter" watch="{watch}"/>'
+                  f'<Row>{cells}</Row></Window>')
         for path in glob.glob(os.path.join(folder, "template*.xml")):
             with open(path, encoding="utf-8") as source:
                 text = source.read()
