@@ -54,6 +54,7 @@ void GImageStack::pushLayer( const GImageFormat& format, char* pixels, IGInputHa
     frame.inputMap = inputMap;
     _frames.push_back( frame );
     _dirty = GRectAccumulator( );
+    _focus = GRect( );
 }
 
 void GImageStack::pushTarget( const GRect& rect )
@@ -221,4 +222,15 @@ void GImageStack::setInputHandler( IGInputHandler* handler )
     for( int y = area.top; y < area.bottom; y++ )
         std::fill_n( frame.inputMap + static_cast<ptrdiff_t>( y ) * frame.format.width + area.left, area.width( ),
                      handler );
+}
+
+void GImageStack::markFocus( )
+{
+    if( _drawable( ) ) _focus = _frames.back( ).rect;
+}
+
+bool GImageStack::getFocus( GRect& rect ) const
+{
+    rect = _focus;
+    return GRectHasVolume( _focus );
 }

@@ -57,6 +57,11 @@ public:
     // Makes `handler` the owner of every pixel of the frame; the last writer wins.
     void setInputHandler( IGInputHandler* handler );
 
+    // Says that what has the keyboard's focus fills this frame, for whoever draws the ring around it; the last one wins.
+    void markFocus( );
+    // The frame that was marked since the layer was pushed, on the layer; false when there is none.
+    bool getFocus( GRect& rect ) const;
+
 private:
     struct Frame
     {
@@ -71,4 +76,5 @@ private:
 
     std::deque<Frame> _frames;
     GRect _dirty;
+    GRect _focus;
 };

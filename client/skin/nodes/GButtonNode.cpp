@@ -5,6 +5,13 @@
 
 #include <algorithm>
 
+namespace
+{
+constexpr int COLUMN_MOUSEOVER = 1;
+constexpr int COLUMN_DISABLED = 2;
+constexpr int COLUMN_PRESSED = 3;
+} // namespace
+
 GAttributeTable GButtonNode::getAttributeTable( )
 {
     static constexpr GAttributeRow ROWS[] = {
@@ -21,6 +28,11 @@ GAttributeTable GButtonNode::getAttributeTable( )
         { u"src", GAttributeKind::image, u"",
           u"A sheet of states: its part is the plain one; to its right stand \"under the pointer\" and \"disabled\", "
           u"below these the latched ones." },
+        { u"slice", GAttributeKind::number, u"0",
+          u"Draws the state in nine pieces over the whole frame: corners of that many pixels keep their size." },
+        { u"pressed", GAttributeKind::toggle, u"off",
+          u"The sheet has a fourth column, for the time that the button is held down." },
+        { u"disabledfont", GAttributeKind::font, u"$font", u"The caption's font while it is disabled." },
         { u"focusable", GAttributeKind::toggle, u"off", u"The tab key stops here, and space and return press it." },
         { u"focuscolor", GAttributeKind::colour, u"#000000FF", u"The frame while it has the keyboard." },
     };
@@ -44,7 +56,10 @@ bool GButtonNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$text", _text );
     changed |= _font.read( stack, u"$font" );
     changed |= _mouseoverFont.read( stack, u"$mouseoverfont", _font );
+    changed |= _disabledFont.read( stack, u"$disabledfont", _font );
     changed |= stack.read( u"$src", _src );
+    changed |= stack.read( u"$slice", _slice );
+    changed |= stack.read( u"$pressed", _hasPressed );
     changed |= GNodeTools_readOr( stack, u"$focuscolor", u"#000000FF", _focusColour );
     return changed;
 }
@@ -71,7 +86,7 @@ bool GButtonNode::_preChildRender( GImageStack& images )
     images.getDimensions( width, height );
     GImageFormat format;
     GRect rect;
-    if( !_src.empty( ) && GImageTools_instanceReadCheck( _instance, _src, format, rect ) )
+    if( _slice <= 0 && !_src.empty( ) && GImageTools_instanceReadCheck( _instance, _src, format, rect ) )
     {
         width = std::min( width, rect.width( ) );
         height = std::min( height, rect.height( ) );
@@ -80,19 +95,25 @@ bool GButtonNode::_preChildRender( GImageStack& images )
     images.setInputHandler( this );
     _drawPicture( images );
     _drawCaption( images );
-    if( _focus && _focusable ) images.drawRect( { 0, 0, std::max( 0, width ), std::max( 0, height ) }, _focusColour );
+    if( !_focus || !_focusable ) return true;
+    images.drawRect( { 0, 0, std::max( 0, width ), std::max( 0, height ) }, _focusColour );
+    if( !_clicked ) images.markFocus( );
     return true;
+}
+
+int GButtonNode::_getColumn( ) const
+{
+    if( _disabled ) return COLUMN_DISABLED;
+    if( _down && _hasPressed ) return COLUMN_PRESSED;
+    return _mouseover ? COLUMN_MOUSEOVER : 0;
 }
 
 void GButtonNode::_drawPicture( GImageStack& images )
 {
     if( _src.empty( ) ) return;
-    int column = 0;
-    if( _mouseover ) column = 1;
-    if( _disabled ) column = 2;
     GImageFormat format;
     GRect rect;
-    const char* pixels = GImageTools_instanceReadOpen( _instance, _src, format, rect, column, _latched );
+    const char* pixels = GImageTools_instanceReadOpen( _instance, _src, format, rect, _getColumn( ), _latched );
     if( !pixels ) return;
     if( GRectEmpty( rect ) )
     {
@@ -101,14 +122,22 @@ void GButtonNode::_drawPicture( GImageStack& images )
         pixels = GImageTools_instanceReadOpen( _instance, _src, format, rect );
         if( !pixels ) return;
     }
-    images.drawBitmap( format, pixels, rect, 0 );
+    if( _slice > 0 )
+    {
+        int width = 0;
+        int height = 0;
+        images.getDimensions( width, height );
+        GNodeTools_drawSliced( images, format, pixels, rect, { 0, 0, width, height }, _slice );
+    }
+    else
+        images.drawBitmap( format, pixels, rect, 0 );
     GImageTools_instanceReadClose( _instance, _src );
 }
 
 void GButtonNode::_drawCaption( GImageStack& images )
 {
     if( _text.empty( ) ) return;
-    GNodeFont& font = _mouseover && !_disabled ? _mouseoverFont : _font;
+    GNodeFont& font = _disabled ? _disabledFont : _mouseover ? _mouseoverFont : _font;
     int width = 0;
     int height = 0;
     images.getDimensions( width, height );
@@ -147,14 +176,17 @@ int GButtonNode::_release( )
 int GButtonNode::onLButtonDown( GWin, int, int )
 {
     if( _disabled ) return GRESPONSE_NONE;
+    _down = true;
+    _clicked = true;
     // The release belongs to this button wherever the pointer is by then.
-    return _press( ) | GRESPONSE_CAPTURE;
+    return _press( ) | GRESPONSE_CAPTURE | ( _hasPressed ? GRESPONSE_RENDER : 0 );
 }
 
 int GButtonNode::onLButtonUp( GWin, int, int )
 {
+    _down = false;
     // A button that was disabled while it was down still lets go of the mouse.
-    return ( _disabled ? GRESPONSE_NONE : _release( ) ) | GRESPONSE_RELEASE;
+    return ( _disabled ? GRESPONSE_NONE : _release( ) ) | GRESPONSE_RELEASE | ( _hasPressed ? GRESPONSE_RENDER : 0 );
 }
 
 int GButtonNode::onLButtonDblClk( GWin, int, int )
@@ -172,11 +204,13 @@ int GButtonNode::onMouseoverChanged( bool mouseover )
 int GButtonNode::onKeyboardFocusChanged( bool focus )
 {
     _focus = focus;
+    _clicked &= focus && _down;
     return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
 }
 
 int GButtonNode::onKeyPressed( GWin, char16_t character )
 {
     if( !_focusable || _disabled || ( character != u' ' && character != u'\r' ) ) return GRESPONSE_NONE;
+    _clicked = false;
     return _press( ) | _release( ) | GRESPONSE_RENDER;
 }

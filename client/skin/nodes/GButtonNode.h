@@ -1,6 +1,7 @@
 // A push button with a sprite sheet of three columns (normal, under the pointer, disabled) and two rows (plain, latched), a
 // caption, and commands for press, release and double click. Type "push" latches. With "$focusable" it is a stop of the tab key,
-// and space and return press it. User-interface thread.
+// and space and return press it. "$slice" draws the sheet's cells as nine pieces over the whole frame; with "$pressed" the sheet has a
+// fourth column, for the time that the button is held down. User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
@@ -32,6 +33,7 @@ private:
     bool _isPush( ) const;
     int _press( );
     int _release( );
+    int _getColumn( ) const;
     void _drawPicture( GImageStack& images );
     void _drawCaption( GImageStack& images );
 
@@ -45,9 +47,14 @@ private:
     GWString _text;
     GNodeFont _font;
     GNodeFont _mouseoverFont;
+    GNodeFont _disabledFont;
     GWString _src;
     GWString _focusColour;
+    int _slice = 0;
+    bool _hasPressed = false;
     bool _mouseover = false;
+    bool _down = false;
     bool _focus = false;
+    bool _clicked = false; // The focus came by a click, which needs no ring to tell where it is.
     bool _latched = false;
 };

@@ -12,6 +12,7 @@ constexpr int CARET_WIDTH = 1;
 bool GEditNode::_preChildRender( GImageStack& images )
 {
     images.setInputHandler( this );
+    if( _focus ) images.markFocus( );
     const GRect box = _field.draw( images, _focus, _vscroll ? 0 : _font.getHeight( ) );
     images.pushTarget( box );
     images.getPosition( _place.left, _place.top );

@@ -38,6 +38,7 @@ void GHotkeyNode::calcMinSize( int& width, int& height )
 bool GHotkeyNode::_preChildRender( GImageStack& images )
 {
     images.setInputHandler( this );
+    if( _focus ) images.markFocus( );
     const GRect box = _field.draw( images, _focus, _font.getHeight( ) );
     images.pushTarget( box );
     if( !_text.empty( ) ) images.drawText( _text, _font );

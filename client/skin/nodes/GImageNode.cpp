@@ -17,6 +17,8 @@ GAttributeTable GImageNode::getAttributeTable( )
         { u"valign", GAttributeKind::choice, u"top", u"`top`, `center`, `bottom`, `stretch`, `tile`." },
         { u"mode", GAttributeKind::choice, u"",
           u"`copy` replaces what is below it, with its alpha, instead of blending." },
+        { u"slice", GAttributeKind::number, u"0",
+          u"Fills the frame in nine pieces: corners of that many pixels keep their size." },
         { u"disabled", GAttributeKind::toggle, u"off", u"Stops following a blackboard image; the last picture stays." },
     };
     return ROWS;
@@ -29,6 +31,7 @@ bool GImageNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$src", _src );
     changed |= stack.read( u"$disabled", _disabled );
     changed |= GNodeTools_readAlign( stack, _flags );
+    changed |= stack.read( u"$slice", _slice );
     changed |= stack.read( u"$mode", _mode );
     if( GCaseEquals( _mode, u"copy" ) ) _flags |= GIC_OPAQUE;
     _watch.update( _instance, _disabled ? GWStringView( ) : GNodeTools_imageName( _src ), stack.getListener( ) );
@@ -55,6 +58,12 @@ bool GImageNode::_preChildRender( GImageStack& images )
     int height = 0;
     images.getDimensions( width, height );
     GRect target{ _x, _y, _x + width, _y + height };
+    if( _slice > 0 )
+    {
+        GNodeTools_drawSliced( images, format, pixels, rect, target, _slice );
+        GImageTools_instanceReadClose( _instance, _src );
+        return true;
+    }
     // A picture smaller than its frame stands where the alignment says; a larger one is cut there by the copy.
     if( !( _flags & ( GIC_STRETCH_X | GIC_TILE_X | GIC_ASPECT ) ) )
         target.left += GNodeTools_offset( width, rect.width( ), _flags & GIC_CENTER, _flags & GIC_RIGHT );

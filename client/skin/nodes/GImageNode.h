@@ -23,5 +23,6 @@ private:
     int _flags = 0;
     int _x = 0;
     int _y = 0;
+    int _slice = 0; // Pixels of the corners that keep their size; 0 when the picture is drawn in one piece.
     GNodeWatch _watch{ GWATCH_RENDER };
 };

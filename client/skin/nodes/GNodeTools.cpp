@@ -3,6 +3,7 @@
 #include "client/drawing/GImageStack.h"
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/nodes/GWindowNode.h"
+#include "image/GImage.h"
 
 #include <algorithm>
 
@@ -151,6 +152,25 @@ int GNodeTools_offset( int room, int size, bool middle, bool end )
 GWStringView GNodeTools_imageName( GWStringView source )
 {
     return source.substr( 0, source.find( u'(' ) );
+}
+
+void GNodeTools_drawSliced( GImageStack& images, const GImageFormat& format, const char* pixels, const GRect& source,
+                            const GRect& target, int slice )
+{
+    if( GRectEmpty( source ) || GRectEmpty( target ) ) return;
+    // What is stretched needs a middle to come from.
+    int from = std::clamp( slice, 0, ( std::min( source.width( ), source.height( ) ) - 1 ) / 2 );
+    int to = std::clamp( slice, 0, std::min( target.width( ), target.height( ) ) / 2 );
+    if( !from || !to ) from = to = 0;
+    const int fromX[4] = { source.left, source.left + from, source.right - from, source.right };
+    const int fromY[4] = { source.top, source.top + from, source.bottom - from, source.bottom };
+    const int toX[4] = { target.left, target.left + to, target.right - to, target.right };
+    const int toY[4] = { target.top, target.top + to, target.bottom - to, target.bottom };
+    for( int row = 0; row < 3; ++row )
+        for( int column = 0; column < 3; ++column )
+            images.drawBitmap( format, pixels, { fromX[column], fromY[row], fromX[column + 1], fromY[row + 1] },
+                               { toX[column], toY[row], toX[column + 1], toY[row + 1] },
+                               GIC_STRETCH_X | GIC_STRETCH_Y );
 }
 
 void GNodeTools_execute( GTemplateNode* node, const GWString& command )

@@ -6,6 +6,7 @@
 #include "client/drawing/GFont.h"
 #include "client/skin/GAttributeStack.h"
 
+struct GImageFormat;
 class GImageStack;
 class GTemplateNode;
 
@@ -92,6 +93,10 @@ bool GNodeTools_readValue( GInstance* instance, GWStringView name, GWString& val
 int GNodeTools_offset( int room, int size, bool middle, bool end );
 // The name of an image source without its rectangle.
 GWStringView GNodeTools_imageName( GWStringView source );
+// Draws a part of a picture over `target` as nine pieces: the corners of `slice` pixels keep their size, what is between them is
+// stretched. Corners that do not fit shrink; with a slice of 0 the whole part is stretched.
+void GNodeTools_drawSliced( GImageStack& images, const GImageFormat& format, const char* pixels, const GRect& source,
+                            const GRect& target, int slice );
 // Runs the command with the node as its source, if there is any.
 void GNodeTools_execute( GTemplateNode* node, const GWString& command );
 

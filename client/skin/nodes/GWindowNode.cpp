@@ -1,6 +1,7 @@
 #include "client/skin/nodes/GWindowNode.h"
 
 #include "client/drawing/GImageStack.h"
+#include "client/drawing/GImageTools.h"
 #include "client/skin/nodes/GNodeTools.h"
 #include "platform/GIcon.h"
 #include "platform/GTime.h"
@@ -45,6 +46,10 @@ GAttributeTable GWindowNode::getAttributeTable( )
         { u"minwidth", GAttributeKind::number, u"0", u"The least width that the user can give it." },
         { u"minheight", GAttributeKind::number, u"0", u"The least height that the user can give it." },
         { u"focusfade", GAttributeKind::toggle, u"off", u"Half as opaque while another window has the keyboard." },
+        { u"focussrc", GAttributeKind::image, u"",
+          u"A ring that is drawn over everything, in nine pieces, around what has the keyboard." },
+        { u"focusslice", GAttributeKind::number, u"0", u"The corners of the ring that keep their size." },
+        { u"focusout", GAttributeKind::number, u"0", u"How far the ring reaches outside what it surrounds." },
         { u"onopen", GAttributeKind::command, u"", u"Runs on the command `open`; it usually fades the window in." },
         { u"onclose", GAttributeKind::command, u"",
           u"Runs on the command `close` and when the desktop closes the window; it usually fades the window out." },
@@ -136,6 +141,9 @@ bool GWindowNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$minwidth", _minWidth );
     changed |= stack.read( u"$minheight", _minHeight );
     changed |= stack.read( u"$focusfade", _focusFade );
+    changed |= stack.read( u"$focussrc", _focusSrc );
+    changed |= stack.read( u"$focusslice", _focusSlice );
+    changed |= stack.read( u"$focusout", _focusOut );
     return changed;
 }
 
@@ -283,10 +291,24 @@ bool GWindowNode::_preChildRender( GImageStack& images )
     return true;
 }
 
+void GWindowNode::_drawFocus( GImageStack& images )
+{
+    GRect ring;
+    GImageFormat format;
+    GRect source;
+    if( _focusSrc.empty( ) || !images.getFocus( ring ) ) return;
+    const char* pixels = GImageTools_instanceReadOpen( _instance, _focusSrc, format, source );
+    if( !pixels ) return;
+    ring = { ring.left - _focusOut, ring.top - _focusOut, ring.right + _focusOut, ring.bottom + _focusOut };
+    GNodeTools_drawSliced( images, format, pixels, source, ring, _focusSlice );
+    GImageTools_instanceReadClose( _instance, _focusSrc );
+}
+
 void GWindowNode::_postChildRender( GImageStack& images )
 {
     GASSERT( _win );
     if( !_alpha ) return;
+    _drawFocus( images );
     images.pop( );
     if( !_enableAlpha ) makeOpaque( _pixels );
     const int alpha = _focusFade && !GWinHasKeyFocus( _win ) ? _alpha / 2 : _alpha;

@@ -95,6 +95,7 @@ private:
     void _renderSelf( );
     void _advanceFade( uint64_t now );
     void _prepareLayer( );
+    void _drawFocus( GImageStack& images );
     void _logRate( uint64_t now );
     int _pointer( PointerEvent event, int x, int y );
     IGInputHandler* _getHandler( int x, int y ) const;
@@ -142,6 +143,9 @@ private:
     int64_t _renderInterval = 66666;
     uint64_t _lastRender = 0;
     bool _focusFade = false;
+    GWString _focusSrc; // The ring around what has the focus, drawn as nine pieces over everything; none by default.
+    int _focusSlice = 0;
+    int _focusOut = 0; // Pixels between it and the ring's outer edge.
     bool _renderPending = false;
     bool _updating = false;
     bool _rendering = false;

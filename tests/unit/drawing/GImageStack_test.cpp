@@ -198,6 +198,23 @@ TEST( GImageStack, ANewLayerResetsTheDirtyRectangle )
     EXPECT_EQ( layer.stack.getDirtyRect( ), GRectAccumulator( ) );
 }
 
+TEST( GImageStack, TheFrameThatWasMarkedLastHasTheFocusUntilTheNextLayer )
+{
+    Layer layer( 8, 8 );
+    GRect rect;
+    EXPECT_FALSE( layer.stack.getFocus( rect ) );
+    for( const GRect& frame : { GRect{ 0, 0, 2, 2 }, GRect{ 4, 5, 20, 7 }, GRect{ 3, 3, 3, 5 } } )
+    {
+        layer.stack.pushTarget( frame );
+        layer.stack.markFocus( );
+        layer.stack.pop( );
+    }
+    EXPECT_TRUE( layer.stack.getFocus( rect ) );
+    EXPECT_EQ( rect, ( GRect{ 4, 5, 8, 7 } ) );
+    layer.stack.pushLayer( layer.format, layer.pixels.data( ), layer.map.data( ) );
+    EXPECT_FALSE( layer.stack.getFocus( rect ) );
+}
+
 TEST( GImageStack, BadLayersRectanglesAndEmptyStacksAbort )
 {
     GImageStack stack;

@@ -162,3 +162,75 @@ TEST_F( GButtonNodeTest, ReportsAChangeOnce )
     instance->set( u"D", 1 );
     EXPECT_TRUE( update( ) );
 }
+
+TEST_F( GButtonNodeTest, WhileHeldDownAFourthColumnShowsWhenThereIsOne )
+{
+    GString pixels;
+    for( int i = 0; i < 16; ++i ) pixels += GString( 3, static_cast<char>( i / 2 % 4 + 1 ) ) + '\xFF';
+    GImageTools_instanceWrite( instance.get( ), u"four", GImageFormat{ GIT_RGBA32, 8, 2 }, pixels );
+    const auto held = [&]( const char16_t* pressed )
+    {
+        GButtonNode* node = button( { { u"src", u"four(0,0,2,2)" }, { u"pressed", pressed } } );
+        node->onMouseoverChanged( true );
+        const bool repaints = node->onLButtonDown( nullptr, 0, 0 ) & GRESPONSE_RENDER;
+        EXPECT_EQ( repaints, node->onLButtonUp( nullptr, 0, 0 ) & GRESPONSE_RENDER );
+        node->onLButtonDown( nullptr, 0, 0 );
+        const uint32_t down = draw( 2, 2 ).at( 0, 0 );
+        node->onLButtonUp( nullptr, 0, 0 );
+        EXPECT_EQ( draw( 2, 2 ).at( 0, 0 ), 0x020202FFu );
+        return std::pair( repaints, down );
+    };
+    EXPECT_EQ( held( u"1" ), ( std::pair( true, 0x040404FFu ) ) );
+    EXPECT_EQ( held( u"" ), ( std::pair( false, 0x020202FFu ) ) );
+}
+
+TEST_F( GButtonNodeTest, ASlicedPictureFillsTheWholeFrame )
+{
+    sheet( );
+    GButtonNode* node = button( { { u"src", u"sheet(0,0,2,2)" }, { u"slice", u"1" } } );
+    const Canvas& drawn = draw( 9, 7 );
+    EXPECT_EQ( drawn.owned( node ), ( GRect{ 0, 0, 9, 7 } ) );
+    for( const auto& [x, y] : { std::pair( 0, 0 ), std::pair( 8, 6 ), std::pair( 4, 3 ) } )
+        EXPECT_EQ( drawn.at( x, y ), 0x110000FFu );
+}
+
+TEST_F( GButtonNodeTest, ADisabledCaptionMayHaveAFontOfItsOwn )
+{
+    const auto reds = [&]( const char16_t* disabled )
+    {
+        button( { { u"text", u"|||||" },
+                  { u"font", u"14,,#FF0000FF" },
+                  { u"disabledfont", u"14,,#00FF00FF" },
+                  { u"disabled", disabled } } );
+        const Canvas& drawn = draw( 60, 30 );
+        uint32_t red = 0;
+        for( int x = 0; x < 60; ++x ) red += drawn.at( x, 15 ) >> 24;
+        return red;
+    };
+    EXPECT_GT( reds( u"" ), 0u );
+    EXPECT_EQ( reds( u"1" ), 0u );
+}
+
+TEST_F( GButtonNodeTest, MarksTheFocusThatAKeyGaveAndNotThatOfAClick )
+{
+    GButtonNode* node = button( { { u"focusable", u"1" }, { u"text", u"Go" } } );
+    const auto isMarked = [&]
+    {
+        GRect rect;
+        return draw( 9, 7 ).images.getFocus( rect );
+    };
+    EXPECT_FALSE( isMarked( ) );
+    node->onKeyboardFocusChanged( true );
+    EXPECT_TRUE( isMarked( ) );
+    node->onLButtonDown( nullptr, 0, 0 );
+    node->onLButtonUp( nullptr, 0, 0 );
+    EXPECT_FALSE( isMarked( ) );
+    node->onKeyPressed( nullptr, u' ' );
+    EXPECT_TRUE( isMarked( ) );
+    node->onKeyboardFocusChanged( false );
+    EXPECT_FALSE( isMarked( ) );
+    node->onLButtonDown( nullptr, 0, 0 );
+    node->onKeyboardFocusChanged( true );
+    node->onLButtonUp( nullptr, 0, 0 );
+    EXPECT_FALSE( isMarked( ) );
+}

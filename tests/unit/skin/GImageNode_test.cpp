@@ -101,3 +101,28 @@ TEST_F( GImageNodeTest, AMissingPictureDrawsNothing )
     EXPECT_TRUE( draw( 4, 4 ).isBlank( ) );
     EXPECT_FALSE( update( ) );
 }
+
+TEST_F( GImageNodeTest, CutsAPictureInNineWhoseCornersKeepTheirSize )
+{
+    // Four by four, and each pixel's red tells which it is.
+    GString pixels;
+    for( int i = 0; i < 16; ++i ) pixels += { static_cast<char>( 16 * i ), 0, 0, '\xFF' };
+    GImageTools_instanceWrite( instance.get( ), u"nine", GImageFormat{ GIT_RGBA32, 4, 4 }, pixels );
+    const auto red = [&]( int x, int y ) { return canvas->at( x, y ) >> 28; };
+    image( { { u"src", u"nine" }, { u"slice", u"1" } } );
+    draw( 10, 8 );
+    EXPECT_EQ( red( 0, 0 ), 0u );
+    EXPECT_EQ( red( 9, 0 ), 3u );
+    EXPECT_EQ( red( 0, 7 ), 12u );
+    EXPECT_EQ( red( 9, 7 ), 15u );
+    // The edges and the middle are stretched between them.
+    EXPECT_EQ( red( 1, 0 ), 1u );
+    EXPECT_EQ( red( 8, 0 ), 2u );
+    EXPECT_EQ( red( 0, 1 ), 4u );
+    EXPECT_EQ( red( 1, 1 ), 5u );
+    EXPECT_EQ( red( 8, 6 ), 10u );
+    // Corners that do not fit shrink, and a frame of nothing draws nothing.
+    image( { { u"src", u"nine" }, { u"slice", u"500" } } );
+    EXPECT_NE( draw( 3, 1 ).at( 2, 0 ), 0u );
+    EXPECT_TRUE( draw( 1, 1 ).at( 0, 0 ) != 0 );
+}

@@ -517,6 +517,33 @@ TEST_F( GWindowNodeTest, TabMovesTheFocusAndWraps )
     EXPECT_EQ( window->getKeyFocus( ), first );
 }
 
+TEST_F( GWindowNodeTest, ARingOfItsOwnSurroundsWhatHasTheFocus )
+{
+    picture( u"ring", 4, 4, 0x0000FFFF );
+    open( { { u"focussrc", u"$Which" }, { u"focusslice", u"1" }, { u"focusout", u"2" } } );
+    auto* button = find( u"window_w/row/cell_b" );
+    button->appendChild(
+        make( { u"Button", { { u"focusable", u"1" }, { u"focuscolor", u"#00000000" } }, {} }, button ) );
+    const auto at = [&]( size_t x, size_t y )
+    {
+        render( );
+        return static_cast<unsigned char>( window->getLayerPixels( )[4 * ( y * 40 + x ) + 2] );
+    };
+    instance->set( u"Which", u"ring" );
+    update( );
+    EXPECT_EQ( at( 8, 5 ), 0 );
+    window->onKeyDown( nullptr, 9 );
+    // The button lies from 10 to 20.
+    EXPECT_EQ( at( 7, 5 ), 0 );
+    EXPECT_EQ( at( 8, 5 ), 255 );
+    EXPECT_EQ( at( 21, 11 ), 255 );
+    EXPECT_EQ( at( 22, 5 ), 0 );
+    instance->set( u"Which", u"nothing" );
+    TestLog::allow( "nothing" );
+    update( );
+    EXPECT_EQ( at( 8, 5 ), 0 );
+}
+
 TEST_F( GWindowNodeTest, TabWithNothingToFocusLeavesTheFocusAlone )
 {
     open( );
