@@ -101,6 +101,9 @@ private:
                 forEachName( value, [&]( const GWString& used ) { _usedNames.insert( used ); } );
                 // A condition reads the name that it watches.
                 if( GCaseEquals( name, u"watch" ) ) _usedNames.insert( GToLower( value ) );
+                const size_t built = value.find_first_of( u"{$" );
+                if( built != GWString::npos && built > 1 && value[built - 1] == u'_' )
+                    _prefixes.insert( GToLower( value.substr( 0, built ) ) );
                 for( const GWString& step : GSplitList( value, u"/?();" ) ) _steps.insert( GToLower( step ) );
             }
         }
@@ -138,7 +141,11 @@ private:
     }
 
     // "e_$list" builds names at run time: what begins like such a prefix may be meant by it.
-    bool _isDynamic( const GWString& name ) const { return name.ends_with( u"_" ); }
+    bool _isDynamic( const GWString& name ) const
+    {
+        return std::any_of( _prefixes.begin( ), _prefixes.end( ),
+                            [&]( const GWString& prefix ) { return name.starts_with( prefix ); } );
+    }
 
     void _checkSource( const GSkinElement& element, const GWString& value )
     {
@@ -274,6 +281,7 @@ private:
     std::vector<GSkinFinding> _findings;
     std::set<GWString, std::less<>> _usedNames;
     std::set<GWString, std::less<>> _steps;
+    std::set<GWString, std::less<>> _prefixes; // Of names that expressions build, as "e_".
     std::map<GWString, GImageFormat> _pictures;
 };
 } // namespace

@@ -96,7 +96,9 @@ bool GButtonNode::_preChildRender( GImageStack& images )
     _drawPicture( images );
     _drawCaption( images );
     if( !_focus || !_focusable ) return true;
-    images.drawRect( { 0, 0, std::max( 0, width ), std::max( 0, height ) }, _focusColour );
+    // One that is all transparent leaves the picture whole.
+    if( const uint32_t colour = GColorFromText( _focusColour ); colour >> 24 )
+        images.drawRect( { 0, 0, std::max( 0, width ), std::max( 0, height ) }, colour );
     if( !_clicked ) images.markFocus( );
     return true;
 }

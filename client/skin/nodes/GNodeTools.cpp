@@ -199,7 +199,9 @@ GRect GNodeField::draw( GImageStack& images, bool focus, int lineHeight ) const
     int height = 0;
     images.getDimensions( width, height );
     const GRect frame{ outer, outer, width - outer, height - outer };
-    if( GRectHasVolume( frame ) ) images.drawRect( frame, focus ? focusColour : frameColour );
+    // A picture below shows the field when the frame is all transparent: it would cut a line into that.
+    const uint32_t colour = GColorFromText( focus ? focusColour : frameColour );
+    if( GRectHasVolume( frame ) && colour >> 24 ) images.drawRect( frame, colour );
     const int margin = getMargin( ) / 2;
     GRect box{ margin, margin, std::max( margin, width - margin ), std::max( margin, height - margin ) };
     if( !lineHeight ) return box;

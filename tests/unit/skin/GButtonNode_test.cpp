@@ -184,6 +184,19 @@ TEST_F( GButtonNodeTest, WhileHeldDownAFourthColumnShowsWhenThereIsOne )
     EXPECT_EQ( held( u"" ), ( std::pair( false, 0x020202FFu ) ) );
 }
 
+TEST_F( GButtonNodeTest, ATransparentFocusFrameLeavesThePictureWhole )
+{
+    picture( u"plain", 2, 2, 0x112233FF );
+    const auto edge = [&]( const char16_t* colour )
+    {
+        button( { { u"src", u"plain" }, { u"focusable", u"1" }, { u"focuscolor", colour } } )
+            ->onKeyboardFocusChanged( true );
+        return draw( 2, 2 ).at( 0, 0 );
+    };
+    EXPECT_EQ( edge( u"" ), 0x000000FFu );
+    EXPECT_EQ( edge( u"#00000000" ), 0x112233FFu );
+}
+
 TEST_F( GButtonNodeTest, ASlicedPictureFillsTheWholeFrame )
 {
     sheet( );
