@@ -98,7 +98,7 @@ class Skin:
     def first_picture(self):
         """The live picture of the first buddy in a list without requests, inside its frame."""
         x, y, _, _ = self.rect("window_buddylist", "picturesize=", options=("--empty",))
-        return x + 10, y + 23, 44, 44
+        return x + 6, y + 23, 44, 44
 
 
 class Server:

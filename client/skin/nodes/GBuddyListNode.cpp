@@ -10,14 +10,15 @@
 namespace
 {
 constexpr int MARGIN = 6;
-constexpr int PICTURE_INSET = 2;
+constexpr int PICTURE_PAD = 2;
 constexpr int TEXT_GAP = 4;
+constexpr int MAX_LENGTH = 1000;
 constexpr int BACKSPACE = 8;
 constexpr int REGIONS_PER_BUDDY = 2;
 constexpr GWStringView LIST = u"Local_Buddy_List";
 constexpr GWStringView TALKING_TO_LIST = u"Talking_To_List";
+constexpr GWStringView LISTENING_TO_LIST = u"Listening_To_List";
 constexpr GWStringView FRAME_COLOUR = u"#000000FF";
-constexpr GWStringView TALK_COLOUR = u"#FFFF00FF";
 
 // The entries that names and commands may be made from.
 GStringList parseBuddies( const GWString& text )
@@ -31,6 +32,15 @@ GStringList parseBuddies( const GWString& text )
             return true;
         } );
     return buddies;
+}
+
+bool readLength( GAttributeStack& stack, GWStringView expression, int fallback, int& length )
+{
+    const GWString text = stack.eval( expression );
+    const int value = text.empty( ) ? fallback : std::clamp( stack.calc( expression ), 0, MAX_LENGTH );
+    const bool changed = value != length;
+    length = value;
+    return changed;
 }
 
 GRect inset( const GRect& rect, int by )
@@ -48,7 +58,26 @@ GAttributeTable GBuddyListNode::getAttributeTable( )
         { u"offlinefont", GAttributeKind::font, u"$normalfont", u"A buddy who is off line." },
         { u"selectedbgcolor", GAttributeKind::colour, u"#ECE9D8", u"The ground of the selected row." },
         { u"mouseoverbgcolor", GAttributeKind::colour, u"#C1D2EE", u"The ground of the row under the pointer." },
-        { u"picturesize", GAttributeKind::number, u"0", u"The edge of the pictures; 0 for as high as the text." },
+        { u"picturesize", GAttributeKind::number, u"0",
+          u"The least height of a row, and the edge of its picture with its padding." },
+        { u"margin", GAttributeKind::number, u"6", u"The room around the list." },
+        { u"picturepad", GAttributeKind::number, u"2", u"The room around each picture." },
+        { u"textgap", GAttributeKind::number, u"4", u"The room between picture and name." },
+        { u"corner", GAttributeKind::number, u"0",
+          u"The radius of grounds, frames and pictures; the rows have no black frames then." },
+        { u"framewidth", GAttributeKind::number, u"1", u"The width of round frames." },
+        { u"groundcolor", GAttributeKind::colour, u"",
+          u"What the list stands on, which shows at the round corners of pictures." },
+        { u"talkcolor", GAttributeKind::colour, u"#FFFF00FF", u"The frame of a buddy who is talked to." },
+        { u"hearcolor", GAttributeKind::colour, u"", u"The frame of a buddy who is talking; none when empty." },
+        { u"notefont", GAttributeKind::font, u"$offlinefont", u"The second line of a row." },
+        { u"onlinetext", GAttributeKind::text, u"", u"The second line of a buddy who is on line." },
+        { u"offlinetext", GAttributeKind::text, u"", u"The second line of a buddy who is off line." },
+        { u"talktext", GAttributeKind::text, u"", u"The second line of a buddy who is talked to." },
+        { u"heartext", GAttributeKind::text, u"", u"The second line of a buddy who is talking." },
+        { u"thumbcolor", GAttributeKind::colour, u"",
+          u"The rows scroll, with a thumb of this colour, when they do not fit." },
+        { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that." },
     };
     return ROWS;
 }
@@ -74,6 +103,28 @@ bool GBuddyListNode::_postChildUpdate( GAttributeStack& stack )
     changed |= GNodeTools_readOr( stack, u"$selectedBGColor", u"#ECE9D8", _selectedBGColor );
     changed |= GNodeTools_readOr( stack, u"$mouseoverBGColor", u"#C1D2EE", _mouseoverBGColor );
     changed |= stack.read( u"$picturesize", _pictureSize );
+    changed |= _readLook( stack );
+    const bool hears = !_look.hearColour.empty( ) || !_look.hearText.empty( );
+    _hearWatch.update( _instance, hears ? LISTENING_TO_LIST : GWStringView( ), _listener );
+    return changed;
+}
+
+bool GBuddyListNode::_readLook( GAttributeStack& stack )
+{
+    bool changed = readLength( stack, u"$margin", MARGIN, _look.margin );
+    changed |= readLength( stack, u"$picturepad", PICTURE_PAD, _look.picturePad );
+    changed |= readLength( stack, u"$textgap", TEXT_GAP, _look.textGap );
+    changed |= readLength( stack, u"$corner", 0, _look.corner );
+    changed |= readLength( stack, u"$framewidth", 1, _look.frameWidth );
+    changed |= stack.read( u"$groundcolor", _look.groundColour );
+    changed |= GNodeTools_readOr( stack, u"$talkcolor", u"#FFFF00FF", _look.talkColour );
+    changed |= stack.read( u"$hearcolor", _look.hearColour );
+    changed |= _noteFont.read( stack, u"$notefont", _offlineFont );
+    changed |= stack.read( u"$onlinetext", _look.onlineText );
+    changed |= stack.read( u"$offlinetext", _look.offlineText );
+    changed |= stack.read( u"$talktext", _look.talkText );
+    changed |= stack.read( u"$heartext", _look.hearText );
+    changed |= _scroll.read( stack );
     return changed;
 }
 
@@ -122,8 +173,8 @@ void GBuddyListNode::calcMinSize( int& width, int& height )
 {
     GTemplateNode::calcMinSize( width, height );
     const int row = std::max( { _normalFont.getHeight( ), _offlineFont.getHeight( ), _mouseoverFont.getHeight( ) } );
-    width = std::max( width, 2 * MARGIN + row );
-    height = std::max( height, MARGIN + _titleFont.getHeight( ) + row );
+    width = std::max( width, 2 * _look.margin + row );
+    height = std::max( height, _look.margin + _titleFont.getHeight( ) + row );
 }
 
 // ---- Drawing.
@@ -137,7 +188,8 @@ bool GBuddyListNode::_preChildRender( GImageStack& images )
     if( width >= 1 && height >= 1 )
     {
         _regions.clear( );
-        _drawList( images, { MARGIN, MARGIN, width - MARGIN, height }, GWString( LIST ), u"My Buddies" );
+        const int margin = _look.margin;
+        _drawList( images, { margin, margin, width - margin, height }, GWString( LIST ), u"My Buddies" );
     }
     images.setInputHandler( this );
     return true;
@@ -152,42 +204,125 @@ void GBuddyListNode::_drawList( GImageStack& images, const GRect& rect, const GW
     images.drawText( title, _titleFont, row );
     _regions.push_back( { row, GWString( ), list, false } );
 
+    _drawRows( images, row, list, rect.bottom );
+}
+
+int GBuddyListNode::_getRowHeight( bool online )
+{
+    GNodeFont& font = online ? _normalFont : _offlineFont;
+    return std::max( { font.getHeight( ), _pictureSize, 1 } );
+}
+
+void GBuddyListNode::_drawRows( GImageStack& images, GRect row, const GWString& list, int bottom )
+{
     GStringVector buddies( _buddies.begin( ), _buddies.end( ) );
     const auto offline = std::stable_partition( buddies.begin( ), buddies.end( ),
                                                 [this]( const GWString& buddy ) { return _isOnline( buddy ); } );
     std::sort( buddies.begin( ), offline );
     std::sort( offline, buddies.end( ) );
+
+    const int below = _scroll.isOn( ) ? row.bottom : 0;
+    const int height = std::max( 0, bottom - row.bottom );
+    if( _scroll.isOn( ) )
+    {
+        const auto content = ( offline - buddies.begin( ) ) * _getRowHeight( true ) +
+                             ( buddies.end( ) - offline ) * _getRowHeight( false );
+        _scroll.layout( static_cast<int>( content ), below, row.right, height );
+        images.pushTarget( { 0, below, row.right, below + height } );
+        row.right = std::max( row.left, row.right - _scroll.getWidth( ) );
+        row.bottom = -_scroll.getOffset( );
+    }
     for( auto buddy = buddies.begin( ); buddy != buddies.end( ); ++buddy )
     {
         const bool online = buddy < offline;
-        GNodeFont& font = online ? _normalFont : _offlineFont;
         row.top = row.bottom;
-        row.bottom = row.top + std::max( { font.getHeight( ), _pictureSize, 1 } );
-        _drawBuddy( images, row, { *buddy, list }, online );
+        row.bottom = row.top + _getRowHeight( online );
+        // What is out of sight takes neither pixels nor clicks.
+        if( _scroll.isOn( ) && ( row.bottom <= 0 || row.top >= height ) ) continue;
+        _drawBuddy( images, row, { *buddy, list }, online, below );
     }
+    if( !_scroll.isOn( ) ) return;
+    images.pop( );
+    _scroll.draw( images );
 }
 
-void GBuddyListNode::_drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online )
+void GBuddyListNode::_drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online, int below )
 {
     const GRect picture{ row.left, row.top, std::min( row.left + row.height( ), row.right ), row.bottom };
-    _regions.push_back( { picture, place.guid, place.list, true } );
-    _regions.push_back( { row, place.guid, place.list, false } );
+    for( const bool isPicture : { true, false } )
+    {
+        GRect region = isPicture ? picture : row;
+        region.top = std::max( region.top, _scroll.isOn( ) ? 0 : region.top ) + below;
+        region.bottom += below;
+        _regions.push_back( { region, place.guid, place.list, isPicture } );
+    }
     _drawGround( images, row, place );
+    _drawTexts( images, { std::min( picture.right + _look.textGap, row.right ), row.top, row.right, row.bottom }, place,
+                online );
+    const GRect inner = inset( picture, _look.picturePad );
+    _drawPicture( images, inner, place.guid, online || place == _selected );
+    // What stands around a round picture covers its corners.
+    if( _look.corner > 0 && GRectHasVolume( inner ) )
+        images.drawRoundRect( picture, _look.corner + _look.picturePad, _look.picturePad,
+                              GColorFromText( _getGround( place ) ) );
+    _drawFrame( images, row, place.guid );
+}
 
+void GBuddyListNode::_drawTexts( GImageStack& images, const GRect& room, const Place& place, bool online )
+{
     GNodeFont& font = place == _mouseover ? _mouseoverFont : online ? _normalFont : _offlineFont;
-    const int lead = std::max( 0, ( row.height( ) - font.getHeight( ) ) / 2 );
-    const int left = std::min( picture.right + TEXT_GAP, row.right );
-    images.drawText( _getText( place.guid ), font, { left, row.top + lead, row.right, row.bottom } );
-    _drawPicture( images, inset( picture, PICTURE_INSET ), place.guid, online || place == _selected );
+    const GWString& note = _getNote( place.guid );
+    const int noteHeight = note.empty( ) ? 0 : _noteFont.getHeight( );
+    const int lead = std::max( 0, ( room.height( ) - font.getHeight( ) - noteHeight ) / 2 );
+    images.drawText( _getText( place.guid ), font, { room.left, room.top + lead, room.right, room.bottom } );
+    if( note.empty( ) ) return;
+    const int top = std::min( room.top + lead + font.getHeight( ), room.bottom );
+    images.drawText( note, _noteFont, { room.left, top, room.right, room.bottom } );
+}
 
-    if( _instance->contains( TALKING_TO_LIST, place.guid ) && _instance->test( u"Audio_Capture_Online" ) )
-        images.drawRect( row, TALK_COLOUR );
+void GBuddyListNode::_drawFrame( GImageStack& images, const GRect& row, const GWString& buddy )
+{
+    const bool talks = _isTalkedTo( buddy );
+    if( !talks && ( _look.hearColour.empty( ) || !_isHeard( buddy ) ) ) return;
+    const GWString& colour = talks ? _look.talkColour : _look.hearColour;
+    if( _look.corner > 0 )
+        images.drawRoundRect( row, _look.corner, _look.frameWidth, GColorFromText( colour ) );
+    else
+        images.drawRect( row, colour );
+}
+
+bool GBuddyListNode::_isTalkedTo( const GWString& buddy )
+{
+    return _instance->contains( TALKING_TO_LIST, buddy ) && _instance->test( u"Audio_Capture_Online" );
+}
+
+bool GBuddyListNode::_isHeard( const GWString& buddy )
+{
+    return _instance->contains( LISTENING_TO_LIST, buddy );
+}
+
+const GWString& GBuddyListNode::_getNote( const GWString& buddy )
+{
+    if( !_look.talkText.empty( ) && _isTalkedTo( buddy ) ) return _look.talkText;
+    if( !_look.hearText.empty( ) && _isHeard( buddy ) ) return _look.hearText;
+    return _isOnline( buddy ) ? _look.onlineText : _look.offlineText;
+}
+
+GWStringView GBuddyListNode::_getGround( const Place& place ) const
+{
+    if( place == _selected ) return _selectedBGColor;
+    return place == _mouseover ? _mouseoverBGColor : _look.groundColour;
 }
 
 void GBuddyListNode::_drawGround( GImageStack& images, const GRect& row, const Place& place )
 {
     if( place != _selected && place != _mouseover ) return;
-    images.fillRect( row, place == _selected ? _selectedBGColor : _mouseoverBGColor );
+    if( _look.corner > 0 )
+    {
+        images.fillRoundRect( row, _look.corner, GColorFromText( _getGround( place ) ) );
+        return;
+    }
+    images.fillRect( row, _getGround( place ) );
     images.drawRect( row, FRAME_COLOUR );
 }
 
@@ -264,6 +399,7 @@ void GBuddyListNode::_execute( GWStringView before, const GWString& buddy, GWStr
 
 int GBuddyListNode::onMouseMove( GWin, int x, int y )
 {
+    if( _scroll.isHeld( ) ) return _scroll.drag( y - _originY ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
     const Place place = _getPlace( x, y );
     if( place == _mouseover ) return GRESPONSE_NONE;
     _mouseover = place;
@@ -279,6 +415,7 @@ int GBuddyListNode::onMouseoverChanged( bool mouseover )
 
 int GBuddyListNode::onLButtonDown( GWin, int x, int y )
 {
+    if( _scroll.press( x - _originX, y - _originY ) ) return GRESPONSE_RENDER | GRESPONSE_CAPTURE;
     const Region* region = _getRegion( x, y );
     _selected = _getPlace( x, y );
     if( region && region->picture && _isOnline( region->guid ) ) _execute( u"(/buddies/", _selected.guid, u"?talk" );
@@ -287,7 +424,14 @@ int GBuddyListNode::onLButtonDown( GWin, int x, int y )
 
 int GBuddyListNode::onLButtonUp( GWin, int, int )
 {
-    return GRESPONSE_RENDER;
+    if( !_scroll.isHeld( ) ) return GRESPONSE_RENDER;
+    _scroll.release( );
+    return GRESPONSE_RENDER | GRESPONSE_RELEASE;
+}
+
+int GBuddyListNode::onMouseWheel( GWin, int steps )
+{
+    return _scroll.turn( steps, _getRowHeight( true ) / 3 ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
 }
 
 int GBuddyListNode::onLButtonDblClk( GWin, int x, int y )

@@ -1,10 +1,12 @@
 // Draws the buddies with their live pictures, those on line first, and talks to the one whose picture is held down. Presence and
-// pictures come from the blackboard; a new picture repaints the window without an update pass. User-interface thread.
+// pictures come from the blackboard; a new picture repaints the window without an update pass. With "$thumbcolor" the rows scroll,
+// with "$corner" grounds, frames and pictures are round, and the texts of the states make a second line. User-interface thread.
 #pragma once
 
 #include "base/GRect.h"
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/IGInputHandler.h"
+#include "client/skin/nodes/GNodeScroll.h"
 #include "client/skin/nodes/GNodeTools.h"
 
 class GBuddyListNode : public GTemplateNode, public IGInputHandler
@@ -37,6 +39,7 @@ public:
     int onLButtonDblClk( GWin win, int x, int y ) override;
     int onRButtonDown( GWin win, int x, int y ) override;
     int onKeyPressed( GWin win, char16_t character ) override;
+    int onMouseWheel( GWin win, int steps ) override;
 
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;
@@ -51,13 +54,41 @@ private:
         friend bool operator==( const Place&, const Place& ) = default;
     };
 
+    // What the skin may add to the plain look; lengths in pixels.
+    struct Look
+    {
+        int margin = 0;
+        int picturePad = 0; // Between the row's edges and the picture.
+        int textGap = 0;
+        int corner = 0;
+        int frameWidth = 0;
+        GWString groundColour; // What the list stands on, for the corners of pictures.
+        GWString talkColour;
+        GWString hearColour;
+        // The second line in each state; none when empty.
+        GWString onlineText;
+        GWString offlineText;
+        GWString talkText;
+        GWString hearText;
+    };
+
+    bool _readLook( GAttributeStack& stack );
+    int _getRowHeight( bool online );
+    GWStringView _getGround( const Place& place ) const;
+    bool _isTalkedTo( const GWString& buddy );
+    bool _isHeard( const GWString& buddy );
+    const GWString& _getNote( const GWString& buddy );
     bool _updateList( );
     void _addWatches( );
     void _removeWatches( );
     void _watchBuddy( const GWString& buddy, bool watch );
     void _drawList( GImageStack& images, const GRect& rect, const GWString& list, const GWString& title );
-    void _drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online );
+    void _drawRows( GImageStack& images, GRect row, const GWString& list, int bottom );
+    // `below` is where the rows' coordinates begin in the node's frame.
+    void _drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online, int below );
     void _drawGround( GImageStack& images, const GRect& row, const Place& place );
+    void _drawTexts( GImageStack& images, const GRect& room, const Place& place, bool online );
+    void _drawFrame( GImageStack& images, const GRect& row, const GWString& buddy );
     void _drawPicture( GImageStack& images, const GRect& rect, const GWString& buddy, bool live );
     bool _drawImage( GImageStack& images, const GRect& rect, const GWString& name );
     void _makeGrey( const GWString& buddy );
@@ -74,6 +105,9 @@ private:
     GWString _selectedBGColor;
     GWString _mouseoverBGColor;
     int _pictureSize = 0; // Rows are at least this high; 0 for the height of the font.
+    GNodeFont _noteFont;
+    Look _look;
+    GNodeScroll _scroll;
     GWString _buddyListText;
     GStringList _buddies;
     GStringList _watched;
@@ -85,4 +119,5 @@ private:
     GNotifyHandle _listener = nullptr;
     GNodeWatch _listWatch{ GWATCH_UPDATE };
     GNodeWatch _talkWatch{ GWATCH_RENDER };
+    GNodeWatch _hearWatch{ GWATCH_RENDER };
 };

@@ -327,3 +327,88 @@ TEST_F( GBuddyListNodeTest, RemovingTheLastBuddyClearsTheSelection )
     EXPECT_EQ( list->onKeyPressed( nullptr, u'x' ), GRESPONSE_NONE );
     EXPECT_EQ( takeCommands( ), "" );
 }
+
+// ---- What a skin may add to the looks.
+
+TEST_F( GBuddyListNodeTest, RowsThatDoNotFitScrollAndTakeClicksOnlyWhereTheyShow )
+{
+    for( const auto& [name, value] : { std::pair( u"thumbcolor", u"#00FF00FF" ), std::pair( u"picturesize", u"51" ) } )
+        list->setAttribute( name, value );
+    show( u"a@x, b@x, c@x, d@x, e@x, f@x" );
+    EXPECT_EQ( order( ), "[][a@x*][a@x][b@x*][b@x][c@x*][c@x][d@x*][d@x]" );
+    const int top = list->getRegions( ).front( ).rect.bottom;
+    EXPECT_EQ( find( "a@x", false ).top, top );
+    // The wheel moves a row a step, and no further than to the end.
+    EXPECT_EQ( list->onMouseWheel( nullptr, -1 ), GRESPONSE_RENDER );
+    draw( );
+    EXPECT_EQ( order( ).substr( 0, 7 ), "[][b@x*" );
+    list->onMouseWheel( nullptr, -100 );
+    EXPECT_EQ( list->onMouseWheel( nullptr, -1 ), GRESPONSE_NONE );
+    draw( );
+    EXPECT_EQ( find( "f@x", false ).bottom, HEIGHT );
+    EXPECT_EQ( find( "c@x", false ).top, top );
+    // The thumb is dragged, and selects nobody.
+    const int x = WIDTH - 8;
+    EXPECT_EQ( list->onLButtonDown( nullptr, x, HEIGHT - 2 ), GRESPONSE_RENDER | GRESPONSE_CAPTURE );
+    EXPECT_EQ( list->onMouseMove( nullptr, x, top ), GRESPONSE_RENDER );
+    EXPECT_EQ( list->onLButtonUp( nullptr, x, top ), GRESPONSE_RENDER | GRESPONSE_RELEASE );
+    EXPECT_TRUE( list->getSelected( ).empty( ) );
+    draw( );
+    EXPECT_EQ( find( "a@x", false ).top, top );
+}
+
+TEST_F( GBuddyListNodeTest, ToTheLetterNothingScrolls )
+{
+    list->setAttribute( u"picturesize", u"50" );
+    show( u"a@x, b@x, c@x, d@x, e@x, f@x" );
+    EXPECT_EQ( list->onMouseWheel( nullptr, -1 ), GRESPONSE_NONE );
+    EXPECT_GT( find( "f@x", false ).bottom, HEIGHT );
+}
+
+TEST_F( GBuddyListNodeTest, RoundRowsLeaveTheirCornersAndHaveNoBlackFrame )
+{
+    for( const auto& [name, value] :
+         { std::pair( u"corner", u"6" ), std::pair( u"mouseoverbgcolor", u"#FF0000FF" ),
+           std::pair( u"picturesize", u"40" ), std::pair( u"margin", u"0" ), std::pair( u"picturepad", u"4" ) } )
+        list->setAttribute( name, value );
+    const GString grey( 8 * 8 * 3, '\x40' );
+    GImageTools_instanceWrite( &instance, u"bob@x_Image_BW", { GIT_RGB24, 8, 8 }, grey );
+    show( u"bob@x" );
+    const GRect row = find( "bob@x", false );
+    EXPECT_EQ( row.left, 0 );
+    list->onMouseMove( nullptr, row.right - 2, row.top + 2 );
+    draw( );
+    constexpr uint32_t RED = 0xFF0000FF;
+    EXPECT_EQ( pixel( row.left, row.top ), 0u );
+    EXPECT_EQ( pixel( row.left + 20, row.top ), RED );
+    // The picture's own corner shows the ground, its edge the picture.
+    EXPECT_EQ( pixel( row.left + 4, row.top + 4 ), RED );
+    EXPECT_NE( pixel( row.left + 4, row.top + 20 ), RED );
+}
+
+TEST_F( GBuddyListNodeTest, WhoIsTalkingMayHaveAFrameAndEachStateASecondLine )
+{
+    for( const auto& [name, value] : { std::pair( u"hearcolor", u"#00FF00FF" ), std::pair( u"picturesize", u"40" ),
+                                       std::pair( u"heartext", u"|||||||" ), std::pair( u"notefont", u"10,,#0000FFFF" ),
+                                       std::pair( u"normalfont", u"10,,#FFFFFFFF" ) } )
+        list->setAttribute( name, value );
+    instance.set( u"bob@x_Online", 1 );
+    show( u"bob@x" );
+    const GRect row = find( "bob@x", false );
+    const auto isBlueBelow = [&]
+    {
+        draw( );
+        for( int y = row.top + 20; y < row.bottom - 2; ++y )
+            for( int x = row.left + 42; x < row.right - 2; ++x )
+            {
+                const uint32_t colour = pixel( x, y );
+                if( ( colour >> 16 & 255 ) > ( colour & 255 ) ) return true;
+            }
+        return false;
+    };
+    EXPECT_FALSE( isBlueBelow( ) );
+    EXPECT_NE( pixel( row.left, row.top + 20 ), 0xFF00FF00 );
+    instance.insert( u"Listening_To_List", u"bob@x" );
+    EXPECT_TRUE( isBlueBelow( ) );
+    EXPECT_EQ( pixel( row.left, row.top + 20 ), 0xFF00FF00 );
+}
