@@ -48,6 +48,12 @@ const GCommandRow<GNodeCommands> GNodeCommands::ROWS[] = {
         u"A wizard: the page with the title or id `target`; from a list, the one that is chosen there." },
       false,
       &GNodeCommands::_jump },
+    { { u"show", u"", u"A wizard: runs the `onshow` of its page, for a window that opens." },
+      false,
+      &GNodeCommands::_show },
+    { { u"hide", u"", u"A wizard: runs the `onhide` of its page, for a window that closes." },
+      false,
+      &GNodeCommands::_hide },
     { { u"clear", u"", u"Empties the edit that issued the command." }, false, &GNodeCommands::_clear },
     { { u"fit", u"", u"A window: takes the least size that its content needs." }, false, &GNodeCommands::_fit },
 };
@@ -138,6 +144,18 @@ void GNodeCommands::_jump( const GCommand& command )
     if( !_wizard || target.empty( ) )
         return _warn( u"WARNING Trying to 'jump' on non-wizard node, with no target, or with non-list source '" );
     _wizard->jump( target );
+}
+
+void GNodeCommands::_show( const GCommand& )
+{
+    if( !_wizard ) return _warn( u"WARNING Trying to 'show' on non-wizard node '" );
+    _wizard->show( );
+}
+
+void GNodeCommands::_hide( const GCommand& )
+{
+    if( !_wizard ) return _warn( u"WARNING Trying to 'hide' on non-wizard node '" );
+    _wizard->hide( );
 }
 
 void GNodeCommands::_clear( const GCommand& command )

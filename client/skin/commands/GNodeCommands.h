@@ -30,6 +30,8 @@ private:
     void _back( const GCommand& command );
     void _done( const GCommand& command );
     void _jump( const GCommand& command );
+    void _show( const GCommand& command );
+    void _hide( const GCommand& command );
     void _clear( const GCommand& command );
     void _fit( const GCommand& command );
     void _warn( GWStringView text ) const;

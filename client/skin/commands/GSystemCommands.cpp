@@ -56,6 +56,7 @@ const GCommandRow<GSystemCommands> GSystemCommands::ROWS[] = {
     { { u"logcallstack", u"name", u"Writes where the thread `name`, or the one chosen in a table, is into the log." },
       true,
       &GSystemCommands::_logCallStack },
+    { { u"showchanges", u"", u"Opens `CHANGELOG.txt`." }, true, &GSystemCommands::_showChanges },
 };
 
 std::vector<GActionRow> GSystemCommands::getActions( )
@@ -182,4 +183,12 @@ void GSystemCommands::_logCallStack( const GCommand& command )
         GLOG( u"WARNING Unknown thread '", name, u"', cannot log call stack; ignoring." );
     else
         GCallDump( found->thread );
+}
+
+void GSystemCommands::_showChanges( const GCommand& )
+{
+    constexpr const char16_t* DOCUMENT = u"CHANGELOG.txt";
+    GWString reason;
+    if( !_engine.getPlatform( ).openDocument( DOCUMENT, reason ) )
+        GLOG( u"WARNING Can't open '", DOCUMENT, u"' ('", reason, u"'), ignoring." );
 }

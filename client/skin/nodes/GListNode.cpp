@@ -32,6 +32,8 @@ GAttributeTable GListNode::getAttributeTable( )
         { u"mouseoverbgcolor", GAttributeKind::colour, u"", u"The ground of the row under the pointer; empty: none." },
         { u"thumbcolor", GAttributeKind::colour, u"",
           u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
+        { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that thumb." },
+        { u"rowradius", GAttributeKind::number, u"0", u"The corners of the rows' grounds." },
         { u"labels", GAttributeKind::listText, u"", u"Texts to show for the rows, in their order." },
         { u"marksrc", GAttributeKind::image, u"",
           u"A picture before each row; the part to its right stands before the chosen one." },
@@ -122,26 +124,19 @@ bool GListNode::_preChildRender( GImageStack& images )
     images.getDimensions( width, height );
     width = std::max( 0, width );
     height = std::max( 0, height );
-    const int rowHeight = _setRows( );
-    _view.layout( height );
+    _setRows( );
+    _view.layout( 0, width, height );
     images.pushTarget( { 0, 0, width, height } );
-    for( int row = _view.getFirst( ); row < static_cast<int>( _rows.size( ) ); ++row )
-    {
-        const int top = _view.getTop( row );
-        if( top >= height ) break;
-        _drawRow( images, row, { 0, top, width, top + rowHeight } );
-    }
-    _view.drawThumb( images, 0, width );
+    for( int row = _view.getFirst( ); _view.isVisible( row ); ++row ) _drawRow( images, row, _view.getRect( row ) );
     images.pop( );
+    _view.drawThumb( images );
     images.drawRect( { 0, 0, width, height }, _frameColour );
     return true;
 }
 
-int GListNode::_setRows( )
+void GListNode::_setRows( )
 {
-    const int rowHeight = _view.getRowHeight( _font.getHeight( ) );
-    _view.setRows( static_cast<int>( _rows.size( ) ), rowHeight );
-    return rowHeight;
+    _view.setRows( static_cast<int>( _rows.size( ) ), _view.getRowHeight( _font.getHeight( ) ) );
 }
 
 void GListNode::_drawRow( GImageStack& images, int row, const GRect& rect )
@@ -197,13 +192,22 @@ int GListNode::_select( int row )
     return GRESPONSE_RENDER;
 }
 
-int GListNode::onLButtonDown( GWin, int, int y )
+int GListNode::onLButtonDown( GWin, int x, int y )
 {
+    if( _view.press( x - _originX, y - _originY ) ) return GRESPONSE_RENDER | GRESPONSE_CAPTURE;
     return _select( _getRow( y ) );
+}
+
+int GListNode::onLButtonUp( GWin, int, int )
+{
+    if( !_view.isHeld( ) ) return GRESPONSE_NONE;
+    _view.release( );
+    return GRESPONSE_RELEASE;
 }
 
 int GListNode::onMouseMove( GWin, int, int y )
 {
+    if( _view.isHeld( ) ) return _view.drag( y - _originY ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
     const int row = _getRow( y );
     if( row == _mouseoverRow ) return GRESPONSE_NONE;
     _mouseoverRow = row;

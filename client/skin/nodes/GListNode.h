@@ -23,6 +23,7 @@ public:
     int onKeyDown( GWin win, int key ) override;
     int onMouseMove( GWin win, int x, int y ) override;
     int onLButtonDown( GWin win, int x, int y ) override;
+    int onLButtonUp( GWin win, int x, int y ) override;
     int onMouseWheel( GWin win, int steps ) override;
 
 protected:
@@ -34,8 +35,8 @@ private:
     bool _readSelection( GAttributeStack& stack );
     bool _readLooks( GAttributeStack& stack );
     int _getSelectedRow( ) const;
-    // Tells the view of the rows; their height.
-    int _setRows( );
+    // Tells the view of the rows.
+    void _setRows( );
     void _drawRow( GImageStack& images, int row, const GRect& rect );
     // Draws a picture of the sheet in the middle of the row's height; how much room it took.
     int _drawPicture( GImageStack& images, const GWString& source, int column, bool selected, const GRect& rect );

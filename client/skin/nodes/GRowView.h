@@ -4,16 +4,15 @@
 #pragma once
 
 #include "base/GRect.h"
-#include "client/skin/GAttributeStack.h"
+#include "client/skin/nodes/GNodeScroll.h"
 
-class GImageStack;
 class GNodeFont;
 
 class GRowView
 {
 public:
-    // "$rowheight" (pixels, the font's and a node's own gap without it), "$padding" (pixels left and right of the text, `padding`
-    // without it), "$selectedbgcolor", "$mouseoverbgcolor", and "$thumbcolor": with it the rows scroll. True when one changed.
+    // "$rowheight" (pixels, what the node says without it), "$padding" (pixels left and right of the text, `padding` without it),
+    // "$selectedbgcolor" and "$mouseoverbgcolor" with corners of "$rowradius", and what GNodeScroll reads. True when one changed.
     bool read( GAttributeStack& stack, int padding );
 
     // The height of a row, at least 1; `natural` is what it is without "$rowheight".
@@ -22,18 +21,23 @@ public:
 
     // How many rows there are, and their height.
     void setRows( int count, int rowHeight );
-    // Told at each render: the room in pixels. Keeps the position within its bounds.
-    void layout( int room );
-    // Where a row begins, relative to the first visible pixel.
-    int getTop( int row ) const { return row * _rowHeight - _offset; }
+    // Told at each render: the rows' room, which begins `top` below the node's frame. Keeps the position within its bounds.
+    void layout( int top, int width, int room );
+    // The frame of a row, relative to the room.
+    GRect getRect( int row ) const;
     // The row at that pixel of the room, -1 outside the rows.
     int getRow( int y ) const;
-    // The first row of which something shows.
-    int getFirst( ) const { return _offset / _rowHeight; }
-    bool isScrolling( ) const { return _overflow > 0; }
+    // The rows of which something shows: from `first` on, up to the end or the first that begins below the room.
+    int getFirst( ) const { return _scroll.getOffset( ) / _rowHeight; }
+    bool isVisible( int row ) const { return row < _count && getRect( row ).top < _room; }
 
     // Wheel steps, upward above 0; true when the position moved.
-    bool scroll( int steps );
+    bool scroll( int steps ) { return _scroll.turn( steps, _rowHeight ); }
+    // The thumb, in pixels of the node's frame: taken, dragged (true when the position moved) and let go (true when it was held).
+    bool press( int x, int y ) { return _scroll.press( x, y ); }
+    bool isHeld( ) const { return _scroll.isHeld( ); }
+    bool drag( int y ) { return _scroll.drag( y ); }
+    void release( ) { _scroll.release( ); }
     // Brings a row into the room; before the first layout it is remembered.
     void show( int row );
     // Where a key leads from `row` (-1: none): arrows, page keys, home and end; `row` itself for other keys.
@@ -43,24 +47,19 @@ public:
     bool drawGround( GImageStack& images, const GRect& rect, bool selected, bool mouseover ) const;
     // One line of text in the middle of its row.
     void drawText( GImageStack& images, const GWString& text, GNodeFont& font, const GRect& rect ) const;
-    // The thumb at the right edge of the room that begins at `top`, when not all rows fit.
-    void drawThumb( GImageStack& images, int top, int width ) const;
+    // In the node's frame.
+    void drawThumb( GImageStack& images ) const { _scroll.draw( images ); }
 
 private:
-    void _hold( );
-
     int _wantedHeight = 0;
     int _padding = 0;
+    int _radius = 0;
     GWString _selectedColour;
     GWString _mouseoverColour;
-    GWString _thumbColour;
+    GNodeScroll _scroll;
+    int _width = 0;
     int _room = 0;
     int _count = 0;
     int _rowHeight = 1;
-    int _offset = 0;   // Pixels above the room.
-    int _overflow = 0; // How far the offset may go.
     int _pending = -1; // The row to bring into view at the next layout.
 };
-
-// A bar with round ends.
-void GRowView_drawPill( GImageStack& images, const GRect& rect, uint32_t colour );

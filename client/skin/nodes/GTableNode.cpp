@@ -41,6 +41,8 @@ GAttributeTable GTableNode::getAttributeTable( )
         { u"mouseoverbgcolor", GAttributeKind::colour, u"", u"The ground of the row under the pointer; empty: none." },
         { u"thumbcolor", GAttributeKind::colour, u"",
           u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
+        { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that thumb." },
+        { u"rowradius", GAttributeKind::number, u"0", u"The corners of the rows' grounds." },
         { u"columns", GAttributeKind::listText, u"",
           u"Shares of the width; with them no line is kept for titles that are not there." },
         { u"groups", GAttributeKind::listText, u"", u"Headings for the lists, when `prefixlistsrc` names several." },
@@ -213,24 +215,21 @@ GRect GTableNode::_getCell( int column, int columns, const GRect& row ) const
 bool GTableNode::_preChildRender( GImageStack& images )
 {
     images.setInputHandler( this );
-    int originX = 0;
-    images.getPosition( originX, _originY );
+    images.getPosition( _originX, _originY );
     int width = 0;
     int height = 0;
     images.getDimensions( width, height );
     width = std::max( 0, width );
-    _drawTitles( images, width );
-    const int rowHeight = _getRowHeight( );
     const int top = _setRows( );
     const int room = std::max( 0, height - top );
-    _view.layout( room );
+    _view.layout( top, width, room );
+    _drawTitles( images, _view.getRect( 0 ).width( ) );
     images.pushTarget( { 0, top, width, top + room } );
     if( _lines.empty( ) ) _drawEmpty( images, width, room );
-    for( int i = _view.getFirst( ); i < static_cast<int>( _lines.size( ) ) && _view.getTop( i ) < room; ++i )
-        _drawLine( images, _lines[static_cast<size_t>( i )],
-                   { 0, _view.getTop( i ), width, _view.getTop( i ) + rowHeight } );
-    _view.drawThumb( images, 0, width );
+    for( int i = _view.getFirst( ); _view.isVisible( i ); ++i )
+        _drawLine( images, _lines[static_cast<size_t>( i )], _view.getRect( i ) );
     images.pop( );
+    _view.drawThumb( images );
     return true;
 }
 
@@ -296,10 +295,10 @@ void GTableNode::_drawBar( GImageStack& images, const GRect& cell )
     const int bottom = cell.bottom - height;
     GRect track{ cell.left + _view.getPadding( ), bottom - height, cell.right - _view.getPadding( ), bottom };
     if( !GRectHasVolume( track ) ) return;
-    if( !_bar.ground.empty( ) ) GRowView_drawPill( images, track, GColorFromText( _bar.ground ) );
+    if( !_bar.ground.empty( ) ) images.fillRoundRect( track, height / 2, GColorFromText( _bar.ground ) );
     const int64_t done = std::clamp<int64_t>( GCalc( _cellText ), 0, FULL );
     track.right = track.left + static_cast<int>( track.width( ) * done / FULL );
-    if( GRectHasVolume( track ) ) GRowView_drawPill( images, track, GColorFromText( _bar.colour ) );
+    if( GRectHasVolume( track ) ) images.fillRoundRect( track, height / 2, GColorFromText( _bar.colour ) );
 }
 
 // ---- Input.
@@ -327,10 +326,18 @@ void GTableNode::_select( const GWString& key )
     if( !_varName.empty( ) ) _instance->set( _varName, _selection );
 }
 
-int GTableNode::onLButtonDown( GWin, int, int y )
+int GTableNode::onLButtonDown( GWin, int x, int y )
 {
+    if( _view.press( x - _originX, y - _originY ) ) return GRESPONSE_RENDER | GRESPONSE_CAPTURE;
     _select( _getPrefix( y ) );
     return GRESPONSE_RENDER;
+}
+
+int GTableNode::onLButtonUp( GWin, int, int )
+{
+    if( !_view.isHeld( ) ) return GRESPONSE_NONE;
+    _view.release( );
+    return GRESPONSE_RELEASE;
 }
 
 int GTableNode::onLButtonDblClk( GWin, int, int )
@@ -347,6 +354,7 @@ int GTableNode::onRButtonDown( GWin, int, int )
 
 int GTableNode::onMouseMove( GWin, int, int y )
 {
+    if( _view.isHeld( ) ) return _view.drag( y - _originY ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
     const GWString key = _getPrefix( y );
     if( key == _mouseoverKey ) return GRESPONSE_NONE;
     _mouseoverKey = key;

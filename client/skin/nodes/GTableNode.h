@@ -27,6 +27,7 @@ public:
     int onMouseMove( GWin win, int x, int y ) override;
     int onMouseWheel( GWin win, int steps ) override;
     int onLButtonDown( GWin win, int x, int y ) override;
+    int onLButtonUp( GWin win, int x, int y ) override;
     int onLButtonDblClk( GWin win, int x, int y ) override;
     int onRButtonDown( GWin win, int x, int y ) override;
 
@@ -100,6 +101,7 @@ private:
     GRowView _view;
     GWString _selection;
     GWString _mouseoverKey;
+    int _originX = 0;
     int _originY = 0;
     GWString _cellName; // Of the cell being drawn; kept for their capacity.
     GWString _cellText;

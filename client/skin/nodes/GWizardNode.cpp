@@ -225,6 +225,16 @@ void GWizardNode::jump( const GWString& target )
     _setPage( byId );
 }
 
+void GWizardNode::show( )
+{
+    if( const GDefaultNode* page = _getPage( ) ) GNodeTools_execute( this, page->getOnShow( ) );
+}
+
+void GWizardNode::hide( )
+{
+    if( const GDefaultNode* page = _getPage( ) ) GNodeTools_execute( this, page->getOnHide( ) );
+}
+
 // ---- Layout.
 
 void GWizardNode::calcMinSize( int& width, int& height )

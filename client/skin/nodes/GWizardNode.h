@@ -21,6 +21,9 @@ public:
     void done( );
     // To the first page with that title, or failing that with that id, ignoring case.
     void jump( const GWString& target );
+    // Run what the current page runs as it comes and goes: for a window that is opened and closed around it.
+    void show( );
+    void hide( );
 
 protected:
     bool _preChildUpdate( GAttributeStack& stack ) override;

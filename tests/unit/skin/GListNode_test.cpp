@@ -255,6 +255,21 @@ TEST_F( RowsOfAList, ScrollByWheelAndKeysWhenTheyDoNotFit )
     EXPECT_EQ( node->getSelection( ), u"six" );
 }
 
+TEST_F( RowsOfAList, FollowTheirThumb )
+{
+    GListNode* node = rows( { { u"thumbcolor", u"#0000FFFF" } } );
+    draw( 60, 60 );
+    EXPECT_EQ( node->onLButtonUp( nullptr, 57, 5 ), GRESPONSE_NONE );
+    EXPECT_TRUE( node->onLButtonDown( nullptr, 57, 5 ) & GRESPONSE_CAPTURE );
+    EXPECT_TRUE( node->getSelection( ).empty( ) );
+    EXPECT_EQ( node->onMouseMove( nullptr, 0, 200 ), GRESPONSE_RENDER );
+    EXPECT_EQ( node->onMouseMove( nullptr, 0, 300 ), GRESPONSE_NONE );
+    EXPECT_EQ( node->onLButtonUp( nullptr, 0, 200 ), GRESPONSE_RELEASE );
+    draw( 60, 60 );
+    down( node, 59 );
+    EXPECT_EQ( node->getSelection( ), u"eight" );
+}
+
 TEST_F( RowsOfAList, StayWhereTheyAreWithoutAThumb )
 {
     GListNode* node = rows( { } );

@@ -47,7 +47,7 @@ TEST_F( GNodeCommandsTest, WindowActionsNeedAWindow )
 TEST_F( GNodeCommandsTest, WizardActionsNeedAWizard )
 {
     load( "<a/>" );
-    for( const std::string action : { "next", "back", "done" } )
+    for( const std::string action : { "next", "back", "done", "show", "hide" } )
     {
         TestLog::expect( "WARNING Trying to '" + action + "' on non-wizard node '/skin/a', ignoring." );
         run( "(/skin/a?" + action + ")" );
@@ -59,7 +59,8 @@ TEST_F( GNodeCommandsTest, WizardActionsNeedAWizard )
 TEST_F( GNodeCommandsTest, AWizardTurnsItsPages )
 {
     load( window( "w", "<Wizard ondone=\"(/system?set+name=Done+value=1)\"><page id=\"one\" title=\"First\"/>"
-                       "<page id=\"two\" title=\"Second\"/></Wizard>" ) );
+                       "<page id=\"two\" title=\"Second\" onshow=\"(/system?set+name=Shown+value=2)\""
+                       " onhide=\"(/system?set+name=Hidden+value=2)\"/></Wizard>" ) );
     GTemplateNode* wizard = node( u"/skin/window_w/wizard" );
     const auto page = [&] { return text( wizard->getAttribute( u"page" ) ); };
     EXPECT_EQ( page( ), "one" );
@@ -71,6 +72,9 @@ TEST_F( GNodeCommandsTest, AWizardTurnsItsPages )
     EXPECT_EQ( page( ), "two" );
     run( "(/skin/window_w/wizard?done)" );
     EXPECT_EQ( value( u"Done" ), "1" );
+    run( "(/skin/window_w/wizard?show;/skin/window_w/wizard?hide)" );
+    EXPECT_EQ( value( u"Shown" ), "2" );
+    EXPECT_EQ( value( u"Hidden" ), "2" );
     TestLog::expect( "WARNING Trying to 'jump' on non-wizard node, with no target" );
     run( "(/skin/window_w/wizard?jump)" );
 }

@@ -144,3 +144,10 @@ TEST_F( GSystemCommandsTest, UnknownThreadsAndActionsAreWarnedOf )
     TestLog::expect( "WARNING Unknown system action 'dance', ignoring." );
     run( "(/system?dance)" );
 }
+
+TEST_F( GSystemCommandsTest, TheChangesOpenAsADocument )
+{
+    load( "" );
+    run( "(/system?showchanges)" );
+    EXPECT_EQ( desktop.opened, std::vector<std::string>{ "CHANGELOG.txt" } );
+}

@@ -47,6 +47,18 @@ TEST_F( GWizardNodeTest, StartsAtTheFirstPageOrTheOneThatIsNamed )
     EXPECT_EQ( current( ), "b" );
 }
 
+TEST_F( GWizardNodeTest, ItsWindowOpensAndClosesAroundTheCurrentPage )
+{
+    GWizardNode* node = three( );
+    node->show( );
+    node->hide( );
+    EXPECT_EQ( engine->commands, ( Commands{ "(show a)", "(hide a)" } ) );
+    EXPECT_EQ( engine->sources.front( ), node );
+    EXPECT_EQ( current( ), "a" );
+    wizard( { } )->show( );
+    EXPECT_EQ( engine->commands.size( ), 2u );
+}
+
 TEST_F( GWizardNodeTest, NextAndBackRunTheCommandsOfThePages )
 {
     GWizardNode* node = three( );
