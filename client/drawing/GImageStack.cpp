@@ -167,7 +167,8 @@ void GImageStack::drawHorizLine( int x, int y, int width, uint32_t colour )
 
 void GImageStack::drawRect( const GRect& rect, uint32_t colour )
 {
-    if( !_drawable( ) ) return;
+    // A frame that nobody sees leaves what stands below it.
+    if( !_drawable( ) || !( colour >> 24 ) ) return;
     const Frame& frame = _frames.back( );
     const GRect area = GRectIntersect( _moved( rect ), frame.rect );
     if( GRectEmpty( area ) ) return;

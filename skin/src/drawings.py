@@ -145,7 +145,48 @@ def dot(p, state):
     return wrap(12, 12, {
         "offline": f'<circle cx="6" cy="6" r="4" fill="none" stroke="{p["secondary"]}" stroke-width="1.75"/>',
         "connecting": f'<circle cx="6" cy="6" r="4" fill="none" stroke="{p["warning"]}" stroke-width="1.75"/><path d="M6 2 A4 4 0 0 1 6 10 Z" fill="{p["warning"]}"/>',
-        "online": f'<circle cx="6" cy="6" r="5" fill="{p["good"]}"/>'}[state]), 12, 12
+        "online": f'<circle cx="6" cy="6" r="5" fill="{p["good"]}"/>',
+        "error": f'<circle cx="6" cy="6" r="6" fill="{p["danger"]}"/><path d="M6 3 v3.4 M6 8.9 v.01" stroke="{p["window"]}" stroke-width="1.75" stroke-linecap="round"/>'}[state]), 12, 12
+
+
+# ---- The options.
+
+PAGES = ("microphone", "camera", "shield", "key", "transfer", "network", "palette", "bug", "gear", "info")
+
+
+def pages(p):
+    """The icons of the pages side by side, and below them the same for the page that shows."""
+    body = "".join(f'<g transform="translate({column * 20} {row * 20})">{glyph(name, ink)}</g>'
+                   for row, ink in enumerate((p["secondary"], p["focus"])) for column, name in enumerate(PAGES))
+    return wrap(20 * len(PAGES), 40, body), 20 * len(PAGES), 40
+
+
+def radio(p):
+    """Not chosen, chosen."""
+    return wrap(40, 20, f'<circle cx="10" cy="10" r="6.5" fill="none" stroke="{p["secondary"]}" stroke-width="1.75"/>'
+                        f'<circle cx="30" cy="10" r="6.5" fill="none" stroke="{p["focus"]}" stroke-width="1.75"/><circle cx="30" cy="10" r="3.5" fill="{p["focus"]}"/>'), 40, 20
+
+
+def meter(p, filled):
+    """Segments; the taller ones begin the good part and the one that is too loud."""
+    body, good, loud = "", 31, 54
+    for i in range(63):
+        colour = p["line"] if not filled else p["secondary"] if i < good else p["good"] if i < loud else p["warning"]
+        tall = i in (good, loud)
+        body += f'<rect x="{i * 8}" y="{0 if tall else 3}" width="6" height="{16 if tall else 10}" rx="2" fill="{colour}"/>'
+    return wrap(504, 16, body), 504, 16
+
+
+def palettes(p):
+    """A window in small for each palette, and the same below for the one that is chosen."""
+    body = ""
+    for column, c in enumerate(PALETTES.values()):
+        lines = "".join(f'<circle cx="13" cy="{y}" r="4.5" fill="{mark}"/><path d="M22 {y - 2} h{width}" stroke="{c["text"]}"/>'
+                        f'<path d="M22 {y + 2.5} h{width - 10}" stroke="{c["secondary"]}"/>' for y, mark, width in ((14, c["good"], 24), (26, c["talk"], 18)))
+        for row in range(2):
+            body += (f'<g transform="translate({column * 72} {row * 48})" stroke-width="1.75" stroke-linecap="round"><rect x="0.5" y="0.5" width="71" height="47" rx="6" '
+                     f'fill="{c["window"]}" stroke="{p["edge"]}" stroke-width="1"/>{lines}<rect x="8" y="35" width="56" height="7" rx="3" fill="{c["focus"]}"/></g>')
+    return wrap(72 * len(PALETTES), 96, body), 72 * len(PALETTES), 96
 
 
 # ---- The tray, the profile pictures.
@@ -189,6 +230,9 @@ def picture(p, name):
     sizes = {"frame": (96, 112), "mark": (24, 24), "marklarge": (64, 64)}
     if name in sizes:
         return drawing("mark" if name.startswith("mark") else name, p), *sizes[name]
+    options = {"pages": pages, "radio": radio, "palettes": palettes, "meterback": lambda p: meter(p, False), "meterfill": lambda p: meter(p, True)}
+    if name in options:
+        return options[name](p)
     kind, _, rest = name.partition("_")
     if kind == "icon":  # icon_NAME, icon_NAME_SIZE
         rest, _, size = rest.partition("_")

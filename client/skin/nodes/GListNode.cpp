@@ -33,6 +33,7 @@ GAttributeTable GListNode::getAttributeTable( )
         { u"thumbcolor", GAttributeKind::colour, u"",
           u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
         { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that thumb." },
+        { u"ellipsis", GAttributeKind::toggle, u"off", u"Texts that do not fit end in dots." },
         { u"rowradius", GAttributeKind::number, u"0", u"The corners of the rows' grounds." },
         { u"labels", GAttributeKind::listText, u"", u"Texts to show for the rows, in their order." },
         { u"marksrc", GAttributeKind::image, u"",

@@ -9,6 +9,30 @@
 namespace
 {
 constexpr int LARGEST = 1000;
+constexpr char16_t ELLIPSIS = u'\u2026';
+
+int measure( GFont& font, const GWString& text )
+{
+    int width = 0;
+    int height = 0;
+    font.measureText( text, width, height );
+    return width;
+}
+
+// As much of the text's beginning as fits with an ellipsis behind it.
+GWString shorten( const GWString& text, GFont& font, int room )
+{
+    size_t fits = 0;
+    size_t beyond = text.size( );
+    while( fits + 1 < beyond )
+    {
+        const size_t middle = ( fits + beyond ) / 2;
+        ( measure( font, text.substr( 0, middle ) + ELLIPSIS ) <= room ? fits : beyond ) = middle;
+    }
+    // Not between the halves of one character.
+    if( fits > 0 && ( text[fits - 1] & 0xFC00 ) == 0xD800 ) --fits;
+    return text.substr( 0, fits ) + ELLIPSIS;
+}
 } // namespace
 
 bool GRowView::read( GAttributeStack& stack, int padding )
@@ -21,9 +45,10 @@ bool GRowView::read( GAttributeStack& stack, int padding )
     changed |= wanted != _padding;
     _padding = wanted;
     changed |= stack.read( u"$rowradius", _radius );
+    changed |= stack.read( u"$ellipsis", _ellipsis );
     changed |= stack.read( u"$selectedbgcolor", _selectedColour );
     changed |= stack.read( u"$mouseoverbgcolor", _mouseoverColour );
-    changed |= _scroll.read( stack );
+    changed |= _scroll.read( stack ); // The thumb is that of GNodeScroll.
     return changed;
 }
 
@@ -105,5 +130,9 @@ void GRowView::drawText( GImageStack& images, const GWString& text, GNodeFont& f
     if( text.empty( ) ) return;
     const int spare = std::max( 0, rect.height( ) - font.getHeight( ) );
     const GRect box{ rect.left + _padding, rect.top + spare / 2, rect.right - _padding, rect.bottom };
-    if( GRectHasVolume( box ) ) images.drawText( text, font, box );
+    if( !GRectHasVolume( box ) ) return;
+    if( _ellipsis && measure( font, text ) > box.width( ) )
+        images.drawText( shorten( text, font, box.width( ) ), font, box );
+    else
+        images.drawText( text, font, box );
 }

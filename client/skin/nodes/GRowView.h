@@ -12,7 +12,8 @@ class GRowView
 {
 public:
     // "$rowheight" (pixels, what the node says without it), "$padding" (pixels left and right of the text, `padding` without it),
-    // "$selectedbgcolor" and "$mouseoverbgcolor" with corners of "$rowradius", and what GNodeScroll reads. True when one changed.
+    // "$selectedbgcolor" and "$mouseoverbgcolor" with corners of "$rowradius", "$ellipsis" (texts that do not fit end in "..."), and
+    // what GNodeScroll reads. True when one changed.
     bool read( GAttributeStack& stack, int padding );
 
     // The height of a row, at least 1; `natural` is what it is without "$rowheight".
@@ -54,6 +55,7 @@ private:
     int _wantedHeight = 0;
     int _padding = 0;
     int _radius = 0;
+    bool _ellipsis = false;
     GWString _selectedColour;
     GWString _mouseoverColour;
     GNodeScroll _scroll;

@@ -42,6 +42,7 @@ GAttributeTable GTableNode::getAttributeTable( )
         { u"thumbcolor", GAttributeKind::colour, u"",
           u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
         { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that thumb." },
+        { u"ellipsis", GAttributeKind::toggle, u"off", u"Texts that do not fit end in dots." },
         { u"rowradius", GAttributeKind::number, u"0", u"The corners of the rows' grounds." },
         { u"columns", GAttributeKind::listText, u"",
           u"Shares of the width; with them no line is kept for titles that are not there." },
@@ -375,8 +376,9 @@ int GTableNode::onMouseWheel( GWin, int steps )
 
 // ---- Keyboard.
 
-int GTableNode::onKeyboardFocusChanged( bool )
+int GTableNode::onKeyboardFocusChanged( bool focus )
 {
+    _focus = focus;
     return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
 }
 

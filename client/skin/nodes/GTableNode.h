@@ -88,6 +88,7 @@ private:
     GWString _keySuffix;
     Bar _bar;
     bool _focusable = false;
+    bool _focus = false;
     GNodeFont _cellFont;
     GNodeFont _headerFont;
     GNodeFont _mouseoverFont;

@@ -128,6 +128,14 @@ TEST( GImageStack, StraightPicturesBecomePremultipliedPixels )
     EXPECT_EQ( layer.at( 0, 0 ), 0x80800080U );
 }
 
+TEST( GImageStack, AFrameWithoutOpacityLeavesWhatStandsBelow )
+{
+    Layer layer( 6, 6 );
+    layer.stack.fillRect( { 0, 0, 6, 6 }, BLUE );
+    layer.stack.drawRect( { 1, 1, 5, 5 }, u"#00000000" );
+    EXPECT_EQ( layer.count( BLUE ), 36 );
+}
+
 TEST( GImageStack, PrimitivesAreRelativeToTheFrame )
 {
     Layer layer( 6, 6 );

@@ -270,6 +270,24 @@ TEST_F( RowsOfAList, FollowTheirThumb )
     EXPECT_EQ( node->getSelection( ), u"eight" );
 }
 
+TEST_F( RowsOfAList, EndInDotsWhenTheirTextsDoNotFit )
+{
+    const GWString text = u"a text that is far too long";
+    rows( { { u"selectedbgcolor", u"#00000000" } }, text );
+    const GString cut = canvas->pixels;
+    rows( { { u"selectedbgcolor", u"#00000000" }, { u"ellipsis", u"1" } }, text );
+    EXPECT_NE( canvas->pixels, cut );
+    // Nothing reaches into the margin, and short texts stay whole.
+    for( int y = 0; y < ROW; ++y ) EXPECT_EQ( canvas->at( 57, y ), 0u );
+    rows( { { u"ellipsis", u"1" } }, u"one" );
+    const GString whole = canvas->pixels;
+    rows( { }, u"one" );
+    EXPECT_EQ( canvas->pixels, whole );
+    // A character of two halves is shown whole or not at all; no room at all leaves the dots.
+    rows( { { u"ellipsis", u"1" } }, u"\U0001F600\U0001F600\U0001F600\U0001F600\U0001F600\U0001F600" );
+    rows( { { u"ellipsis", u"1" }, { u"padding", u"29" } }, text );
+}
+
 TEST_F( RowsOfAList, StayWhereTheyAreWithoutAThumb )
 {
     GListNode* node = rows( { } );
