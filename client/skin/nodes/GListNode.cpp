@@ -129,6 +129,7 @@ bool GListNode::_preChildRender( GImageStack& images )
     _view.layout( 0, width, height );
     images.pushTarget( { 0, 0, width, height } );
     for( int row = _view.getFirst( ); _view.isVisible( row ); ++row ) _drawRow( images, row, _view.getRect( row ) );
+    if( _focus && _focusable ) _view.markFocus( images, _getSelectedRow( ) );
     images.pop( );
     _view.drawThumb( images );
     images.drawRect( { 0, 0, width, height }, _frameColour );
@@ -222,8 +223,9 @@ int GListNode::onMouseoverChanged( bool mouseover )
     return GRESPONSE_RENDER;
 }
 
-int GListNode::onKeyboardFocusChanged( bool )
+int GListNode::onKeyboardFocusChanged( bool focus )
 {
+    _focus = focus;
     return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
 }
 

@@ -59,6 +59,7 @@ private:
     GWString _iconSrc;
     bool _persist = false;
     bool _focusable = false;
+    bool _focus = false;
     GStringVector _rows;
     GStringVector _labels;
     GRowView _view;

@@ -136,3 +136,12 @@ void GRowView::drawText( GImageStack& images, const GWString& text, GNodeFont& f
     else
         images.drawText( text, font, box );
 }
+
+void GRowView::markFocus( GImageStack& images, int row ) const
+{
+    const GRect rect = row < 0 ? GRect( ) : getRect( row );
+    const bool shows = row >= 0 && rect.bottom > 0 && rect.top < _room;
+    if( shows ) images.pushTarget( rect );
+    images.markFocus( );
+    if( shows ) images.pop( );
+}

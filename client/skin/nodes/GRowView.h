@@ -48,6 +48,8 @@ public:
     bool drawGround( GImageStack& images, const GRect& rect, bool selected, bool mouseover ) const;
     // One line of text in the middle of its row.
     void drawText( GImageStack& images, const GWString& text, GNodeFont& font, const GRect& rect ) const;
+    // Within the room: puts the mark of the focus around that row, or around all when it does not show.
+    void markFocus( GImageStack& images, int row ) const;
     // In the node's frame.
     void drawThumb( GImageStack& images ) const { _scroll.draw( images ); }
 

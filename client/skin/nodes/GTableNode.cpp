@@ -229,6 +229,7 @@ bool GTableNode::_preChildRender( GImageStack& images )
     if( _lines.empty( ) ) _drawEmpty( images, width, room );
     for( int i = _view.getFirst( ); _view.isVisible( i ); ++i )
         _drawLine( images, _lines[static_cast<size_t>( i )], _view.getRect( i ) );
+    if( _focus && _focusable ) _view.markFocus( images, _findLine( _selection ) );
     images.pop( );
     _view.drawThumb( images );
     return true;

@@ -288,6 +288,20 @@ TEST_F( RowsOfAList, EndInDotsWhenTheirTextsDoNotFit )
     rows( { { u"ellipsis", u"1" }, { u"padding", u"29" } }, text );
 }
 
+TEST_F( RowsOfAList, BearTheFocusAtTheChosenOne )
+{
+    GListNode* node = rows( { } );
+    GRect focus;
+    node->onKeyboardFocusChanged( true );
+    EXPECT_TRUE( draw( 60, 100 ).images.getFocus( focus ) );
+    EXPECT_EQ( focus, ( GRect{ 0, 0, 60, 100 } ) );
+    down( node, ROW );
+    EXPECT_TRUE( draw( 60, 100 ).images.getFocus( focus ) );
+    EXPECT_EQ( focus, ( GRect{ 0, ROW, 60, 2 * ROW } ) );
+    node->onKeyboardFocusChanged( false );
+    EXPECT_FALSE( draw( 60, 100 ).images.getFocus( focus ) );
+}
+
 TEST_F( RowsOfAList, StayWhereTheyAreWithoutAThumb )
 {
     GListNode* node = rows( { } );

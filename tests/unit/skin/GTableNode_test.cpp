@@ -298,6 +298,17 @@ TEST_F( RowsOfATable, ScrollWhenTheyDoNotFit )
     EXPECT_EQ( node->getSelection( ), u"f0" );
 }
 
+TEST_F( RowsOfATable, BearTheFocusAtTheChosenOne )
+{
+    fill( 2 );
+    GTableNode* node = rows( { { u"prefixlistsrc", u"Files" }, { u"suffixlist", u"_a" }, { u"title", u"a" } } );
+    GRect focus;
+    node->onKeyboardFocusChanged( true );
+    node->onKeyDown( nullptr, 35 );
+    EXPECT_TRUE( draw( 100, 100 ).images.getFocus( focus ) );
+    EXPECT_EQ( focus, ( GRect{ 0, 2 * ROW, 100, 3 * ROW } ) );
+}
+
 TEST_F( RowsOfATable, AnswerTheReturnKeyLikeADoubleClick )
 {
     fill( 1 );
