@@ -102,7 +102,7 @@ def rounded(width, height, ground, edge, radius, stroke=1):
             f'fill="{ground}" stroke="{edge}" stroke-width="{stroke}"/>')
 
 
-def button(p, kind, width=CELL, height=CELL):
+def button(p, kind):
     # (ground, edge) of the four columns.
     off = (p["panel"], p["line"])
     looks = {
@@ -110,10 +110,8 @@ def button(p, kind, width=CELL, height=CELL):
         "good": [(p["good"],) * 2, (p["goodover"],) * 2, off, (p["goodpress"],) * 2],
         "danger": [(p["danger"],) * 2, (p["dangerover"],) * 2, off, (p["dangerpress"],) * 2],
         "plain": [(p["field"], p["edge"]), (p["selected"], p["edge"]), off, (p["panel"], p["focus"])],
-        "accept": [(p["selected"], p["focus"]), (p["focus"],) * 2, off, (p["focuspress"],) * 2],
         "tint": [(p["selected"], p["focus"]), (p["focus"],) * 2, off, (p["focuspress"],) * 2],
         "quiet": [("none", "none"), (p["field"],) * 2, ("none", "none"), (p["selected"],) * 2],
-        "nav": [("none", "none"), (p["field"],) * 2, ("none", "none"), (p["selected"],) * 2],
         "talk": [(p["field"], p["edge"]), (p["selected"], p["edge"]), off, (p["selected"], p["talk"])],
     }[kind]
 
@@ -121,8 +119,8 @@ def button(p, kind, width=CELL, height=CELL):
         ground, edge = looks[column]
         if row and column != 2:
             ground, edge = p["selected"], p["focus"]
-        return rounded(width, height, ground, edge, 8, 2 if kind == "talk" and column == 3 else 1)
-    return cells(width, height, draw)
+        return rounded(CELL, CELL, ground, edge, 8, 2 if kind == "talk" and column == 3 else 1)
+    return cells(CELL, CELL, draw)
 
 
 def icon(p, name, size):
@@ -209,22 +207,16 @@ def tray(state):
 def profile(badges, grey):
     """The picture of somebody who shows none; the badges tell what his device can send."""
     colours = GREY if grey else COLOUR
-    marks, x = "", 132
+    marks, x = "", 135
     for badge in reversed(badges):
         shape = (MICROPHONE if badge == "a" else CAMERA).replace("{ink}", colours["badgeink"])
-        marks += (f'<g transform="translate({x} 132)"><circle r="22" fill="{colours["badge"]}" stroke="{colours["ground2"]}" stroke-width="4"/>'
-                  f'<g transform="scale(1.3)">{shape}</g></g>')
-        x -= 48
+        marks += (f'<g transform="translate({x} 135)"><circle r="19" fill="{colours["badge"]}" stroke="{colours["ground2"]}" stroke-width="4"/>'
+                  f'<g transform="scale(1.12)">{shape}</g></g>')
+        x -= 43
     return drawing("profile", {**colours, "badges": marks})
 
 
 # ---- What the template calls images/NAME.png: its drawing, and its width and height at 1x.
-
-def size_of(text):
-    """Of "304" and "64x28"; without it the cell that is drawn in nine pieces."""
-    width, _, height = text.partition("x")
-    return (int(width), int(height or 32)) if width else (CELL, CELL)
-
 
 def picture(p, name):
     sizes = {"frame": (96, 112), "mark": (24, 24), "marklarge": (64, 64)}
@@ -243,11 +235,10 @@ def picture(p, name):
     if kind == "dot":
         return dot(p, rest)
     if kind in ("field", "panel"):
-        width, height = size_of(rest)
         ground, edge, radius = (p["field"], p["edge"], 8) if kind == "field" else (p["panel"], p["line"], 10)
-        return wrap(width, height, rounded(width, height, ground, edge, radius)), width, height
+        return wrap(CELL, CELL, rounded(CELL, CELL, ground, edge, radius)), CELL, CELL
     if kind == "ring":
         return wrap(32, 32, f'<rect x="1" y="1" width="30" height="30" rx="11" fill="none" stroke="{p["focus"]}" stroke-width="2"/>'), 32, 32
     if kind == "round":  # The corners around a picture in a window: what covers them.
         return wrap(24, 24, f'<path fill="{p[rest or "window"]}" fill-rule="evenodd" d="M0 0 H24 V24 H0 Z M8 0 A8 8 0 0 0 0 8 V16 A8 8 0 0 0 8 24 H16 A8 8 0 0 0 24 16 V8 A8 8 0 0 0 16 0 Z"/>'), 24, 24
-    return button(p, kind, *size_of(rest))
+    return button(p, kind)

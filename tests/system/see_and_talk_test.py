@@ -39,6 +39,7 @@ class Story:
         self.server.command("user", "add", "ben", "right horse", "ben@example.org")
         self.ann.start()
         login = self.ann.window("Log on")
+        assert "Icon (64 x 64)" in desk.run("xprop", "-id", login.number, "_NET_WM_ICON"), "the window has no icon for the task bar"
         time.sleep(0.5)
         login.click(*self.skin.place("window_login", "window_new?open"))
         form = self.ann.window("New account")

@@ -4,6 +4,8 @@
 
 #include <QApplication>
 #include <QEvent>
+#include <QFile>
+#include <QIcon>
 #include <QTimer>
 
 #include <algorithm>
@@ -93,6 +95,21 @@ void openHidden( )
 }
 } // namespace
 
+namespace
+{
+// The program's mark for task bars and switchers: the skin's pictures in the working directory, an empty icon without them.
+QIcon loadMark( )
+{
+    QIcon icon;
+    for( const int size : { 16, 32, 48, 64, 128, 256 } )
+    {
+        const QString path = QStringLiteral( "images/app_%1.png" ).arg( size );
+        if( QFile::exists( path ) ) icon.addFile( path );
+    }
+    return icon;
+}
+} // namespace
+
 void GDesktopOpen( )
 {
     if( application_ ) return;
@@ -106,6 +123,7 @@ void GDesktopOpen( )
     else
         application_ = static_cast<QGuiApplication*>( QCoreApplication::instance( ) );
     application_->setQuitOnLastWindowClosed( false );
+    application_->setWindowIcon( loadMark( ) );
     down_ = false;
     openHidden( );
 }
