@@ -108,6 +108,11 @@ void GTemplateNode::_renderChildren( GImageStack& images )
 
 void GTemplateNode::_postChildRender( GImageStack& ) {}
 
+GTemplateNode* GTemplateNode::_makeChild( GWStringView )
+{
+    return nullptr;
+}
+
 bool GTemplateNode::isNamed( GWStringView name ) const
 {
     return GCaseEquals( _name, name );
@@ -142,9 +147,9 @@ GTemplateNode* GTemplateNode::getChild( GWStringView path )
     GASSERT( step.size( ) );
     const auto found =
         std::ranges::find_if( _children, [step]( const GTemplateNode* child ) { return matchesID( *child, step ); } );
-    if( found == _children.end( ) ) return nullptr;
+    GTemplateNode* child = found == _children.end( ) ? _makeChild( step ) : *found;
     const GWStringView rest = slash == GWStringView::npos ? GWStringView( ) : path.substr( slash + 1 );
-    return rest.empty( ) ? *found : ( *found )->getChild( rest );
+    return !child || rest.empty( ) ? child : child->getChild( rest );
 }
 
 GTemplateNode* GTemplateNode::getNext( GTemplateNode* stop )

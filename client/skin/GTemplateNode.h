@@ -45,7 +45,7 @@ public:
     // "/skin/window_a/...". Kept until an id or a parent changes; the reference holds as long as the node does.
     const GWString& getPath( ) const;
     // Relative path of IDs with "/" between, ignoring case; the first match wins, null when none. Preconditions "!path.empty( )";
-    // an empty step fails "step.size( )".
+    // an empty step fails "step.size( )". A node that makes children on demand makes the one that is asked for.
     GTemplateNode* getChild( GWStringView path );
     // Depth-first successor; the walk up ends after leaving `stop`. Null at the end.
     GTemplateNode* getNext( GTemplateNode* stop );
@@ -82,6 +82,8 @@ protected:
     virtual bool _preChildRender( GImageStack& images );
     virtual void _renderChildren( GImageStack& images );
     virtual void _postChildRender( GImageStack& images );
+    // The child of that ID, made and linked now; null when there is none to make.
+    virtual GTemplateNode* _makeChild( GWStringView step );
 
     GInstance* _instance;
     IGCommandEngine* _commandEngine;
