@@ -229,10 +229,13 @@ void GBuddyCommands::_pickup( const GCommand& )
 void GBuddyCommands::_chat( const GCommand& command )
 {
     const GWString action = command.get( u"action" );
+    const GWString text = command.edit ? command.edit->getText( ) : command.get( u"message" );
+    // The return key in an empty field says nothing.
+    if( action == u"send" && GTrim( text ).empty( ) && _instance.isRobust( u"Robust_Client" ) ) return;
     GHTTPHeaders message( u"CHAT" );
     message.set( u"From", _instance.get( u"Local_User_GUID" ) );
     message.set( u"Action", action );
-    message.addContent( GWideToUTF8( command.edit ? command.edit->getText( ) : command.get( u"message" ) ) );
+    message.addContent( GWideToUTF8( text ) );
     _engine.broadcastToBuddy( _buddy, message );
     if( action != u"send" ) return;
     const GWString queue = _name( u"_Chat_Queue" );

@@ -56,6 +56,9 @@ const GCommandRow<GNodeCommands> GNodeCommands::ROWS[] = {
       &GNodeCommands::_hide },
     { { u"clear", u"", u"Empties the edit that issued the command." }, false, &GNodeCommands::_clear },
     { { u"fit", u"", u"A window: takes the least size that its content needs." }, false, &GNodeCommands::_fit },
+    { { u"submit", u"", u"An edit: runs its `onenter`, as the return key does; for a button beside it." },
+      false,
+      &GNodeCommands::_submit },
 };
 
 std::vector<GActionRow> GNodeCommands::getActions( )
@@ -163,6 +166,14 @@ void GNodeCommands::_clear( const GCommand& command )
     // The edit that issued the command is emptied, whatever node the path names.
     if( !command.edit ) return _warn( u"WARNING Trying to 'clear' on non-edit node '" );
     command.edit->setText( GWString( ) );
+}
+
+// For a button beside a field: what the field's return key does, with the field as the source.
+void GNodeCommands::_submit( const GCommand& )
+{
+    auto* edit = dynamic_cast<GEditNode*>( &_target );
+    if( !edit ) return _warn( u"WARNING Trying to 'submit' non-edit node '" );
+    edit->submit( );
 }
 
 void GNodeCommands::_fit( const GCommand& )

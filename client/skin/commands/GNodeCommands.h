@@ -34,6 +34,7 @@ private:
     void _hide( const GCommand& command );
     void _clear( const GCommand& command );
     void _fit( const GCommand& command );
+    void _submit( const GCommand& command );
     void _warn( GWStringView text ) const;
 
     GTemplate& _engine;

@@ -22,6 +22,8 @@ public:
     // Writes the bound value as well, and runs what emptying or filling the text runs.
     void setText( const GWString& text );
     const GEditBuffer& getBuffer( ) const { return _buffer; }
+    // Runs what the return key runs.
+    void submit( ) { _executeOnEnter( ); }
 
     bool wantsKeyboardFocus( ) override { return true; }
     int onKeyboardFocusChanged( bool focus ) override;

@@ -2,8 +2,27 @@
 
 #include "client/drawing/GImageStack.h"
 #include "client/drawing/GImageTools.h"
+#include "client/skin/nodes/GWindowNode.h"
+#include "platform/GTime.h"
 
 #include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace
+{
+// How pale a breath becomes, of 1.
+constexpr double PALEST = 0.35;
+
+// The share of its opacity that a breathing picture has now, of 256.
+int getBreath( int milliseconds )
+{
+    const uint64_t period = static_cast<uint64_t>( milliseconds ) * 1000;
+    const double phase = static_cast<double>( GTimeGetTime( ) % period ) / static_cast<double>( period );
+    const double height = 0.5 + 0.5 * std::cos( 2 * std::numbers::pi * phase );
+    return static_cast<int>( 256 * ( PALEST + ( 1 - PALEST ) * height ) );
+}
+} // namespace
 
 GAttributeTable GImageNode::getAttributeTable( )
 {
@@ -20,6 +39,9 @@ GAttributeTable GImageNode::getAttributeTable( )
         { u"slice", GAttributeKind::number, u"0",
           u"Fills the frame in nine pieces: corners of that many pixels keep their size." },
         { u"disabled", GAttributeKind::toggle, u"off", u"Stops following a blackboard image; the last picture stays." },
+        { u"breathe", GAttributeKind::number, u"0",
+          u"Milliseconds in which a picture with alpha grows paler and comes back, again and again while it is drawn; "
+          u"0 for never." },
     };
     return ROWS;
 }
@@ -33,6 +55,8 @@ bool GImageNode::_postChildUpdate( GAttributeStack& stack )
     changed |= GNodeTools_readAlign( stack, _flags );
     changed |= stack.read( u"$slice", _slice );
     changed |= stack.read( u"$mode", _mode );
+    // Of this node alone: what stands in a breathing thing is still.
+    changed |= stack.read( getAttribute( u"breathe" ), _breathe );
     if( GCaseEquals( _mode, u"copy" ) ) _flags |= GIC_OPAQUE;
     _watch.update( _instance, _disabled ? GWStringView( ) : GNodeTools_imageName( _src ), stack.getListener( ) );
     return changed;
@@ -54,6 +78,7 @@ bool GImageNode::_preChildRender( GImageStack& images )
     GRect rect;
     const char* pixels = _src.empty( ) ? nullptr : GImageTools_instanceReadOpen( _instance, _src, format, rect );
     if( !pixels ) return true;
+    if( _breathe > 0 ) pixels = _fade( format, pixels, rect );
     int width = 0;
     int height = 0;
     images.getDimensions( width, height );
@@ -72,4 +97,27 @@ bool GImageNode::_preChildRender( GImageStack& images )
     images.drawBitmap( format, pixels, rect, target, _flags );
     GImageTools_instanceReadClose( _instance, _src );
     return true;
+}
+
+// The part that is drawn, with a part of its opacity, in a buffer of this node's own. Pictures without alpha stay as they are.
+const char* GImageNode::_fade( GImageFormat& format, const char* pixels, GRect& rect )
+{
+    for( GTemplateNode* node = _parent; node; node = node->getParent( ) )
+        if( auto* window = dynamic_cast<GWindowNode*>( node ) ) window->keepMoving( );
+    if( format.type != GIT_RGBA32 || GRectEmpty( rect ) ) return pixels;
+    const int breath = getBreath( _breathe );
+    const size_t row = static_cast<size_t>( rect.width( ) ) * 4;
+    _faded.resize( row * static_cast<size_t>( rect.height( ) ) );
+    for( int y = 0; y < rect.height( ); ++y )
+    {
+        const char* from = pixels + 4 * ( static_cast<size_t>( rect.top + y ) * format.width + rect.left );
+        char* to = _faded.data( ) + row * static_cast<size_t>( y );
+        std::copy( from, from + row, to );
+        for( size_t i = 3; i < row; i += 4 )
+            to[i] = static_cast<char>( static_cast<unsigned char>( to[i] ) * breath >> 8 );
+    }
+    format.width = rect.width( );
+    format.height = rect.height( );
+    rect = { 0, 0, format.width, format.height };
+    return _faded.data( );
 }

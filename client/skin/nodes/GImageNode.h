@@ -1,9 +1,11 @@
-// Shows an image source, scaled, tiled or aligned in its frame. A blackboard image repaints the window when it changes.
+// Shows an image source, scaled, tiled or aligned in its frame. A blackboard image repaints the window when it changes. With
+// "$breathe", in milliseconds, a picture with an alpha channel grows paler and comes back in that time, as long as it is drawn.
 // User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/nodes/GNodeTools.h"
+#include "image/GImageFormat.h"
 
 class GImageNode : public GTemplateNode
 {
@@ -17,6 +19,8 @@ protected:
     bool _preChildRender( GImageStack& images ) override;
 
 private:
+    const char* _fade( GImageFormat& format, const char* pixels, GRect& rect );
+
     GWString _src;
     GWString _mode;
     bool _disabled = false;
@@ -24,5 +28,7 @@ private:
     int _x = 0;
     int _y = 0;
     int _slice = 0; // Pixels of the corners that keep their size; 0 when the picture is drawn in one piece.
+    int _breathe = 0;
+    GString _faded;
     GNodeWatch _watch{ GWATCH_RENDER };
 };

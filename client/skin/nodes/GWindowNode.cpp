@@ -2,6 +2,7 @@
 
 #include "client/drawing/GImageStack.h"
 #include "client/drawing/GImageTools.h"
+#include "client/skin/GUserName.h"
 #include "client/skin/nodes/GNodeTools.h"
 #include "platform/GIcon.h"
 #include "platform/GTime.h"
@@ -18,6 +19,12 @@ int64_t tickOf( int64_t interval )
 }
 // A layer is held to what a desktop can show, whatever the skin says.
 constexpr int MAX_EDGE = 16384;
+
+// A value may hold what a peer wrote: nothing in it is to be expanded.
+void makePlain( GWString& text )
+{
+    std::erase_if( text, []( char16_t c ) { return c == u'$' || c == u'{' || c == u'}'; } );
+}
 
 // Premultiplied pixels on black.
 void makeOpaque( GString& pixels )
@@ -58,7 +65,15 @@ GAttributeTable GWindowNode::getAttributeTable( )
         { u"onreturn", GAttributeKind::command, u"",
           u"Runs on the return key, unless the node with the keyboard uses it." },
         { u"autofocus", GAttributeKind::toggle, u"off",
-          u"The first stop of the tab key has the keyboard whenever the window opens." },
+          u"The first stop of the tab key has the keyboard whenever the window opens; or the first that has this "
+          u"attribute itself." },
+        { u"of", GAttributeKind::text, u"", u"The buddy whose `values` the window gives to what stands in it." },
+        { u"values", GAttributeKind::listText, u"",
+          u"Ends of names: with `of=\"ann@x\"`, `values=\"Call_State\"` gives ann@x_Call_State by the name "
+          u"`call_state`, also to "
+          u"the window's own attributes, and follows it. `$`, `{` and `}` are left out of it." },
+        { u"flashon", GAttributeKind::valueName, u"",
+          u"The name of a queue: a new entry flashes the window or opens it." },
     };
     return ROWS;
 }
@@ -71,6 +86,7 @@ GNameTable GWindowNode::getNameTable( )
         { u"width", u"The window's present width." },
         { u"height", u"The window's present height." },
         { u"windowpath", u"The window's path, for commands: `($windowpath?close)`." },
+        { u"buddyname", u"The buddy of `of` as people read him: without the domain that names have without one." },
     };
     return ROWS;
 }
@@ -80,6 +96,7 @@ GWindowNode::~GWindowNode( )
     // Watches below report here, from any thread: they end before their target does.
     for( GTemplateNode* child : _children ) delete child;
     _children.clear( );
+    _watches.clear( );
     if( _timer ) GTimerClose( _timer );
     if( _notify ) GNotifyClose( _notify );
     if( _win ) GWinClose( _win );
@@ -89,6 +106,8 @@ GWindowNode::~GWindowNode( )
 
 bool GWindowNode::_preChildUpdate( GAttributeStack& stack )
 {
+    if( !_notify ) _notify = GNotifyOpen( this );
+    _giveValues( stack );
     if( !_win ) _create( stack );
     stack.set( u"x", 0 );
     stack.set( u"y", 0 );
@@ -112,7 +131,6 @@ void GWindowNode::_create( GAttributeStack& stack )
     _inTray = stack.test( u"$tray" );
     _restorePlace( );
     const bool hidden = stack.test( u"$hidden" );
-    _notify = GNotifyOpen( this );
     _win = GWinOpen( stack.eval( u"$title" ), _rect, stack.test( u"$topmost" ), this );
     _firstUpdate = true;
     _alpha = hidden ? 0 : 255;
@@ -144,7 +162,76 @@ bool GWindowNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$focussrc", _focusSrc );
     changed |= stack.read( u"$focusslice", _focusSlice );
     changed |= stack.read( u"$focusout", _focusOut );
+    _flashForNews( );
     return changed;
+}
+
+void GWindowNode::keepMoving( )
+{
+    _moving = true;
+    _wake( );
+}
+
+// ---- Values of one buddy, by plain names: what an expression reads as a name ends at characters that names of buddies may hold.
+
+void GWindowNode::_giveValues( GAttributeStack& stack )
+{
+    // Of this node alone: a window inside another would have its own.
+    bool renamed = stack.read( getAttribute( u"of" ), _of );
+    renamed |= stack.read( getAttribute( u"values" ), _values );
+    renamed |= stack.read( getAttribute( u"flashon" ), _flashOn );
+    if( renamed ) _bindValues( );
+    if( _bound.empty( ) ) return;
+    stack.set( u"buddyname", _shownName );
+    for( BoundValue& bound : _bound )
+    {
+        GNodeTools_readValue( _instance, bound.source, bound.value );
+        if( bound.value.find_first_of( u"${}" ) == GWString::npos )
+            stack.set( bound.name, bound.value );
+        else
+        {
+            GWString plain = bound.value;
+            makePlain( plain );
+            stack.set( bound.name, plain );
+        }
+    }
+    _evaluateOwn( stack );
+}
+
+// Once more, now that what they are made of is there; and again, for those that stand before what they are made of.
+void GWindowNode::_evaluateOwn( GAttributeStack& stack )
+{
+    for( int round = 0; round < 2; ++round )
+        for( const auto& [name, value] : _attributes )
+        {
+            if( value.find( u'$' ) == GWString::npos ) continue;
+            stack.read( value, _scratch );
+            stack.set( name, _scratch );
+        }
+}
+
+void GWindowNode::_bindValues( )
+{
+    _bound.clear( );
+    _shownName = GUserNameShorten( *_instance, _of );
+    GStringList names;
+    for( const GWString& suffix : GSplitList( _of.empty( ) ? GWString( ) : _values ) )
+    {
+        _bound.push_back( { GConcat( _of, u'_', suffix ), GToLower( suffix ), {} } );
+        names.push_back( _bound.back( ).source );
+    }
+    if( !_flashOn.empty( ) ) names.push_back( _flashOn );
+    _watches.update( _instance, names, _notify );
+}
+
+// A new entry on the queue brings the window to the user's notice.
+void GWindowNode::_flashForNews( )
+{
+    if( _flashOn.empty( ) ) return;
+    const int length = _instance->length( _flashOn );
+    const bool news = length > _newsSeen;
+    _newsSeen = length;
+    if( news ) flash( );
 }
 
 // ---- Place on the desktop. A window with "$remember" keeps its rectangle in settings that begin with that name.
@@ -232,7 +319,7 @@ void GWindowNode::onNotification( int kind, uint64_t time )
 
 void GWindowNode::onTimer( GTimer )
 {
-    if( _fadeInEnd || _fadeOutEnd || _renderPending )
+    if( _fadeInEnd || _fadeOutEnd || _renderPending || _moving )
     {
         _respond( GRESPONSE_RENDER );
         return;
@@ -283,6 +370,7 @@ void GWindowNode::_prepareLayer( )
 bool GWindowNode::_preChildRender( GImageStack& images )
 {
     GASSERT( _win );
+    _moving = false;
     _advanceFade( GTimeGetTime( ) );
     if( !_alpha || GRectEmpty( _rect ) || GWinIsMinimized( _win ) ) return false;
     _prepareLayer( );
@@ -322,7 +410,14 @@ void GWindowNode::_takeFirstFocus( )
 {
     if( !_focusWanted ) return;
     _focusWanted = false;
-    if( _autoFocus && !_keyFocus ) _moveKeyFocus( false );
+    if( !_autoFocus || _keyFocus ) return;
+    for( GTemplateNode* node = getNext( this ); node; node = node->getNext( this ) )
+        if( !node->getAttribute( u"autofocus" ).empty( ) && _isFocusable( node ) )
+        {
+            auto* handler = dynamic_cast<IGInputHandler*>( node );
+            return _respond( _setKeyFocus( handler ), handler );
+        }
+    _moveKeyFocus( false );
 }
 
 void GWindowNode::_logRate( uint64_t now )
@@ -339,11 +434,19 @@ void GWindowNode::_logRate( uint64_t now )
 
 void GWindowNode::open( )
 {
+    _refreshValues( );
     GNodeTools_execute( this, _onOpen );
+}
+
+// What to do may depend on a value whose change has not come round yet.
+void GWindowNode::_refreshValues( )
+{
+    if( !_bound.empty( ) && _updateSelf( ) ) _renderSelf( );
 }
 
 void GWindowNode::close( )
 {
+    _refreshValues( );
     GNodeTools_execute( this, _onClose );
 }
 
@@ -387,7 +490,7 @@ void GWindowNode::hide( )
 {
     _fadeInStart = _fadeInEnd = _fadeOutStart = _fadeOutEnd = 0;
     _alpha = 0;
-    _renderPending = false;
+    _renderPending = _moving = false;
     if( _win ) GWinHide( _win );
     // Some megabytes a window.
     _format = GImageFormat( );

@@ -1,10 +1,12 @@
 // Joins the tree to a layered top-level window: owns the layer its subtree draws into and the map that tells which handler owns
-// each pixel, routes every event, keeps focus and pointer, holds repaints to a set rate, fades in and out.
+// each pixel, routes every event, keeps focus and pointer, holds repaints to a set rate, fades in and out. While it is hidden it has
+// no layer and no timer. With "of" and "values" it gives values of one buddy to its subtree by plain names.
 // User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/IGInputHandler.h"
+#include "client/skin/nodes/GNodeTools.h"
 #include "image/GImageFormat.h"
 #include "platform/GTimer.h"
 #include "platform/GWin.h"
@@ -40,6 +42,8 @@ public:
     void leave( IGInputHandler* handler );
     // Hides at once, without a fade, and gives the layer back.
     void hide( );
+    // Asked by a node that moves while it is drawn: the window is drawn again at the next tick.
+    void keepMoving( );
 
     GWin getWin( ) const { return _win; }
     GNotifyHandle getNotify( ) const { return _notify; }
@@ -85,7 +89,19 @@ protected:
 private:
     using PointerEvent = int ( IGWinListener::* )( GWin, int, int );
 
+    struct BoundValue
+    {
+        GWString source; // On the blackboard.
+        GWString name;   // In the scope.
+        GWString value;
+    };
+
     void _create( GAttributeStack& stack );
+    void _giveValues( GAttributeStack& stack );
+    void _bindValues( );
+    void _evaluateOwn( GAttributeStack& stack );
+    void _refreshValues( );
+    void _flashForNews( );
     void _restorePlace( );
     void _rememberPlace( );
     void _respond( int flags, IGInputHandler* handler = nullptr );
@@ -128,6 +144,14 @@ private:
     IGInputHandler* _mouseover = nullptr;
     GWString _path;
     GWString _remember;
+    GWString _of;
+    GWString _values;
+    std::vector<BoundValue> _bound;
+    GWString _shownName;
+    GWString _scratch;
+    GWString _flashOn;
+    int _newsSeen = 0;
+    GNodeWatchList _watches{ GWATCH_UPDATE };
     bool _inTray = false;
     bool _firstUpdate = false;
     int _minWidth = 0;
@@ -147,6 +171,7 @@ private:
     int _focusSlice = 0;
     int _focusOut = 0; // Pixels between it and the ring's outer edge.
     bool _renderPending = false;
+    bool _moving = false;
     bool _updating = false;
     bool _rendering = false;
 };

@@ -262,3 +262,57 @@ TEST_F( GBuddyCommandsTest, RemoteControlAndEndsGoToTheScreenService )
     run( "(/buddies/bob@x?stopscreento)" );
     EXPECT_EQ( screen( ), "CLOSESEND Buddy-GUID=bob@x" );
 }
+
+TEST_F( GBuddyCommandsTest, ChatTextIsSentShownAndLoggedAsItStands )
+{
+    load( window( "w", "<Edit/>" ) );
+    instance.set( u"Local_User_GUID", u"ann@x" );
+    instance.set( u"Local_Password", u"secret" );
+    auto* edit = dynamic_cast<GEditNode*>( node( u"/skin/window_w/edit" ) );
+    const char16_t* line = u"$Local_Password {$x} a;b, (/system?exit); ${Local_Password}";
+    edit->setText( line );
+    update( );
+    run( "(/buddies/letters_test@x?chat+action=send;?clear)", edit );
+    const std::string whole = "CHAT Action=send From=ann@x <" + text( line ) + ">";
+    EXPECT_EQ( nextBroadcast( u"letters_test@x" ), whole );
+    EXPECT_EQ( next( u"letters_test@x_Chat_Queue" ), whole );
+    GString log;
+    ASSERT_TRUE( GFileLoad( u"chatlogs/letters_test@x_chat.txt", log ) );
+    GFileDelete( u"chatlogs/letters_test@x_chat.txt" );
+    EXPECT_NE( log.find( "] ann: " + text( line ) + "\r\n" ), std::string::npos );
+}
+
+TEST_F( GBuddyCommandsTest, ReturnInAnEmptyFieldSendsAnEmptyLineToTheLetterAndNothingWhenMended )
+{
+    load( window( "w", "<Edit/>" ) );
+    for( const bool mended : { false, true } )
+    {
+        instance.set( u"Robust_Client", mended ? 1 : 0 );
+        run( "(/buddies/empty_test@x?chat+action=send)", node( u"/skin/window_w/edit" ) );
+        EXPECT_EQ( nextBroadcast( u"empty_test@x" ).empty( ), mended );
+        GFileDelete( u"chatlogs/empty_test@x_chat.txt" );
+    }
+}
+
+// A name on a list that is more than a name stops at the part that is repeated: no clone, no command, no path.
+TEST_F( GBuddyCommandsTest, AHostileNameOnTheListNeitherExpandsNorActs )
+{
+    instance.set( u"Local_Password", u"secret" );
+    instance.set( u"Local_Buddy_List", u"bob@x, $Local_Password, x?remove&y=, a)b(/system?exit, ../../x, {bob@x}" );
+    for( const char* what : { "$Local_Password", "x?remove&y=", "a)b(/system?exit", "../../x", "{bob@x}" } )
+        TestLog::expect( std::string( "WARNING Foreach '/skin/Foreach_call' cannot repeat '" ) + what +
+                         "', ignoring." );
+    load( "<Foreach id=\"call\" list=\"Local_Buddy_List\" as=\"id\"><Window id=\"\" buddy=\"$id\" hidden=\"true\" "
+          "width=\"9\" height=\"9\" "
+          "title=\"$buddy\" onopen=\"(/buddies/$buddy?reconnect)\" onclose=\"(/buddies/$buddy?remove)\"/></Foreach>" );
+    GTemplateNode* foreach = node( u"/skin/foreach_call" );
+    EXPECT_EQ( foreach->getChildren( ).size( ), 2u );
+    run( "(/skin/foreach_call/window_bob@x?open)" );
+    EXPECT_EQ( sip( ), "RECONNECTBUDDY Buddy-GUID=bob@x" );
+    TestLog::expect( "WARNING Invalid path '/skin/foreach_call/window_$Local_Password', ignoring." );
+    TestLog::expect( "WARNING Invalid path '/skin/foreach_call/window_secret', ignoring." );
+    run( "(/skin/foreach_call/window_$Local_Password?open)" );
+    run( "(/skin/foreach_call/window_secret?open)" );
+    EXPECT_EQ( sip( ), "" );
+    EXPECT_EQ( client( ), "" );
+}

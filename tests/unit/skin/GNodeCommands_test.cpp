@@ -100,3 +100,17 @@ TEST_F( GNodeCommandsTest, ClearEmptiesTheSourceAndNotTheTarget )
     TestLog::expect( "WARNING Trying to 'clear' on non-edit node '/skin/Window_w/Edit_b', ignoring." );
     run( "(/skin/window_w/edit_b?clear)" );
 }
+
+TEST_F( GNodeCommandsTest, SubmitRunsWhatTheReturnKeyOfAFieldRuns )
+{
+    load( window(
+        "a", "<Edit id=\"text\" onenter=\"(/system?set+name=Entered+value=yes;?clear)\"/><Button id=\"send\"/>" ) );
+    update( );
+    auto* edit = dynamic_cast<GEditNode*>( node( u"/skin/window_a/edit_text" ) );
+    edit->setText( u"hello" );
+    run( "(../edit_text?submit)", node( u"/skin/window_a/button_send" ) );
+    EXPECT_EQ( value( u"Entered" ), "yes" );
+    EXPECT_EQ( edit->getText( ), u"" );
+    TestLog::expect( "WARNING Trying to 'submit' non-edit node '/skin/Window_a', ignoring." );
+    run( "(/skin/window_a?submit)" );
+}

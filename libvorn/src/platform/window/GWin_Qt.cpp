@@ -212,6 +212,14 @@ void GWinRecord::display( )
     GDesktopFlush( );
 }
 
+void GWinRecord::conceal( )
+{
+    setVisible( false );
+    _layer = QImage( );
+    _store.resize( QSize( ) );
+    GDesktopFlush( );
+}
+
 void GWinRecord::minimize( )
 {
     _undoMinimize = QDeadlineTimer( 0 );
@@ -267,8 +275,7 @@ void GWinShow( GWin win )
 void GWinHide( GWin win )
 {
     GPRECONDITION( win );
-    win->setVisible( false );
-    GDesktopFlush( );
+    win->conceal( );
 }
 void GWinMinimize( GWin win )
 {
