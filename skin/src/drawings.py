@@ -139,6 +139,13 @@ def glyph(name, ink, inset=0.0):
             f'fill="none">{ICONS[name]}</g>')
 
 
+def halo(p, role):
+    """What goes on in a call: a frame around a picture of 160, with a glow of its colour outside of it."""
+    glow = "".join(f'<rect x="{6 - 1.5 * i}" y="{6 - 1.5 * i}" width="{172 + 3 * i}" height="{172 + 3 * i}" rx="{15 + 1.5 * i}" stroke-width="1.5" opacity="{0.3 - 0.09 * i:.2f}"/>'
+                   for i in range(1, 4))
+    return wrap(184, 184, f'<g fill="none" stroke="{p[role]}"><rect x="7" y="7" width="170" height="170" rx="14" stroke-width="4"/>{glow}</g>')
+
+
 def dot(p, state):
     return wrap(12, 12, {
         "offline": f'<circle cx="6" cy="6" r="4" fill="none" stroke="{p["secondary"]}" stroke-width="1.75"/>',
@@ -237,6 +244,8 @@ def picture(p, name):
     if kind in ("field", "panel"):
         ground, edge, radius = (p["field"], p["edge"], 8) if kind == "field" else (p["panel"], p["line"], 10)
         return wrap(CELL, CELL, rounded(CELL, CELL, ground, edge, radius)), CELL, CELL
+    if kind == "halo":
+        return halo(p, rest), 184, 184
     if kind == "ring":
         return wrap(32, 32, f'<rect x="1" y="1" width="30" height="30" rx="11" fill="none" stroke="{p["focus"]}" stroke-width="2"/>'), 32, 32
     if kind == "round":  # The corners around a picture in a window: what covers them.

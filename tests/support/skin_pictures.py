@@ -3,6 +3,7 @@ import concurrent.futures
 import glob
 import os
 import re
+import shlex
 import subprocess
 import tempfile
 
@@ -53,8 +54,8 @@ def windows():
 def rows():
     with open(os.path.join(GOLDEN, "pictures.txt")) as source:
         for line in source:
-            words = line.split()
-            if words and not line.startswith("#"):
+            words = shlex.split(line, comments=False) if not line.startswith("#") else []
+            if words:
                 assert words[1] in WHERE, f"pictures.txt: '{line.strip()}'"
                 yield words[0], WHERE[words[1]], words[2:]
 

@@ -104,7 +104,7 @@ void addChat( GInstance* instance, const GWString& buddy, GWStringView from, con
     instance->enqueue( buddy + u"_Chat_Queue", message );
 }
 
-void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool picture )
+void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool picture, bool chats )
 {
     instance->insert( u"Local_Buddy_List", buddy );
     instance->set( buddy + u"_Name", buddy.substr( 0, buddy.find( u'@' ) ) );
@@ -116,7 +116,8 @@ void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool pic
         GImageTools_instanceCopy( instance, source, buddy + u"_Image" );
     instance->set( buddy + u"_Call_Status", u"Calling " + buddy + u"..." );
     instance->set( buddy + u"_Call_State", u"calling" );
-    if( instance->length( buddy + u"_Chat_Queue" ) > 0 ) return;
+    if( online ) instance->set( buddy + u"_Audio_Enabled", 1 );
+    if( !chats || instance->length( buddy + u"_Chat_Queue" ) > 0 ) return;
     addChat( instance, buddy, buddy, "Good morning! Did the new build work for you?" );
     addChat( instance, buddy, u"ada@example.org",
              "It did. The picture is much steadier now, also over the slow line." );
@@ -124,13 +125,13 @@ void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool pic
 }
 } // namespace
 
-void GSkinFillSample( GInstance* instance, int buddies )
+void GSkinFillSample( GInstance* instance, int buddies, bool chats )
 {
     for( const Setting& setting : SETTINGS ) instance->set( setting.name, setting.value );
     for( int i = 0; i < buddies; ++i )
     {
         const GWString name = NAMES[i % NAME_COUNT];
-        addBuddy( instance, i < NAME_COUNT ? name : GConcat( u"b", i, name ), i % 3 != 2, i % 2 == 0 );
+        addBuddy( instance, i < NAME_COUNT ? name : GConcat( u"b", i, name ), i % 3 != 2, i % 2 == 0, chats );
     }
     if( buddies > 0 ) instance->set( u"Talking_To_List", NAMES[0] );
     GImageFormat format;

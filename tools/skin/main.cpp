@@ -5,6 +5,7 @@
 #include "GSkinSample.h"
 
 #include "client/skin/GTemplate.h"
+#include "client/skin/nodes/GForeachNode.h"
 #include "client/skin/nodes/GWindowNode.h"
 #include "client/skin/nodes/GWizardNode.h"
 #include "image/GColor.h"
@@ -162,7 +163,12 @@ NODE* findNode( GTemplateNode* from )
 void list( GTemplate& engine )
 {
     for( GTemplateNode* node = engine.getRoot( ); node; node = node->getNext( engine.getRoot( ) ) )
+    {
+        // What is repeated is no window itself.
+        const auto* foreach = dynamic_cast<const GForeachNode*>( node->getParent( ) );
+        if( foreach && !foreach->isClone( *node ) ) continue;
         if( dynamic_cast<GWindowNode*>( node ) ) std::printf( "%s\n", GWideToUTF8( node->getPath( ) ).c_str( ) );
+    }
 }
 
 GWindowNode* findWindow( GTemplate& engine, const GWString& name )
@@ -269,7 +275,9 @@ int show( GWindowNode& window )
 
 void fill( GInstance& instance, const Options& options )
 {
-    if( !options.empty ) GSkinFillSample( &instance, options.buddies );
+    // Lines of a chat open its window: only where one is asked for.
+    const bool chats = options.window.find( u"chat" ) != GWString::npos;
+    if( !options.empty ) GSkinFillSample( &instance, options.buddies, chats );
     for( const GString& setting : options.settings )
     {
         const size_t equals = setting.find( '=' );
