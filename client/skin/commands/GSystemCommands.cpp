@@ -53,7 +53,9 @@ const GCommandRow<GSystemCommands> GSystemCommands::ROWS[] = {
     { { u"clearhotkey", u"name", u"Frees that talk key." }, true, &GSystemCommands::_clearHotkey },
     { { u"uploadlogfile", u"", u"Sends the log to the maker." }, true, &GSystemCommands::_uploadLogfile },
     { { u"bugreport", u"", u"Sends `Bug_Report` and the log." }, true, &GSystemCommands::_bugReport },
-    { { u"logcallstack", u"name", u"Writes where the thread `name`, or the one chosen in a table, is into the log." },
+    { { u"logcallstack", u"name,from",
+        u"Writes where the thread `name`, the one named by the value `from`, or the one chosen in a table is into the "
+        u"log." },
       true,
       &GSystemCommands::_logCallStack },
     { { u"showchanges", u"", u"Opens `CHANGELOG.txt`." }, true, &GSystemCommands::_showChanges },
@@ -175,7 +177,9 @@ void GSystemCommands::_bugReport( const GCommand& )
 
 void GSystemCommands::_logCallStack( const GCommand& command )
 {
-    const GWString name = getName( command );
+    // Names of threads may hold what has a meaning in commands.
+    const GWString from = command.get( u"from" );
+    const GWString name = from.empty( ) ? getName( command ) : _instance.get( from );
     const auto threads = GThreadListTimes( );
     const auto found =
         std::ranges::find_if( threads, [&]( const GThreadTime& thread ) { return thread.name == name; } );

@@ -141,6 +141,9 @@ TEST_F( GSystemCommandsTest, UnknownThreadsAndActionsAreWarnedOf )
     run( "(/system?logcallstack)" );
     TestLog::expect( "WARNING Unknown thread 'nobody', cannot log call stack; ignoring." );
     run( "(/system?logcallstack+name=nobody)" );
+    TestLog::expect( "WARNING Unknown thread '(some)', cannot log call stack; ignoring." );
+    instance.set( u"Thread_Choice", u"(some)" );
+    run( "(/system?logcallstack+from=Thread_Choice)" );
     TestLog::expect( "WARNING Unknown system action 'dance', ignoring." );
     run( "(/system?dance)" );
 }
