@@ -13,8 +13,6 @@ constexpr int MARGIN = 6;
 constexpr int PICTURE_PAD = 2;
 constexpr int TEXT_GAP = 4;
 constexpr int MAX_LENGTH = 1000;
-constexpr int BACKSPACE = 8;
-constexpr int REGIONS_PER_BUDDY = 2;
 constexpr GWStringView LIST = u"Local_Buddy_List";
 constexpr GWStringView TALKING_TO_LIST = u"Talking_To_List";
 constexpr GWStringView LISTENING_TO_LIST = u"Listening_To_List";
@@ -78,6 +76,10 @@ GAttributeTable GBuddyListNode::getAttributeTable( )
         { u"thumbcolor", GAttributeKind::colour, u"",
           u"The rows scroll, with a thumb of this colour, when they do not fit." },
         { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that." },
+        { u"focusable", GAttributeKind::toggle, u"off",
+          u"The tab key stops here: arrows select, return opens the chat, the space key talks while it is held, the "
+          u"menu key "
+          u"offers what can be done." },
     };
     return ROWS;
 }
@@ -125,15 +127,14 @@ bool GBuddyListNode::_readLook( GAttributeStack& stack )
     changed |= stack.read( u"$talktext", _look.talkText );
     changed |= stack.read( u"$heartext", _look.hearText );
     changed |= _scroll.read( stack );
+    changed |= stack.read( u"$focusable", _focusable );
     return changed;
 }
 
 bool GBuddyListNode::_updateList( )
 {
-    const GWString text = _instance->get( LIST );
-    if( text == _buddyListText ) return false;
-    _buddyListText = text;
-    _buddies = parseBuddies( text );
+    if( !GNodeTools_readValue( _instance, LIST, _buddyListText ) ) return false;
+    _buddies = parseBuddies( _buddyListText );
     _addWatches( );
     _removeWatches( );
     return true;
@@ -213,13 +214,34 @@ int GBuddyListNode::_getRowHeight( bool online )
     return std::max( { font.getHeight( ), _pictureSize, 1 } );
 }
 
-void GBuddyListNode::_drawRows( GImageStack& images, GRect row, const GWString& list, int bottom )
+// Those on line first, each part sorted.
+void GBuddyListNode::_arrange( GStringVector& buddies, size_t& online )
 {
-    GStringVector buddies( _buddies.begin( ), _buddies.end( ) );
+    buddies.assign( _buddies.begin( ), _buddies.end( ) );
     const auto offline = std::stable_partition( buddies.begin( ), buddies.end( ),
                                                 [this]( const GWString& buddy ) { return _isOnline( buddy ); } );
     std::sort( buddies.begin( ), offline );
     std::sort( offline, buddies.end( ) );
+    online = static_cast<size_t>( offline - buddies.begin( ) );
+}
+
+// The ring goes around the selected row, or around all while it does not show.
+void GBuddyListNode::_markFocus( GImageStack& images, const GRect& row )
+{
+    if( !_focus || !_byKeyboard || !GRectHasVolume( row ) ) return;
+    images.pushTarget( row );
+    images.markFocus( );
+    images.pop( );
+    _marked = true;
+}
+
+void GBuddyListNode::_drawRows( GImageStack& images, GRect row, const GWString& list, int bottom )
+{
+    GStringVector buddies;
+    size_t onlineCount = 0;
+    _arrange( buddies, onlineCount );
+    const auto offline = buddies.begin( ) + static_cast<ptrdiff_t>( onlineCount );
+    _marked = false;
 
     const int below = _scroll.isOn( ) ? row.bottom : 0;
     const int height = std::max( 0, bottom - row.bottom );
@@ -241,9 +263,12 @@ void GBuddyListNode::_drawRows( GImageStack& images, GRect row, const GWString& 
         if( _scroll.isOn( ) && ( row.bottom <= 0 || row.top >= height ) ) continue;
         _drawBuddy( images, row, { *buddy, list }, online, below );
     }
-    if( !_scroll.isOn( ) ) return;
-    images.pop( );
-    _scroll.draw( images );
+    if( _scroll.isOn( ) )
+    {
+        images.pop( );
+        _scroll.draw( images );
+    }
+    if( _focus && _byKeyboard && !_marked ) images.markFocus( );
 }
 
 void GBuddyListNode::_drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online, int below )
@@ -266,6 +291,7 @@ void GBuddyListNode::_drawBuddy( GImageStack& images, const GRect& row, const Pl
         images.drawRoundRect( picture, _look.corner + _look.picturePad, _look.picturePad,
                               GColorFromText( _getGround( place ) ) );
     _drawFrame( images, row, place.guid );
+    if( place == _selected ) _markFocus( images, row );
 }
 
 void GBuddyListNode::_drawTexts( GImageStack& images, const GRect& room, const Place& place, bool online )
@@ -375,102 +401,4 @@ GWString GBuddyListNode::_getText( const GWString& buddy )
 bool GBuddyListNode::_isOnline( const GWString& buddy )
 {
     return _instance->test( GConcat( buddy, u"_Online" ) );
-}
-
-// ---- Input.
-
-const GBuddyListNode::Region* GBuddyListNode::_getRegion( int x, int y ) const
-{
-    const auto found = std::ranges::find_if( _regions, [&]( const Region& region )
-                                             { return region.rect.contains( x - _originX, y - _originY ); } );
-    return found == _regions.end( ) ? nullptr : &*found;
-}
-
-GBuddyListNode::Place GBuddyListNode::_getPlace( int x, int y ) const
-{
-    const Region* region = _getRegion( x, y );
-    return region ? Place{ region->guid, region->list } : Place( );
-}
-
-void GBuddyListNode::_execute( GWStringView before, const GWString& buddy, GWStringView after )
-{
-    _commandEngine->executeCommand( GConcat( before, buddy, after ), this );
-}
-
-int GBuddyListNode::onMouseMove( GWin, int x, int y )
-{
-    if( _scroll.isHeld( ) ) return _scroll.drag( y - _originY ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
-    const Place place = _getPlace( x, y );
-    if( place == _mouseover ) return GRESPONSE_NONE;
-    _mouseover = place;
-    return GRESPONSE_RENDER;
-}
-
-int GBuddyListNode::onMouseoverChanged( bool mouseover )
-{
-    if( mouseover ) return GRESPONSE_NONE;
-    _mouseover = Place( );
-    return GRESPONSE_RENDER;
-}
-
-int GBuddyListNode::onLButtonDown( GWin, int x, int y )
-{
-    if( _scroll.press( x - _originX, y - _originY ) ) return GRESPONSE_RENDER | GRESPONSE_CAPTURE;
-    const Region* region = _getRegion( x, y );
-    _selected = _getPlace( x, y );
-    if( region && region->picture && _isOnline( region->guid ) ) _execute( u"(/buddies/", _selected.guid, u"?talk" );
-    return GRESPONSE_RENDER;
-}
-
-int GBuddyListNode::onLButtonUp( GWin, int, int )
-{
-    if( !_scroll.isHeld( ) ) return GRESPONSE_RENDER;
-    _scroll.release( );
-    return GRESPONSE_RENDER | GRESPONSE_RELEASE;
-}
-
-int GBuddyListNode::onMouseWheel( GWin, int steps )
-{
-    return _scroll.turn( steps, _getRowHeight( true ) / 3 ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
-}
-
-int GBuddyListNode::onLButtonDblClk( GWin, int x, int y )
-{
-    const Region* region = _getRegion( x, y );
-    if( !region || region->guid.empty( ) || _getPlace( x, y ) != _selected ) return GRESPONSE_NONE;
-    const GWString buddy = region->guid;
-    if( region->picture )
-        _execute( u"(/buddies/", buddy, u"?starttalkhandsfree)" );
-    else
-        _execute( u"(/skin/foreach_chat/window_", buddy, u"?open" );
-    return GRESPONSE_RENDER;
-}
-
-int GBuddyListNode::onRButtonDown( GWin, int x, int y )
-{
-    const GWString buddy = _getPlace( x, y ).guid;
-    if( buddy.empty( ) ) return GRESPONSE_NONE;
-    const GWString menu =
-        GConcat( u"Talk(/buddies/", buddy, u"?starttalkhandsfree);Call(/buddies/", buddy,
-                 u"?call);Chat(/skin/foreach_chat/window_", buddy, u"?open);Send File(/buddies/", buddy,
-                 u"?sendfile);Show Screen(/buddies/", buddy, u"?showscreen);Show Window...(/buddies/", buddy,
-                 u"?showwindow);Reconnect(/buddies/", buddy, u"?reconnect);Remove(/buddies/", buddy, u"?remove);" );
-    _commandEngine->executeCommand( menu, this );
-    return GRESPONSE_UPDATE;
-}
-
-int GBuddyListNode::onKeyPressed( GWin, char16_t character )
-{
-    if( character != BACKSPACE || _selected.guid.empty( ) ) return GRESPONSE_NONE;
-    const GWString buddy = _selected.guid;
-    const auto found = std::ranges::find_if( _regions,
-                                             [this]( const Region& region ) {
-                                                 return Place{ region.guid, region.list } == _selected;
-                                             } );
-    if( found != _regions.end( ) && _regions.end( ) - found > REGIONS_PER_BUDDY )
-        _selected = { found[REGIONS_PER_BUDDY].guid, found[REGIONS_PER_BUDDY].list };
-    else
-        _selected = Place( );
-    _execute( u"(/buddies/", buddy, u"?remove)" );
-    return GRESPONSE_UPDATE;
 }

@@ -1,6 +1,7 @@
 // Draws the buddies with their live pictures, those on line first, and talks to the one whose picture is held down. Presence and
 // pictures come from the blackboard; a new picture repaints the window without an update pass. With "$thumbcolor" the rows scroll,
-// with "$corner" grounds, frames and pictures are round, and the texts of the states make a second line. User-interface thread.
+// with "$corner" grounds, frames and pictures are round, and the texts of the states make a second line; with
+// "$focusable" the keyboard reaches them: arrows select, return opens the chat, the held space key talks. User-interface thread.
 #pragma once
 
 #include "base/GRect.h"
@@ -32,6 +33,11 @@ public:
     const GWString& getSelected( ) const { return _selected.guid; }
     const GWString& getMouseover( ) const { return _mouseover.guid; }
 
+    bool wantsKeyboardFocus( ) override { return _focusable; }
+    int onKeyboardFocusChanged( bool focus ) override;
+    int onKeyDown( GWin win, int key ) override;
+    int onKeyUp( GWin win, int key ) override;
+    void onShow( GWin win ) override;
     int onMouseoverChanged( bool mouseover ) override;
     int onMouseMove( GWin win, int x, int y ) override;
     int onLButtonDown( GWin win, int x, int y ) override;
@@ -78,6 +84,14 @@ private:
     bool _isTalkedTo( const GWString& buddy );
     bool _isHeard( const GWString& buddy );
     const GWString& _getNote( const GWString& buddy );
+    // Keyboard; numbers count in drawing order.
+    void _arrange( GStringVector& buddies, size_t& online );
+    int _select( int key );
+    int _startTalk( );
+    int _stopTalk( );
+    int _offerMenu( const GWString& buddy );
+    void _markFocus( GImageStack& images, const GRect& row );
+
     bool _updateList( );
     void _addWatches( );
     void _removeWatches( );
@@ -108,6 +122,12 @@ private:
     GNodeFont _noteFont;
     Look _look;
     GNodeScroll _scroll;
+    bool _focusable = false;
+    bool _focus = false;
+    bool _clicked = false;    // The focus that comes was given by the mouse.
+    bool _byKeyboard = false; // The ring marks what the keys reach.
+    bool _marked = false;     // In this drawing.
+    GWString _spaceTalk;      // Whom the held space key talks to.
     GWString _buddyListText;
     GStringList _buddies;
     GStringList _watched;

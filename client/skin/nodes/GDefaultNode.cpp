@@ -2,6 +2,8 @@
 
 #include "base/GUtil.h"
 
+#include <algorithm>
+
 namespace
 {
 bool startsWith( const GWString& name, GWStringView part )
@@ -12,6 +14,16 @@ bool endsWith( const GWString& name, GWStringView part )
 {
     return name.size( ) >= part.size( ) &&
            GCaseEquals( GWStringView( name ).substr( name.size( ) - part.size( ) ), part );
+}
+// Whether an expression reads it as one name.
+bool isPlainName( const GWString& name )
+{
+    return std::all_of( name.begin( ), name.end( ),
+                        []( char16_t unit )
+                        {
+                            return GWITHIN( u'a', unit, u'z' ) || GWITHIN( u'A', unit, u'Z' ) ||
+                                   GWITHIN( u'0', unit, u'9' ) || unit == u'.' || unit == u'_' || unit == u'@';
+                        } );
 }
 } // namespace
 
@@ -78,7 +90,11 @@ bool GDefaultNode::_updateIf( GAttributeStack& stack )
     stack.read( u"$equals", _want );
     if( !shown && !_want.empty( ) )
     {
-        stack.read( u"${$watch}", _value );
+        // An expression ends a name at a sign such as "-", which ids of buddies may have: those are looked up whole.
+        if( isPlainName( _watchName ) )
+            stack.read( u"${$watch}", _value );
+        else
+            GNodeTools_readValue( _instance, _watchName, _value );
         shown = _value == _want;
     }
     const bool changed = _hidden == shown;

@@ -20,6 +20,7 @@ public:
     // Subtracted from positions in the content.
     int getOffset( ) const { return _offset; }
     bool isNeeded( ) const { return isOn( ) && _content > _height; }
+    int getRoom( ) const { return _height; }
     // The width that the thumb takes from rows.
     int getWidth( ) const { return isNeeded( ) ? _thumbWidth + 2 : 0; }
 

@@ -3,6 +3,8 @@
 #include "TemplateTest.h"
 #include "client/drawing/GImageStack.h"
 #include "client/drawing/GImageTools.h"
+#include "client/skin/nodes/GNodeKeys.h"
+#include "support/CountAllocations.h"
 
 #include <cstring>
 
@@ -411,4 +413,108 @@ TEST_F( GBuddyListNodeTest, WhoIsTalkingMayHaveAFrameAndEachStateASecondLine )
     instance.insert( u"Listening_To_List", u"bob@x" );
     EXPECT_TRUE( isBlueBelow( ) );
     EXPECT_EQ( pixel( row.left, row.top + 20 ), 0xFF00FF00 );
+}
+
+// ---- Keyboard.
+
+TEST_F( GBuddyListNodeTest, KeysReachEverybodyWhereTheSkinAsksForIt )
+{
+    GWString buddies;
+    for( int i = 0; i < 40; ++i ) buddies += GConcat( u"b", GNumber( 100 + i ), u"@x," );
+    show( buddies );
+    EXPECT_FALSE( list->wantsKeyboardFocus( ) );
+    EXPECT_EQ( list->onKeyDown( nullptr, GKEY_DOWN ), GRESPONSE_NONE );
+    list->setAttribute( u"focusable", u"1" );
+    list->setAttribute( u"thumbcolor", u"#FF0000FF" );
+    update( );
+    draw( );
+    EXPECT_TRUE( list->wantsKeyboardFocus( ) );
+    list->onKeyDown( nullptr, GKEY_DOWN );
+    EXPECT_EQ( text( list->getSelected( ) ), "b100@x" );
+    list->onKeyDown( nullptr, GKEY_PAGE_DOWN );
+    EXPECT_GT( text( list->getSelected( ) ), "b105@x" );
+    list->onKeyDown( nullptr, GKEY_END );
+    list->onKeyDown( nullptr, GKEY_DOWN );
+    EXPECT_EQ( text( list->getSelected( ) ), "b139@x" );
+    draw( );
+    EXPECT_EQ( find( "b139@x", false ).bottom, HEIGHT );
+    list->onKeyDown( nullptr, GKEY_HOME );
+    list->onKeyDown( nullptr, GKEY_UP );
+    list->onKeyDown( nullptr, GKEY_PAGE_UP );
+    EXPECT_EQ( text( list->getSelected( ) ), "b100@x" );
+    draw( );
+    EXPECT_TRUE( GRectHasVolume( find( "b100@x", false ) ) );
+}
+
+TEST_F( GBuddyListNodeTest, ReturnOpensTheChatAndTheMenuKeyTheMenu )
+{
+    show( u"bob@x" );
+    list->setAttribute( u"focusable", u"1" );
+    update( );
+    EXPECT_EQ( list->onKeyPressed( nullptr, 13 ), GRESPONSE_NONE );
+    list->onKeyDown( nullptr, GKEY_MENU );
+    EXPECT_EQ( takeCommands( ), "" );
+    list->onKeyDown( nullptr, GKEY_DOWN );
+    EXPECT_EQ( list->onKeyPressed( nullptr, 13 ), GRESPONSE_RENDER );
+    EXPECT_EQ( takeCommands( ), "(/skin/foreach_chat/window_bob@x?open\n" );
+    EXPECT_EQ( list->onKeyDown( nullptr, GKEY_MENU ), GRESPONSE_UPDATE );
+    EXPECT_EQ( takeCommands( ).substr( 0, 40 ), "Talk(/buddies/bob@x?starttalkhandsfree);" );
+    EXPECT_EQ( list->onKeyDown( nullptr, GKEY_F10 ), GRESPONSE_NONE );
+    GNodeKeys_setSource( []( int key ) { return key == GKEY_SHIFT; } );
+    EXPECT_EQ( list->onKeyDown( nullptr, GKEY_F10 ), GRESPONSE_UPDATE );
+    GNodeKeys_setSource( nullptr );
+}
+
+TEST_F( GBuddyListNodeTest, TheHeldSpaceKeyTalks )
+{
+    instance.set( u"bob@x_Online", 1 );
+    show( u"bob@x, eve@x" );
+    list->setAttribute( u"focusable", u"1" );
+    update( );
+    list->onKeyDown( nullptr, GKEY_DOWN );
+    for( int i = 0; i < 3; ++i ) list->onKeyDown( nullptr, GKEY_SPACE );
+    EXPECT_EQ( takeCommands( ), "(/buddies/bob@x?starttalkhandsfree)\n" );
+    list->onKeyUp( nullptr, GKEY_SPACE );
+    list->onKeyUp( nullptr, GKEY_SPACE );
+    EXPECT_EQ( takeCommands( ), "(/buddies/bob@x?stoptalkhandsfree)\n" );
+    // Losing the keyboard ends it as well.
+    list->onKeyDown( nullptr, GKEY_SPACE );
+    list->onShow( nullptr );
+    list->onKeyDown( nullptr, GKEY_SPACE );
+    list->onKeyboardFocusChanged( false );
+    EXPECT_EQ( takeCommands( ), "(/buddies/bob@x?starttalkhandsfree)\n(/buddies/bob@x?stoptalkhandsfree)\n"
+                                "(/buddies/bob@x?starttalkhandsfree)\n(/buddies/bob@x?stoptalkhandsfree)\n" );
+    list->onKeyDown( nullptr, GKEY_END );
+    EXPECT_EQ( list->onKeyDown( nullptr, GKEY_SPACE ), GRESPONSE_NONE );
+    EXPECT_EQ( takeCommands( ), "" );
+}
+
+TEST_F( GBuddyListNodeTest, TheRingIsAroundTheRowThatTheKeysReach )
+{
+    show( u"ann@x, bob@x" );
+    list->setAttribute( u"focusable", u"1" );
+    update( );
+    const auto ring = [&]
+    {
+        GImageStack images;
+        images.pushLayer( { GIT_RGBA32, WIDTH, HEIGHT }, pixels.data( ), inputMap.data( ) );
+        list->render( images );
+        GRect rect;
+        return images.getFocus( rect ) ? rect : GRect( );
+    };
+    EXPECT_EQ( ring( ), GRect( ) );
+    list->onKeyboardFocusChanged( true );
+    EXPECT_EQ( ring( ), ( GRect{ 0, 0, WIDTH, HEIGHT } ) );
+    list->onKeyDown( nullptr, GKEY_END );
+    EXPECT_EQ( ring( ), find( "bob@x", false ) );
+    // A click needs no ring.
+    press( "bob@x", false );
+    EXPECT_EQ( ring( ), GRect( ) );
+}
+
+TEST_F( GBuddyListNodeTest, AnUnchangedPassAllocatesNothing )
+{
+    show( u"a-buddy-with-a-long-name@example.org, b-buddy-with-a-long-name@example.org" );
+    update( );
+    EXPECT_EQ( countAllocations( [&] { update( ); } ), 0 );
 }

@@ -127,3 +127,16 @@ TEST_F( GDefaultNodeTest, PageKeepsItsTextsAndReportsTheirChange )
     instance->set( u"Title", u"two" );
     EXPECT_TRUE( update( ) );
 }
+
+TEST_F( GDefaultNodeTest, IfComparesAValueWhoseNameIsNoPlainWord )
+{
+    load( { u"if", { { u"watch", u"ann-marie@x_Online" }, { u"cond", u"0" }, { u"equals", u"1" } }, {} } );
+    update( );
+    EXPECT_TRUE( findAs<GDefaultNode>( u"if" )->isHidden( ) );
+    instance->set( u"ann-marie@x_Online", 1 );
+    EXPECT_TRUE( update( ) );
+    EXPECT_FALSE( findAs<GDefaultNode>( u"if" )->isHidden( ) );
+    instance->set( u"ann-marie@x_Online", 0 );
+    update( );
+    EXPECT_TRUE( findAs<GDefaultNode>( u"if" )->isHidden( ) );
+}
