@@ -2,6 +2,7 @@
 
 #include "base/GDebug.h"
 #include "client/app/GCountryList.h"
+#include "client/app/GSettingsKeeper.h"
 #include "client/transport/GHTTPClient.h"
 #include "client/transport/GMegaPort.h"
 #include "platform/GNet.h"
@@ -40,6 +41,8 @@ GClient::GClient( const GWString& settingsPath, const GWString& avi, const GWStr
     _instance->logDump( );
     _instance->set( u"Country_List", GCountryListGet( _isRobust( ) ) );
     _startServices( );
+    if( _isRobust( ) ) _keeper = std::make_unique<GSettingsKeeper>( _instance );
+    if( _keeper ) _keeper->start( u"GClient.GSettingsKeeper" );
     _instance->set( u"FSM_List", u"Client,SIP,Dispatch" );
     if( _isRobust( ) ) _listIPs( _localIPs );
     _timer = _platform.openTimer( TICK, this );
@@ -69,6 +72,7 @@ GClient::~GClient( )
     _wakeWatches.reset( );
     _platform.closeTimer( _timer );
     _stopServices( );
+    _keeper.reset( );
     _template.reset( );
     delete _port;
     delete _instance;
@@ -137,6 +141,7 @@ void GClient::onTimer( GTimer timer )
     _updateIconText( );
     _announceContacts( );
     _stayReachable( );
+    if( _keeper ) _keeper->update( );
     _platform.setTimerPeriod( _timer, _isCalm( ) ? CALM_TICK : TICK );
 }
 

@@ -14,6 +14,7 @@
 #include <set>
 
 class GHTTPClient;
+class GSettingsKeeper;
 
 class GClient : public GHeapObject, public IGTimerListener, public IGIconListener, public IGSystemListener
 {
@@ -191,6 +192,7 @@ private:
     GMegaPort* _port = nullptr;
     int _state = OFFLINE;
     std::vector<GThreadObject*> _services;
+    std::unique_ptr<GSettingsKeeper> _keeper; // With the remedy only.
     std::unique_ptr<IGClientSkin> _template;
     GTimer _timer = nullptr;
     std::unique_ptr<GWatchGroup> _wakeWatches;

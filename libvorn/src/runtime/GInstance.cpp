@@ -14,8 +14,14 @@ constexpr size_t MAX_QUEUE_LENGTH = 65536;
 constexpr size_t MAX_DUMPED_VALUE = 1024;
 // One count for all blackboards.
 std::atomic<uint64_t> lastGeneration_ = 0;
+std::atomic<uint64_t> settingsGeneration_ = 0;
 
 } // namespace
+
+uint64_t GInstanceGetSettingsGeneration( )
+{
+    return settingsGeneration_.load( std::memory_order_acquire );
+}
 
 // Reads beside other readers; waits for whoever makes a change or holds open.
 class GInstance::Reading
@@ -155,12 +161,17 @@ GInstance::Value& GInstance::_obtain( const GFoldedName& lname )
 }
 void GInstance::_erase( ValueMap::iterator first, ValueMap::iterator last )
 {
-    for( auto entry = first; entry != last; ++entry ) _nameIndex.erase( GFoldedName( entry->first ).hash( ), &*entry );
+    for( auto entry = first; entry != last; ++entry )
+    {
+        if( entry->second.persist ) settingsGeneration_.fetch_add( 1, std::memory_order_release );
+        _nameIndex.erase( GFoldedName( entry->first ).hash( ), &*entry );
+    }
     _nameValueMap.erase( first, last );
 }
 void GInstance::_assign( const GFoldedName& lname, std::string_view bytes, bool persist )
 {
     Value& value = _obtain( lname );
+    if( persist || value.persist ) settingsGeneration_.fetch_add( 1, std::memory_order_release );
     value.value = bytes;
     value.persist = persist;
     value.timestamp = GTimeGetTime( );

@@ -49,10 +49,9 @@ QPixmap drawState( int state, int size )
 QIcon loadState( int state )
 {
     QIcon icon;
-    const QString base = QStringLiteral( "skin/images/tray_%1" ).arg( state );
-    for( const char* suffix : { ".png", "_16.png", "_22.png", "_24.png", "_32.png" } )
+    for( const char* suffix : { "_16.png", "_22.png", "_24.png", "_32.png", ".png" } )
     {
-        const QString path = base + QLatin1String( suffix );
+        const QString path = QStringLiteral( "images/tray_%1" ).arg( state ) + QLatin1String( suffix );
         if( QFile::exists( path ) ) icon.addFile( path );
     }
     if( !icon.availableSizes( ).isEmpty( ) ) return icon;
