@@ -40,11 +40,15 @@ void print( const GTemplateNode& node, const GRect& rect )
 }
 } // namespace
 
-void GSkinPrintPlaces( const GWindowNode& window )
+void GSkinPrintPlaces( GWindowNode& window )
 {
     const auto places = findPlaces( window );
     std::vector<std::pair<IGInputHandler*, Place>> ordered( places.begin( ), places.end( ) );
     std::ranges::sort( ordered, { }, []( const auto& entry ) { return entry.second.first; } );
     for( const auto& [handler, place] : ordered )
         if( const auto* node = dynamic_cast<const GTemplateNode*>( handler ) ) print( *node, place.rect );
+    int width = 0;
+    int height = 0;
+    window.calcMinSize( width, height );
+    std::printf( "0\t0\t%d\t%d\t%s\tcontent\n", width, height, GWideToUTF8( window.getPath( ) ).c_str( ) );
 }

@@ -65,9 +65,13 @@ int GWindowNode::getNCHITTEST( GWin win, int x, int y )
 
 bool GWindowNode::getMinSize( GWin, int& width, int& height )
 {
+    // The platform takes more than this for a mistake, and a window would shrink to nothing: at twice the scale some need more.
+    constexpr int MOST = 1000;
     width = 0;
     height = 0;
     calcMinSize( width, height );
+    width = std::min( width, MOST );
+    height = std::min( height, MOST );
     return true;
 }
 

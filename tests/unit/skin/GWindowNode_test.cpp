@@ -353,6 +353,16 @@ TEST_F( GWindowNodeTest, LeastSizeIsTheLargerOfAttributeAndChildren )
     EXPECT_EQ( height, 10 );
 }
 
+TEST_F( GWindowNodeTest, LeastSizeIsNothingThatThePlatformTakesForAMistake )
+{
+    open( { { u"minwidth", u"1440" }, { u"minheight", u"1000" } } );
+    int width = 0;
+    int height = 0;
+    EXPECT_TRUE( window->getMinSize( nullptr, width, height ) );
+    EXPECT_EQ( width, 1000 );
+    EXPECT_EQ( height, 1000 );
+}
+
 TEST_F( GWindowNodeTest, AMoveIsStoredAndDrawn )
 {
     open( );
