@@ -13,19 +13,18 @@ namespace
 {
 constexpr char16_t FILE_NAME[] = u"test_settings_keeper.ini";
 
+// Outlives the blackboard, which saves once more at its end.
+struct FreshFile
+{
+    FreshFile( ) { GFileDelete( FILE_NAME ); }
+    ~FreshFile( ) { GFileDelete( FILE_NAME ); }
+};
+
 class SettingsKeeper : public testing::Test
 {
 protected:
-    SettingsKeeper( )
-    {
-        GFileDelete( FILE_NAME );
-        keeper.start( u"test.GSettingsKeeper" );
-    }
-    ~SettingsKeeper( ) override
-    {
-        keeper.stop( true );
-        GFileDelete( FILE_NAME );
-    }
+    SettingsKeeper( ) { keeper.start( u"test.GSettingsKeeper" ); }
+    ~SettingsKeeper( ) override { keeper.stop( true ); }
     // So much time in ticks of a tenth of a second.
     void pass( int64_t seconds )
     {
@@ -52,6 +51,7 @@ protected:
         return true;
     }
 
+    FreshFile file;
     TestClock clock;
     GInstance instance{ FILE_NAME };
     GSettingsKeeper keeper{ &instance };
