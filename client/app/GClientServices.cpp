@@ -5,7 +5,6 @@
 #include "client/signalling/GDispatchService.h"
 #include "client/signalling/GSIPService.h"
 #include "client/skin/GTemplate.h"
-#include "platform/GWin.h"
 
 namespace
 {
@@ -15,19 +14,19 @@ GThreadObject* create( GInstance* instance, GMegaPort* port )
     return GTRACK( GThreadObject, ( new Service( instance, port ) ) );
 }
 
-// The skin as it was drawn for the desktop's scale, where there is one.
-GWString templateFile( )
+// The skin that the settings and the desktop's scale choose.
+GTemplate* openTemplate( GInstance* instance )
 {
-    const double scale = GWinGetScale( );
-    const GWString file = scale >= 1.75 ? u"template@2x.xml" : scale >= 1.25 ? u"template@1.5x.xml" : u"template.xml";
-    return GFileExists( file ) ? file : u"template.xml";
+    GSkinPlatform platform;
+    platform.followSettings = true;
+    return GSAFENEW( GTemplate, ( instance, u"template.xml", platform ) );
 }
 
 // The template with the face that the client core knows.
 class TemplateSkin : public IGClientSkin
 {
 public:
-    explicit TemplateSkin( GInstance* instance ) : _template( GSAFENEW( GTemplate, ( instance, templateFile( ) ) ) ) {}
+    explicit TemplateSkin( GInstance* instance ) : _template( openTemplate( instance ) ) {}
     void command( const GWString& text ) override { _template->command( text ); }
     void onHotkeyDown( GHotkey hotkey, const GWString& name ) override { _template->onHotkeyDown( hotkey, name ); }
     void onHotkeyUp( GHotkey hotkey, const GWString& name ) override { _template->onHotkeyUp( hotkey, name ); }

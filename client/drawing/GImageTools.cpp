@@ -6,6 +6,9 @@
 
 namespace
 {
+// Which images came from files.
+constexpr GWStringView FILE_LIST = u"Image_File_List";
+
 int64_t bytesOf( const GImageFormat& format )
 {
     if( format.width < 1 || format.height < 1 ) return 0;
@@ -75,6 +78,7 @@ bool loadFile( GInstance& instance, const GWString& name )
     if( !GImageLoad( file.data( ), static_cast<int>( file.size( ) ), format, pixels ) ) return false;
     writeFormat( instance, name, format );
     instance.setRaw( name, pixels.data( ), static_cast<int>( pixels.size( ) ) );
+    instance.insert( FILE_LIST, name );
     return true;
 }
 
@@ -189,4 +193,15 @@ bool GImageTools_instanceReadDirtyRect( GInstance* instance, const GWString& nam
     if( !readNumbers( *instance, name, u"_DirtyRect", numbers, 4 ) ) return false;
     rect = { numbers[0], numbers[1], numbers[2], numbers[3] };
     return true;
+}
+
+void GImageTools_instanceForgetFiles( GInstance* instance )
+{
+    GPRECONDITION( instance );
+    GStringList names;
+    instance->get( FILE_LIST, names );
+    for( const GWString& name : names )
+        for( const GWStringView suffix : { u"", u"_Format", u"_DirtyRect" } )
+            instance->clear( GConcat( name, suffix ) );
+    instance->clear( FILE_LIST );
 }

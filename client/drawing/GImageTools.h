@@ -27,6 +27,8 @@ const char* GImageTools_instanceReadOpen( GInstance* instance, const GWString& s
 void GImageTools_instanceReadClose( GInstance* instance, const GWString& name );
 // Format and rectangle without holding anything open; false when there is no such image.
 bool GImageTools_instanceReadCheck( GInstance* instance, const GWString& source, GImageFormat& format, GRect& rect );
+// Takes every image that came from a file off the blackboard, to be loaded again when it is wanted.
+void GImageTools_instanceForgetFiles( GInstance* instance );
 // Copies an image to another name and notifies its watchers; false when there is no such image.
 bool GImageTools_instanceCopy( GInstance* instance, const GWString& source, const GWString& target );
 // The changed rectangle that the last writer left; false when there is none.

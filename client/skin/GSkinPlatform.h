@@ -26,6 +26,10 @@ struct GSkinPlatform
     // Brings one of them to the front; nothing happens when it has gone.
     std::function<void( uint32_t window )> raiseWindow;
     std::function<GRect( )> getWorkArea;
+    // The desktop's scale, 1.0 at 96 dots an inch.
+    std::function<double( )> getScale;
+    // Whether settings and scale choose the skin's file (GSkinChoice) instead of what the engine is told.
+    bool followSettings = false;
     // A modal box with the stop icon and no owner.
     std::function<void( const GWString& title, const GWString& text )> showError;
     // Closes the log file under its dated name and opens a new one.

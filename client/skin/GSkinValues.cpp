@@ -150,3 +150,11 @@ bool GSkinValuesContain( GWStringView name )
     }
     return false;
 }
+
+bool GSkinValuesIsWhole( GWStringView name )
+{
+    for( const GValueGroup& group : groups_ )
+        for( const GValueRow& row : group.rows )
+            if( getFixedPart( row.name ).size( ) == row.name.size( ) && GCaseEquals( row.name, name ) ) return true;
+    return false;
+}

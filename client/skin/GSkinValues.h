@@ -28,3 +28,5 @@ struct GValueGroup
 std::span<const GValueGroup> GSkinValuesGet( );
 // Whether the table has that name: a buddy's value is known by its end. Ignores case.
 bool GSkinValuesContain( GWStringView name );
+// Whether it is one of those that there are once, by its whole name. Ignores case.
+bool GSkinValuesIsWhole( GWStringView name );

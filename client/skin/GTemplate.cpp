@@ -2,6 +2,7 @@
 
 #include "base/GUtil.h"
 #include "client/drawing/GImageStack.h"
+#include "client/skin/GSkinReload.h"
 #include "client/skin/GTemplateFactory.h"
 #include "client/skin/GUserName.h"
 #include "client/skin/commands/GAccountCommands.h"
@@ -109,9 +110,10 @@ GTemplate::GTemplate( GInstance* instance, const GWString& filename, const GSkin
     _timer = GTimerOpen( TIMER_PERIOD, this );
     _notify = GNotifyOpen( this );
     GAttributeStack::forgetWarnings( );
+    _reload = std::make_unique<GSkinReload>( *this, filename, [this] { _wakeTimer( ); } );
     GTemplateFactory factory( _platform );
     GTRACK( GTemplateFactory, &factory );
-    GASSERT( _root = factory.load( _instance, this, filename ) );
+    GASSERT( _root = factory.load( _instance, this, _reload->getFile( ) ) );
     _update( GWString( ), _root, false );
 
     _instance->set( u"Misc_Hotkey_List", TALK_AGAIN );
@@ -156,6 +158,22 @@ void GTemplate::_update( const GWString& path, GTemplateNode* node, bool refresh
     node->render( images );
 }
 
+// ---- Another skin.
+
+void GTemplate::reloadSkin( )
+{
+    _reload->request( );
+    _wakeTimer( );
+}
+
+GTemplateNode* GTemplate::replaceRoot( GTemplateNode* root )
+{
+    GPRECONDITION( root );
+    std::swap( root, _root );
+    _update( GWString( ), _root, false );
+    return root;
+}
+
 void GTemplate::onNotification( int, uint64_t )
 {
     GCALL( GTemplate );
@@ -182,6 +200,12 @@ GTemplateNode* GTemplate::getNode( const GWString& path, GTemplateNode* relative
     if( node ) return rest.empty( ) ? node : node->getChild( rest );
     GLOG( u"WARNING Requesting non-existent node '", path, u"', ignoring." );
     return nullptr;
+}
+
+GTemplateNode* GTemplate::findNode( const GWString& path )
+{
+    const bool below = startsWith( path, SKIN_PATH ) && path.size( ) > SKIN_PATH.size( );
+    return below && path.find( u"//" ) == GWString::npos ? getNode( path, nullptr ) : nullptr;
 }
 
 // ---- Commands.
@@ -430,6 +454,7 @@ void GTemplate::onTimer( GTimer timer )
     _updateHotkeys( );
     _updateCountdown( );
     _watchTalk( );
+    _reload->onTick( );
     if( _isTimerIdle( ) ) GTimerSetPeriod( _timer, 0 );
 }
 
@@ -440,7 +465,7 @@ void GTemplate::_wakeTimer( )
 
 bool GTemplate::_isTimerIdle( )
 {
-    return !_restartTime && _talkToList.empty( ) && !_instance->isSet( TALKING_TO_LIST );
+    return !_restartTime && _reload->isIdle( ) && _talkToList.empty( ) && !_instance->isSet( TALKING_TO_LIST );
 }
 
 // Whom the talk button reaches hangs on who is there.

@@ -15,8 +15,11 @@
 #include "runtime/GWatchGroup.h"
 
 #include <map>
+#include <memory>
 
 struct GCommand;
+
+class GSkinReload;
 
 class GTemplate : public GHeapObject, public IGCommandEngine, public IGTimerListener, public IGNotifyListener
 {
@@ -49,6 +52,12 @@ public:
 
     // Runs the two passes over `node` on a fresh stack; `path`: of its parent.
     void refresh( const GWString& path, GTemplateNode* node, bool refresh ) { _update( path, node, refresh ); }
+    // As getNode does, for a whole path that may name nothing; silent.
+    GTemplateNode* findNode( const GWString& path );
+    // Reads the skin again as soon as no node is at work.
+    void reloadSkin( );
+    // Takes the new tree and runs its first pass. The old one becomes the caller's; its windows still show.
+    GTemplateNode* replaceRoot( GTemplateNode* root );
     GTemplateNode* getRoot( ) const { return _root; }
     GTimer getTimer( ) const { return _timer; }
     GInstance* getInstance( ) const { return _instance; }
@@ -86,6 +95,7 @@ private:
     GSkinPlatform _platform;
     GTemplateNode* _root = nullptr;
     GCommandCache _commands;
+    std::unique_ptr<GSkinReload> _reload;
     GTimer _timer = nullptr;
     GNotifyHandle _notify = nullptr;
     GWatchGroup _talkWatches;

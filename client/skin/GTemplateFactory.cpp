@@ -160,18 +160,37 @@ GTemplateFactory::GTemplateFactory( const GSkinPlatform& platform ) : _platform(
 
 GTemplateNode* GTemplateFactory::load( GInstance* instance, IGCommandEngine* commandEngine, const GWString& filename )
 {
+    GWString error;
+    GTemplateNode* root = tryLoad( instance, commandEngine, filename, error );
+    if( !error.empty( ) ) _leave( );
+    return root;
+}
+
+GTemplateNode* GTemplateFactory::tryLoad( GInstance* instance, IGCommandEngine* commandEngine, const GWString& filename,
+                                          GWString& error )
+{
     GCALL( GTemplateFactory );
     _instance = instance;
     _commandEngine = commandEngine;
     _filename = filename;
     _root = nullptr;
+    _error.clear( );
     _nodeStack.clear( );
     _elementCount = 0;
     _characters.clear( );
     _parse( );
     _locator = nullptr;
-    GVERIFY( _nodeStack.empty( ) );
-    return _root;
+    error = _error;
+    if( _error.empty( ) )
+    {
+        GVERIFY( _nodeStack.empty( ) );
+        return _root;
+    }
+    // Nodes below an unfinished one hang there already.
+    delete _root;
+    _root = nullptr;
+    _nodeStack.clear( );
+    return nullptr;
 }
 
 void GTemplateFactory::_parse( )
@@ -179,7 +198,7 @@ void GTemplateFactory::_parse( )
     const Xerces xerces;
     std::error_code none;
     const uintmax_t size = std::filesystem::file_size( std::filesystem::path( _filename ), none );
-    if( !none && size > MAX_FILE_SIZE ) _onParseError( u"The file is too long", 0 );
+    if( !none && size > MAX_FILE_SIZE ) return _onParseError( u"The file is too long", 0 );
     xercesc::SecurityManager limits;
     limits.setEntityExpansionLimit( MAX_EXPANSIONS );
     try
@@ -191,6 +210,10 @@ void GTemplateFactory::_parse( )
         reader->setDeclarationHandler( this );
         reader->setProperty( xercesc::XMLUni::fgXercesSecurityManager, &limits );
         reader->parse( _filename.c_str( ) );
+    }
+    catch( const Refusal& refusal )
+    {
+        _onParseError( refusal.text.c_str( ), refusal.line );
     }
     catch( const xercesc::SAXParseException& exception )
     {
@@ -224,7 +247,7 @@ uint64_t GTemplateFactory::_getLine( ) const
 
 void GTemplateFactory::_refuse( GWStringView text )
 {
-    _onParseError( GWString( text ).c_str( ), _getLine( ) );
+    throw Refusal{ GWString( text ), _getLine( ) };
 }
 
 GAttributeList GTemplateFactory::_readAttributes( const xercesc::Attributes& attributes )
@@ -310,8 +333,12 @@ xercesc::InputSource* GTemplateFactory::resolveEntity( const XMLCh*, const XMLCh
 
 void GTemplateFactory::_onParseError( const XMLCh* text, uint64_t line )
 {
-    const GWString message =
-        GConcat( u"ERROR while parsing '", _filename, u"': ", text, u" on line ", line, u", exiting." );
+    _error = GConcat( u"ERROR while parsing '", _filename, u"': ", text, u" on line ", line );
+}
+
+void GTemplateFactory::_leave( )
+{
+    const GWString message = _error + u", exiting.";
     GLOG( message );
     _platform.showError( u"Velmora Skin Error", message );
     // Services are running already: nothing is taken down on the way out.

@@ -37,6 +37,9 @@ public:
     static std::span<const GElementRow> getElements( );
     // The root of `filename`; the caller owns it. Null when the file holds no element.
     GTemplateNode* load( GInstance* instance, IGCommandEngine* commandEngine, const GWString& filename );
+    // The same for a skin that is read while another one runs: a file that cannot be parsed gives null, and `error` tells where.
+    GTemplateNode* tryLoad( GInstance* instance, IGCommandEngine* commandEngine, const GWString& filename,
+                            GWString& error );
     // A node of the class that belongs to `name`, not linked into `parent`'s children. The caller owns it.
     static GTemplateNode* create( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent,
                                   const GWString& name, const GAttributeList& attributes );
@@ -53,6 +56,12 @@ public:
     xercesc::InputSource* resolveEntity( const XMLCh* publicId, const XMLCh* systemId ) override;
 
 private:
+    // Thrown through the parser for what is beyond any measure.
+    struct Refusal
+    {
+        GWString text;
+        uint64_t line;
+    };
     struct Open
     {
         GTemplateNode* node = nullptr;
@@ -65,7 +74,8 @@ private:
     void _warnOfTwins( const GTemplateNode& node );
     uint64_t _getLine( ) const;
     [[noreturn]] void _refuse( GWStringView text );
-    [[noreturn]] void _onParseError( const XMLCh* text, uint64_t line );
+    void _onParseError( const XMLCh* text, uint64_t line );
+    [[noreturn]] void _leave( );
 
     GSkinPlatform _platform;
     GInstance* _instance = nullptr;
@@ -75,5 +85,6 @@ private:
     size_t _elementCount = 0;
     const xercesc::Locator* _locator = nullptr; // Borrowed from the parser while it runs.
     GWString _filename;
+    GWString _error;      // Why the file could not be parsed, and where.
     GWString _characters; // Of the open element, since the last tag.
 };

@@ -59,6 +59,9 @@ const GCommandRow<GSystemCommands> GSystemCommands::ROWS[] = {
       true,
       &GSystemCommands::_logCallStack },
     { { u"showchanges", u"", u"Opens `CHANGELOG.txt`." }, true, &GSystemCommands::_showChanges },
+    { { u"reloadskin", u"", u"Reads the skin again; windows stay where they are." },
+      true,
+      &GSystemCommands::_reloadSkin },
 };
 
 std::vector<GActionRow> GSystemCommands::getActions( )
@@ -195,4 +198,9 @@ void GSystemCommands::_showChanges( const GCommand& )
     GWString reason;
     if( !_engine.getPlatform( ).openDocument( DOCUMENT, reason ) )
         GLOG( u"WARNING Can't open '", DOCUMENT, u"' ('", reason, u"'), ignoring." );
+}
+
+void GSystemCommands::_reloadSkin( const GCommand& )
+{
+    _engine.reloadSkin( );
 }

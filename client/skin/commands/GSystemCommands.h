@@ -30,6 +30,7 @@ private:
     void _bugReport( const GCommand& command );
     void _logCallStack( const GCommand& command );
     void _showChanges( const GCommand& command );
+    void _reloadSkin( const GCommand& command );
     // Logs off, with what is to happen then.
     void _leave( bool reconnect, bool exit, bool restart );
 

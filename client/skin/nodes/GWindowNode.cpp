@@ -127,6 +127,8 @@ void GWindowNode::_create( GAttributeStack& stack )
     _rect.top = stack.calc( u"$y" );
     _rect.right = _rect.left + std::clamp( stack.calc( u"$width" ), 0, MAX_EDGE );
     _rect.bottom = _rect.top + std::clamp( stack.calc( u"$height" ), 0, MAX_EDGE );
+    _skinWidth = _rect.width( );
+    _skinHeight = _rect.height( );
     stack.read( u"$remember", _remember );
     _inTray = stack.test( u"$tray" );
     _restorePlace( );
@@ -259,6 +261,40 @@ void GWindowNode::_rememberPlace( )
     _instance->set( _remember + u"_Top", _rect.top, true );
     _instance->set( _remember + u"_Width", _rect.width( ), true );
     _instance->set( _remember + u"_Height", _rect.height( ), true );
+}
+
+GWindowPlace GWindowNode::getPlace( ) const
+{
+    GWindowPlace place{ _rect, _skinWidth, _skinHeight, _win && _alpha > 0 };
+    if( !place.shown ) return place;
+    place.minimized = GWinIsMinimized( _win );
+    place.maximized = GWinIsMaximized( _win );
+    place.active = GWinHasKeyFocus( _win );
+    return place;
+}
+
+void GWindowNode::takePlace( const GWindowPlace& place, IGInputHandler* focus )
+{
+    if( !_win ) return;
+    if( !place.shown )
+    {
+        if( _alpha ) hide( );
+        return;
+    }
+    const auto scale = []( int size, int from, int to )
+    { return from > 0 ? static_cast<int>( int64_t{ size } * to / from ) : to; };
+    const int width = std::clamp( scale( place.rect.width( ), place.skinWidth, _skinWidth ), 1, MAX_EDGE );
+    const int height = std::clamp( scale( place.rect.height( ), place.skinHeight, _skinHeight ), 1, MAX_EDGE );
+    _rect = { place.rect.left, place.rect.top, place.rect.left + width, place.rect.top + height };
+    GWinMove( _win, GRect( _rect ) );
+    _alpha = 255;
+    _wake( );
+    GWinShow( _win );
+    if( place.maximized ) maximize( );
+    if( place.minimized ) GWinMinimize( _win );
+    if( place.active ) GWinSetForeground( _win );
+    if( focus ) _setKeyFocus( focus );
+    _respond( GRESPONSE_UPDATE | GRESPONSE_RENDER );
 }
 
 // ---- Responses.

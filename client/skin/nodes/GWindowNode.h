@@ -11,6 +11,18 @@
 #include "platform/GTimer.h"
 #include "platform/GWin.h"
 
+// Where and how a window stands, for the window that comes into its place.
+struct GWindowPlace
+{
+    GRect rect;
+    int skinWidth = 0; // As the skin had it made, before the user or a setting sized it.
+    int skinHeight = 0;
+    bool shown = false;
+    bool minimized = false;
+    bool maximized = false;
+    bool active = false;
+};
+
 class GWindowNode : public GTemplateNode, public IGInputHandler, public IGNotifyListener, public IGTimerListener
 {
 public:
@@ -40,6 +52,10 @@ public:
     void forget( GTemplateNode* node );
     // Takes the keyboard focus from that handler, if it has it.
     void leave( IGInputHandler* handler );
+    GWindowPlace getPlace( ) const;
+    // Stands where and how another one stood, without a fade and without its commands. A size that the user chose stays in the same
+    // ratio to the skin's own. `focus` gets the keyboard, if it is not null.
+    void takePlace( const GWindowPlace& place, IGInputHandler* focus );
     // Hides at once, without a fade, and gives the layer back.
     void hide( );
     // Asked by a node that moves while it is drawn: the window is drawn again at the next tick.
@@ -129,6 +145,8 @@ private:
     GNotifyHandle _notify = nullptr;
     std::vector<IGInputHandler*> _inputMap;
     GRect _rect;
+    int _skinWidth = 0;
+    int _skinHeight = 0;
     GImageFormat _format;
     GString _pixels;
     int _alpha = 0;

@@ -175,6 +175,18 @@ void GWizardNode::_setPage( GDefaultNode* page )
     _refreshWindow( );
 }
 
+void GWizardNode::resume( const GWString& id )
+{
+    for( GTemplateNode* child : _children )
+    {
+        const GDefaultNode* page = _asPage( child );
+        if( !page || page->getAttribute( u"id" ) != id ) continue;
+        _layoutDirty = true;
+        setAttribute( u"page", id );
+        return _updateSidebar( *page );
+    }
+}
+
 // So that a list in the sidebar follows the page.
 void GWizardNode::_updateSidebar( const GDefaultNode& page )
 {

@@ -19,6 +19,8 @@ public:
     void back( );
     // Runs "$ondone".
     void done( );
+    // Shows the page with that id without running any command; stays where it is when there is none.
+    void resume( const GWString& id );
     // To the first page with that title, or failing that with that id, ignoring case.
     void jump( const GWString& target );
     // Run what the current page runs as it comes and goes: for a window that is opened and closed around it.
