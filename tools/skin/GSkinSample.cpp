@@ -1,6 +1,9 @@
 #include "GSkinSample.h"
 
+#include "base/GUtil.h"
 #include "client/drawing/GImageTools.h"
+
+#include <algorithm>
 
 namespace
 {
@@ -123,10 +126,107 @@ void addBuddy( GInstance* instance, const GWString& buddy, bool online, bool pic
              "It did. The picture is much steadier now, also over the slow line." );
     addChat( instance, buddy, buddy, "Very good. Then let us talk at ten, and show me the screen with the figures." );
 }
+// One row a sample day: how it differs from the plain one.
+struct Day
+{
+    const char* name;
+    int buddies;
+    void ( *change )( GInstance& instance, const GWString& buddy );
+};
+
+void clearForms( GInstance& instance )
+{
+    for( const char16_t* name : { u"Logon_Status", u"Add_Buddy_GUID", u"Add_Buddy_Status", u"Contact_Request_List",
+                                  u"Contact_Request_Title", u"File_Send_List", u"File_Recv_List", u"Talking_To_List" } )
+        instance.set( name, u"" );
+}
+
+void makeLong( GInstance& instance, const GWString& buddy )
+{
+    const GWString name = u"A Name Of Forty Letters Is Quite A Thing";
+    instance.set( buddy + u"_Name", name );
+    instance.set( buddy + u"_Call_Status", u"Calling " + name + u" on each of his devices, which may take a while..." );
+    instance.set( u"Client_Status", u"Online, and glad to tell so at some length" );
+    instance.set( u"Logon_Status",
+                  u"-- The server could not be reached; it is tried again every minute until it answers --" );
+    instance.set( u"Add_Buddy_Status",
+                  u"Nobody of that name is known here, neither on this server nor on the other one." );
+    instance.set( u"Contact_Request_List", u"someone-with-a-very-long-name-indeed@a-rather-long-domain.example.org" );
+    instance.set( u"Audio_Capture_Device", u"Built-in microphone of the monitor on the left side of the desk" );
+    instance.set( u"Talk_Again_Hotkey", u"CONTROL+SHIFT+ALT+PAGE DOWN" );
+}
+
+void makeRightToLeft( GInstance& instance, const GWString& buddy )
+{
+    instance.set( buddy + u"_Name", u"\u05D3\u05E0\u05D4 \u05DC\u05D5\u05D9" );
+    instance.set( buddy + u"_Call_Status", u"\u05DE\u05EA\u05E7\u05E9\u05E8 \u05D0\u05DC \u05D3\u05E0\u05D4..." );
+    instance.set( u"Client_Status", u"\u05DE\u05D7\u05D5\u05D1\u05E8" );
+    instance.set( u"Logon_Status",
+                  u"\u05E9\u05DD \u05D0\u05D5 \u05E1\u05D9\u05E1\u05DE\u05D4 \u05D7\u05E1\u05E8\u05D9\u05DD" );
+    instance.set( u"Add_Buddy_Status", u"\u05DE\u05D0\u05DE\u05EA..." );
+    if( instance.length( buddy + u"_Chat_Queue" ) > 0 )
+        addChat( &instance, buddy, buddy, "\u05E9\u05DC\u05D5\u05DD! \u05DE\u05D4 \u05E9\u05DC\u05D5\u05DE\u05DA?" );
+}
+
+void makeWrong( GInstance& instance, const GWString& buddy )
+{
+    instance.set( u"Client_Status", u"Offline" );
+    instance.set( u"Logon_Status", u"-- Invalid name (a-z0-9@_.-) --" );
+    instance.set( u"Add_Buddy_Status", u"You gots to type first, dawg." );
+    instance.set( u"Bug_Report_Status", u"Please enter bug report or suggestion." );
+    instance.set( u"Audio_Capture_Online", u"0" );
+    instance.set( u"Video_Capture_Online", u"0" );
+    instance.set( u"Audio_Capture_Status", u"The microphone cannot be opened" );
+    instance.set( u"Video_Capture_Status", u"The camera cannot be opened" );
+    instance.set( u"Talk_Again_Hotkey", u"<key combination in use>" );
+    instance.set( buddy + u"_Call_State", u"declined" );
+    instance.set( buddy + u"_Call_Status", u"Call declined: busy" );
+}
+
+void makeOffline( GInstance& instance, const GWString& )
+{
+    instance.set( u"Client_Status", u"Offline" );
+    instance.set( u"Talking_To_List", u"" );
+    GStringList buddies;
+    instance.get( u"Local_Buddy_List", buddies );
+    for( const GWString& buddy : buddies )
+    {
+        instance.set( buddy + u"_Online", u"0" );
+        instance.set( buddy + u"_Offline", u"1" );
+    }
+}
+
+void makeCall( GInstance& instance, const GWString& buddy, const char16_t* state, const GWString& status )
+{
+    instance.set( buddy + u"_Call_State", state );
+    instance.set( buddy + u"_Call_Status", status );
+}
+
+constexpr Day DAYS[] = {
+    { "day", 6, []( GInstance&, const GWString& ) {} },
+    { "empty", 0, []( GInstance& instance, const GWString& ) { clearForms( instance ); } },
+    { "one", 1, []( GInstance& instance, const GWString& ) { clearForms( instance ); } },
+    { "forty", 40, []( GInstance&, const GWString& ) {} },
+    { "long", 8, makeLong },
+    { "rtl", 6, makeRightToLeft },
+    { "error", 6, makeWrong },
+    { "offline", 6, makeOffline },
+    { "ringing", 6,
+      []( GInstance& instance, const GWString& buddy )
+      { makeCall( instance, buddy, u"ringing", buddy + u" is calling" ); } },
+    { "calling", 6,
+      []( GInstance& instance, const GWString& buddy )
+      { makeCall( instance, buddy, u"calling", u"Calling " + buddy + u"..." ); } },
+    { "talking", 6,
+      []( GInstance& instance, const GWString& buddy ) { makeCall( instance, buddy, u"talking", u"" ); } },
+};
 } // namespace
 
-void GSkinFillSample( GInstance* instance, int buddies, bool chats )
+bool GSkinFillSample( GInstance* instance, const GString& sample, int buddies, bool chats )
 {
+    const Day* day = std::ranges::find( DAYS, sample, []( const Day& row ) { return GString( row.name ); } );
+    if( day == std::end( DAYS ) ) return false;
+    if( buddies < 0 ) buddies = day->buddies;
     for( const Setting& setting : SETTINGS ) instance->set( setting.name, setting.value );
     for( int i = 0; i < buddies; ++i )
     {
@@ -138,4 +238,19 @@ void GSkinFillSample( GInstance* instance, int buddies, bool chats )
     GRect rect;
     if( GImageTools_instanceReadCheck( instance, u"defaultprofile_av.png", format, rect ) )
         GImageTools_instanceCopy( instance, u"defaultprofile_av.png", u"Local_Video_Image" );
+    day->change( *instance, NAMES[0] );
+    return true;
+}
+
+bool GSkinFillFile( GInstance* instance, const GString& file )
+{
+    GString text;
+    if( !GFileLoad( GUTF8ToWide( file ), text ) ) return false;
+    for( const GWString& line : GSplitList( GUTF8ToWide( text ), u"\r\n" ) )
+    {
+        const size_t colon = line.find( u':' );
+        if( line.front( ) != u'#' && colon != GWString::npos )
+            instance->set( GTrim( line.substr( 0, colon ) ), GTrim( line.substr( colon + 1 ) ) );
+    }
+    return true;
 }

@@ -3,6 +3,8 @@
 
 #include "runtime/GInstance.h"
 
-// `buddies`: how many stand on the list, 0 for the empty one; `chats`: with each of them something has been said. Pictures are read from
-// the working directory.
-void GSkinFillSample( GInstance* instance, int buddies, bool chats );
+// `sample` names the day: "day" is the plain one; false when there is none of that name. `buddies`: how many stand on the list, as
+// many as the day has when below 0. `chats`: with each of them something has been said. Pictures are read from the working directory.
+bool GSkinFillSample( GInstance* instance, const GString& sample, int buddies, bool chats );
+// Lines "name: value"; those that begin with "#" are passed over. False when the file cannot be read.
+bool GSkinFillFile( GInstance* instance, const GString& file );
