@@ -162,8 +162,10 @@ int main( int argc, char** argv )
     }
     GPortableGetHooks( ).log = writeLog;
     if( options.action == "--check" ) return check( options );
-    tellFlaws( options );
-    if( options.action != "--show" ) setenv( "QT_QPA_PLATFORM", "offscreen", 0 );
+    if( options.action == "--show" )
+        tellFlaws( options );
+    else
+        setenv( "QT_QPA_PLATFORM", "offscreen", 0 );
     GSkinPreviewStart( );
     GInitializeNonPortable( nullptr );
     const int result = run( options );
