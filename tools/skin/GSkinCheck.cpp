@@ -199,6 +199,8 @@ private:
         const bool known = isKnown( name );
         // Windows may all have the same settings, whether or not something in each of them needs them.
         if( known && ( GCaseEquals( element.name, u"window" ) || element.parent < 0 ) ) return;
+        // A window that opens reads it of the stops of the tab key themselves.
+        if( GCaseEquals( name, u"autofocus" ) ) return;
         GStringVector readable;
         Names seen;
         if( _isReadBelow( _indexOf( element ), name, readable, seen ) ) return;
