@@ -15,6 +15,8 @@
 namespace
 {
 constexpr GWStringView ID = u"id";
+// Windows look for it on what stands in them.
+constexpr GWStringView AUTOFOCUS = u"autofocus";
 
 template <typename Table>
 bool holds( const Table& table, GWStringView text )
@@ -195,7 +197,8 @@ private:
     // Whether a node reads it: this one, one inside of it, or an expression.
     void _checkRead( const GSkinElement& element, const GWString& name )
     {
-        if( name == ID || _usedNames.contains( name ) || isSet( name ) || _isDynamic( name ) ) return;
+        if( name == ID || name == AUTOFOCUS || _usedNames.contains( name ) || isSet( name ) || _isDynamic( name ) )
+            return;
         const bool known = isKnown( name );
         // Windows may all have the same settings, whether or not something in each of them needs them.
         if( known && ( GCaseEquals( element.name, u"window" ) || element.parent < 0 ) ) return;

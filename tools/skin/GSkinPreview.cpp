@@ -133,7 +133,8 @@ void point( GWindowNode& window, const GString& place, bool press, bool release 
 
 void focus( GWindowNode& window, const GString& path )
 {
-    const IGInputHandler* wanted = path.empty( ) ? nullptr : findHandler( window, path );
+    if( path.empty( ) ) return;
+    const IGInputHandler* wanted = findHandler( window, path );
     for( int i = 0; wanted && i < MOST_STOPS && window.getKeyFocus( ) != wanted; ++i )
         window.onKeyDown( window.getWin( ), KEY_TAB );
     if( wanted && window.getKeyFocus( ) != wanted )
