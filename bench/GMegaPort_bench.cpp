@@ -11,6 +11,7 @@
 
 #include <arpa/inet.h>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -18,6 +19,7 @@
 
 namespace
 {
+constexpr char SETTINGS[] = "bench_port_settings.ini";
 constexpr int BATCH = 32;
 constexpr size_t LENGTH = 1200;
 constexpr char16_t GLOBAL_HOST[] = u"5.5.5.5:7000";
@@ -149,7 +151,7 @@ public:
         }
     }
 
-    GInstance instance{ u"bench_port_settings.ini" };
+    GInstance instance{ GUTF8ToWide( SETTINGS ) };
     GMegaPort port{ u"me@velmora.local" };
     GDispatchService* service = GSAFENEW( GDispatchService, ( &instance, &port ) );
     sockaddr_in address{ };
@@ -317,5 +319,6 @@ int main( int argc, char** argv )
     receiving( suite );
     sendingDirect( suite );
     sendingRelayed( suite );
+    std::remove( SETTINGS );
     return suite.finish( );
 }
