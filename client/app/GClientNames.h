@@ -10,3 +10,6 @@ inline constexpr char16_t GCLIENT_SHOW_TRANSFERS[] =
 GWString GClientGetUserName( const GWString& userGUID );
 // The last step of a path, by both separators, printable and without leading dots: what a stranger may name a file. Never empty.
 GWString GClientGetBaseName( const GWString& path );
+// Hosts and addresses that a server names: empty, after a warning, when there is anything in them that has a meaning to the skin or
+// to no address.
+GWString GClientCleanAddress( const GWString& text );

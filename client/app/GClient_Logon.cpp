@@ -1,6 +1,8 @@
 // The logon: one exchange with the logon server that both logs on to an account and creates one, and whose answer names the servers
 // for the rest of the session.
+#include "base/GForeignText.h"
 #include "client/app/GClient.h"
+#include "client/app/GClientNames.h"
 #include "client/transport/GHTTPClient.h"
 #include "platform/GNet.h"
 #include "protocol/GProtocol.h"
@@ -114,9 +116,9 @@ void GClient::_storeAccount( const GWString& userGUID )
 // True when the client has to stay offline until the upgrade is there.
 bool GClient::_announceUpgrade( const GHTTPHeaders& response )
 {
-    const GWString name = response.get( GProtocol::UPGRADE_NAME );
-    const GWString priority = response.get( GProtocol::UPGRADE_PRIORITY );
-    _instance->set( u"Local_Upgrade_URL", response.get( GProtocol::UPGRADE_URL ) );
+    const GWString name = GForeignText( response.get( GProtocol::UPGRADE_NAME ) );
+    const GWString priority = GForeignText( response.get( GProtocol::UPGRADE_PRIORITY ) );
+    _instance->set( u"Local_Upgrade_URL", GClientCleanAddress( response.get( GProtocol::UPGRADE_URL ) ) );
     _instance->set( u"Local_Upgrade_Name", name );
     _instance->set( u"Local_Upgrade_Priority", priority );
     if( GCaseEquals( priority, u"critical" ) )
@@ -139,10 +141,10 @@ void GClient::_storeHosts( const GHTTPHeaders& response )
 {
     const GWString localHost = _httpClient ? _httpClient->getLocalHost( ) : GWString( u"0.0.0.0:0" );
     _instance->set( u"Local_IP", localHost.substr( 0, localHost.find( u':' ) ) );
-    _instance->set( u"Global_SIP_Host_List", response.get( GProtocol::SIP_HOST_LIST ) );
-    _instance->set( u"Global_TURN_Host", response.get( GProtocol::TURN_HOST ) );
-    _instance->set( u"Global_Logfile_Host", response.get( GProtocol::LOGFILE_HOST ) );
-    _instance->set( u"Global_STUN_Host_List", response.get( GProtocol::STUN_HOST_LIST ) );
+    _instance->set( u"Global_SIP_Host_List", GClientCleanAddress( response.get( GProtocol::SIP_HOST_LIST ) ) );
+    _instance->set( u"Global_TURN_Host", GClientCleanAddress( response.get( GProtocol::TURN_HOST ) ) );
+    _instance->set( u"Global_Logfile_Host", GClientCleanAddress( response.get( GProtocol::LOGFILE_HOST ) ) );
+    _instance->set( u"Global_STUN_Host_List", GClientCleanAddress( response.get( GProtocol::STUN_HOST_LIST ) ) );
 }
 
 void GClient::_openFirstWindows( )

@@ -14,6 +14,8 @@ constexpr int BOLD = 700;
 constexpr int PLAIN = 400;
 // A text larger than this is cut; no window is larger.
 constexpr int MAX_EDGE = 8192;
+constexpr int MAX_AREA = 1 << 22;
+void ( *observer_ )( const GWString& text ) = nullptr;
 
 // Cuts at commas and keeps empty fields.
 GStringVector splitFields( const GWString& text )
@@ -43,7 +45,6 @@ struct GFont::Platform
     }
     GText text = nullptr;
     int flags = 0;
-    int wrap = 0; // The width that lines were broken at.
 };
 
 GFont::GFont( ) : _platform( std::make_unique<Platform>( ) )
@@ -53,6 +54,11 @@ GFont::GFont( ) : _platform( std::make_unique<Platform>( ) )
 }
 
 GFont::~GFont( ) = default;
+
+void GFont::setObserver( void ( *observer )( const GWString& text ) )
+{
+    observer_ = observer;
+}
 
 bool GFont::update( const GWString& fontString )
 {
@@ -74,8 +80,9 @@ bool GFont::update( const GWString& fontString )
     font.strikeOut = _strikeOut;
     font.antialiased = _antialiased;
     _platform->text = GTextOpen( font );
-    _text.clear( );
-    _imageFormat = GImageFormat( );
+    _pictures.clear( );
+    _measures.clear( );
+    _nextMeasure = 0;
     return true;
 }
 
@@ -90,14 +97,32 @@ void GFont::_parseStyle( const GWString& style )
     _multiLine = has( u'm' );
     _centred = has( u'c' );
     _right = !_centred && has( u'r' );
+    _ellipsis = has( u'e' );
     _platform->flags = ( _multiLine ? GTEXT_WORDBREAK : GTEXT_END_ELLIPSIS ) | ( _centred ? GTEXT_CENTER : 0 ) |
                        ( _right ? GTEXT_RIGHT : 0 );
 }
 
 void GFont::measureText( const GWString& text, int& width, int& height )
 {
-    const int wrap = _multiLine ? std::max( width, 0 ) : 0;
-    GTextMeasure( _platform->text, text, _platform->flags, wrap, width, height );
+    if( observer_ ) observer_( text );
+    const Measure& measure = _measure( text, _multiLine ? std::max( width, 0 ) : 0 );
+    width = measure.width;
+    height = measure.height;
+}
+
+const GFont::Measure& GFont::_measure( const GWString& text, int wrap )
+{
+    const auto found =
+        std::find_if( _measures.begin( ), _measures.end( ),
+                      [&]( const Measure& measure ) { return measure.wrap == wrap && measure.text == text; } );
+    if( found != _measures.end( ) ) return *found;
+    if( _measures.size( ) < MAX_MEASURES ) _measures.emplace_back( );
+    Measure& measure = _measures[_nextMeasure];
+    _nextMeasure = ( _nextMeasure + 1 ) % MAX_MEASURES;
+    measure.text = text;
+    measure.wrap = wrap;
+    GTextMeasure( _platform->text, text, _platform->flags, wrap, measure.width, measure.height );
+    return measure;
 }
 
 GText GFont::getPlatformText( ) const
@@ -110,17 +135,43 @@ int GFont::getHeight( )
     return GTextGetHeight( _platform->text );
 }
 
-void GFont::_render( const GWString& text, int width, int height )
+// The first of the least recently used ones that must go, or a new one.
+GFont::Picture& GFont::_makeRoom( int64_t pixels )
 {
+    for( const Picture& picture : _pictures ) pixels += int64_t( picture.format.width ) * picture.format.height;
+    const auto older = []( const Picture& a, const Picture& b ) { return a.lastUse < b.lastUse; };
+    while( !_pictures.empty( ) && ( _pictures.size( ) >= MAX_PICTURES || pixels > MAX_PIXELS ) )
+    {
+        const auto oldest = std::min_element( _pictures.begin( ), _pictures.end( ), older );
+        pixels -= int64_t( oldest->format.width ) * oldest->format.height;
+        std::swap( *oldest, _pictures.back( ) );
+        const bool enough = _pictures.size( ) <= MAX_PICTURES && pixels <= MAX_PIXELS;
+        if( enough || _pictures.size( ) == 1 ) return _pictures.back( );
+        _pictures.pop_back( );
+    }
+    return _pictures.emplace_back( );
+}
+
+GFont::Picture* GFont::_find( const GWString& text, int wrap, int fixed )
+{
+    const auto found = std::find_if( _pictures.begin( ), _pictures.end( ),
+                                     [&]( const Picture& picture ) {
+                                         return picture.wrap == wrap && picture.fixed == fixed && picture.text == text;
+                                     } );
+    return found == _pictures.end( ) ? nullptr : &*found;
+}
+
+void GFont::_render( Picture& picture )
+{
+    const int width = picture.format.width, height = picture.format.height;
     const size_t pixels = static_cast<size_t>( width ) * static_cast<size_t>( height );
     if( _gdiBuffer.size( ) < pixels ) _gdiBuffer.resize( pixels );
     GASSERT_TEXT( !_gdiBuffer.empty( ), "_gdiBuffer" );
     uint8_t* coverage = reinterpret_cast<uint8_t*>( _gdiBuffer.data( ) );
-    GTextDraw( _platform->text, text, _platform->flags, width, height, coverage, width );
-    _imageFormat = { GIT_BGRA32, width, height };
-    _image.resize( pixels * 4 );
+    GTextDraw( _platform->text, picture.text, _platform->flags, width, height, coverage, width );
+    picture.pixels.resize( pixels * 4 );
     const uint32_t opacity = _colour >> 24;
-    uint8_t* to = reinterpret_cast<uint8_t*>( _image.data( ) );
+    uint8_t* to = reinterpret_cast<uint8_t*>( picture.pixels.data( ) );
     for( size_t i = 0; i < pixels; i++, to += 4 )
     {
         to[0] = static_cast<uint8_t>( _colour );
@@ -128,33 +179,43 @@ void GFont::_render( const GWString& text, int width, int height )
         to[2] = static_cast<uint8_t>( _colour >> 16 );
         to[3] = static_cast<uint8_t>( ( coverage[i] * opacity + 127 ) / 255 );
     }
-    _text = text;
     _renderCount++;
 }
 
 int GFont::drawText( const GImageFormat& format, char* pixels, const GWString& text, const GRect& rect,
                      const GRect& clip, GRect* touched )
 {
+    if( observer_ ) observer_( text );
     if( GRectEmpty( rect ) ) return _textHeight;
+    const int room = std::min( rect.width( ), MAX_EDGE );
     const int wrap = _multiLine ? rect.width( ) : 0;
-    const int fixed = _centred || _right ? std::min( rect.width( ), MAX_EDGE ) : 0;
-    const bool same =
-        _imageFormat.width > 0 && text == _text && wrap == _platform->wrap && ( !fixed || fixed == _imageFormat.width );
-    if( !same )
+    int fixed = _centred || _right ? room : 0;
+    // Without alignment a text is as wide as it is, and is cut by its rectangle.
+    if( _ellipsis && !_multiLine && !fixed && _measure( text, 0 ).width > room ) fixed = room;
+    Picture* picture = _find( text, wrap, fixed );
+    if( !picture )
     {
-        int width = 0, height = 0;
-        GTextMeasure( _platform->text, text, _platform->flags, wrap, width, height );
-        _textHeight = height;
-        const int interWidth = fixed ? fixed : std::min( width, MAX_EDGE );
-        const int interHeight = std::min( height, MAX_EDGE );
+        const Measure measure = _measure( text, wrap );
+        _textHeight = measure.height;
+        const int interWidth = fixed ? fixed : std::min( measure.width, MAX_EDGE );
+        const int interHeight = std::min( { measure.height, MAX_EDGE, MAX_AREA / std::max( interWidth, 1 ) } );
         if( text.empty( ) ) return _textHeight;
+        // A text of nothing that shows has no width.
+        if( !interWidth && interHeight ) return _textHeight;
         if( !GVERIFY( interWidth && interHeight ) ) return _textHeight;
-        _render( text, interWidth, interHeight );
-        _platform->wrap = wrap;
+        picture = &_makeRoom( int64_t( interWidth ) * interHeight );
+        picture->text = text;
+        picture->wrap = wrap;
+        picture->fixed = fixed;
+        picture->textHeight = measure.height;
+        picture->format = { GIT_BGRA32, interWidth, interHeight };
+        _render( *picture );
     }
+    picture->lastUse = ++_useCount;
+    _textHeight = picture->textHeight;
     if( !pixels ) return _textHeight;
-    const GRect whole{ 0, 0, _imageFormat.width, _imageFormat.height };
-    const GRect changed = GImageCopy( _imageFormat, _image.data( ), whole, format, pixels, rect,
+    const GRect whole{ 0, 0, picture->format.width, picture->format.height };
+    const GRect changed = GImageCopy( picture->format, picture->pixels.data( ), whole, format, pixels, rect,
                                       GRectIntersect( clip, rect ), GIC_PREMULTIPLIED );
     if( touched ) *touched = GRectUnion( *touched, changed );
     return _textHeight;

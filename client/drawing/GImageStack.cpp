@@ -7,6 +7,14 @@
 
 namespace
 {
+// Far outside of any layer, and near enough that differences keep within 31 bits.
+constexpr int64_t FARTHEST = 1 << 29;
+
+int add( int a, int b )
+{
+    return static_cast<int>( std::clamp<int64_t>( int64_t( a ) + b, -FARTHEST, FARTHEST ) );
+}
+
 uint8_t mix( uint32_t from, uint32_t to, int shift, int position, int length )
 {
     const int a = static_cast<int>( from >> shift & 255 ), b = static_cast<int>( to >> shift & 255 );
@@ -95,7 +103,8 @@ bool GImageStack::_drawable( ) const
 GRect GImageStack::_moved( const GRect& rect ) const
 {
     const GRect& frame = _frames.back( ).rect;
-    return { rect.left + frame.left, rect.top + frame.top, rect.right + frame.left, rect.bottom + frame.top };
+    return { add( rect.left, frame.left ), add( rect.top, frame.top ), add( rect.right, frame.left ),
+             add( rect.bottom, frame.top ) };
 }
 
 void GImageStack::_touch( const GRect& rect )
@@ -162,7 +171,7 @@ int GImageStack::drawText( const GWString& text, GFont& font )
 
 void GImageStack::drawHorizLine( int x, int y, int width, uint32_t colour )
 {
-    fillRect( { x, y, x + width, y + 1 }, colour );
+    fillRect( { x, y, add( x, width ), add( y, 1 ) }, colour );
 }
 
 void GImageStack::drawRect( const GRect& rect, uint32_t colour )

@@ -2,6 +2,7 @@
 
 #include "image/GImage.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace
@@ -65,7 +66,10 @@ GWString splitSource( const GWString& source, GRect& rect )
     if( list.size( ) != 4 ) return source;
     int32_t numbers[4];
     int i = 0;
-    for( const GWString& item : list ) numbers[i++] = static_cast<int32_t>( GCalc( item ) );
+    // No picture is larger.
+    constexpr int64_t FARTHEST = 1 << 20;
+    for( const GWString& item : list )
+        numbers[i++] = static_cast<int32_t>( std::clamp( GCalc( item ), -FARTHEST, FARTHEST ) );
     rect = { numbers[0], numbers[1], numbers[2], numbers[3] };
     return GTrim( GWStringView( source ).substr( 0, open ) );
 }
@@ -91,7 +95,9 @@ bool isThere( GInstance& instance, const GWString& name )
 
 void moveToCell( GRect& rect, int column, int row )
 {
-    const int x = rect.width( ) * column, y = rect.height( ) * row;
+    constexpr int MOST_CELLS = 256;
+    const int x = rect.width( ) * std::clamp( column, -MOST_CELLS, MOST_CELLS );
+    const int y = rect.height( ) * std::clamp( row, -MOST_CELLS, MOST_CELLS );
     rect = { rect.left + x, rect.top + y, rect.right + x, rect.bottom + y };
 }
 } // namespace

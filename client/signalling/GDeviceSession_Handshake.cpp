@@ -1,4 +1,5 @@
 // The way in: INVITE, response, ACK, ACKOK, and the route that they prove for each direction.
+#include "base/GForeignText.h"
 #include "base/GRandom.h"
 #include "client/drawing/GImageTools.h"
 #include "client/signalling/GDeviceSession.h"
@@ -370,7 +371,7 @@ void GDeviceSession::_takeRemoteState( const GHTTPHeaders& message )
 {
     _updateRemoteMedia( message.test( u"Audio-Enabled" ), message.test( u"Video-Enabled" ) );
     const int64_t bias = message.calc( u"Time-Bias" );
-    _instance->set( _buddy( u"_Time_Zone" ), GRouteCleanText( message.get( u"Time-Zone" ), MAX_ZONE_LENGTH ) );
+    _instance->set( _buddy( u"_Time_Zone" ), GForeignText( message.get( u"Time-Zone" ), MAX_ZONE_LENGTH ) );
     _instance->set( _buddy( u"_Time_Bias" ), GWITHIN( -MAX_TIME_BIAS, bias, MAX_TIME_BIAS ) ? bias : int64_t( 0 ) );
     _updateClock( );
 }

@@ -1,5 +1,6 @@
 #include "client/signalling/GSIPService.h"
 
+#include "base/GForeignText.h"
 #include "client/signalling/GBuddySession.h"
 #include "client/signalling/GContactRequests.h"
 #include "client/transport/GMegaPort.h"
@@ -443,7 +444,7 @@ bool GSIPService::_onBugReportResponse( const GHTTPHeaders& response )
         _instance->clear( u"Bug_Report" );
     }
     else
-        _instance->set( u"Bug_Report_Status", GConcat( u"Report submission failed: ", text ) );
+        _instance->set( u"Bug_Report_Status", GConcat( u"Report submission failed: ", GForeignText( text ) ) );
     return true;
 }
 

@@ -1,6 +1,8 @@
 // Commands of any text, a line each, run on a live engine from a node of each class: every one ends, and the tree stays whole.
 #include "FuzzSkin.h"
 
+#include <memory>
+
 namespace
 {
 constexpr char SKIN[] =
@@ -8,14 +10,27 @@ constexpr char SKIN[] =
     "<Edit/><List list=\"x,y\" select=\"y\"/><Table prefixlistsrc=\"Keys\" suffixlist=\"_A\"/>"
     "<Wizard><page id=\"one\"/><page id=\"two\" title=\"Second\"/></Wizard></Window></skin>";
 
-GTemplate& engine( GInstance& instance )
+// A blackboard and its engine, fresh from time to time: commands may name any value.
+struct Engine
 {
-    static GTemplate* const made = [&]
+    Engine( )
     {
         const GWString path = u"fuzz_command.xml";
         GFileSave( path, SKIN, sizeof( SKIN ) - 1 );
-        return GSAFENEW( GTemplate, ( &instance, path, FuzzSkin::answersNothing( ) ) );
-    }( );
+        instance.reset( GSAFENEW( GInstance, ( u"fuzz_command.ini" ) ) );
+        skin.reset( GSAFENEW( GTemplate, ( instance.get( ), path, FuzzSkin::answersNothing( ) ) ) );
+    }
+    std::unique_ptr<GInstance> instance;
+    std::unique_ptr<GTemplate> skin;
+    int runs = 0;
+};
+
+Engine& engine( )
+{
+    constexpr int MOST_RUNS = 1000;
+    static std::unique_ptr<Engine> made;
+    if( made && made->runs++ >= MOST_RUNS ) made.reset( );
+    if( !made ) made = std::make_unique<Engine>( );
     return *made;
 }
 
@@ -34,9 +49,8 @@ void drain( GInstance& instance )
 
 extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
 {
-    static GInstance* const instance = GSAFENEW( GInstance, ( u"fuzz_command.ini" ) );
-    GTemplate& skin = engine( *instance );
-    instance->clear( u"*" );
+    GTemplate& skin = *engine( ).skin;
+    GInstance* const instance = skin.getInstance( );
     instance->set( u"Keys", u"k" );
     instance->set( u"Audio_Capture_Online", 1 );
     Fuzz::Input input( data, size );

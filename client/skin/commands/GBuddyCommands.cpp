@@ -1,5 +1,6 @@
 #include "client/skin/commands/GBuddyCommands.h"
 
+#include "base/GForeignText.h"
 #include "client/skin/GTemplate.h"
 #include "client/skin/GUserName.h"
 #include "client/skin/nodes/GEditNode.h"
@@ -13,6 +14,7 @@ constexpr GWStringView SCREEN_QUEUE = u"GScreenService_commandQueue";
 constexpr GWStringView CLIENT_QUEUE = u"GClient_commandQueue";
 // A talk of this many lines is kept for the window that shows it.
 constexpr int LONGEST_CHAT = 10000;
+constexpr size_t LONGEST_TITLE = 100;
 
 GWString getBaseName( const GWString& path )
 {
@@ -24,7 +26,7 @@ GWString getBaseName( const GWString& path )
 GWString getMenuTitle( GWString title )
 {
     std::erase_if( title, []( char16_t character ) { return character == u'(' || character == u')'; } );
-    return title;
+    return GForeignText( title, LONGEST_TITLE );
 }
 } // namespace
 
@@ -70,7 +72,8 @@ void GBuddyCommands::execute( const GCommand& command )
     if( command.subpath.empty( ) ) return _executeManagement( command );
     GWString rest = command.subpath;
     _buddy = GParseTools_takeStep( rest );
-    if( _buddy.empty( ) || !rest.empty( ) )
+    // What is no name becomes no queue, value, path or command.
+    if( _buddy.empty( ) || !rest.empty( ) || !GCaseEquals( _buddy, GSanitizeName( _buddy ) ) )
     {
         GLOG( u"WARNING Malformed buddy path '", command.path, u"', ignoring." );
         return;
@@ -235,7 +238,7 @@ void GBuddyCommands::_chat( const GCommand& command )
     GHTTPHeaders message( u"CHAT" );
     message.set( u"From", _instance.get( u"Local_User_GUID" ) );
     message.set( u"Action", action );
-    message.addContent( GWideToUTF8( text ) );
+    message.addContent( GWideToUTF8( GForeignTextShown( text ) ) );
     _engine.broadcastToBuddy( _buddy, message );
     if( action != u"send" ) return;
     const GWString queue = _name( u"_Chat_Queue" );

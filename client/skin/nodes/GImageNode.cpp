@@ -82,7 +82,9 @@ bool GImageNode::_preChildRender( GImageStack& images )
     int width = 0;
     int height = 0;
     images.getDimensions( width, height );
-    GRect target{ _x, _y, _x + width, _y + height };
+    constexpr int FARTHEST = 1 << 20;
+    const int x = std::clamp( _x, -FARTHEST, FARTHEST ), y = std::clamp( _y, -FARTHEST, FARTHEST );
+    GRect target{ x, y, x + width, y + height };
     if( _slice > 0 )
     {
         GNodeTools_drawSliced( images, format, pixels, rect, target, _slice );

@@ -19,6 +19,17 @@ int64_t tickOf( int64_t interval )
 }
 // A layer is held to what a desktop can show, whatever the skin says.
 constexpr int MAX_EDGE = 16384;
+constexpr int MAX_AREA = 1 << 25;
+
+// A rectangle of that size, within bounds.
+GRect sized( int left, int top, int width, int height )
+{
+    left = std::clamp( left, -MAX_EDGE, MAX_EDGE );
+    top = std::clamp( top, -MAX_EDGE, MAX_EDGE );
+    width = std::clamp( width, 0, MAX_EDGE );
+    height = std::clamp( height, 0, width ? std::min( MAX_EDGE, MAX_AREA / width ) : MAX_EDGE );
+    return { left, top, left + width, top + height };
+}
 
 // A value may hold what a peer wrote: nothing in it is to be expanded.
 void makePlain( GWString& text )
@@ -123,10 +134,7 @@ void GWindowNode::_create( GAttributeStack& stack )
     const GWString path = stack.eval( u"$path" );
     const size_t slash = path.rfind( u'/' );
     _path = slash == GWString::npos ? GWString( ) : path.substr( 0, slash );
-    _rect.left = stack.calc( u"$x" );
-    _rect.top = stack.calc( u"$y" );
-    _rect.right = _rect.left + std::clamp( stack.calc( u"$width" ), 0, MAX_EDGE );
-    _rect.bottom = _rect.top + std::clamp( stack.calc( u"$height" ), 0, MAX_EDGE );
+    _rect = sized( stack.calc( u"$x" ), stack.calc( u"$y" ), stack.calc( u"$width" ), stack.calc( u"$height" ) );
     _skinWidth = _rect.width( );
     _skinHeight = _rect.height( );
     stack.read( u"$remember", _remember );
@@ -246,7 +254,7 @@ void GWindowNode::_restorePlace( )
     GRect rect{ read( u"_Left" ), read( u"_Top" ), 0, 0 };
     const int width = read( u"_Width" );
     const int height = read( u"_Height" );
-    if( width < 1 || height < 1 ) return;
+    if( width < 1 || height < 1 || width > MAX_AREA / height ) return;
     // Screens come and go: a window that would lie outside stays where the skin puts it.
     const GRect area = GWinGetWorkArea( rect.left, rect.top );
     rect.right = rect.left + width;
@@ -547,8 +555,7 @@ void GWindowNode::fit( )
     int width = 0;
     int height = 0;
     calcMinSize( width, height );
-    _rect.right = _rect.left + std::clamp( width, 0, MAX_EDGE );
-    _rect.bottom = _rect.top + std::clamp( height, 0, MAX_EDGE );
+    _rect = sized( _rect.left, _rect.top, width, height );
     if( GRectHasVolume( _rect ) ) GWinMove( _win, GRect( _rect ) );
     _respond( GRESPONSE_RENDER );
 }

@@ -18,7 +18,8 @@ struct GTextFont
     bool antialiased = true; // Without it coverage is 0 or 255.
 };
 
-// How a text lies in its rectangle. Without word break it is one line: line ends count as blanks.
+// How a text lies in its rectangle. Without word break it is one line: line ends count as blanks. Other control characters have no
+// look; marks of foreign text (GForeignText.h) look like what they stand for.
 enum GTextFlags
 {
     GTEXT_CENTER = 1,

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <vector>
 
 namespace
@@ -134,6 +135,66 @@ TEST( GImageStack, AFrameWithoutOpacityLeavesWhatStandsBelow )
     layer.stack.fillRect( { 0, 0, 6, 6 }, BLUE );
     layer.stack.drawRect( { 1, 1, 5, 5 }, u"#00000000" );
     EXPECT_EQ( layer.count( BLUE ), 36 );
+}
+
+// Straight over premultiplied, to the nearest: colour = aA * A + ( 1 - aA ) * B, alpha = aA + ( 1 - aA ) * aB. Rows of every length,
+// so that wide and single steps agree.
+TEST( GImageStack, PicturesComposeExactlyOverAnyGround )
+{
+    uint32_t seed = 12345;
+    const auto random = [&seed]
+    {
+        seed = seed * 1664525 + 1013904223;
+        return static_cast<int>( seed >> 24 );
+    };
+    const auto divided = []( int value ) { return ( 2 * value + 255 ) / 510; };
+    for( const int ground : { 0, 1, 128, 254, 255 } )
+        for( int width = 1; width < 40; width++ )
+        {
+            Layer layer( width, 3 );
+            GString image( layer.pixels.size( ), '\0' );
+            for( size_t i = 0; i < image.size( ); i++ )
+            {
+                const bool edge = random( ) < 64;
+                image[i] = static_cast<char>( edge ? random( ) % 2 * 255 : random( ) );
+                layer.pixels[i] = static_cast<char>( i % 4 == 3 ? ground : random( ) % ( ground + 1 ) );
+            }
+            const GString before = layer.pixels;
+            layer.stack.drawBitmap( layer.format, image.data( ), { 0, 0, width, 3 }, 0 );
+            for( size_t i = 0; i < image.size( ); i++ )
+            {
+                const auto byte = []( const GString& bytes, size_t at )
+                { return static_cast<int>( static_cast<unsigned char>( bytes[at] ) ); };
+                const int alpha = byte( image, i / 4 * 4 + 3 );
+                const int source = i % 4 == 3 ? 255 : byte( image, i );
+                ASSERT_EQ( byte( layer.pixels, i ), divided( source * alpha + byte( before, i ) * ( 255 - alpha ) ) )
+                    << "width " << width << " ground " << ground << " byte " << i;
+                ASSERT_LE( byte( layer.pixels, i ), byte( layer.pixels, i / 4 * 4 + 3 ) )
+                    << "no colour above its alpha";
+            }
+        }
+}
+
+TEST( GImageStack, RectanglesOfAnySizeAreClipped )
+{
+    Layer layer( 4, 4 );
+    constexpr int FAR = std::numeric_limits<int>::max( ), NEAR = std::numeric_limits<int>::min( );
+    const GString image( 64, static_cast<char>( 255 ) );
+    layer.stack.pushTarget( { 1, 1, FAR, FAR } );
+    layer.stack.fillRect( { NEAR, NEAR, FAR, FAR }, RED );
+    layer.stack.drawRect( { NEAR, NEAR, FAR, FAR }, BLUE );
+    layer.stack.drawHorizLine( FAR, FAR, FAR, BLUE );
+    layer.stack.drawHorizLine( 0, 0, FAR, RED );
+    layer.stack.drawBitmap( { GIT_RGBA32, 4, 4 }, image.data( ), { 0, 0, 4, 4 }, { FAR - 4, FAR - 4, FAR, FAR }, 0 );
+    layer.stack.drawBitmap( { GIT_RGBA32, 4, 4 }, image.data( ), { NEAR, NEAR, FAR, FAR },
+                            { NEAR, NEAR, NEAR + 4, NEAR + 4 }, 0 );
+    layer.stack.invertRect( { FAR - 1, NEAR, FAR, FAR } );
+    layer.stack.pushTarget( { FAR - 1, FAR - 1, FAR, FAR } );
+    layer.stack.fillRect( { 0, 0, 9, 9 }, BLUE );
+    layer.stack.pop( );
+    layer.stack.pop( );
+    EXPECT_EQ( layer.count( 0 ), 7 );
+    EXPECT_EQ( layer.at( 2, 1 ), RED );
 }
 
 TEST( GImageStack, PrimitivesAreRelativeToTheFrame )

@@ -64,6 +64,15 @@ TEST_F( GImageToolsTest, ASourceMayNameARectangle )
     EXPECT_EQ( read( u"Picture(2,2,2,2)" ), ( GRect{ 0, 0, 6, 4 } ) );
 }
 
+TEST_F( GImageToolsTest, RectanglesBeyondMeasureAreClipped )
+{
+    for( const GWString rect :
+         { u"(0,0,99999999999999999999,9999999999)", u"(-9999999999,-2147483648,2147483647,2147483647)" } )
+        EXPECT_EQ( read( u"Picture" + rect ), read( u"Picture" ) );
+    for( const GWString rect : { u"(2147483646,0,2147483647,1)", u"(5,5,-5,-5)", u"(-2147483648,0,-2147483647,1)" } )
+        for( const int cell : { 0, 1, 2147483647, -2147483647 } ) read( u"Picture" + rect, cell, cell );
+}
+
 TEST_F( GImageToolsTest, ColumnAndRowMoveToACellOfTheSheet )
 {
     EXPECT_EQ( read( u"Picture(0,0,2,2)", 1, 1 ), ( GRect{ 2, 2, 4, 4 } ) );

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TemplateTest.h"
+#include "client/skin/nodes/GButtonNode.h"
 #include "client/skin/nodes/GEditNode.h"
 #include "client/skin/nodes/GListNode.h"
 #include "client/skin/nodes/GTableNode.h"

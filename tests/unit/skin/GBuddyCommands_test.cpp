@@ -51,6 +51,22 @@ TEST_F( GBuddyCommandsTest, UnknownBuddyCommandsAreWarnedOf )
     run( "(/buddies/x?sing)" );
 }
 
+TEST_F( GBuddyCommandsTest, WhatIsNoNameIsNoBuddy )
+{
+    load( "" );
+    hear( );
+    for( const std::string name : { "$Local_Password", "a(b", "x*", "a b", "a%b", "a\"b" } )
+    {
+        TestLog::expect( "WARNING Malformed buddy path '/buddies/" + name + "', ignoring." );
+        instance.set( GConcat( GUTF8ToWide( name ), u"_Audio_Enabled" ), 1 );
+        run( "(/buddies/" + name + "?call)" );
+        EXPECT_EQ( nextBroadcast( GUTF8ToWide( name ) ), "" );
+        EXPECT_EQ( value( GConcat( GUTF8ToWide( name ), u"_Call_State" ) ), "" );
+    }
+    run( "(/buddies/Bob@x?showscreen)" );
+    EXPECT_EQ( nextBroadcast( u"Bob@x" ), "SHARESCREEN" );
+}
+
 TEST_F( GBuddyCommandsTest, TalkTurnsUpTheMedia )
 {
     load( "" );
@@ -241,10 +257,12 @@ TEST_F( GBuddyCommandsTest, TheScreenOrAWindowIsShared )
 TEST_F( GBuddyCommandsTest, WindowsToShareAreOfferedByTitlesThatCannotCommand )
 {
     load( "" );
-    desktop.windows = { { 5, u"Editor" }, { 7, u"x)(/system?exit);y" } };
+    desktop.windows = { { 5, u"Editor" }, { 7, u"x)(/system?exit);y" }, { 9, u"$Local_Password" } };
     desktop.choice = 1;
     run( "(/buddies/bob@x?showwindow)" );
-    EXPECT_EQ( desktop.labels, ( std::vector<std::string>{ "Show 'Editor'", "Show 'x/system?exit;y'" } ) );
+    EXPECT_EQ( desktop.labels,
+               ( std::vector<std::string>{ "Show 'Editor'", "Show 'x/system?exit;y'", "Show '$Local_Password'" } ) )
+        << "as people read it";
     EXPECT_EQ( nextBroadcast( u"bob@x" ), "SHARESCREEN Window-ID=7" );
     EXPECT_EQ( client( ), "" );
     desktop.windows.clear( );

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "SkinTest.h"
+#include "base/GForeignText.h"
 #include "client/skin/GTemplate.h"
 
 #include <memory>
@@ -31,6 +32,7 @@ protected:
 
     void load( const std::string& content )
     {
+        file.reset( ); // It goes before another takes its name.
         file = std::make_unique<SkinFile>( "<skin>" + content + "</skin>" );
         engine.reset( GSAFENEW( GTemplate, ( &instance, file->path, makePlatform( ) ) ) );
     }
@@ -63,7 +65,7 @@ protected:
         platform.executeMenu = [this]( const GStringVector& labels )
         {
             desktop.labels.clear( );
-            for( const GWString& label : labels ) desktop.labels.push_back( text( label ) );
+            for( const GWString& label : labels ) desktop.labels.push_back( text( GForeignTextShown( label ) ) );
             ++desktop.menus;
             return desktop.choice;
         };

@@ -1,5 +1,6 @@
 #include "platform/common/GCaptureName.h"
 
+#include "base/GForeignText.h"
 #include "base/GUtil.h"
 
 namespace
@@ -20,7 +21,11 @@ GWString GCaptureFriendlyName( GWStringView name )
 {
     GWString plain( name );
     for( char16_t& unit : plain )
+    {
         if( isControl( unit ) ) unit = u' ';
+        // Names come from strangers' headsets too: what is shown must not be expanded. Other marks are common in good names.
+        if( unit == u'$' ) unit = GForeignTextMark( unit );
+    }
     plain = GTrim( plain );
     if( plain.size( ) <= GREATEST_LENGTH ) return plain;
     plain.resize( isFirstOfPair( plain[GREATEST_LENGTH - 1] ) ? GREATEST_LENGTH - 1 : GREATEST_LENGTH );

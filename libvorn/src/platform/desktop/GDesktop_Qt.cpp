@@ -1,5 +1,6 @@
 #include "platform/desktop/GDesktop_Qt.h"
 
+#include "base/GForeignText.h"
 #include "base/GPortable.h"
 
 #include <QApplication>
@@ -183,6 +184,7 @@ void GDesktopFlush( )
 
 QString GDesktopText( const GWString& text )
 {
+    if( GForeignTextIsMarked( text ) ) return QString::fromStdU16String( GForeignTextShown( text ) );
     return QString::fromUtf16( text.data( ), static_cast<qsizetype>( text.size( ) ) );
 }
 GWString GDesktopText( const QString& text )

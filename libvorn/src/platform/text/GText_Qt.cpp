@@ -1,5 +1,6 @@
 #include "platform/text/GText_Qt.h"
 
+#include "base/GForeignText.h"
 #include "base/GPortable.h"
 #include "platform/desktop/GDesktop_Qt.h"
 
@@ -21,14 +22,35 @@ int getLineHeight( const GTextRecord& text )
     return std::max( 1, text.metrics.height( ) );
 }
 
-// Line ends of all systems become separators that the layout knows, or blanks where all is one line.
+bool isLineEnd( char16_t unit )
+{
+    return ( unit >= u'\n' && unit <= u'\r' ) || unit == 0x0085 || unit == QChar::LineSeparator ||
+           unit == QChar::ParagraphSeparator;
+}
+bool isControl( char16_t unit )
+{
+    return unit < 0x20 || ( unit >= 0x7F && unit < 0xA0 );
+}
+
+// Line ends of all systems become separators that the layout knows, or blanks where all is one line. Other control characters have
+// no look.
 QString prepare( const GWString& string, bool severalLines )
 {
-    QString prepared =
-        QString::fromUtf16( string.data( ), static_cast<qsizetype>( std::min( string.size( ), MOST_UNITS ) ) );
-    prepared.replace( QLatin1String( "\r\n" ), QLatin1String( "\n" ) );
-    const QChar separator = severalLines ? QChar( QChar::LineSeparator ) : QChar( u' ' );
-    prepared.replace( u'\r', separator ).replace( u'\n', separator ).replace( u'\t', u' ' );
+    const GWString shown = GForeignTextIsMarked( string ) ? GForeignTextShown( string ) : GWString( );
+    const GWStringView text = GWStringView( shown.empty( ) ? string : shown ).substr( 0, MOST_UNITS );
+    QString prepared;
+    prepared.reserve( static_cast<qsizetype>( text.size( ) ) );
+    for( size_t i = 0; i < text.size( ); ++i )
+    {
+        const char16_t unit = text[i];
+        if( unit == u'\r' && i + 1 < text.size( ) && text[i + 1] == u'\n' ) continue;
+        if( isLineEnd( unit ) )
+            prepared += severalLines ? QChar( QChar::LineSeparator ) : QChar( u' ' );
+        else if( unit == u'\t' )
+            prepared += u' ';
+        else if( !isControl( unit ) )
+            prepared += QChar( unit );
+    }
     return prepared;
 }
 
