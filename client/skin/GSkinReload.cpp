@@ -22,7 +22,8 @@ int64_t getStamp( const GWString& file )
     const auto time = std::filesystem::last_write_time( path, error ).time_since_epoch( ).count( );
     if( error ) return 0;
     const auto size = std::filesystem::file_size( path, error );
-    return error ? 0 : static_cast<int64_t>( time ) * 31 + static_cast<int64_t>( size );
+    // Counted without a sign: the clock of files starts far from now.
+    return error ? 0 : static_cast<int64_t>( static_cast<uint64_t>( time ) * 31 + size );
 }
 
 // The path of `node` below `from`; empty when it is not there.
