@@ -9,7 +9,7 @@
 
 namespace
 {
-constexpr GWStringView STYLES = u"biusnmcr";
+constexpr GWStringView STYLES = u"biusnmcre";
 
 // How many letters must be put in, taken out or changed.
 size_t getDistance( const GWString& one, const GWString& other )

@@ -267,3 +267,15 @@ TEST( GSkinValues, KnowABuddysValueByItsEnd )
     EXPECT_FALSE( GSkinValuesContain( u"Online" ) );
     EXPECT_FALSE( GSkinValuesContain( u"" ) );
 }
+
+// What the client says of a log-on is shown in the skin's own words, case by case.
+TEST( ShippedSkin, HasWordsForEveryOutcomeOfALogon )
+{
+    Names outcomes;
+    for( const char* source : { "/client/app/GClient_Logon.cpp", "/client/skin/commands/GAccountCommands.cpp" } )
+        collect( load( VELMORA_SOURCE_DIR + std::string( source ) ), R"re(u"(-- [^"]+ --)")re", outcomes );
+    EXPECT_GE( outcomes.size( ), 13u );
+    const std::string skin = lower( load( VELMORA_SOURCE_DIR "/skin/template.xml" ) );
+    for( const std::string& outcome : outcomes )
+        EXPECT_NE( skin.find( "equals=\"" + outcome + "\"" ), std::string::npos ) << outcome;
+}
