@@ -57,7 +57,8 @@ GWinRecord::GWinRecord( const GRect& rect, bool topmost, IGWinListener* listener
     QObject::connect( &_settleTimer, &QTimer::timeout, this, [this]( ) { _settle( ); } );
     // The toolkit's own end of the alert stays in its buffer.
     _flashTimer.setSingleShot( true );
-    _flashTimer.setInterval( FLASH_MILLISECONDS + 100 );
+    // The toolkit ends the flashing by a coarse timer, up to a twentieth late, and does not send it off.
+    _flashTimer.setInterval( FLASH_MILLISECONDS + FLASH_MILLISECONDS / 10 + 100 );
     QObject::connect( &_flashTimer, &QTimer::timeout, this, []( ) { GDesktopFlush( ); } );
     windows_.insert( this );
 }
@@ -212,14 +213,6 @@ void GWinRecord::display( )
     GDesktopFlush( );
 }
 
-void GWinRecord::conceal( )
-{
-    setVisible( false );
-    _layer = QImage( );
-    _store.resize( QSize( ) );
-    GDesktopFlush( );
-}
-
 void GWinRecord::minimize( )
 {
     _undoMinimize = QDeadlineTimer( 0 );
@@ -275,7 +268,8 @@ void GWinShow( GWin win )
 void GWinHide( GWin win )
 {
     GPRECONDITION( win );
-    win->conceal( );
+    win->setVisible( false );
+    GDesktopFlush( );
 }
 void GWinMinimize( GWin win )
 {

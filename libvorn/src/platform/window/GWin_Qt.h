@@ -26,8 +26,6 @@ public:
     GRect getRect( ) const;
     void flashTwice( );
     void display( );
-    // Gives back what it shows; the listener brings it again when the window shows.
-    void conceal( );
     void minimize( );
     void restore( );
     // Follows the coming and going of a compositor.
