@@ -113,7 +113,8 @@ GTemplate::GTemplate( GInstance* instance, const GWString& filename, const GSkin
     _reload = std::make_unique<GSkinReload>( *this, filename, [this] { _wakeTimer( ); } );
     GTemplateFactory factory( _platform );
     GTRACK( GTemplateFactory, &factory );
-    GASSERT( _root = factory.load( _instance, this, _reload->getFile( ) ) );
+    GASSERT_TEXT( _root = factory.load( _instance, this, _reload->getFile( ) ),
+                  "_root = factory.load( _instance, this, filename )" );
     _update( GWString( ), _root, false );
 
     _instance->set( u"Misc_Hotkey_List", TALK_AGAIN );
