@@ -91,7 +91,7 @@ class Room:
 
     def client_on_line(self):
         """A client that is logged on and shows its buddy list."""
-        self.server = desk.Server(self.binaries, os.path.join(self.folder, "server"), 20000 + os.getpid() % 400 * 100)
+        self.server = desk.Server(self.binaries, os.path.join(self.folder, "server"))
         self.server.start()
         self.server.command("user", "add", "ann", "ann's secret", "ann@example.org")
         home = self.home("ann", f"AUTHENTICATE_Host={self.server.host}", "Local_User_GUID=ann@velmora.local", "Local_Password=ann's secret")

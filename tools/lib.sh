@@ -11,6 +11,14 @@ build() {
   NINJA_STATUS="[%f/%t %es] " ninja -C "$top/build/$preset" "$@"
 }
 
+# settle_disk: until what was built is on the disk, so that no program under test waits for it when it writes its own.
+settle_disk() {
+  local begin
+  begin=$(date +%s)
+  sync
+  echo "The disk took $(( $(date +%s) - begin )) s to take what was built."
+}
+
 # wait_for SECONDS COMMAND...: polls until the command succeeds.
 wait_for() {
   local deadline=$(( $(date +%s) + $1 )); shift

@@ -116,7 +116,7 @@ class Relay:
         def ready():
             with open(self.log_path) as log:
                 return "ready" in log.read()[begin:]
-        clients.wait(20, ready, "the relay's ready line")
+        clients.wait(60, ready, "the relay's ready line")
 
     def kill(self):
         self.process.kill()

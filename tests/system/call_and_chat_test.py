@@ -29,7 +29,7 @@ class Story:
         self.pictures = sys.argv[2] if len(sys.argv) > 2 else ""
         self.skin = desk.Skin(binaries)
         self.row = self.skin.first_picture()
-        self.server = desk.Server(binaries, os.path.join(self.room, "server"), 20000 + os.getpid() % 400 * 100)
+        self.server = desk.Server(binaries, os.path.join(self.room, "server"))
         clips = os.path.join(self.room, "clips")
         desk.run(os.path.join(desk.TOP, "tools/demo/make-clips"), clips)
         for sink in ("ann", "ben"):

@@ -21,7 +21,7 @@ class Story:
         self.room = desk.scratch()
         self.skin = desk.Skin(binaries)
         self.picture = self.skin.first_picture()
-        self.server = desk.Server(binaries, os.path.join(self.room, "server"), 20000 + os.getpid() % 400 * 100)
+        self.server = desk.Server(binaries, os.path.join(self.room, "server"))
         with open(os.path.join(self.server.folder, "velmora-server.ini"), "a") as out:
             out.write("contacts = agreed\n")
         clips = desk.clips(binaries)

@@ -3,11 +3,14 @@
 Run the tests below tests/support/with-desktop and tests/support/with-sound. Waiting always ends on a condition with a deadline.
 """
 import array
+import contextlib
 import glob
 import hashlib
 import os
+import random
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -101,15 +104,29 @@ class Skin:
         return x + 6, y + 23, 44, 44
 
 
-class Server:
-    """velmora-server in a folder of its own, on a range of ports of its own."""
+def free_ports(count):
+    """The first of `count` neighbours that nobody has, among those that the system gives to nobody by itself."""
+    while True:
+        base = random.randrange(1000, 3200) * 10
+        try:
+            with contextlib.ExitStack() as held:
+                for kind in (socket.SOCK_STREAM, socket.SOCK_DGRAM):
+                    for port in range(base, base + count):
+                        held.enter_context(socket.socket(socket.AF_INET, kind)).bind(("127.0.0.1", port))
+            return base
+        except OSError:
+            pass
 
-    def __init__(self, binaries, folder, base):
+
+class Server:
+    """velmora-server in a folder of its own, on ports of its own."""
+
+    def __init__(self, binaries, folder):
         self.program = os.path.join(binaries, "velmora-server")
-        self.folder, self.base, self.process = folder, base, None
+        self.folder, self.base, self.process = folder, free_ports(10), None
         os.makedirs(folder, exist_ok=True)
         with open(os.path.join(folder, "velmora-server.ini"), "w") as out:
-            out.write(f"domain = velmora.local\nport_base = {base}\nrelay_allow_private = yes\n")
+            out.write(f"domain = velmora.local\nport_base = {self.base}\nrelay_allow_private = yes\n")
 
     @property
     def host(self):
@@ -122,7 +139,14 @@ class Server:
         log = os.path.join(self.folder, f"server-{time.monotonic_ns()}.log")
         self.process = subprocess.Popen([self.program, "--config", "velmora-server.ini"], cwd=self.folder, stdout=open(log, "w"),
                                         stderr=subprocess.STDOUT)
-        wait(20, lambda: re.search("^ready", open(log).read(), re.M), "the server's ready line")
+
+        def ready():
+            with open(log) as text:
+                words = text.read()
+            assert self.process.poll() is None, f"the server ended with {self.process.returncode}: {words}"
+            return re.search("^ready", words, re.M)
+        # A new store is written through to the disk, which may be busy with what was built.
+        wait(60, ready, "the server's ready line")
 
     def kill(self):
         self.process.kill()

@@ -38,7 +38,7 @@ class Other:
 class Story:
     def __init__(self, binaries):
         self.room = desk.scratch()
-        self.server = desk.Server(binaries, os.path.join(self.room, "server"), 20000 + os.getpid() % 400 * 100)
+        self.server = desk.Server(binaries, os.path.join(self.room, "server"))
         clips = desk.clips(binaries)
         people = {"ann": "ann@velmora.local", "ben": BEN, "cara": CARA}
         for sink in people:

@@ -18,8 +18,7 @@ class Story:
         self.binaries, self.room = binaries, desk.scratch()
         self.skin = desk.Skin(binaries)
         self.picture = self.skin.first_picture()
-        base = 20000 + os.getpid() % 400 * 100
-        self.server = desk.Server(binaries, os.path.join(self.room, "server"), base)
+        self.server = desk.Server(binaries, os.path.join(self.room, "server"))
         clips = desk.clips(binaries)
         for sink in ("ann", "ben"):
             desk.run("pactl", "load-module", "module-null-sink", f"sink_name={sink}", "rate=48000")

@@ -79,7 +79,7 @@ class Server:
         def ready():
             assert self.process.poll() is None, f"the server ended: {self.log[begin:]}"
             return re.search("^ready", self.log[begin:], re.M)
-        wait(20, ready, "the server's ready line")
+        wait(60, ready, "the server's ready line")
 
     @property
     def log(self):
