@@ -23,22 +23,19 @@ def is_colour(pixel, colour):
             YELLOW: red > 180 and green > 150 and blue < 130, RED: red > green + 80 and red > 150}[colour]
 
 
-class Story:
+class Story(desk.Story):
     def __init__(self, binaries):
         self.room = desk.scratch()
         self.pictures = sys.argv[2] if len(sys.argv) > 2 else ""
         self.skin = desk.Skin(binaries)
         self.row = self.skin.first_picture()
         self.server = desk.Server(binaries, os.path.join(self.room, "server"))
-        clips = os.path.join(self.room, "clips")
-        desk.run(os.path.join(desk.TOP, "tools/demo/make-clips"), clips)
-        for sink in ("ann", "ben"):
-            desk.run("pactl", "load-module", "module-null-sink", f"sink_name={sink}", "rate=48000")
-        # An idle sink asks for data only after seconds; silence keeps it awake.
-        self.keepers = [desk.subprocess.Popen(["pacat", "--latency-msec=20", "-d", sink, "/dev/zero"]) for sink in ("ann", "ben")]
-        self.ann, self.ben = (desk.Client(binaries, os.path.join(self.room, name), name, self.server, os.path.join(clips, name + ".webm"), name,
-                                          (f"Local_User_GUID={account}", "Local_Password=a secret"))
-                              for name, account in (("ann", ANN), ("ben", BEN)))
+        clips = desk.clips(binaries)
+        self.open_sinks("ann", "ben")
+        self.people = self.ann, self.ben = tuple(
+            desk.Client(binaries, os.path.join(self.room, name), name, self.server, os.path.join(clips, name + ".webm"), name,
+                        (f"Local_User_GUID={account}", "Local_Password=a secret"))
+            for name, account in (("ann", ANN), ("ben", BEN)))
 
     # ---- What is on the screen.
 
@@ -195,17 +192,6 @@ class Story:
         return [self.both_are_online, self.a_call_rings_and_is_picked_up, self.both_are_heard_hands_free, self.the_caller_hangs_up,
                 self.a_call_is_declined_by_the_escape_key, self.a_call_is_declined_for_a_chat, self.what_is_written_arrives_as_it_stands,
                 self.a_line_opens_a_window_that_was_closed]
-
-    def last_words(self):
-        return [(f"{person.name}'s log", person.log[-4000:]) for person in (self.ann, self.ben)]
-
-    def clean_up(self):
-        for person in (self.ann, self.ben):
-            if person.process and person.process.poll() is None:
-                person.kill()
-        self.server.stop()
-        for keeper in self.keepers:
-            keeper.kill()
 
 
 STORY = Story(sys.argv[1])

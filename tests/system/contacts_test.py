@@ -16,7 +16,7 @@ BEN = "ben-2@velmora.local"
 ASKED = f"'{BEN}' asks to become a buddy."
 
 
-class Story:
+class Story(desk.Story):
     def __init__(self, binaries):
         self.room = desk.scratch()
         self.skin = desk.Skin(binaries)
@@ -25,9 +25,10 @@ class Story:
         with open(os.path.join(self.server.folder, "velmora-server.ini"), "a") as out:
             out.write("contacts = agreed\n")
         clips = desk.clips(binaries)
-        self.ann, self.ben = (desk.Client(binaries, os.path.join(self.room, name), account, self.server, os.path.join(clips, name + ".webm"), "",
-                                          (f"Local_User_GUID={account}@velmora.local", f"Local_Password={name}'s secret"))
-                              for name, account in (("ann", "ann"), ("ben", BEN.partition("@")[0])))
+        self.people = self.ann, self.ben = tuple(
+            desk.Client(binaries, os.path.join(self.room, name), account, self.server, os.path.join(clips, name + ".webm"), "",
+                        (f"Local_User_GUID={account}@velmora.local", f"Local_Password={name}'s secret"))
+            for name, account in (("ann", "ann"), ("ben", BEN.partition("@")[0])))
 
     def both_are_online_and_strangers(self):
         self.server.start()
@@ -103,15 +104,6 @@ class Story:
     def chapters(self):
         return [self.both_are_online_and_strangers, self.a_stranger_asks_and_does_not_reach_her, self.the_request_outlives_a_restart,
                 self.she_accepts_by_a_click_and_they_see_each_other]
-
-    def last_words(self):
-        return [(f"{person.name}'s log", person.log[-4000:]) for person in (self.ann, self.ben)]
-
-    def clean_up(self):
-        for person in (self.ann, self.ben):
-            if person.process and person.process.poll() is None:
-                person.kill()
-        self.server.stop()
 
 
 STORY = Story(sys.argv[1])

@@ -74,6 +74,28 @@ def tell(story, chapters):
     shutil.rmtree(story.room)
 
 
+class Story:
+    """What stories of several people share: `people` are the clients, `server` serves them; a story that needs them has sinks of its own."""
+    people, keepers = (), ()
+
+    def open_sinks(self, *names, quiet=()):
+        """A sink for each name. An idle one asks for data only after seconds: silence keeps all but the `quiet` ones awake."""
+        for name in names:
+            run("pactl", "load-module", "module-null-sink", f"sink_name={name}", "rate=48000")
+        self.keepers = [subprocess.Popen(["pacat", "--latency-msec=20", "-d", name, "/dev/zero"]) for name in names if name not in quiet]
+
+    def last_words(self):
+        return [(f"{person.name}'s log", person.log[-4000:]) for person in self.people]
+
+    def clean_up(self):
+        for person in self.people:
+            if person.process and person.process.poll() is None:
+                person.kill()
+        self.server.stop()
+        for keeper in self.keepers:
+            keeper.kill()
+
+
 class Skin:
     """Where the windows of the shipped skin take the pointer. A part is named by words that stand in its line of velmora-skin --places:
     "text=Log on", "var=Local_Password", "?close"."""

@@ -35,16 +35,13 @@ class Other:
         return re.findall(r"keysym \w+, (\w+)\)", open(self.path).read())
 
 
-class Story:
+class Story(desk.Story):
     def __init__(self, binaries):
         self.room = desk.scratch()
         self.server = desk.Server(binaries, os.path.join(self.room, "server"))
         clips = desk.clips(binaries)
         people = {"ann": "ann@velmora.local", "ben": BEN, "cara": CARA}
-        for sink in people:
-            desk.run("pactl", "load-module", "module-null-sink", f"sink_name={sink}", "rate=48000")
-        # An idle sink asks for data only after seconds; silence keeps it awake.
-        self.keepers = [subprocess.Popen(["pacat", "--latency-msec=20", "-d", sink, "/dev/zero"]) for sink in ("ben", "cara")]
+        self.open_sinks(*people, quiet=("ann",))
         self.ann, self.ben, self.cara = self.people = [
             desk.Client(binaries, os.path.join(self.room, name), guid.partition("@")[0], self.server,
                         os.path.join(clips, "ann.webm" if name == "ann" else "ben.webm"), name,
@@ -187,18 +184,10 @@ class Story:
                 self.another_layout_keeps_them, self.what_another_program_holds_is_refused_in_words, self.a_cleared_one_is_free,
                 self.they_come_back_after_a_restart]
 
-    def last_words(self):
-        return [(f"{person.name}'s log", person.log[-3000:]) for person in self.people]
-
     def clean_up(self):
-        for person in self.people:
-            if person.process and person.process.poll() is None:
-                person.kill()
-        self.server.stop()
+        super().clean_up()
         if hasattr(self, "other"):
             self.other.process.kill()
-        for keeper in self.keepers:
-            keeper.kill()
 
 
 STORY = Story(sys.argv[1])

@@ -13,19 +13,15 @@ LOUD = 300
 QUIET = 40
 
 
-class Story:
+class Story(desk.Story):
     def __init__(self, binaries):
         self.binaries, self.room = binaries, desk.scratch()
         self.skin = desk.Skin(binaries)
         self.picture = self.skin.first_picture()
         self.server = desk.Server(binaries, os.path.join(self.room, "server"))
         clips = desk.clips(binaries)
-        for sink in ("ann", "ben"):
-            desk.run("pactl", "load-module", "module-null-sink", f"sink_name={sink}", "rate=48000")
-        # An idle sink asks for data only after seconds; silence keeps it awake.
-        self.keepers = [desk.subprocess.Popen(["pacat", "--latency-msec=20", "-d", sink, "/dev/zero"]) for sink in ("ann", "ben")]
-        self.ann = self.client("ann", clips)
-        self.ben = self.client("ben", clips)
+        self.open_sinks("ann", "ben")
+        self.people = self.ann, self.ben = self.client("ann", clips), self.client("ben", clips)
         self.clips = clips
 
     def client(self, name, clips):
@@ -189,17 +185,6 @@ class Story:
                 self.a_buddy_is_added_through_the_window,
                 self.a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held,
                 self.server_and_client_come_back_by_themselves, self.both_end_clean]
-
-    def last_words(self):
-        return [(f"{person.name}'s log", person.log[-4000:]) for person in (self.ann, self.ben)]
-
-    def clean_up(self):
-        for person in (self.ann, self.ben):
-            if person.process and person.process.poll() is None:
-                person.kill()
-        self.server.stop()
-        for keeper in self.keepers:
-            keeper.kill()
 
 
 STORY = Story(sys.argv[1])
