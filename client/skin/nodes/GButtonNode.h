@@ -14,6 +14,7 @@ public:
     using GTemplateNode::GTemplateNode;
     static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
+    bool isDisabled( ) const { return _disabled; }
     bool isLatched( ) const { return _latched; }
 
     bool wantsKeyboardFocus( ) override { return _focusable && !_disabled; }

@@ -25,6 +25,7 @@ public:
     // Runs what the return key runs.
     void submit( ) { _executeOnEnter( ); }
 
+    bool isUntouchable( ) const { return _untouchable; }
     bool wantsKeyboardFocus( ) override { return true; }
     int onKeyboardFocusChanged( bool focus ) override;
     int onKeyDown( GWin win, int key ) override;

@@ -2,15 +2,16 @@
 
 #include "client/drawing/GImageStack.h"
 #include "client/drawing/GImageTools.h"
-#include "platform/GSystem.h"
+#include "client/skin/nodes/GNodeKeys.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace
 {
-constexpr int KEY_LBUTTON = 1;
 constexpr double WHEEL_STEP = 0.1;
+constexpr double ARROW_STEP = 0.05;
+constexpr double PAGE_STEP = 0.25;
 constexpr int TRACK_MODE = GIC_TILE_X | GIC_TILE_Y;
 constexpr int HANDLE_MODE = GIC_CENTER | GIC_MIDDLE;
 
@@ -30,6 +31,9 @@ GAttributeTable GScrollBarNode::getAttributeTable( )
           u"A blackboard list: when its length changes the bar jumps to the end." },
         { u"handlesrc", GAttributeKind::image, u"", u"The handle." },
         { u"backsrc", GAttributeKind::image, u"", u"The track below it, repeated." },
+        { u"focusable", GAttributeKind::toggle, u"off",
+          u"The tab key stops here, and arrow, page, home and end keys move it." },
+        { u"disabled", GAttributeKind::toggle, u"off", u"Takes no input and shows no handle." },
     };
     return ROWS;
 }
@@ -64,12 +68,19 @@ void GScrollBarNode::_publish( )
 void GScrollBarNode::_updateFrac( int x, int y )
 {
     const int pointer = _horiz ? x : y;
-    const double frac = _trackLength > 0 ? static_cast<double>( pointer - _trackStart ) / _trackLength : 0.0;
+    _moveTo( _trackLength > 0 ? static_cast<double>( pointer - _trackStart ) / _trackLength : 0.0 );
+}
+
+// For input: the answer says whether anything moved.
+int GScrollBarNode::_moveTo( double frac )
+{
+    const double before = _frac;
     const GNotifyHandle listener = _listener;
     // The answer to the event asks for the pass already.
     _listener = nullptr;
     setFrac( frac );
     _listener = listener;
+    return _frac == before ? GRESPONSE_NONE : GRESPONSE_UPDATE;
 }
 
 // ---- Update.
@@ -104,6 +115,8 @@ bool GScrollBarNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$horiz", _horiz );
     changed |= stack.read( u"$handlesrc", _handleSrc );
     changed |= stack.read( u"$backsrc", _backSrc );
+    changed |= stack.read( u"$focusable", _focusable );
+    changed |= stack.read( u"$disabled", _disabled );
     if( _name.empty( ) ) return changed;
     // Into the scope around this node, for the siblings that follow; an empty one takes its place for the pop to come.
     stack.pop( );
@@ -130,6 +143,7 @@ void GScrollBarNode::calcMinSize( int& width, int& height )
 bool GScrollBarNode::_preChildRender( GImageStack& images )
 {
     images.setInputHandler( this );
+    if( _focus && !_clicked && wantsKeyboardFocus( ) ) images.markFocus( );
     int width = 0;
     int height = 0;
     images.getDimensions( width, height );
@@ -150,6 +164,7 @@ bool GScrollBarNode::_preChildRender( GImageStack& images )
     const int along = static_cast<int>( std::lround( _frac * _trackLength ) );
     const int across =
         GNodeTools_offset( _horiz ? height : width, _horiz ? handle.height( ) : handle.width( ), true, false );
+    if( _disabled ) return true;
     if( _horiz )
         _draw( images, _handleSrc, { along, across, along + extent, std::max( across, height ) }, HANDLE_MODE );
     else
@@ -172,22 +187,26 @@ void GScrollBarNode::_draw( GImageStack& images, const GWString& source, const G
 
 bool GScrollBarNode::_isButtonDown( ) const
 {
-    return GSystemIsKeyDown( KEY_LBUTTON );
+    return GNodeKeys_isDown( GKEY_LBUTTON );
 }
 
 int GScrollBarNode::onLButtonDown( GWin, int x, int y )
 {
+    if( _disabled ) return GRESPONSE_NONE;
+    _clicked = _held = true;
     _updateFrac( x, y );
     return GRESPONSE_UPDATE | GRESPONSE_CAPTURE;
 }
 
 int GScrollBarNode::onLButtonUp( GWin, int, int )
 {
+    _held = false;
     return GRESPONSE_RELEASE;
 }
 
 int GScrollBarNode::onMouseMove( GWin, int x, int y )
 {
+    if( _disabled ) return GRESPONSE_RELEASE;
     if( !_isButtonDown( ) ) return GRESPONSE_RELEASE;
     _updateFrac( x, y );
     return GRESPONSE_UPDATE;
@@ -195,7 +214,36 @@ int GScrollBarNode::onMouseMove( GWin, int x, int y )
 
 int GScrollBarNode::onMouseWheel( GWin, int steps )
 {
-    if( _trackLength < 1 ) return GRESPONSE_NONE;
+    if( _disabled || _trackLength < 1 ) return GRESPONSE_NONE;
     setFrac( _frac - steps * WHEEL_STEP );
     return GRESPONSE_UPDATE;
+}
+
+int GScrollBarNode::onKeyboardFocusChanged( bool focus )
+{
+    _focus = focus;
+    _clicked &= focus && _held;
+    return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
+}
+
+int GScrollBarNode::onKeyDown( GWin, int key )
+{
+    if( !wantsKeyboardFocus( ) ) return GRESPONSE_NONE;
+    double to = _frac;
+    switch( key )
+    {
+    case GKEY_UP:
+    case GKEY_LEFT: to -= ARROW_STEP; break;
+    case GKEY_DOWN:
+    case GKEY_RIGHT: to += ARROW_STEP; break;
+    case GKEY_PAGE_UP: to -= PAGE_STEP; break;
+    case GKEY_PAGE_DOWN: to += PAGE_STEP; break;
+    case GKEY_HOME: to = 0; break;
+    case GKEY_END: to = 1; break;
+    default: return GRESPONSE_NONE;
+    }
+    // Who uses the keys sees where they act.
+    const bool ring = _clicked;
+    _clicked = false;
+    return _moveTo( to ) | ( ring ? GRESPONSE_RENDER : GRESPONSE_NONE );
 }

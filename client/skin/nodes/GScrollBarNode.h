@@ -1,5 +1,6 @@
 // A track with a handle: gives its position in thousandths as an attribute to the nodes below, after and around it, and jumps to
-// the end when the list that it follows changes its length. User-interface thread.
+// the end when the list that it follows changes its length. With "$focusable" it is a stop of the tab key, and arrow, page, home and end
+// keys move it; while it is disabled it takes no input and shows no handle. User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
@@ -16,7 +17,11 @@ public:
     // 0 to 1, held within. Seen by the other nodes at the next update.
     void setFrac( double frac );
     double getFrac( ) const { return _frac; }
+    bool isDisabled( ) const { return _disabled; }
 
+    bool wantsKeyboardFocus( ) override { return _focusable && !_disabled; }
+    int onKeyboardFocusChanged( bool focus ) override;
+    int onKeyDown( GWin win, int key ) override;
     int onMouseMove( GWin win, int x, int y ) override;
     int onLButtonDown( GWin win, int x, int y ) override;
     int onLButtonUp( GWin win, int x, int y ) override;
@@ -31,6 +36,7 @@ protected:
 
 private:
     void _updateFrac( int x, int y );
+    int _moveTo( double frac );
     void _followList( GAttributeStack& stack );
     void _draw( GImageStack& images, const GWString& source, const GRect& target, int mode );
     void _publish( );
@@ -39,6 +45,11 @@ private:
     double _frac = 0;
     GWString _name;
     bool _horiz = false;
+    bool _focusable = false;
+    bool _disabled = false;
+    bool _focus = false;
+    bool _clicked = false; // The focus came by a click, which needs no ring to tell where it is.
+    bool _held = false;    // By the mouse.
     GWString _handleSrc;
     GWString _backSrc;
     GWString _watchName;

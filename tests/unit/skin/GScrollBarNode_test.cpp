@@ -2,6 +2,7 @@
 
 #include "NodeTest.h"
 #include "client/skin/nodes/GDefaultNode.h"
+#include "client/skin/nodes/GNodeKeys.h"
 
 namespace
 {
@@ -150,4 +151,82 @@ TEST_F( GScrollBarNodeTest, LeastSizeIsThatOfItsPictures )
     bar( { { u"backsrc", u"back" }, { u"handlesrc", u"handle" } } )->calcMinSize( width, height );
     EXPECT_EQ( width, 6 );
     EXPECT_EQ( height, 10 );
+}
+
+// ---- Keyboard.
+
+TEST_F( GScrollBarNodeTest, IsNoStopOfTheTabKeyUnlessItIsAskedToBe )
+{
+    HeldScrollBar* node = bar( { } );
+    EXPECT_FALSE( node->wantsKeyboardFocus( ) );
+    EXPECT_EQ( node->onKeyDown( nullptr, GKEY_END ), GRESPONSE_NONE );
+    EXPECT_EQ( node->getFrac( ), 0.0 );
+    EXPECT_TRUE( bar( { { u"focusable", u"1" } } )->wantsKeyboardFocus( ) );
+}
+
+TEST_F( GScrollBarNodeTest, KeysMoveIt )
+{
+    for( const GWStringView horizontal : { u"0", u"1" } )
+    {
+        HeldScrollBar* node = bar( { { u"focusable", u"1" }, { u"horiz", GWString( horizontal ) } } );
+        EXPECT_EQ( node->onKeyDown( nullptr, GKEY_DOWN ), GRESPONSE_UPDATE );
+        EXPECT_NEAR( node->getFrac( ), 0.05, 0.001 );
+        node->onKeyDown( nullptr, GKEY_RIGHT );
+        EXPECT_NEAR( node->getFrac( ), 0.1, 0.001 );
+        node->onKeyDown( nullptr, GKEY_UP );
+        node->onKeyDown( nullptr, GKEY_LEFT );
+        EXPECT_NEAR( node->getFrac( ), 0.0, 0.001 );
+        EXPECT_EQ( node->onKeyDown( nullptr, GKEY_END ), GRESPONSE_UPDATE );
+        EXPECT_EQ( node->getFrac( ), 1.0 );
+        EXPECT_EQ( node->onKeyDown( nullptr, GKEY_END ), GRESPONSE_NONE ) << "there already";
+        node->onKeyDown( nullptr, GKEY_PAGE_UP );
+        EXPECT_NEAR( node->getFrac( ), 0.75, 0.001 );
+        node->onKeyDown( nullptr, GKEY_PAGE_DOWN );
+        node->onKeyDown( nullptr, GKEY_PAGE_DOWN );
+        EXPECT_EQ( node->getFrac( ), 1.0 );
+        node->onKeyDown( nullptr, GKEY_HOME );
+        EXPECT_EQ( node->getFrac( ), 0.0 );
+        EXPECT_EQ( node->onKeyDown( nullptr, GKEY_TAB ), GRESPONSE_NONE ) << "for the window";
+    }
+}
+
+TEST_F( GScrollBarNodeTest, TheFocusIsMarkedWhenItCameByTheKeyboard )
+{
+    HeldScrollBar* node = bar( { { u"focusable", u"1" } } );
+    const auto isMarked = [this]( )
+    {
+        GRect ring;
+        return draw( 10, 100 ).images.getFocus( ring ) && ring == GRect{ 0, 0, 10, 100 };
+    };
+    EXPECT_FALSE( isMarked( ) );
+    EXPECT_EQ( node->onKeyboardFocusChanged( true ), GRESPONSE_RENDER );
+    EXPECT_TRUE( isMarked( ) );
+    node->onKeyboardFocusChanged( false );
+    EXPECT_FALSE( isMarked( ) );
+    node->onLButtonDown( nullptr, 5, 50 );
+    node->onKeyboardFocusChanged( true );
+    EXPECT_FALSE( isMarked( ) ) << "a click needs no ring";
+    node->onLButtonUp( nullptr, 5, 50 );
+    node->onKeyDown( nullptr, GKEY_HOME );
+    EXPECT_TRUE( isMarked( ) );
+}
+
+TEST_F( GScrollBarNodeTest, DisabledItTakesNoInputAndShowsNoHandle )
+{
+    picture( u"back", 4, 4, 0x101010FF );
+    picture( u"handle", 4, 10, 0xFF0000FF );
+    HeldScrollBar* node = bar( { { u"backsrc", u"back" },
+                                 { u"handlesrc", u"handle" },
+                                 { u"focusable", u"1" },
+                                 { u"disabled", u"$Nothing_To_Scroll" } } );
+    EXPECT_EQ( draw( 4, 50 ).at( 1, 0 ), 0xFF0000FFu );
+    instance->set( u"Nothing_To_Scroll", 1 );
+    EXPECT_TRUE( update( ) );
+    EXPECT_EQ( draw( 4, 50 ).at( 1, 0 ), 0x101010FFu );
+    EXPECT_FALSE( node->wantsKeyboardFocus( ) );
+    EXPECT_EQ( node->onLButtonDown( nullptr, 2, 40 ), GRESPONSE_NONE );
+    EXPECT_EQ( node->onMouseMove( nullptr, 2, 40 ), GRESPONSE_RELEASE );
+    EXPECT_EQ( node->onMouseWheel( nullptr, -1 ), GRESPONSE_NONE );
+    EXPECT_EQ( node->onKeyDown( nullptr, GKEY_END ), GRESPONSE_NONE );
+    EXPECT_EQ( node->getFrac( ), 0.0 );
 }
