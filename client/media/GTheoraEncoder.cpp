@@ -7,6 +7,10 @@
 
 namespace
 {
+constexpr ogg_uint32_t KEY_PERIOD = 64;
+// Of the first byte of a picture: not a header, and not built on the picture before.
+constexpr unsigned char KEY_BITS = 0xC0;
+
 // The one set of codec parameters: the codebook and the encoder must agree on it, and both ends of a call compute it. A frame
 // carries its own time in the packet, so the codec's rate is a formal 1:1.
 void fillInfo( theora_info& info, int width, int height )
@@ -23,8 +27,8 @@ void fillInfo( theora_info& info, int width, int height )
     info.quick_p = 1;
     info.dropframes_p = 0;
     info.keyframe_auto_p = 1;
-    info.keyframe_frequency = 64;
-    info.keyframe_frequency_force = 64;
+    info.keyframe_frequency = KEY_PERIOD;
+    info.keyframe_frequency_force = KEY_PERIOD;
     info.keyframe_data_target_bitrate = 67500;
     info.keyframe_auto_threshold = 80;
     info.keyframe_mindistance = 8;
@@ -94,6 +98,7 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     GPRECONDITION( sampleBuffer && length >= 0 );
     GLOGIF( 'E', u"GTheoraEncoder::encode( sampleBuffer=..., length=", length, u", packetBuffer=... )" );
     packetBuffer.clear( );
+    _isKeyPicture = false;
     if( !_fillPlanes( sampleBuffer, length ) ) return;
     GASSERT_TEXT( _encoderInfo.width == static_cast<ogg_uint32_t>( _outputWidth ) &&
                       _encoderInfo.height == static_cast<ogg_uint32_t>( _outputHeight ),
@@ -108,10 +113,19 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     yuv.u = luma + _outputWidth * _outputHeight;
     yuv.v = yuv.u + yuv.uv_width * yuv.uv_height;
     ogg_packet oggPacket;
+    if( _isAfresh ) _setKeyPeriod( 1 );
     GASSERT( !theora_encode_YUVin( &_theoraState, &yuv ) );
+    if( _isAfresh ) _setKeyPeriod( KEY_PERIOD );
+    _isAfresh = false;
     GASSERT( theora_encode_packetout( &_theoraState, 0, &oggPacket ) == 1 );
+    _isKeyPicture = oggPacket.bytes > 0 && !( *oggPacket.packet & KEY_BITS );
     GSerialize( oggPacket, packetBuffer );
     if( GLogTest( 'E' ) ) _verify( packetBuffer );
+}
+
+void GTheoraEncoder::_setKeyPeriod( ogg_uint32_t pictures )
+{
+    theora_control( &_theoraState, TH_ENCCTL_SET_KEYFRAME_FREQUENCY_FORCE, &pictures, sizeof( pictures ) );
 }
 
 // Brings the source to planes of the output size in `_scaled`.

@@ -22,10 +22,15 @@ public:
     // Replaces `packetBuffer` with one serialized frame; empty for a source that is neither GIT_RGB24 nor GIT_YUY2, after a warning.
     // Precondition "sampleBuffer && length >= 0". Allocates nothing once its buffers have grown.
     void encode( const char* sampleBuffer, int length, GString& packetBuffer );
+    // The next frame stands by itself, as the first one does.
+    void startAfresh( ) { _isAfresh = true; }
+    // Whether the last frame that `encode` gave stands by itself.
+    bool isKeyPicture( ) const { return _isKeyPicture; }
     int getOutputWidth( ) const { return _outputWidth; }
     int getOutputHeight( ) const { return _outputHeight; }
 
 private:
+    void _setKeyPeriod( ogg_uint32_t pictures );
     bool _fillPlanes( const char* sampleBuffer, int length );
     void _verify( const GString& packetBuffer );
 
@@ -36,6 +41,8 @@ private:
     theora_info _encoderInfo;
     theora_state _theoraState;
     std::unique_ptr<GTheoraDecoder> _debug_decoder;
+    bool _isAfresh = false;
+    bool _isKeyPicture = false;
     GString _cropped;
     GString _planar;
     GString _scaled;

@@ -116,6 +116,7 @@ void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
     _localCapture = nullptr;
     GLOGIF( 'v', _streams.size( ), u" capture streams on close, stopping." );
     while( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
+    _unshare( );
     if( _recorder ) GAVCaptureClose( _recorder );
     _recorder = nullptr;
 }
@@ -152,7 +153,7 @@ void GVideoCaptureService::_onStart( const GHTTPHeaders& command )
     if( _recorder ) _stopRecorder( );
     _instance->set( u"Video_Capture_Status", u"Starting..." );
     _instance->set( u"Audio_Capture_Status", u"Starting..." );
-    const int size = static_cast<int>( _instance->calc( u"Video_Size" ) );
+    const int size = GVideoEncoding_getEdge( _instance );
     GWString audioName = command.get( u"Audio_Capture_Device" );
     GWString videoName = command.get( u"Video_Capture_Device" );
     if( audioName == NO_AUDIO ) audioName.clear( );
@@ -161,9 +162,9 @@ void GVideoCaptureService::_onStart( const GHTTPHeaders& command )
     if( !_recorder ) return _onStartFailed( );
     _publishMedium( u"Audio", audioName, !audioName.empty( ), GAVCaptureIsAudioWorking( _recorder ) );
     _publishMedium( u"Video", videoName, !videoName.empty( ), GAVCaptureIsVideoWorking( _recorder ) );
-    _instance->set( u"Video_Capture_FSM_Status", u"Online" );
     GAVCaptureSubscribeVideo( _recorder, _localCapture );
     GAVCaptureSubscribeAudio( _recorder, _localCapture );
+    if( _instance->test( u"Robust_Media" ) ) _share( );
     _restartStreams( );
     _instance->enqueue( u"GSIPService_commandQueue", GHTTPHeaders( u"UPDATECAPTURE" ) );
 }
@@ -173,6 +174,7 @@ void GVideoCaptureService::_stopRecorder( )
     GLOG( u"Recorder already exists; stopping ", _streams.size( ), u" existing capture streams" );
     _setStatus( u"Stopping..." );
     for( const auto& [name, stream] : _streams ) _unsubscribe( stream );
+    _unshare( );
     GASSERT( _localCapture );
     GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
     GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
@@ -242,7 +244,9 @@ void GVideoCaptureService::_onReset( const GHTTPHeaders& command )
         return;
     }
     GLOGIF( 'v', u"Received 'RESET' request on stream '", name );
+    if( _shared ) _shared->remove( stream->second );
     stream->second->setFormat( command );
+    if( _shared ) _shared->add( stream->second );
     GLOGIF( 'v', u"Completed 'RESET' request on stream '", name );
 }
 
@@ -259,14 +263,32 @@ void GVideoCaptureService::_onClose( const GHTTPHeaders& command )
     _deleteStream( stream );
 }
 
+void GVideoCaptureService::_share( )
+{
+    _shared = std::make_unique<GSharedEncoding>( _instance, _port );
+    GAVCaptureSubscribeAudio( _recorder, _shared.get( ) );
+    GAVCaptureSubscribeVideo( _recorder, _shared.get( ) );
+}
+
+// All streams have left.
+void GVideoCaptureService::_unshare( )
+{
+    if( !_shared ) return;
+    GAVCaptureUnsubscribeAudio( _recorder, _shared.get( ) );
+    GAVCaptureUnsubscribeVideo( _recorder, _shared.get( ) );
+    _shared.reset( );
+}
+
 void GVideoCaptureService::_subscribe( GVideoCaptureStream* stream )
 {
+    if( _shared ) return _shared->add( stream );
     GAVCaptureSubscribeAudio( _recorder, stream );
     GAVCaptureSubscribeVideo( _recorder, stream );
 }
 
 void GVideoCaptureService::_unsubscribe( GVideoCaptureStream* stream )
 {
+    if( _shared ) return _shared->remove( stream );
     GAVCaptureUnsubscribeAudio( _recorder, stream );
     GAVCaptureUnsubscribeVideo( _recorder, stream );
 }

@@ -1,10 +1,10 @@
 // Owns the one recorder, the live camera and microphone, and one outgoing stream for each device session that is up. Commands on
 // GVideoCaptureService_commandQueue: START, OPEN, RESET, CLOSE, the four preview switches, and LISTDEVICES, which looks again for
-// what is plugged in.
+// what is plugged in. Robust_Media is read by START.
 #pragma once
 
 #include "client/media/GLocalCapture.h"
-#include "client/media/GVideoCaptureStream.h"
+#include "client/media/GSharedEncoding.h"
 #include "runtime/GThreadObject.h"
 
 class GVideoCaptureService : public GThreadObject
@@ -31,6 +31,8 @@ private:
     void _onOpen( const GHTTPHeaders& command );
     void _onReset( const GHTTPHeaders& command );
     void _onClose( const GHTTPHeaders& command );
+    void _share( );
+    void _unshare( );
     void _subscribe( GVideoCaptureStream* stream );
     void _unsubscribe( GVideoCaptureStream* stream );
     void _deleteStream( Streams::iterator stream );
@@ -42,5 +44,6 @@ private:
     GEvent _commandEvent;
     GAVCapture _recorder = nullptr;
     GLocalCapture* _localCapture = nullptr;
+    std::unique_ptr<GSharedEncoding> _shared; // With Robust_Media, while there is a recorder.
     Streams _streams;
 };

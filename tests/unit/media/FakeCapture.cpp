@@ -1,18 +1,48 @@
 #include "FakeCapture.h"
 
-struct GAVCaptureRecord
-{
-};
+#include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace
 {
-GAVCaptureRecord record_;
+bool works( const GWString& device )
+{
+    return !device.empty( ) && !FakeCapture::get( ).broken.contains( device );
 }
+
+template <typename Listener>
+void removeFrom( std::vector<Listener*>& listeners, Listener* listener )
+{
+    EXPECT_EQ( std::erase( listeners, listener ), 1U ) << "who unsubscribes was never there";
+}
+} // namespace
 
 FakeCapture& FakeCapture::get( )
 {
     static FakeCapture capture;
     return capture;
+}
+
+void FakeCapture::reset( )
+{
+    *this = FakeCapture( );
+}
+
+std::vector<IGCaptureAudioListener*> FakeCapture::audioListeners( ) const
+{
+    std::vector<IGCaptureAudioListener*> all;
+    for( const auto& record : records )
+        all.insert( all.end( ), record->audioListeners.begin( ), record->audioListeners.end( ) );
+    return all;
+}
+
+std::vector<IGCaptureVideoListener*> FakeCapture::videoListeners( ) const
+{
+    std::vector<IGCaptureVideoListener*> all;
+    for( const auto& record : records )
+        all.insert( all.end( ), record->videoListeners.begin( ), record->videoListeners.end( ) );
+    return all;
 }
 
 void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList )
@@ -21,7 +51,7 @@ void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList )
     videoList = FakeCapture::get( ).videoDevices;
 }
 GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDevice, int bytesPerSample, int frequency,
-                           int fps, int width, int )
+                           int fps, int width, int height )
 {
     FakeCapture& capture = FakeCapture::get( );
     if( !capture.canOpen ) return nullptr;
@@ -32,33 +62,43 @@ GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDev
     capture.frequency = frequency;
     capture.fps = fps;
     capture.width = width;
-    return &record_;
+    capture.height = height;
+    auto record = std::make_unique<GAVCaptureRecord>( );
+    record->audioDevice = audioDevice;
+    record->videoDevice = videoDevice;
+    record->audioWorks = works( audioDevice );
+    record->videoWorks = works( videoDevice );
+    capture.records.push_back( std::move( record ) );
+    return capture.records.back( ).get( );
 }
-void GAVCaptureClose( GAVCapture )
+void GAVCaptureClose( GAVCapture handle )
 {
-    ++FakeCapture::get( ).closed;
+    FakeCapture& capture = FakeCapture::get( );
+    ++capture.closed;
+    EXPECT_TRUE( handle->audioListeners.empty( ) && handle->videoListeners.empty( ) );
+    std::erase_if( capture.records, [handle]( const auto& record ) { return record.get( ) == handle; } );
 }
-void GAVCaptureSubscribeAudio( GAVCapture, IGCaptureAudioListener* listener )
+void GAVCaptureSubscribeAudio( GAVCapture capture, IGCaptureAudioListener* listener )
 {
-    FakeCapture::get( ).audioListeners.insert( listener );
+    capture->audioListeners.push_back( listener );
 }
-void GAVCaptureSubscribeVideo( GAVCapture, IGCaptureVideoListener* listener )
+void GAVCaptureSubscribeVideo( GAVCapture capture, IGCaptureVideoListener* listener )
 {
-    FakeCapture::get( ).videoListeners.insert( listener );
+    capture->videoListeners.push_back( listener );
 }
-void GAVCaptureUnsubscribeAudio( GAVCapture, IGCaptureAudioListener* listener )
+void GAVCaptureUnsubscribeAudio( GAVCapture capture, IGCaptureAudioListener* listener )
 {
-    FakeCapture::get( ).audioListeners.erase( listener );
+    removeFrom( capture->audioListeners, listener );
 }
-void GAVCaptureUnsubscribeVideo( GAVCapture, IGCaptureVideoListener* listener )
+void GAVCaptureUnsubscribeVideo( GAVCapture capture, IGCaptureVideoListener* listener )
 {
-    FakeCapture::get( ).videoListeners.erase( listener );
+    removeFrom( capture->videoListeners, listener );
 }
-bool GAVCaptureIsAudioWorking( GAVCapture )
+bool GAVCaptureIsAudioWorking( GAVCapture capture )
 {
-    return FakeCapture::get( ).audioWorks && !FakeCapture::get( ).audioDevice.empty( );
+    return capture->audioWorks;
 }
-bool GAVCaptureIsVideoWorking( GAVCapture )
+bool GAVCaptureIsVideoWorking( GAVCapture capture )
 {
-    return FakeCapture::get( ).videoWorks && !FakeCapture::get( ).videoDevice.empty( );
+    return capture->videoWorks;
 }

@@ -1,27 +1,43 @@
-// A recorder under the test's control: it tells what was opened, and hands the test's frames to the subscribers.
+// Recorders under the test's control: it tells what was opened, lets devices come and go, and hands the test's frames to the subscribers.
 #pragma once
 
 #include "platform/GAVCapture.h"
 
+#include <memory>
 #include <set>
+
+struct GAVCaptureRecord
+{
+    GWString audioDevice;
+    GWString videoDevice;
+    bool audioWorks = false;
+    bool videoWorks = false;
+    std::vector<IGCaptureAudioListener*> audioListeners;
+    std::vector<IGCaptureVideoListener*> videoListeners;
+};
 
 struct FakeCapture
 {
     bool canOpen = true;
-    bool audioWorks = true;
-    bool videoWorks = true;
+    std::set<GWString> broken; // Devices that do not work, whatever their medium.
+    GStringList audioDevices;
+    GStringList videoDevices;
+
+    // What happened.
     int opened = 0;
     int closed = 0;
-    GWString audioDevice;
+    GWString audioDevice; // As it was last asked for, here and below.
     GWString videoDevice;
     int bytesPerSample = 0;
     int frequency = 0;
     int fps = 0;
     int width = 0;
-    GStringList audioDevices;
-    GStringList videoDevices;
-    std::set<IGCaptureAudioListener*> audioListeners;
-    std::set<IGCaptureVideoListener*> videoListeners;
+    int height = 0;
+    std::vector<std::unique_ptr<GAVCaptureRecord>> records; // Those that are open.
 
     static FakeCapture& get( );
+    void reset( );
+    // In the order in which they subscribed.
+    std::vector<IGCaptureAudioListener*> audioListeners( ) const;
+    std::vector<IGCaptureVideoListener*> videoListeners( ) const;
 };

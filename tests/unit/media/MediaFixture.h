@@ -26,7 +26,7 @@ protected:
         now = 13000000000000000ULL;
         GTimeSetSource( [] { return now.load( ); } );
         FakeSound::get( ).reset( );
-        FakeCapture::get( ) = FakeCapture( );
+        FakeCapture::get( ).reset( );
         instance.reset( GSAFENEW( GInstance, ( u"media-test-settings.ini" ) ) );
         instance->set( u"Local_User_GUID", u"ann@velmora.local" );
         instance->set( u"Local_Device_GUID", u"dev1" );
