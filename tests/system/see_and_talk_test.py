@@ -97,7 +97,7 @@ class Story(desk.Story):
                 return red > blue + 10 if warm else blue > red - 10
             desk.wait(20, right_colour, f"{name} to show the right face")
 
-    def a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held(self):
+    def a_voice_is_heard_while_the_picture_is_pressed(self):
         recording = desk.Recording("ben", os.path.join(self.room, "ben.raw"))
         x, y, width, height = self.picture
         self.ann_list.pointer(x + width // 2, y + height // 2)
@@ -105,25 +105,38 @@ class Story(desk.Story):
         time.sleep(4)
         desk.run("xdotool", "mouseup", "1")
         desk.run("xdotool", "mousemove", "40", "760")
+        assert max(desk.envelope(recording.stop())) > LOUD, "no speech while the picture was pressed"
+
+    def a_voice_is_heard_while_the_key_is_held(self):
+        own = other = 0
+        for _ in range(3):  # Where a busy machine lets the sound stutter, another word is said.
+            speech = self.words_while_the_key_is_held()
+            own = desk.likeness(speech, desk.envelope(desk.clip_samples(self.ann.clip)))
+            other = desk.likeness(speech, desk.envelope(desk.clip_samples(self.ben.clip)))
+            print(f"    likeness to ann's voice {own:.2f}, to ben's {other:.2f}")
+            if own > 0.7 and own > other + 0.15:
+                return
+        raise AssertionError(f"not ann's voice: {own:.2f} against {other:.2f}")
+
+    def words_while_the_key_is_held(self):
+        """The loudness of what ben heard; it is checked that there was speech, and silence after the key's release."""
         time.sleep(3)
+        recording = desk.Recording("ben", os.path.join(self.room, "ben.raw"))
+        time.sleep(0.5)
         pressed = recording.seconds()
         desk.run("xdotool", "keydown", "ctrl", "keydown", "space")
         time.sleep(6)
         desk.run("xdotool", "keyup", "space", "keyup", "ctrl")
         released = recording.seconds()
         time.sleep(4)
-        samples = recording.stop()
-        loudness = desk.envelope(samples)
+        loudness = desk.envelope(recording.stop())
         speech = loudness[int(pressed * 50) + 75:int(released * 50) - 10]
         silence = loudness[int(released * 50) + 125:]
         assert max(speech) > LOUD, f"no speech while the key was held (loudest {max(speech):.0f})"
-        own = desk.likeness(speech, desk.envelope(desk.clip_samples(self.ann.clip)))
-        other = desk.likeness(speech, desk.envelope(desk.clip_samples(self.ben.clip)))
-        print(f"    likeness to ann's voice {own:.2f}, to ben's {other:.2f}")
-        assert own > 0.7 and own > other + 0.15, f"not ann's voice: {own:.2f} against {other:.2f}"
         assert max(silence) < QUIET, f"not silent after the release (loudest {max(silence):.0f})"
         heard = next(i for i in range(int(pressed * 50), len(loudness)) if loudness[i] > LOUD) / 50 - pressed
         print(f"    from key to ear {heard * 1000:.0f} ms")
+        return speech
 
     def server_and_client_come_back_by_themselves(self):
         self.server.kill()
@@ -183,7 +196,7 @@ class Story(desk.Story):
     def chapters(self):
         return [self.a_new_account_is_made_through_its_window, self.a_wrong_password_is_refused, self.the_right_password_is_accepted,
                 self.a_buddy_is_added_through_the_window,
-                self.a_voice_is_heard_while_the_picture_is_pressed_and_while_the_key_is_held,
+                self.a_voice_is_heard_while_the_picture_is_pressed, self.a_voice_is_heard_while_the_key_is_held,
                 self.server_and_client_come_back_by_themselves, self.both_end_clean]
 
 
