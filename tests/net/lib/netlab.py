@@ -245,13 +245,17 @@ class Host:
         elements = next(entry["set"] for entry in told["nftables"] if "set" in entry).get("elem", [])
         return {tuple(entry["elem"]["val"]["concat"]): entry["elem"]["counter"]["packets"] for entry in elements}
 
-    def _plug(self, other, link):
-        """A cable from the bridge of `other` to a new link of this host; to the internet it is as long as the lab says."""
+    def _plug(self, other, link, cable=None):
+        """A cable from the bridge of `other` to a new link of this host, or one of a kind of its own; to the internet it is as long as the
+        lab says."""
         other.plugs += 1
         port = f"port{other.plugs}"
-        if other is self.lab.internet and self.lab.delay:
+        if cable or other is self.lab.internet and self.lab.delay:
             ends = other.inside(lambda: _open_tap(port)), self.inside(lambda: _open_tap(link))
-            self.start(sys.executable, DELAY, *map(str, ends), str(self.lab.delay), pass_fds=ends)
+            if cable:
+                cable.lay(self, ends)
+            else:
+                self.start(sys.executable, DELAY, *map(str, ends), str(self.lab.delay), pass_fds=ends)
             for end in ends:
                 os.close(end)
         else:
@@ -374,10 +378,10 @@ class Lab:
         self.closers.callback(os.close, host.handle)
         return host
 
-    def public_host(self, *addresses):
-        """A host on the internet with one or more addresses."""
+    def public_host(self, *addresses, cable=None):
+        """A host on the internet with one or more addresses, behind a cable of its own kind if there is one."""
         host = self._own(Host(self, f"host {addresses[0]}"))
-        host._plug(self.internet, "eth0")
+        host._plug(self.internet, "eth0", cable)
         host._address("eth0", *(f"{address}/{INTERNET.prefixlen}" for address in addresses))
         host.run("ip", "route", "add", "default", "via", NOWHERE)
         host.addresses = list(addresses)
