@@ -193,10 +193,74 @@ class Camera:
         self.thread.join()
 
 
+# ---- A client's life.
+
+ROW = 56  # Pixels from a buddy's picture to the next in the shipped skin.
+
+
+def equip(person, camera):
+    """A client of a lab films with that camera and speaks by its own mouth of the table."""
+    person.environment["VELMORA_DEVICES"] = f"film={camera.pipeline}"
+    person.settings += [f"Audio_Capture_Device=Microphone-{person.name}", "Video_Capture_Device=film"]
+
+
+def start(person, settings, **geometry):
+    """Anew, with settings of this run and the buddy list open."""
+    if person.process and person.process.poll() is None:
+        person.kill()
+    path = os.path.join(person.folder, "settings.ini")
+    if os.path.exists(path):
+        os.remove(path)
+    kept, person.settings = person.settings, [*person.settings, *settings]
+    person.make_home()
+    person.settings = kept
+    show_list(person, **geometry)
+    person.start()
+
+
+def list_place(person):
+    """Left and top of the client's buddy list on its screen."""
+    environment = {**os.environ, "DISPLAY": person._display}
+
+    def find():
+        try:
+            return person.host.run("xdotool", "search", "--all", "--pid", str(person.process.pid), "--onlyvisible", "--name", "^Velmora$",
+                                   env=environment).split()
+        except RuntimeError:
+            return None  # None yet.
+    number = clients.wait(20, find, f"{person.name}'s list")[0]
+    out = person.host.run("xdotool", "getwindowgeometry", "--shell", number, env=environment)
+    place = dict(line.split("=") for line in out.split() if "=" in line)
+    return int(place["X"]), int(place["Y"])
+
+
+def processor_times(pid):
+    """Seconds of a processor that each name of threads has used; those of threads that have ended are under no name."""
+    found = {}
+    for task in os.listdir(f"/proc/{pid}/task"):
+        try:
+            with open(f"/proc/{pid}/task/{task}/comm") as name, open(f"/proc/{pid}/task/{task}/schedstat") as schedule:
+                key = name.read().strip()
+                found[key] = found.get(key, 0) + int(schedule.read().split()[0]) * 1e-9
+        except FileNotFoundError:
+            pass
+    with open(f"/proc/{pid}/stat") as stat:
+        fields = stat.read().rpartition(")")[2].split()
+    whole = (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+    found[""] = max(0.0, whole - sum(found.values()))
+    return found
+
+
+def memory(pid):
+    """What a process has for itself, KiB."""
+    with open(f"/proc/{pid}/smaps_rollup") as rollup:
+        return sum(int(line.split()[1]) for line in rollup if line.startswith(("Private_Clean:", "Private_Dirty:")))
+
+
 def show_list(person, **geometry):
     """In a client's own copy of the skin the buddy list stands open from the start, with a geometry of its own."""
     path = os.path.join(person.folder, "template.xml")
-    with open(path, encoding="utf-8") as source:
+    with open(os.path.join(clients.TOP, "skin/template.xml"), encoding="utf-8") as source:
         text = source.read()
     begin = text.index('<Window id="buddylist"')
     end = text.index(">", begin)

@@ -13,7 +13,6 @@ import argparse
 import json
 import os
 import statistics
-import subprocess
 import sys
 import time
 
@@ -37,20 +36,8 @@ EVERY_CLICK, MOST_CLICKS = 1.0, 0.75
 HEADER = f"{'':8}{'link':8}{'mouth to ear, ms':>24}{'heard':>8}{'picture age, ms':>22}{'pictures/s':>12}{'unreadable':>12}{'CPU talker':>12}{'listener':>10}"
 
 
-def processor_time(pid):
-    with open(f"/proc/{pid}/stat") as stat:
-        fields = stat.read().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-
-
 def handles(pid):
     return len(os.listdir(f"/proc/{pid}/fd")), len(os.listdir(f"/proc/{pid}/task"))
-
-
-def memory(pid):
-    """Its own part, KiB."""
-    with open(f"/proc/{pid}/smaps_rollup") as rollup:
-        return sum(int(line.split()[1]) for line in rollup if line.startswith(("Private_Clean:", "Private_Dirty:")))
 
 
 class Meeting:
@@ -65,31 +52,16 @@ class Meeting:
         hosts = {"ann": lab.public_host("5.5.5.20", cable=self.cable), "ben": lab.public_host("5.5.5.21")}
         self.ann, self.ben = (clients.Client(self.server, self.sound, name, host, tone=0) for name, host in hosts.items())
         for number, person in enumerate((self.ann, self.ben)):
-            self.equip(person, media_lab.Camera(person.host, 47000 + number))
+            media_lab.equip(person, media_lab.Camera(person.host, 47000 + number))
         clients.make_buddies(self.ann, self.ben)
         self.server.start()
         self.viewer = None
-
-    @staticmethod
-    def equip(person, camera):
-        person.environment["VELMORA_DEVICES"] = f"film={camera.pipeline}"
-        person.settings += [f"Audio_Capture_Device=Microphone-{person.name}", "Video_Capture_Device=film"]
 
     def start(self, *settings):
         """Both anew, with settings of this run."""
         self.cable.set()
         for person in (self.ben, self.ann):
-            if person.process and person.process.poll() is None:
-                person.kill()
-            path = os.path.join(person.folder, "settings.ini")
-            if os.path.exists(path):
-                os.remove(path)
-            kept = person.settings
-            person.settings = [*kept, *settings]
-            person.make_home()
-            media_lab.show_list(person)
-            person.start()
-            person.settings = kept
+            media_lab.start(person, settings)
         self.ben.online(), self.ann.online()
         session = self.ann.session_with(self.ben, after=self.ann.began)
         self.ben.session_with(self.ann, after=self.ann.began)
@@ -99,26 +71,12 @@ class Meeting:
     def watch(self):
         """Follows ann's picture in ben's list."""
         x, y, width, height = self.picture
-        left, top = self.list_place(self.ben)
+        left, top = media_lab.list_place(self.ben)
         if self.viewer:
             self.viewer.process.kill()
         self.viewer = media_lab.Viewer(os.path.join(self.tools, "picture_watch"), self.ben.host, self.ben._display, (left + x, top + y, width, height))
         begin = time.monotonic()
         clients.wait(20, lambda: any(age is not None for _, age in self.viewer.between(begin, begin + 60)), "ann's picture at ben's")
-
-    @staticmethod
-    def list_place(person):
-        environment = {**os.environ, "DISPLAY": person._display}
-
-        def find():
-            try:
-                return person.host.run("xdotool", "search", "--all", "--pid", str(person.process.pid), "--onlyvisible", "--name", "^Velmora$", env=environment).split()
-            except RuntimeError:
-                return None  # None yet.
-        number = clients.wait(20, find, f"{person.name}'s list")[0]
-        out = person.host.run("xdotool", "getwindowgeometry", "--shell", number, env=environment)
-        place = dict(line.split("=") for line in out.split() if "=" in line)
-        return int(place["X"]), int(place["Y"])
 
     # ---- A row of the table.
 
@@ -128,11 +86,11 @@ class Meeting:
         self.ann.press(self.ben)
         time.sleep(SETTLE)
         begin, moment = self.sound.place(), time.monotonic()
-        used = [processor_time(person.process.pid) for person in (self.ann, self.ben)]
+        used = [sum(media_lab.processor_times(person.process.pid).values()) for person in (self.ann, self.ben)]
         spoken = self.sound.play("ann", media_lab.clicks(seconds, seed=1))
         spoken.wait(seconds + 30)
         end, passed = self.sound.place(), time.monotonic() - moment
-        used = [processor_time(person.process.pid) - before for person, before in zip((self.ann, self.ben), used)]
+        used = [sum(media_lab.processor_times(person.process.pid).values()) - before for person, before in zip((self.ann, self.ben), used)]
         pictures = self.viewer.between(moment, moment + passed)
         time.sleep(TAIL)
         self.ann.release(self.ben)
@@ -195,11 +153,11 @@ def spurts(meeting, count):
         now = handles(pid)
         time.sleep(1)
         return now if handles(pid) == now else None
-    before, used = clients.wait(20, rest, "ben's program to rest"), memory(pid)
+    before, used = clients.wait(20, rest, "ben's program to rest"), media_lab.memory(pid)
     for _ in range(count):
         meeting.spurt()
     clients.wait(20, lambda: handles(pid) <= before, f"handles and threads to be {before} again; they are {handles(pid)}")
-    print(f"{count} spurts: {before[0]} handles, {before[1]} threads as before; memory {used} KiB, then {memory(pid)} KiB", flush=True)
+    print(f"{count} spurts: {before[0]} handles, {before[1]} threads as before; memory {used} KiB, then {media_lab.memory(pid)} KiB", flush=True)
 
 
 def main():

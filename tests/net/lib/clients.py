@@ -187,6 +187,7 @@ class Client:
         self.program, self.process = os.path.join(server.binaries, "velmora"), None
         self.folder = os.path.join(server.lab.folder, name)
         self.settings, self.camera, self.keys, self.environment = list(settings), camera, {}, {}
+        self.screen = "640x480x24"
         self._file, self._display = None, None
         self._forget()
         server.command("user", "add", name, f"secret-{name}", f"{name}@example.org")
@@ -239,7 +240,7 @@ class Client:
         """Many that start at once may each find the number taken that they chose; such a one ends without telling any."""
         for _ in range(10):
             reader, writer = os.pipe()
-            self.host.start("Xvfb", "-displayfd", str(writer), "-screen", "0", "640x480x24", "-nolisten", "tcp", "-noreset", "-dpi", "96",
+            self.host.start("Xvfb", "-displayfd", str(writer), "-screen", "0", self.screen, "-nolisten", "tcp", "-noreset", "-dpi", "96",
                             ending=signal.SIGTERM, pass_fds=(writer,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
             os.close(writer)
             with os.fdopen(reader) as numbers:
