@@ -6,6 +6,8 @@
 #include "base/GTypes.h"
 #include "image/GImageFormat.h"
 
+#include <functional>
+
 struct GAVCaptureRecord;
 using GAVCapture = GAVCaptureRecord*;
 
@@ -29,14 +31,23 @@ class IGCaptureAudioListener
 {
 public:
     virtual ~IGCaptureAudioListener( ) = default;
-    // Mono samples of the format that was asked for; every frame has the same length, whole codec frames of 160 samples: 50 ms,
-    // raised to that. `timestamp` is that of the first sample.
+    // Mono samples of the format that was asked for; every frame has the same length, whole codec frames of 160 samples: see
+    // GAVCaptureSetLatency. `timestamp` is that of the first sample.
     virtual void onAudioFrame( uint64_t timestamp, const GAudioFormat& format, const char* buffer, int length ) = 0;
 };
 
 // Friendly names of the first ten devices of each medium, each one line of at most 128 characters. Empty lists when there are none,
 // or no sound server answers.
 void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList );
+// Calls `changed` whenever devices may have come or gone: plugged in or pulled, a sound server that comes or goes, or the file behind
+// VELMORA_DEVICES=@file written anew. It is called on a thread of the watch's own, within a second, once for changes that come
+// together, and may list and open devices, but not end or replace the watch. There is one watch in the process: a second call replaces the first, and an
+// empty function ends it; the call waits for a `changed` that is running, and none comes afterwards.
+void GAVCaptureWatchDevices( std::function<void( )> changed );
+// How long the audio frames of recorders opened from now on are: the most whole codec frames of 160 samples within `milliseconds`,
+// one at least, so that 15 gives 640 bytes at 22000 samples a second; and sources are asked for samples in steps that small. 0, as at
+// the start, is 50 ms raised to whole codec frames. Any thread.
+void GAVCaptureSetLatency( int milliseconds );
 // Opens by name, at the offer of the device that is nearest to the wish. `bytesPerSample` must be 2; `width` and `height` in pixels.
 // An empty name leaves that medium out. A device that is not found or does not start leaves its medium out and the other goes on: see
 // GAVCaptureIsAudioWorking. A name that is a path of a media file plays that file in a loop; one path for both media is one film.

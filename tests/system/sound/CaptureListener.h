@@ -3,9 +3,11 @@
 #pragma once
 
 #include "platform/GAVCapture.h"
+#include "support/TestSound.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -108,3 +110,42 @@ inline void inject( const GString& devices )
 {
     setenv( "VELMORA_DEVICES", devices.c_str( ), 1 );
 }
+
+// Lists the devices whenever the watch tells of a change, for a scope.
+class CaptureWatch
+{
+public:
+    CaptureWatch( )
+    {
+        GAVCaptureWatchDevices( [this] { _list( ); } );
+    }
+    ~CaptureWatch( ) { GAVCaptureWatchDevices( nullptr ); }
+    CaptureWatch( const CaptureWatch& ) = delete;
+    CaptureWatch& operator=( const CaptureWatch& ) = delete;
+    // Until a device is listed, or no longer is, after the watch told of something.
+    bool finds( const GWString& name )
+    {
+        return TestSound::becomes( [&] { return _has( name ); } );
+    }
+    bool loses( const GWString& name )
+    {
+        return TestSound::becomes( [&] { return !_has( name ); } );
+    }
+
+private:
+    void _list( )
+    {
+        GStringList audio, video;
+        GAVCaptureGetDeviceList( audio, video );
+        audio.splice( audio.end( ), video );
+        const std::scoped_lock lock( _mutex );
+        _names = audio;
+    }
+    bool _has( const GWString& name )
+    {
+        const std::scoped_lock lock( _mutex );
+        return std::find( _names.begin( ), _names.end( ), name ) != _names.end( );
+    }
+    std::mutex _mutex;
+    GStringList _names;
+};

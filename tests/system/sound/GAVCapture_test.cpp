@@ -93,6 +93,23 @@ TEST( GAVCapture, MicrophoneOfTheSoundServerIsHeard )
     EXPECT_TRUE( listener.rising );
 }
 
+TEST( GAVCapture, SmallLatencyGivesBuffersOfTwoCodecFrames )
+{
+    inject( "tone microphone" );
+    GAVCaptureSetLatency( 15 );
+    for( const GWString name : { u"tone microphone", u"Microphone" } )
+    {
+        CaptureListener listener;
+        capture( listener, name, u"", 0, 10 );
+        EXPECT_EQ( listener.audioLength, 640 );
+        EXPECT_TRUE( listener.rising );
+    }
+    GAVCaptureSetLatency( 0 );
+    CaptureListener listener;
+    capture( listener, u"tone microphone", u"", 0, 2 );
+    EXPECT_EQ( listener.audioLength, 2240 );
+}
+
 TEST( GAVCapture, NullHandleAborts )
 {
     EXPECT_DEATH( GAVCaptureIsAudioWorking( nullptr ), "capture_" );

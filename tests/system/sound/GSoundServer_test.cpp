@@ -98,6 +98,21 @@ TEST_F( GSoundServer, ItsLossWhileRecordingAndPlayingIsToldAndItsReturnIsFound )
     capture( listener, u"Microphone", u"test camera", 1, 2 );
 }
 
+TEST_F( GSoundServer, ItsGoingAndComingIsToldToWhoWatchesTheDevices )
+{
+    inject( "" );
+    CaptureWatch watch;
+    const GString module = TestSound::ask( "pactl load-module module-remap-source source_name=plug master=micsink."
+                                           "monitor source_properties=device.description=Plug" );
+    EXPECT_TRUE( watch.finds( u"Plug" ) );
+    EXPECT_TRUE( TestSound::killServer( ) );
+    EXPECT_TRUE( watch.loses( u"Plug" ) );
+    EXPECT_TRUE( watch.loses( u"Microphone" ) );
+    static std::optional<TestSound::Server> server; // Serves to the end of the program.
+    server.emplace( );
+    EXPECT_TRUE( watch.finds( u"Microphone" ) );
+}
+
 TEST_F( GSoundServer, OneThatHangsHoldsNobodyForLong )
 {
     TestLog::expect( "WARNING Couldn't set volume, ignoring." );

@@ -50,6 +50,14 @@ void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList )
     audioList = FakeCapture::get( ).audioDevices;
     videoList = FakeCapture::get( ).videoDevices;
 }
+void GAVCaptureWatchDevices( std::function<void( )> changed )
+{
+    FakeCapture::get( ).devicesChanged = std::move( changed );
+}
+void GAVCaptureSetLatency( int milliseconds )
+{
+    FakeCapture::get( ).latency = milliseconds;
+}
 GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDevice, int bytesPerSample, int frequency,
                            int fps, int width, int height )
 {

@@ -24,6 +24,8 @@ struct FakeCapture
     GStringList videoDevices;
 
     // What happened.
+    int latency = 0; // As it was set last.
+    std::function<void( )> devicesChanged;
     int opened = 0;
     int closed = 0;
     GWString audioDevice; // As it was last asked for, here and below.

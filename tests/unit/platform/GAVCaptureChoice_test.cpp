@@ -151,3 +151,12 @@ TEST( GAVCaptureChoice, AudioFramesAreWholeCodecFrames )
     EXPECT_EQ( GAVCaptureBufferSize( 22000, 2, 0 ), 320 ) << "one codec frame at least";
     EXPECT_EQ( GAVCaptureBufferSize( 1000000, 2, 1000 ), 2000000 ) << "no overflow on the way";
 }
+
+TEST( GAVCaptureChoice, ShortFramesAreTheMostCodecFramesWithinTheTime )
+{
+    EXPECT_EQ( GAVCaptureBufferSizeWithin( 22000, 2, 15 ), 640 );
+    EXPECT_EQ( GAVCaptureBufferSizeWithin( 22000, 2, 14 ), 320 );
+    EXPECT_EQ( GAVCaptureBufferSizeWithin( 22000, 2, 1 ), 320 );
+    EXPECT_EQ( GAVCaptureBufferSizeWithin( 16000, 2, 20 ), 640 );
+    EXPECT_EQ( GAVCaptureBufferSizeWithin( 22000, 2, 50 ), 1920 );
+}

@@ -3,6 +3,7 @@
 #include "base/GUtil.h"
 #include "platform/sound/GSoundServer_Pulse.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -39,11 +40,26 @@ Injected parseInjected( const GWString& entry )
     return device;
 }
 
+// What the environment says of injected devices; a file of them may hold this much.
+GString readInjected( )
+{
+    constexpr std::uintmax_t GREATEST_FILE = 1 << 16;
+    const char* text = std::getenv( "VELMORA_DEVICES" );
+    const GString path = GCaptureListFile( );
+    if( path.empty( ) ) return text ? text : "";
+    std::error_code error;
+    GString entries;
+    if( std::filesystem::is_regular_file( path, error ) && std::filesystem::file_size( path, error ) <= GREATEST_FILE &&
+        !error )
+        GFileLoad( GUTF8ToWide( path ), entries );
+    std::replace( entries.begin( ), entries.end( ), '\n', ';' );
+    return entries;
+}
+
 std::vector<Injected> listInjected( GCaptureKind kind )
 {
     std::vector<Injected> devices;
-    const char* text = std::getenv( "VELMORA_DEVICES" );
-    for( const GWString& entry : GSplitList( GUTF8ToWide( text ? text : "" ), u";" ) )
+    for( const GWString& entry : GSplitList( GUTF8ToWide( readInjected( ) ), u";" ) )
     {
         Injected device = parseInjected( entry );
         device.name = GCaptureFriendlyName( device.name );
@@ -56,8 +72,7 @@ std::vector<Injected> listInjected( GCaptureKind kind )
 bool isWorthAsking( GCaptureKind kind )
 {
     if( kind == GCAPTURE_VIDEO ) return true;
-    const GSoundServer::Lock lock;
-    return GSoundServer::get( ).isAnswering( );
+    return GCaptureIsServerThere( );
 }
 
 bool isMonitor( GstDevice* device )
@@ -133,13 +148,13 @@ void forEachDevice( GCaptureKind kind, const Visit& visit )
 }
 
 // Small steps, so that what is said arrives soon.
-void setPace( GstElement* source )
+void setPace( GstElement* source, int step )
 {
     GObjectClass* traits = G_OBJECT_GET_CLASS( source );
     if( g_object_class_find_property( traits, "buffer-time" ) )
         g_object_set( source, "buffer-time", gint64( 200000 ), nullptr );
     if( g_object_class_find_property( traits, "latency-time" ) )
-        g_object_set( source, "latency-time", gint64( 50000 ), nullptr );
+        g_object_set( source, "latency-time", gint64( step ), nullptr );
 }
 } // namespace
 
@@ -172,7 +187,7 @@ GStringList GCaptureListDevices( GCaptureKind kind )
     return names;
 }
 
-GstElement* GCaptureCreateSource( GCaptureKind kind, const GWString& name )
+GstElement* GCaptureCreateSource( GCaptureKind kind, const GWString& name, int step )
 {
     GLOG( u"Enumerating devices in search of '", name, u"'" );
     GstElement* source = nullptr;
@@ -185,7 +200,7 @@ GstElement* GCaptureCreateSource( GCaptureKind kind, const GWString& name )
                        if( source ) GLOG( u"Found it, Bound successful." );
                        return true;
                    } );
-    if( source && kind == GCAPTURE_AUDIO ) setPace( source );
+    if( source && kind == GCAPTURE_AUDIO ) setPace( source, step );
     return source;
 }
 
@@ -199,4 +214,22 @@ bool GCaptureIsPresent( GstElement* source )
     const bool present = GSoundServer::get( ).hasSource( device );
     g_free( device );
     return present;
+}
+
+GString GCaptureListFile( )
+{
+    const char* text = std::getenv( "VELMORA_DEVICES" );
+    return text && *text == '@' ? text + 1 : "";
+}
+
+bool GCaptureIsServerThere( )
+{
+    const GSoundServer::Lock lock;
+    return GSoundServer::get( ).isAnswering( );
+}
+
+void GCaptureWatchSources( void ( *changed )( void* ), void* argument )
+{
+    const GSoundServer::Lock lock;
+    GSoundServer::get( ).watchSources( changed, argument );
 }

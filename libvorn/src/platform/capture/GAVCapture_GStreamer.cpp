@@ -5,6 +5,7 @@
 #include "platform/capture/GCapturePipeline.h"
 #include "platform/common/GAVCaptureChoice.h"
 
+#include <atomic>
 #include <memory>
 #include <stdexcept>
 
@@ -12,6 +13,10 @@ namespace
 {
 constexpr std::chrono::seconds START_TIME( 5 );
 constexpr std::chrono::seconds END_TIME( 3 );
+constexpr int LATENCY = 50; // Milliseconds, where nobody asks for another.
+constexpr int MICROSECONDS = 1000;
+
+std::atomic<int> latency_ = 0; // As it was set; 0 for LATENCY.
 } // namespace
 
 struct GAVCaptureRecord
@@ -38,10 +43,24 @@ void buildVideo( GAVCaptureRecord& record, const GCaptureWish& wish, const GWStr
         addPipeline( record, wish ).buildVideo( source );
 }
 
+GCaptureWish makeWish( int bytesPerSample, int frequency, int fps, int width, int height )
+{
+    const int latency = latency_;
+    const int frameBytes = latency ? GAVCaptureBufferSizeWithin( frequency, bytesPerSample, latency )
+                                   : GAVCaptureBufferSize( frequency, bytesPerSample, LATENCY );
+    return { bytesPerSample, frequency, fps, width, height, latency ? latency : LATENCY, frameBytes };
+}
+
+// What a microphone hands over at once: all of a frame, or half of one where less than usual is wanted.
+int stepOf( const GCaptureWish& wish )
+{
+    return wish.latency * MICROSECONDS / ( wish.latency < LATENCY ? 2 : 1 );
+}
+
 void buildAudio( GAVCaptureRecord& record, const GCaptureWish& wish, const GWString& name )
 {
     GLOG( u"Enumerating audio capture devices and creating '", name, u"'" );
-    if( GstElement* source = GCaptureCreateSource( GCAPTURE_AUDIO, name ) )
+    if( GstElement* source = GCaptureCreateSource( GCAPTURE_AUDIO, name, stepOf( wish ) ) )
         addPipeline( record, wish ).buildAudio( source );
 }
 
@@ -128,6 +147,12 @@ void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList )
     videoList = listDevices( GCAPTURE_VIDEO, VIDEO_TEXTS );
 }
 
+void GAVCaptureSetLatency( int milliseconds )
+{
+    GPRECONDITION( milliseconds >= 0 );
+    latency_ = milliseconds;
+}
+
 GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDevice, int bytesPerSample, int frequency,
                            int fps, int width, int height )
 {
@@ -137,9 +162,8 @@ GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDev
     {
         if( !GCaptureInitialize( ) ) throw std::runtime_error( "gst_init_check" );
         auto record = std::make_unique<GAVCaptureRecord>( );
-        const GCaptureWish wish{ bytesPerSample, frequency, fps, width, height };
-        record->audioTapFilter.configure( { bytesPerSample, frequency, 1 },
-                                          GAVCaptureBufferSize( frequency, bytesPerSample, wish.latency ) );
+        const GCaptureWish wish = makeWish( bytesPerSample, frequency, fps, width, height );
+        record->audioTapFilter.configure( { bytesPerSample, frequency, 1 }, wish.frameBytes );
         build( *record, wish, audioDevice, videoDevice );
         run( *record );
         return record.release( );

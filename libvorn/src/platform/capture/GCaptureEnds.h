@@ -17,7 +17,8 @@ struct GCaptureWish
     int fps = 7;
     int width = 48;
     int height = 48;
-    int latency = 50; // Milliseconds of an audio frame before it is raised to whole codec frames.
+    int latency = 50;      // Milliseconds of an audio frame, as logged.
+    int frameBytes = 2240; // Of an audio frame, whole codec frames.
 };
 
 class GCaptureVideoEnd

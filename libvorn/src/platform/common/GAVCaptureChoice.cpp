@@ -109,3 +109,10 @@ int GAVCaptureBufferSize( int frequency, int bytesPerSample, int latency )
     GASSERT_TEXT( !( cbBuffer % FRAME_SIZE ), "!(allocatorProperties.cbBuffer%FRAME_SIZE)" );
     return static_cast<int>( cbBuffer );
 }
+
+int GAVCaptureBufferSizeWithin( int frequency, int bytesPerSample, int latency )
+{
+    GPRECONDITION( frequency > 0 && bytesPerSample > 0 && latency >= 0 );
+    const int64_t frames = static_cast<int64_t>( frequency ) * latency / 1000 / CODEC_SAMPLES;
+    return static_cast<int>( std::max<int64_t>( 1, frames ) * CODEC_SAMPLES * bytesPerSample );
+}

@@ -57,3 +57,5 @@ int GAVCaptureConfigureAudio( const std::vector<GCaptureAudioCapability>& capabi
                               int bytesPerSample, int latency );
 // Bytes of an audio frame: `latency` milliseconds of mono samples, raised to whole codec frames of 160 samples, one at least.
 int GAVCaptureBufferSize( int frequency, int bytesPerSample, int latency );
+// The most whole codec frames within `latency` milliseconds, one at least.
+int GAVCaptureBufferSizeWithin( int frequency, int bytesPerSample, int latency );

@@ -7,6 +7,8 @@ void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList )
     audioList.clear( );
     videoList.clear( );
 }
+void GAVCaptureWatchDevices( std::function<void( )> ) {}
+void GAVCaptureSetLatency( int ) {}
 GAVCapture GAVCaptureOpen( const GWString&, const GWString&, int, int, int, int, int )
 {
     return nullptr;

@@ -8,9 +8,18 @@ constexpr pa_usec_t CONNECT_TIME = 2000000;
 constexpr pa_usec_t OPERATION_TIME = 1000000;
 constexpr pa_usec_t RETRY_TIME = 1000000;
 
-void onContextState( pa_context*, void* server )
+void onContextState( pa_context* context, void* argument )
 {
-    static_cast<GSoundServer*>( server )->wake( );
+    GSoundServer* server = static_cast<GSoundServer*>( argument );
+    if( !PA_CONTEXT_IS_GOOD( pa_context_get_state( context ) ) ) server->tellSources( );
+    server->wake( );
+}
+
+void onSources( pa_context*, pa_subscription_event_type_t event, uint32_t, void* server )
+{
+    // A source that only changes, as in volume, is the same device.
+    if( ( event & PA_SUBSCRIPTION_EVENT_TYPE_MASK ) != PA_SUBSCRIPTION_EVENT_CHANGE )
+        static_cast<GSoundServer*>( server )->tellSources( );
 }
 
 void onTime( pa_mainloop_api*, pa_time_event*, const struct timeval*, void* expired )
@@ -78,7 +87,24 @@ bool GSoundServer::connect( )
     const bool asked = pa_context_connect( _context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr ) == 0;
     if( asked ) waitUntil( isSettled, _context, CONNECT_TIME );
     _lastFailure = _isReady( ) ? 0 : pa_rtclock_now( );
+    _subscribe( );
     return _isReady( );
+}
+
+// A connection tells of sources only while somebody wants to know.
+void GSoundServer::_subscribe( )
+{
+    if( !_isReady( ) ) return;
+    pa_context_set_subscribe_callback( _context, _sourcesChanged ? onSources : nullptr, this );
+    const pa_subscription_mask_t what = _sourcesChanged ? PA_SUBSCRIPTION_MASK_SOURCE : PA_SUBSCRIPTION_MASK_NULL;
+    finish( pa_context_subscribe( _context, what, nullptr, nullptr ) );
+}
+
+void GSoundServer::watchSources( void ( *changed )( void* ), void* argument )
+{
+    _sourcesChanged = changed;
+    _sourcesArgument = argument;
+    if( connect( ) ) _subscribe( );
 }
 
 bool GSoundServer::waitUntil( bool ( *ready )( void* ), void* argument, pa_usec_t duration )

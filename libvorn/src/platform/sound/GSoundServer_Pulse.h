@@ -31,11 +31,18 @@ public:
     bool isAnswering( );
     // Under the lock: true unless the server says that it has no source of that name.
     bool hasSource( const char* name );
+    // Under the lock: `changed` is called with `argument`, on the loop's thread and under the lock, when sources come or go and when the
+    // connection is lost; null ends that. One for the process.
+    void watchSources( void ( *changed )( void* ), void* argument );
     // Under the lock: waits for an operation and lets go of it; false when it did not end well or a second has passed.
     bool finish( pa_operation* operation );
     // Under the lock: waits until `ready` says so, the context fails or the time is up.
     bool waitUntil( bool ( *ready )( void* ), void* argument, pa_usec_t duration );
     pa_context* context( ) const { return _context; }
+    void tellSources( )
+    {
+        if( _sourcesChanged ) _sourcesChanged( _sourcesArgument );
+    }
     void wake( ) { pa_threaded_mainloop_signal( _loop, 0 ); }
 
     // The wave line: volume 0 to 1 and mute of this program's own streams. Under the lock.
@@ -55,9 +62,12 @@ public:
 private:
     GSoundServer( );
     bool _isReady( ) const;
+    void _subscribe( );
 
     pa_threaded_mainloop* _loop = nullptr;
     pa_context* _context = nullptr;
     pa_usec_t _lastFailure = 0;
     std::list<pa_stream*> _streams;
+    void ( *_sourcesChanged )( void* ) = nullptr;
+    void* _sourcesArgument = nullptr;
 };
