@@ -48,6 +48,12 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
         GLOG( u"WARNING Speex packet holds ", frameCount, u" frames, ignoring. (frameCount > 1)" );
         return false;
     }
+    _writeFrames( frameCount, out );
+    return true;
+}
+
+void GSpeexDecoder::_writeFrames( int frameCount, GString& out ) const
+{
     out.resize( static_cast<size_t>( frameCount * _frameSize ) * 2 );
     for( int i = 0; i < frameCount * _frameSize; ++i )
     {
@@ -56,7 +62,16 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
         GWriteU16( out.data( ) + static_cast<ptrdiff_t>( 2 ) * i,
                    static_cast<uint16_t>( static_cast<int16_t>( clamped ) ) );
     }
-    return true;
+}
+
+void GSpeexDecoder::conceal( int samples, GString& out )
+{
+    const int frameCount = std::clamp( ( samples + _frameSize - 1 ) / _frameSize, 0, MAXIMUM_FRAMES );
+    const size_t needed = static_cast<size_t>( frameCount * _frameSize );
+    if( decodeBuffer_.size( ) < needed ) decodeBuffer_.resize( needed );
+    for( int i = 0; i < frameCount; ++i )
+        speex_decode( _decoderState, nullptr, &decodeBuffer_[static_cast<size_t>( i * _frameSize )] );
+    _writeFrames( frameCount, out );
 }
 
 int GSpeexDecoder::_decodeFrames( )

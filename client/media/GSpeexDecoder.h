@@ -3,11 +3,12 @@
 #pragma once
 
 #include "client/media/GWaveFormat.h"
+#include "client/media/IGVoiceDecoder.h"
 #include "runtime/GObject.h"
 
 #include <speex/speex.h>
 
-class GSpeexDecoder : public GHeapObject
+class GSpeexDecoder : public GHeapObject, public IGVoiceDecoder
 {
 public:
     // The codebook: the sample rate in 4 bytes, 8000 to 48000 tested by the caller. Assertion "headerPacketLength == sizeof(int)".
@@ -16,11 +17,14 @@ public:
 
     // Replaces `out` with the samples of one packet. False, after a warning, for a packet whose length does not match or that holds
     // fewer than two frames. Precondition "fromSpeexBytes && numSpeexBytes".
-    bool decode( const char* fromSpeexBytes, int numSpeexBytes, GString& out );
+    bool decode( const char* fromSpeexBytes, int numSpeexBytes, GString& out ) override;
+    // What the codec guesses of a lost packet: goes on with what was decoded last, ever softer.
+    void conceal( int samples, GString& out ) override;
     const GWaveFormat& getWaveFormat( ) const { return _waveFormat; }
 
 private:
     int _decodeFrames( );
+    void _writeFrames( int frameCount, GString& out ) const;
 
     GWaveFormat _waveFormat;
     SpeexBits _bits;

@@ -1,9 +1,12 @@
 #include "client/media/GVideoPlaybackService.h"
 
+#include "platform/GTime.h"
+
+#include <algorithm>
+
 namespace
 {
-constexpr int64_t WAIT = 100000;
-// Without a stream; packets and commands end it at once.
+// The longest wait, when no stream wants to run earlier; packets and commands end it at once.
 constexpr int64_t REST = 5000000;
 constexpr char16_t QUEUE[] = u"GVideoPlaybackService_commandQueue";
 } // namespace
@@ -23,7 +26,7 @@ GVideoPlaybackService::~GVideoPlaybackService( )
 
 int GVideoPlaybackService::_bGThreadObject_safe_onLoop( )
 {
-    pass( _nameStreamMap.empty( ) ? REST : WAIT );
+    pass( REST );
     return 0;
 }
 
@@ -31,10 +34,25 @@ void GVideoPlaybackService::pass( int64_t timeout )
 {
     _drainBuckets( );
     _drainCommands( );
-    for( const auto& [name, stream] : _nameStreamMap ) stream->update( );
+    const int64_t wait = std::min( timeout, _updateStreams( ) );
     unlock( );
-    _port->waitForRTPBucket( timeout, GRTP_AUDIO, GRTP_VIDEO );
+    _port->waitForRTPBucket( wait, GRTP_AUDIO, GRTP_VIDEO );
     lock( );
+}
+
+// How long all of them can wait.
+int64_t GVideoPlaybackService::_updateStreams( )
+{
+    const uint64_t now = GTimeGetTime( );
+    uint64_t next = now + REST;
+    for( const auto& [name, stream] : _nameStreamMap )
+    {
+        // A clock that was set back must not leave a stream waiting.
+        const uint64_t due = stream->getNextUpdate( );
+        if( due <= now || ( due != UINT64_MAX && due - now > static_cast<uint64_t>( REST ) ) ) stream->update( );
+        next = std::min( next, stream->getNextUpdate( ) );
+    }
+    return static_cast<int64_t>( std::max( next, now ) - now );
 }
 
 void GVideoPlaybackService::_bGThreadObject_safe_onShutdown( )

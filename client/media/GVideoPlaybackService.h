@@ -17,6 +17,7 @@ public:
     void pass( int64_t timeout );
 
 private:
+    int64_t _updateStreams( );
     void _drainBuckets( );
     void _onBucket( const GMegaPortBucket& bucket );
     void _onSenderReport( const GMegaPortBucket& bucket, const GVideoPlaybackStream* stream );

@@ -3,11 +3,18 @@
 #include "base/GBytes.h"
 #include "client/media/GSpeexEncoder.h"
 #include "client/media/GTheoraEncoder.h"
+#include "client/drawing/GImageTools.h"
 #include "platform/GTime.h"
+
+#include <algorithm>
 
 namespace
 {
 constexpr int64_t INACTIVITY_TIMEOUT = 1000000;
+constexpr int64_t UPDATE_PERIOD = 100000;
+// A picture waits at most so long for its sound; one that would have to wait this much longer is of another clock.
+constexpr int64_t LONGEST_WAIT = 500000;
+constexpr int64_t UNRELATED_WAIT = 2000000;
 constexpr int FORMAT_WORD_SIZE = 4;
 constexpr int64_t DEFAULT_PREBUFFER_MS = 500;
 constexpr uint64_t TIMESTAMP_SCALE = 1000;
@@ -39,6 +46,9 @@ GVideoPlaybackStream::GVideoPlaybackStream( GInstance* instance, GMegaPort* port
     _buddyGUID = _name.substr( 0, at );
     if( at != GWString::npos ) _deviceGUID = _name.substr( at + 1 );
     _imageName = _key( u"_Image" );
+    _videoLengthName = _key( u"_Video_Buffer_Length" );
+    _audioLengthName = _key( u"_Audio_Buffer_Length" );
+    _prebufferName = _key( u"_Prebuffer_MS" );
     GLOGIF( 'v', u"Creating video stream" );
     if( !_instance->isSet( u"Prebuffer_MS" ) ) _instance->set( u"Prebuffer_MS", DEFAULT_PREBUFFER_MS );
     _makeRenderer( );
@@ -49,6 +59,7 @@ GVideoPlaybackStream::~GVideoPlaybackStream( )
 {
     GLOGIF( 'v', u"Destroying video stream" );
     _instance->clear( _key( u"_Video_Playback_Online" ) );
+    _instance->clear( _prebufferName );
     _stopListeningTo( );
     delete _videoDecoder;
     delete _audioDecoder;
@@ -64,6 +75,7 @@ GVideoPlaybackStream::~GVideoPlaybackStream( )
 void GVideoPlaybackStream::recv( const GMegaPortBucket& bucket )
 {
     const GObjectLock scope( *this );
+    _nextUpdate = 0;
     GRTPHeader header;
     int length = 0;
     const char* payload =
@@ -74,7 +86,11 @@ void GVideoPlaybackStream::recv( const GMegaPortBucket& bucket )
         return;
     }
     const uint64_t timestamp = header.timestamp * TIMESTAMP_SCALE;
-    if( _isRobust( ) && header.ssrc != _ssrc ) _lastAudioSequence = _lastVideoSequence = 0;
+    if( header.ssrc != _ssrc && _isRobust( ) )
+    {
+        _lastAudioSequence = _lastVideoSequence = 0;
+        if( _talk.playout ) _resetAudio( 0 );
+    }
     _ssrc = header.ssrc;
     if( header.payloadType == GRTP_AUDIO )
         _recvAudio( header, timestamp, payload, length );
@@ -90,6 +106,11 @@ void GVideoPlaybackStream::_recvAudio( const GRTPHeader& header, uint64_t timest
     if( length < FORMAT_WORD_SIZE || !isAudioRate( GReadU32( payload ) ) )
     {
         GLOG( u"WARNING Malformed RTP AUDIO DATA packet, ignoring." );
+        return;
+    }
+    if( _isTalk( ) )
+    {
+        _recvTalk( header, payload, length );
         return;
     }
     if( isLate( header.sequence, _lastAudioSequence ) ) return;
@@ -114,7 +135,27 @@ void GVideoPlaybackStream::_recvAudio( const GRTPHeader& header, uint64_t timest
     }
     _videoRenderer->queueAudio( timestamp, _audioDecoder->getWaveFormat( ), _decodedAudio.data( ),
                                 static_cast<int>( _decodedAudio.size( ) ) );
-    _instance->set( _key( u"_Audio_Buffer_Length" ), _videoRenderer->getAudioBufferedLength( ) / 1000 );
+    _instance->set( _audioLengthName, _videoRenderer->getAudioBufferedLength( ) / 1000 );
+}
+
+// The playout puts packets in order and bridges what is lost; here only those count that could belong to another talk.
+void GVideoPlaybackStream::_recvTalk( const GRTPHeader& header, const char* payload, int length )
+{
+    const uint32_t rate = GReadU32( payload );
+    const bool newer = static_cast<int32_t>( header.timestamp - _lastAudioStamp ) > 0;
+    const bool welcome = _talk.playout ? _talk.playout->isWelcome( header.sequence, header.timestamp )
+                                       : !isLate( header.sequence, _lastAudioSequence ) || newer;
+    if( !welcome && ( !_talk.playout || rate != _audioRate ) ) return;
+    if( welcome )
+    {
+        _lastAudioSequence = header.sequence;
+        _lastAudioStamp = header.timestamp;
+        const uint64_t before = _lastAudioTime;
+        _resetAudio( rate );
+        _lastAudioTime = length > FORMAT_WORD_SIZE ? GTimeGetTime( ) : rate ? before : 0;
+    }
+    if( _talk.playout )
+        _talk.playout->put( header.sequence, header.timestamp, payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE );
 }
 
 void GVideoPlaybackStream::_recvVideo( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length )
@@ -147,8 +188,40 @@ void GVideoPlaybackStream::_recvVideo( const GRTPHeader& header, uint64_t timest
     if( !_videoRenderer ) GLOG( u"WARNING Received VIDEO packet before video renderer created" );
     // While this device shares its own screen it shows no video, which saves the processor for the screen.
     if( !decoded || !_hasFrame || !_videoRenderer || _instance->test( u"GScreenService_sendStreamActive" ) ) return;
+    if( _isTalk( ) )
+    {
+        _show( header.timestamp, format );
+        return;
+    }
     _videoRenderer->queueVideo( timestamp, format, _decodedVideo );
-    _instance->set( _key( u"_Video_Buffer_Length" ), _videoRenderer->getVideoBufferedLength( ) / 1000 );
+    _instance->set( _videoLengthName, _videoRenderer->getVideoBufferedLength( ) / 1000 );
+}
+
+// Sound that runs is the clock of the pictures.
+void GVideoPlaybackStream::_show( uint32_t stamp, const GImageFormat& format )
+{
+    const uint64_t now = GTimeGetTime( );
+    uint64_t time = 0;
+    const bool runs = _talk.playout && _talk.playout->getHeardTime( stamp, time );
+    int64_t wait = runs ? static_cast<int64_t>( time - now ) : 0;
+    if( wait > UNRELATED_WAIT ) wait = 0;
+    if( _pictures.isFull( ) ) _showDue( UINT64_MAX );
+    _pictures.put( now + static_cast<uint64_t>( std::clamp<int64_t>( wait, 0, LONGEST_WAIT ) ), format, _decodedVideo );
+    _showDue( now );
+}
+
+// Those due by then.
+void GVideoPlaybackStream::_showDue( uint64_t time )
+{
+    while( !_pictures.isEmpty( ) && _pictures.getFront( ).time <= time )
+    {
+        const GPictureQueue::Picture& picture = _pictures.getFront( );
+        GImageTools_instanceWrite( _instance, _imageName, picture.format, picture.pixels );
+        _pictures.pop( );
+    }
+    const uint64_t now = GTimeGetTime( );
+    const int64_t ahead = _pictures.isEmpty( ) ? 0 : static_cast<int64_t>( _pictures.getBack( ).time - now );
+    _instance->set( _videoLengthName, std::max<int64_t>( ahead, 0 ) / 1000 );
 }
 
 // The codec's set-up is never sent: both ends compute it from the edge.
@@ -180,26 +253,41 @@ void GVideoPlaybackStream::_resetAudio( uint32_t rate )
     delete _audioDecoder;
     _audioDecoder = nullptr;
     _audioRate = 0;
-    // A sender may count anew at its next spurt.
-    if( !rate && _isRobust( ) ) _lastAudioSequence = 0;
+    _retireTalk( );
     if( rate )
         _openAudio( rate );
     else
         _stopListeningTo( );
     _retireRenderer( );
     _makeRenderer( );
-    _instance->clear( _key( u"_Video_Buffer_Length" ) );
-    _instance->clear( _key( u"_Audio_Buffer_Length" ) );
+    _instance->clear( _videoLengthName );
+    _instance->clear( _audioLengthName );
 }
 
 void GVideoPlaybackStream::_openAudio( uint32_t rate )
 {
     GString codebook;
     GSpeexEncoder_generateCodebook( codebook, static_cast<int>( rate ) );
-    _audioDecoder = GSAFENEW( GSpeexDecoder, ( codebook.data( ), static_cast<int>( codebook.size( ) ) ) );
+    GSpeexDecoder* decoder = GSAFENEW( GSpeexDecoder, ( codebook.data( ), static_cast<int>( codebook.size( ) ) ) );
+    if( _isRobust( ) )
+        _talk = { std::unique_ptr<GSpeexDecoder>( decoder ),
+                  std::unique_ptr<GVoicePlayout>(
+                      GSAFENEW( GVoicePlayout, ( *decoder, _jitter, static_cast<int>( rate ) ) ) ) };
+    else
+        _audioDecoder = decoder;
     _audioRate = rate;
     _startListeningTo( );
     _lastAudioTime = GTimeGetTime( );
+}
+
+// What it has still to say is heard.
+void GVideoPlaybackStream::_retireTalk( )
+{
+    if( !_talk.playout ) return;
+    _talk.playout->finish( );
+    if( !_talk.playout->done( ) ) _sunsetTalks.push_back( std::move( _talk ) );
+    _talk.playout.reset( );
+    _talk.decoder.reset( );
 }
 
 void GVideoPlaybackStream::_retireRenderer( )
@@ -243,13 +331,22 @@ void GVideoPlaybackStream::_stopListeningTo( )
 void GVideoPlaybackStream::update( )
 {
     const GObjectLock scope( *this );
+    _nextUpdate = UINT64_MAX;
     const int64_t silence = _lastAudioTime ? static_cast<int64_t>( GTimeGetTime( ) - _lastAudioTime ) : 0;
     if( silence > INACTIVITY_TIMEOUT )
     {
         // A talk spurt ends by a second of silence, not by a message.
         GLOG( u"WARNING Inactivity timeout (", silence / 1000, u"ms), resetting audio." );
         _resetAudio( 0 );
+        // A sender may count anew at its next spurt.
+        if( _isRobust( ) ) _lastAudioSequence = 0;
     }
+    if( _isTalk( ) )
+    {
+        _updateTalk( );
+        return;
+    }
+    _wakeAfter( UPDATE_PERIOD );
     if( _videoRenderer ) _writeBufferLengths( );
     for( auto it = _sunsetList.begin( ); it != _sunsetList.end( ); )
         if( ( *it )->done( ) )
@@ -262,8 +359,40 @@ void GVideoPlaybackStream::update( )
             ++it;
 }
 
+void GVideoPlaybackStream::_wakeAfter( int64_t wait )
+{
+    if( wait >= 0 ) _nextUpdate = std::min( _nextUpdate, GTimeGetTime( ) + static_cast<uint64_t>( wait ) );
+}
+
+void GVideoPlaybackStream::_updateTalk( )
+{
+    const uint64_t now = GTimeGetTime( );
+    if( !_pictures.isEmpty( ) ) _showDue( now );
+    if( !_pictures.isEmpty( ) ) _nextUpdate = _pictures.getFront( ).time;
+    if( _talk.playout )
+    {
+        _wakeAfter( _talk.playout->update( ) );
+        _publishTalk( now );
+    }
+    if( _lastAudioTime ) _wakeAfter( INACTIVITY_TIMEOUT + 1000 - static_cast<int64_t>( now - _lastAudioTime ) );
+    for( auto it = _sunsetTalks.begin( ); it != _sunsetTalks.end( ); )
+        if( it->playout->done( ) )
+            it = _sunsetTalks.erase( it );
+        else
+            _wakeAfter( ( it++ )->playout->update( ) );
+}
+
+// Read by people, so ten times a second will do.
+void GVideoPlaybackStream::_publishTalk( uint64_t now )
+{
+    if( now - _publishTime < static_cast<uint64_t>( UPDATE_PERIOD ) ) return;
+    _publishTime = now;
+    _instance->set( _prebufferName, _talk.playout->getTarget( ) / 1000 );
+    _instance->set( _audioLengthName, _talk.playout->getBufferedLength( ) / 1000 );
+}
+
 void GVideoPlaybackStream::_writeBufferLengths( )
 {
-    _instance->set( _key( u"_Video_Buffer_Length" ), _videoRenderer->getVideoBufferedLength( ) / 1000 );
-    _instance->set( _key( u"_Audio_Buffer_Length" ), _videoRenderer->getAudioBufferedLength( ) / 1000 );
+    _instance->set( _videoLengthName, _videoRenderer->getVideoBufferedLength( ) / 1000 );
+    _instance->set( _audioLengthName, _videoRenderer->getAudioBufferedLength( ) / 1000 );
 }

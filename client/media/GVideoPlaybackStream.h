@@ -1,12 +1,18 @@
 // Decodes one device's media, rebuilding its decoders whenever the sender's format word changes, and feeds a renderer. Run by the
 // playback service's thread; recv and update take the object's lock. Bad packets are dropped with a warning and never end a stream.
+// With the remedy `Robust_Media` each talk has a playout that follows the network, and pictures wait for the sound of their time, at most
+// half a second; nothing is allocated for a packet then.
 #pragma once
 
+#include "client/media/GPictureQueue.h"
 #include "client/media/GSpeexDecoder.h"
 #include "client/media/GTheoraDecoder.h"
 #include "client/media/GVideoRenderer.h"
+#include "client/media/GVoicePlayout.h"
 #include "client/transport/GMegaPort.h"
 #include "client/transport/GRTP.h"
+
+#include <memory>
 
 class GVideoPlaybackStream : public GThreadSafeObject
 {
@@ -17,15 +23,31 @@ public:
 
     void recv( const GMegaPortBucket& bucket );
     void update( );
+    // When update wants to run again; 0 for at once, all ones when only a packet can bring more.
+    uint64_t getNextUpdate( ) const { return _nextUpdate; }
     const GWString& getName( ) const { return _name; }
     const GWString& getBuddyGUID( ) const { return _buddyGUID; }
 
 private:
+    // A talk with the remedy; the playout borrows the decoder.
+    struct Talk
+    {
+        std::unique_ptr<GSpeexDecoder> decoder;
+        std::unique_ptr<GVoicePlayout> playout;
+    };
+    void _recvTalk( const GRTPHeader& header, const char* payload, int length );
     void _recvAudio( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length );
     void _recvVideo( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length );
     void _resetAudio( uint32_t rate );
     void _resetVideo( uint32_t width, uint32_t height );
     void _openAudio( uint32_t rate );
+    void _retireTalk( );
+    bool _isTalk( ) const { return _talk.playout || ( !_audioDecoder && _isRobust( ) ); }
+    void _show( uint32_t stamp, const GImageFormat& format );
+    void _showDue( uint64_t time );
+    void _updateTalk( );
+    void _wakeAfter( int64_t wait );
+    void _publishTalk( uint64_t now );
     void _retireRenderer( );
     void _makeRenderer( );
     void _startListeningTo( );
@@ -54,4 +76,15 @@ private:
     uint32_t _videoHeight = 0;
     uint64_t _lastAudioTime = 0;
     bool _hasFrame = false;
+
+    GJitterEstimate _jitter;
+    Talk _talk;
+    std::list<Talk> _sunsetTalks;
+    GPictureQueue _pictures;
+    uint32_t _lastAudioStamp = 0;
+    uint64_t _nextUpdate = 0;
+    uint64_t _publishTime = 0;
+    GWString _videoLengthName;
+    GWString _audioLengthName;
+    GWString _prebufferName;
 };

@@ -2,6 +2,7 @@
 
 #include "platform/GSound.h"
 #include "platform/GSoundRing.h"
+#include "platform/GTime.h"
 
 #include <cstring>
 
@@ -28,16 +29,42 @@ void FakeSound::reset( )
     opened = closed = frequency = play = write = 0;
     reads = 0;
     ring.clear( );
+    clears = clocked = false;
+    latency = 0;
+    startDelay = startTime = 0;
+    heard = taken = 0;
+    output.clear( );
 }
 
-GSoundRing GSoundRingOpen( int frequency, int bytes )
+void FakeSound::run( )
+{
+    if( !clocked || !playing || lost ) return;
+    const int64_t elapsed = static_cast<int64_t>( GTimeGetTime( ) - startTime );
+    heard = std::max( heard, elapsed * frequency / 1000000 );
+    const int64_t step = frequency / 200;
+    const int64_t ahead = static_cast<int64_t>( latency ) * frequency / 1000000;
+    const int64_t samples = static_cast<int64_t>( ring.size( ) ) / 2;
+    while( taken < ( std::max<int64_t>( elapsed, 0 ) * frequency / 1000000 + ahead ) / step * step )
+    {
+        char* const from = ring.data( ) + taken++ % samples * 2;
+        int16_t sample = 0;
+        std::memcpy( &sample, from, 2 );
+        output.push_back( sample );
+        if( clears ) std::memset( from, 0, 2 );
+    }
+}
+
+GSoundRing GSoundRingOpen( int frequency, int bytes, int latency )
 {
     FakeSound& sound = FakeSound::get( );
     const std::scoped_lock lock( sound.mutex );
     if( !sound.available ) return nullptr;
     ++sound.opened;
     sound.frequency = frequency;
-    sound.ring.assign( static_cast<size_t>( bytes ), 'x' );
+    sound.latency = latency;
+    sound.clears = false;
+    sound.heard = sound.taken = 0;
+    sound.ring.assign( static_cast<size_t>( bytes ), sound.clocked ? '\0' : 'x' );
     return &ring_;
 }
 void GSoundRingClose( GSoundRing )
@@ -46,7 +73,9 @@ void GSoundRingClose( GSoundRing )
 }
 void GSoundRingPlay( GSoundRing )
 {
-    FakeSound::get( ).playing = true;
+    FakeSound& sound = FakeSound::get( );
+    sound.playing = true;
+    sound.startTime = GTimeGetTime( ) + sound.startDelay;
 }
 void GSoundRingStop( GSoundRing )
 {
@@ -60,6 +89,20 @@ bool GSoundRingGetCursors( GSoundRing, int& play, int& write )
     play = sound.play;
     write = sound.write;
     return !sound.lost;
+}
+void GSoundRingClearTaken( GSoundRing )
+{
+    FakeSound::get( ).clears = true;
+}
+bool GSoundRingGetPositions( GSoundRing, int64_t& heard, int64_t& taken )
+{
+    FakeSound& sound = FakeSound::get( );
+    const std::scoped_lock lock( sound.mutex );
+    sound.run( );
+    if( sound.lost ) return false;
+    heard = sound.heard;
+    taken = sound.taken;
+    return true;
 }
 bool GSoundRingWrite( GSoundRing, int offset, const char* data, int length )
 {

@@ -2,9 +2,9 @@
 
 #include "base/GPortable.h"
 
-GSoundRing GSoundRingOpen( int frequency, int bytes )
+GSoundRing GSoundRingOpen( int frequency, int bytes, int latency )
 {
-    GPRECONDITION( frequency > 0 && bytes > 0 && bytes % 2 == 0 );
+    GPRECONDITION( frequency > 0 && bytes > 0 && bytes % 2 == 0 && latency > 0 );
     return nullptr;
 }
 void GSoundRingClose( GSoundRing ring )
@@ -20,6 +20,15 @@ void GSoundRingStop( GSoundRing ring )
     GPRECONDITION( ring );
 }
 bool GSoundRingGetCursors( GSoundRing ring, int&, int& )
+{
+    GPRECONDITION( ring );
+    return false;
+}
+void GSoundRingClearTaken( GSoundRing ring )
+{
+    GPRECONDITION( ring );
+}
+bool GSoundRingGetPositions( GSoundRing ring, int64_t&, int64_t& )
 {
     GPRECONDITION( ring );
     return false;

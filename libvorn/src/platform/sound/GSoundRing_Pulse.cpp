@@ -12,8 +12,6 @@
 namespace
 {
 constexpr int BYTES_PER_SAMPLE = 2;
-// What waits in the server: 60 ms, room for a scheduler's whims.
-constexpr pa_usec_t TARGET_LATENCY = 60000;
 constexpr pa_usec_t START_TIME = 1000000;
 } // namespace
 
@@ -24,6 +22,8 @@ struct GSoundRingRecord
     int64_t pulled = 0; // Bytes that the device took since the start.
     int64_t played = 0; // Bytes that were heard; only rises.
     int frequency = 0;
+    int latency = GSOUNDRING_LATENCY;
+    bool clears = false; // What was taken becomes silence.
 };
 
 namespace
@@ -45,6 +45,7 @@ void onWrite( pa_stream* stream, size_t wanted, void* argument )
         const int64_t offset = ring.pulled % size;
         const size_t count = std::min( { room, wanted, static_cast<size_t>( size - offset ) } );
         std::memcpy( to, ring.bytes.data( ) + offset, count );
+        if( ring.clears ) std::memset( ring.bytes.data( ) + offset, 0, count );
         if( pa_stream_write( stream, to, count, nullptr, 0, PA_SEEK_RELATIVE ) < 0 ) return;
         ring.pulled += static_cast<int64_t>( count );
         wanted -= count;
@@ -68,7 +69,7 @@ bool connectStream( GSoundRingRecord& ring )
     pa_buffer_attr wish;
     std::memset( &wish, 0xFF, sizeof( wish ) );
     const pa_sample_spec* spec = pa_stream_get_sample_spec( ring.stream );
-    wish.tlength = static_cast<uint32_t>( pa_usec_to_bytes( TARGET_LATENCY, spec ) );
+    wish.tlength = static_cast<uint32_t>( pa_usec_to_bytes( static_cast<pa_usec_t>( ring.latency ), spec ) );
     wish.prebuf = 0;
     const int flags = PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_ADJUST_LATENCY |
                       PA_STREAM_START_CORKED | ( server.waveMuted ? PA_STREAM_START_MUTED : 0 );
@@ -87,6 +88,24 @@ void release( GSoundRingRecord& ring )
     GSoundServer::release( ring.stream );
 }
 
+// False when the ring is lost.
+bool updatePlayed( GSoundRingRecord& ring )
+{
+    if( !isUsable( ring ) ) return false;
+    pa_usec_t latency = 0;
+    int negative = 0;
+    // Without a first answer of the server nothing was heard yet.
+    if( pa_stream_get_latency( ring.stream, &latency, &negative ) >= 0 )
+    {
+        const int64_t waiting =
+            negative ? 0 : static_cast<int64_t>( latency ) * ring.frequency / 1000000 * BYTES_PER_SAMPLE;
+        ring.played = std::max( ring.played, std::max( int64_t( 0 ), ring.pulled - waiting ) );
+    }
+    // The clock of the stream runs on when the sink stands still; never beyond what was given.
+    ring.played = std::min( ring.played, ring.pulled );
+    return true;
+}
+
 void cork( GSoundRing ring, bool hold )
 {
     GPRECONDITION( ring );
@@ -95,9 +114,9 @@ void cork( GSoundRing ring, bool hold )
 }
 } // namespace
 
-GSoundRing GSoundRingOpen( int frequency, int bytes )
+GSoundRing GSoundRingOpen( int frequency, int bytes, int latency )
 {
-    GPRECONDITION( frequency > 0 && bytes > 0 && bytes % BYTES_PER_SAMPLE == 0 );
+    GPRECONDITION( frequency > 0 && bytes > 0 && bytes % BYTES_PER_SAMPLE == 0 && latency > 0 );
     const GSoundServer::Lock lock;
     GSoundServer& server = GSoundServer::get( );
     if( !server.connect( ) ) return nullptr;
@@ -108,6 +127,7 @@ GSoundRing GSoundRingOpen( int frequency, int bytes )
     ring->bytes.assign( static_cast<size_t>( bytes ), 0 );
     ring->stream = stream;
     ring->frequency = frequency;
+    ring->latency = latency;
     server.addStream( stream );
     if( connectStream( *ring ) ) return ring;
     release( *ring );
@@ -147,21 +167,27 @@ bool GSoundRingGetCursors( GSoundRing ring, int& play, int& write )
 {
     GPRECONDITION( ring );
     const GSoundServer::Lock lock;
-    if( !isUsable( *ring ) ) return false;
-    pa_usec_t latency = 0;
-    int negative = 0;
-    // Without a first answer of the server nothing was heard yet.
-    if( pa_stream_get_latency( ring->stream, &latency, &negative ) >= 0 )
-    {
-        const int64_t waiting =
-            negative ? 0 : static_cast<int64_t>( latency ) * ring->frequency / 1000000 * BYTES_PER_SAMPLE;
-        ring->played = std::max( ring->played, std::max( int64_t( 0 ), ring->pulled - waiting ) );
-    }
-    // The clock of the stream runs on when the sink stands still; never beyond what was given.
-    ring->played = std::min( ring->played, ring->pulled );
+    if( !updatePlayed( *ring ) ) return false;
     const int64_t size = static_cast<int64_t>( ring->bytes.size( ) );
     play = static_cast<int>( ring->played % size );
     write = static_cast<int>( ring->pulled % size );
+    return true;
+}
+
+void GSoundRingClearTaken( GSoundRing ring )
+{
+    GPRECONDITION( ring );
+    const GSoundServer::Lock lock;
+    ring->clears = true;
+}
+
+bool GSoundRingGetPositions( GSoundRing ring, int64_t& heard, int64_t& taken )
+{
+    GPRECONDITION( ring );
+    const GSoundServer::Lock lock;
+    if( !updatePlayed( *ring ) ) return false;
+    heard = ring->played / BYTES_PER_SAMPLE;
+    taken = ring->pulled / BYTES_PER_SAMPLE;
     return true;
 }
 
