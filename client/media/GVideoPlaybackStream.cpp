@@ -1,9 +1,9 @@
 #include "client/media/GVideoPlaybackStream.h"
 
 #include "base/GBytes.h"
+#include "client/drawing/GImageTools.h"
 #include "client/media/GSpeexEncoder.h"
 #include "client/media/GTheoraEncoder.h"
-#include "client/drawing/GImageTools.h"
 #include "platform/GTime.h"
 
 #include <algorithm>

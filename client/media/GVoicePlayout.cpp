@@ -109,8 +109,7 @@ bool GVoicePlayout::_readRing( )
         _forgetRing( );
         return false;
     }
-    if( _heard > 0 )
-        _reserve += ( _toTime( _taken - _heard ) + DEADLINE + GUARD - _reserve ) / RESERVE_SMOOTHING;
+    if( _heard > 0 ) _reserve += ( _toTime( _taken - _heard ) + DEADLINE + GUARD - _reserve ) / RESERVE_SMOOTHING;
     return true;
 }
 
@@ -207,8 +206,7 @@ void GVoicePlayout::put( uint16_t sequence, uint32_t stamp, const char* frame, i
 
 void GVoicePlayout::_keep( int ahead, uint16_t sequence, uint32_t stamp, const char* frame, int length )
 {
-    if( ahead == 0 || _length )
-        _estimate.add( _now, _toTime( _media + static_cast<int64_t>( ahead ) * _length ) );
+    if( ahead == 0 || _length ) _estimate.add( _now, _toTime( _media + static_cast<int64_t>( ahead ) * _length ) );
     if( stampsBetween( _lastStamp, stamp ) > 0 ) _lastStamp = stamp;
     if( ahead >= GPacketWindow::SIZE )
     {
@@ -237,9 +235,8 @@ void GVoicePlayout::_decode( const GPacketWindow::Packet& packet )
 {
     // An empty frame says nothing and takes no time.
     _decoded.clear( );
-    const bool good =
-        packet.frame.empty( ) ||
-        _decoder.decode( packet.frame.data( ), static_cast<int>( packet.frame.size( ) ), _decoded );
+    const bool good = packet.frame.empty( ) ||
+                      _decoder.decode( packet.frame.data( ), static_cast<int>( packet.frame.size( ) ), _decoded );
     if( good && !_decoded.empty( ) ) _length = samplesIn( _decoded );
     if( !good )
     {
@@ -311,8 +308,8 @@ int64_t GVoicePlayout::_place( int count )
 int GVoicePlayout::_useless( int64_t position, int count ) const
 {
     const int64_t overdue = _dry && !_finishTime && _estimate.isStalled( ) ? position - _placeOf( _media - count ) : 0;
-    const int64_t beyond = std::max( position + count - _heard - _toSamples( _greatestDelay( ) ),
-                                     position + count - _taken - _frequency );
+    const int64_t beyond =
+        std::max( position + count - _heard - _toSamples( _greatestDelay( ) ), position + count - _taken - _frequency );
     return static_cast<int>( std::clamp<int64_t>( std::max( overdue, beyond ), 0, count ) );
 }
 
@@ -389,8 +386,7 @@ int64_t GVoicePlayout::update( )
     {
         if( _window.isEmpty( ) && _finishTime ) return std::max<int64_t>( _toTime( _written - _heard ), DEVICE_POLL );
         if( _window.isEmpty( ) && _dry ) return -1;
-        const int64_t left =
-            _leftBefore( _dry ? std::max( { _placeOf( _media ), _taken, _written } ) : _written );
+        const int64_t left = _leftBefore( _dry ? std::max( { _placeOf( _media ), _taken, _written } ) : _written );
         if( left > 0 ) return left;
         if( !_window.isEmpty( ) )
         {

@@ -75,15 +75,15 @@ protected:
     {
         std::vector<Arrival> arrivals;
         for( int i = 0; i < packets; ++i )
-            if( const int64_t takes = network( i ); takes >= 0 )
-                arrivals.push_back( { sent( i, ppm ) + takes, i } );
+            if( const int64_t takes = network( i ); takes >= 0 ) arrivals.push_back( { sent( i, ppm ) + takes, i } );
         std::stable_sort( arrivals.begin( ), arrivals.end( ),
                           []( const Arrival& a, const Arrival& b ) { return a.time < b.time; } );
         return arrivals;
     }
     static int64_t sent( int number, int ppm = 0 )
     {
-        return number * PACKET_TIME - number * PACKET_TIME / 1000000 * ppm - number * PACKET_TIME % 1000000 * ppm / 1000000;
+        return number * PACKET_TIME - number * PACKET_TIME / 1000000 * ppm -
+               number * PACKET_TIME % 1000000 * ppm / 1000000;
     }
     void advanceTo( uint64_t time )
     {
@@ -107,7 +107,8 @@ protected:
         GWriteU32( frame, static_cast<uint32_t>( arrival.number ) );
         GWriteU32( frame + 4, arrival.quiet );
         const int64_t captured = sent( arrival.number ) + arrival.pause;
-        playout->put( static_cast<uint16_t>( arrival.number + 1 ), static_cast<uint32_t>( captured / 10000 ), frame, 8 );
+        playout->put( static_cast<uint16_t>( arrival.number + 1 ), static_cast<uint32_t>( captured / 10000 ), frame,
+                      8 );
         update( );
     }
     void play( const std::vector<Arrival>& arrivals )
@@ -133,7 +134,10 @@ protected:
     }
     // What it takes from being sent to the ear; the fade of a first one is left out.
     int64_t delayOf( int number, int ppm = 0 ) const { return heardTime( number ) - sent( number, ppm ); }
-    int64_t samplesLike( int16_t value ) const { return std::count( sound.output.begin( ), sound.output.end( ), value ); }
+    int64_t samplesLike( int16_t value ) const
+    {
+        return std::count( sound.output.begin( ), sound.output.end( ), value );
+    }
     // Numbers in the order in which they are heard, each with most of its samples.
     std::vector<int> heardNumbers( ) const
     {
@@ -174,7 +178,8 @@ TEST_F( GVoicePlayoutTest, CleanLinkIsHeardAfterSixtyMilliseconds )
 {
     play( talk( 500, []( int ) { return 0; } ) );
     playOut( );
-    for( const int number : { 1, 5, 100, 499 } ) EXPECT_NEAR( delayOf( number ), 60 * MILLISECOND, 3 * MILLISECOND ) << number;
+    for( const int number : { 1, 5, 100, 499 } )
+        EXPECT_NEAR( delayOf( number ), 60 * MILLISECOND, 3 * MILLISECOND ) << number;
     EXPECT_EQ( 60 * MILLISECOND, target( ) );
     EXPECT_EQ( 500U, heardNumbers( ).size( ) );
     EXPECT_EQ( 500, playout->getStatistics( ).played );
@@ -204,7 +209,8 @@ TEST_F( GVoicePlayoutTest, TargetFitsTheJitter )
         EXPECT_LE( target( ), ( jitter + 60 ) * MILLISECOND );
         // Once it is known, hardly anything comes too late.
         const auto numbers = heardNumbers( );
-        const auto late = std::count_if( numbers.begin( ), numbers.end( ), []( int number ) { return number >= 1000; } );
+        const auto late =
+            std::count_if( numbers.begin( ), numbers.end( ), []( int number ) { return number >= 1000; } );
         EXPECT_GE( late, 485 ) << jitter;
         EXPECT_TRUE( std::is_sorted( numbers.begin( ), numbers.end( ) ) );
     }
@@ -267,7 +273,8 @@ TEST_F( GVoicePlayoutTest, DuplicatesAreHeardOnceAndAreNoJitter )
     auto arrivals = talk( 300, []( int ) { return 0; } );
     const auto again = talk( 300, []( int ) { return 400 * MILLISECOND; } );
     arrivals.insert( arrivals.end( ), again.begin( ), again.end( ) );
-    std::stable_sort( arrivals.begin( ), arrivals.end( ), []( const Arrival& a, const Arrival& b ) { return a.time < b.time; } );
+    std::stable_sort( arrivals.begin( ), arrivals.end( ),
+                      []( const Arrival& a, const Arrival& b ) { return a.time < b.time; } );
     play( arrivals );
     playOut( );
     EXPECT_EQ( 300U, heardNumbers( ).size( ) );
