@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -145,6 +146,57 @@ TEST_F( GSoundRingTest, StoppedRingStandsStillAndGoesOn )
     EXPECT_TRUE( becomes( [&] { return GSoundRingGetCursors( ring, play, write ) && write != stillWrite; } ) );
 }
 
+TEST_F( GSoundRingTest, PositionsRiseWithTheCursors )
+{
+    int64_t heard = -1, taken = -1;
+    ASSERT_TRUE( GSoundRingGetPositions( ring, heard, taken ) );
+    EXPECT_EQ( heard, 0 );
+    EXPECT_EQ( taken, 0 );
+    GSoundRingPlay( ring );
+    int64_t before = 0;
+    EXPECT_TRUE( becomes(
+        [&]
+        {
+            EXPECT_TRUE( GSoundRingGetPositions( ring, heard, taken ) );
+            EXPECT_GE( heard, before );
+            EXPECT_LE( heard, taken );
+            before = heard;
+            return heard > RATE * 5 / 4;
+        } ) ) << "beyond the ring's size";
+}
+
+TEST_F( GSoundRingTest, WhatWasTakenIsSilenceAfterwards )
+{
+    GSoundRingClearTaken( ring );
+    const GString samples = tone( 500 );
+    EXPECT_TRUE( GSoundRingWrite( ring, 0, samples.data( ), SIZE ) );
+    TestSound::Recorder recorder;
+    GSoundRingPlay( ring );
+    std::vector<int16_t> heard = recorder.hear( RATE * 2 );
+    heard.erase( heard.begin( ), heard.begin( ) + RATE * 3 / 2 );
+    EXPECT_EQ( *std::max_element( heard.begin( ), heard.end( ) ), 0 );
+}
+
+TEST_F( GSoundRingTest, LittleLatencyIsGivenWhenItIsAskedFor )
+{
+    GSoundRing quick = GSoundRingOpen( RATE, SIZE, 25000 );
+    ASSERT_TRUE( quick );
+    GSoundRingPlay( quick );
+    GSoundRingPlay( ring );
+    int64_t heard = 0, taken = 0, most = 0, mostOfOther = 0;
+    EXPECT_TRUE( becomes(
+        [&]
+        {
+            EXPECT_TRUE( GSoundRingGetPositions( ring, heard, taken ) );
+            if( heard > 0 ) mostOfOther = std::max( mostOfOther, taken - heard );
+            EXPECT_TRUE( GSoundRingGetPositions( quick, heard, taken ) );
+            if( heard > 0 ) most = std::max( most, taken - heard );
+            return heard > RATE;
+        } ) );
+    EXPECT_LT( most, mostOfOther ) << "samples";
+    GSoundRingClose( quick );
+}
+
 TEST_F( GSoundRingTest, RingsPlayBesideEachOther )
 {
     GSoundRing other = GSoundRingOpen( 22000, 44000 );
@@ -171,6 +223,7 @@ TEST( GSoundRingDeathTest, MistakesOfTheOwnerAbort )
     };
     EXPECT_DEATH( writeTooMuch( ), "at < size && left <= size" );
     EXPECT_DEATH( GSoundRingOpen( 0, 2 ), "frequency > 0" );
+    EXPECT_DEATH( GSoundRingOpen( RATE, 2, 0 ), "latency > 0" );
     EXPECT_DEATH( GSoundRingOpen( RATE, 3 ), "bytes % 2|BYTES_PER_SAMPLE" );
     EXPECT_DEATH( GSoundRingClose( nullptr ), "ring" );
 }
