@@ -162,7 +162,8 @@ TEST_F( GSoundRingTest, PositionsRiseWithTheCursors )
             EXPECT_LE( heard, taken );
             before = heard;
             return heard > RATE * 5 / 4;
-        } ) ) << "beyond the ring's size";
+        } ) )
+        << "beyond the ring's size";
 }
 
 TEST_F( GSoundRingTest, WhatWasTakenIsSilenceAfterwards )
