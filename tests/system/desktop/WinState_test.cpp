@@ -3,6 +3,8 @@
 
 #include "libvorn/src/platform/window/GWin_Qt.h"
 
+#include <csignal>
+
 namespace
 {
 constexpr QRgb COLOR = 0x204060;
@@ -45,17 +47,31 @@ protected:
     WinListener listener;
     GWin win = nullptr;
 };
+
+// The window manager does nothing for as long as this lives.
+class SlowWindowManager
+{
+public:
+    SlowWindowManager( ) { EXPECT_TRUE( _id > 0 && !kill( _id, SIGSTOP ) ); }
+    ~SlowWindowManager( ) { EXPECT_FALSE( kill( _id, SIGCONT ) ); }
+    SlowWindowManager( const SlowWindowManager& ) = delete;
+    SlowWindowManager& operator=( const SlowWindowManager& ) = delete;
+
+private:
+    const pid_t _id = qEnvironmentVariableIntValue( "VELMORA_WINDOW_MANAGER" );
+};
 } // namespace
 
 TEST_F( WinStateOnDesktop, MaximizesAndRestores )
 {
+    // The window manager sizes it and moves it after that; both are told.
+    const GRect all = GWinGetWorkArea( 0, 0 );
     GWinMaximize( win );
     EXPECT_TRUE( pumpUntil(
-        [&]( )
-        { return GWinIsMaximized( win ) && !listener.rects.empty( ) && listener.rects.back( ).width( ) > 1000; } ) );
+        [&]( ) { return GWinIsMaximized( win ) && !listener.rects.empty( ) && listener.rects.back( ) == all; } ) );
     GRect rect;
     GWinGetScreenPosition( win, rect );
-    EXPECT_EQ( GWinGetWorkArea( 0, 0 ), rect );
+    EXPECT_EQ( all, rect );
     GWinRestore( win );
     EXPECT_TRUE( pumpUntil(
         [&]( ) {
@@ -183,6 +199,38 @@ TEST_F( WinStateOnDesktop, ShowingHidingAndFocusAreTold )
     EXPECT_TRUE( told( ) );
     EXPECT_TRUE( pumpUntil( [&]( ) { return isShown( ); } ) );
     EXPECT_TRUE( GWinIsAnyShown( ) );
+}
+
+TEST_F( WinStateOnDesktop, FocusIsThereWhenTheWindowManagerGaveItAndNotWhenItWasAskedFor )
+{
+    WinListener other;
+    GWin front = GWinOpen( u"front", { 600, 200, 700, 300 }, false, &other );
+    GWinRepaint( front, 100, 100, plain( 100, 100, "\x80\x80\x80\xFF" ).data( ), 255 );
+    GWinShow( front );
+    GWinSetForeground( front );
+    ASSERT_TRUE( pumpUntil( [&]( ) { return GWinHasKeyFocus( front ); } ) );
+    GWinSetForeground( win );
+    ASSERT_TRUE( pumpUntil( [&]( ) { return GWinHasKeyFocus( win ); } ) );
+    {
+        const SlowWindowManager slow;
+        GWinSetForeground( front );
+        pixelAt( 0, 0 ); // What the X server sends about the request is here before this answer.
+        pumpAll( );
+        EXPECT_FALSE( GWinHasKeyFocus( front ) );
+        EXPECT_TRUE( GWinHasKeyFocus( win ) );
+    }
+    EXPECT_TRUE( pumpUntil( [&]( ) { return GWinHasKeyFocus( front ) && !GWinHasKeyFocus( win ); } ) );
+    {
+        // Gone again before it ever had the focus: that stays where it is, in fact and in our mind.
+        const SlowWindowManager slow;
+        GWinSetForeground( win );
+        pixelAt( 0, 0 );
+        pumpAll( );
+        GWinHide( win );
+    }
+    awaitWindowManager( );
+    EXPECT_TRUE( pumpUntil( [&]( ) { return GWinHasKeyFocus( front ); } ) );
+    GWinClose( front );
 }
 
 TEST_F( WinStateOnDesktop, HasItsClassTitleAndNoFrame )

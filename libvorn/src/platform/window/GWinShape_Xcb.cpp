@@ -39,6 +39,12 @@ xcb_atom_t getStateAtom( xcb_connection_t* connection )
     return atom;
 }
 
+xcb_atom_t getActiveAtom( xcb_connection_t* connection )
+{
+    static const xcb_atom_t atom = getAtom( connection, "_NET_ACTIVE_WINDOW" );
+    return atom;
+}
+
 bool composited_ = true;
 
 void askComposited( )
@@ -127,12 +133,11 @@ void GWinActivate( QWindow& window )
     constexpr uint32_t BY_THE_USER = 2; // The source of a request, by the window manager hints 1.5.
     xcb_connection_t* connection = GDesktopGetConnection( );
     if( !connection ) return;
-    static const xcb_atom_t atom = getAtom( connection, "_NET_ACTIVE_WINDOW" );
     xcb_client_message_event_t message = { };
     message.response_type = XCB_CLIENT_MESSAGE;
     message.format = 32;
     message.window = static_cast<xcb_window_t>( window.winId( ) );
-    message.type = atom;
+    message.type = getActiveAtom( connection );
     message.data.data32[0] = BY_THE_USER;
     const xcb_window_t root = xcb_setup_roots_iterator( xcb_get_setup( connection ) ).data->root;
     xcb_send_event( connection, 0, root, XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
@@ -164,6 +169,14 @@ bool GWinIsIconicNews( const void* nativeEvent )
     const auto* event = static_cast<const xcb_property_notify_event_t*>( nativeEvent );
     return connection && ( event->response_type & 0x7F ) == XCB_PROPERTY_NOTIFY &&
            event->atom == getStateAtom( connection );
+}
+
+bool GWinIsWishForFocus( const void* nativeEvent )
+{
+    xcb_connection_t* connection = GDesktopGetConnection( );
+    const auto* event = static_cast<const xcb_client_message_event_t*>( nativeEvent );
+    return connection && ( event->response_type & 0x7F ) == XCB_CLIENT_MESSAGE &&
+           event->type == getActiveAtom( connection );
 }
 
 void GWinSetClass( QWindow& window )

@@ -235,6 +235,9 @@ void GWinRecord::restore( )
 
 bool GWinRecord::nativeEvent( const QByteArray&, void* message, qintptr* )
 {
+    // The toolkit would take what it asks for as given: a window manager that refuses, or is late, would leave it with a wrong idea
+    // of where the keyboard is, which no event would ever put right.
+    if( GWinIsWishForFocus( message ) ) return true;
     if( _undoMinimize.hasExpired( ) || !GWinIsIconicNews( message ) || !GWinIsIconic( *this ) ) return false;
     _undoMinimize = QDeadlineTimer( 0 );
     GWinMap( *this );

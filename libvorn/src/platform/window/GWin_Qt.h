@@ -113,5 +113,7 @@ void GWinActivate( QWindow& window );
 void GWinWantShown( QWindow& window );
 // True for the news that the window manager has changed that.
 bool GWinIsIconicNews( const void* nativeEvent );
+// True for a request for the focus to the window manager, which comes back to the sender too; it is not an answer.
+bool GWinIsWishForFocus( const void* nativeEvent );
 // The class by which other programs find layered windows.
 void GWinSetClass( QWindow& window );
