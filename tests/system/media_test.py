@@ -129,7 +129,7 @@ def tell(mode, name, result):
     median = {"ear_ms": heard, "picture_ms": ages}
     return {"bench": "media_link", "mode": mode, "link": name, "heard": len(heard), "spoken": len(result["ways"]),
             **{key: round(statistics.median(values) * 1000, 1) if values else None for key, values in median.items()},
-            "pictures_s": round(count / result["seconds"], 2), "unreadable": count - len(ages),
+            "pictures": count, "pictures_s": round(count / result["seconds"], 2), "unreadable": count - len(ages),
             "talker_cpu_pct": round(result["cpu"][0], 1), "listener_cpu_pct": round(result["cpu"][1], 1)}
 
 
