@@ -42,6 +42,25 @@ void GImageConvertFromIYUY( const GImageFormat& fromFormat, const char* fromBuff
                             GString& out );
 // From 15, 16, 19, 20 or GIT_YUY2.
 void GImageConvertToIYUY( const GImageFormat& fromFormat, const char* fromBuffer, GString& out );
+// The part of a picture inside `rect`, which has an area and lies within it, at the size of `toFormat`, which is GIT_IYUY of even
+// width and height: a camera's picture as the video codec wants it. From the same types; pairs of GIT_YUY2 are taken whole, so that a
+// part of it begins and ends at even columns at or left of the rectangle's. Takes nothing from the heap but for what a thread keeps.
+void GImageCropToIYUY( const GImageFormat& fromFormat, const char* fromBuffer, const GRect& rect,
+                       const GImageFormat& toFormat, GString& out );
+
+// Planes where a codec keeps them, the rows of each a stride apart; chroma is half as wide and half as high, rounded up.
+struct GImagePlanes
+{
+    const uint8_t* y = nullptr;
+    const uint8_t* u = nullptr;
+    const uint8_t* v = nullptr;
+    int yStride = 0;
+    int uvStride = 0;
+    int width = 0;
+    int height = 0;
+};
+// As from GIT_IYUY. `toFormat.type` is 15, 16, 19 or 20; its size is set.
+void GImageConvertFromPlanes( const GImagePlanes& from, GImageFormat& toFormat, GString& out );
 
 // ---- Scaling. Both formats have the same type: 15, 16, 19, 20 or 23. Shrinking to half and less takes the mean of the area that each
 // pixel covers, to the nearest; other sizes are interpolated between neighbours.

@@ -269,3 +269,25 @@ void GImageConvertToIYUY( const GImageFormat& fromFormat, const char* fromBuffer
     const int result = convert( from, stride, to.y, width, to.u, width / 2, to.v, width / 2, width, height );
     GASSERT_TEXT( result == 0, "result == ippStsNoErr" );
 }
+
+bool GImageRowsToPlanes( int type, const GImageRows& from, const GImagePlaneRows& to )
+{
+    const ToPlanar convert = toPlanar( type );
+    if( !convert || !from.data ) return convert != nullptr;
+    return convert( from.data, from.stride, to.y, to.yStride, to.u, to.uvStride, to.v, to.uvStride, from.width,
+                    from.height ) == 0;
+}
+
+void GImageConvertFromPlanes( const GImagePlanes& from, GImageFormat& toFormat, GString& out )
+{
+    GPRECONDITION( from.y && from.u && from.v && from.width > 0 && from.height > 0 );
+    const FromPlanar convert = fromPlanar( toFormat.type );
+    if( !convert ) return GImageUnsupported( GIT_IYUY, toFormat.type );
+    toFormat.width = from.width;
+    toFormat.height = from.height;
+    out.resize( static_cast<size_t>( GImageSize( toFormat ) ) );
+    const int result = convert( from.y, from.yStride, from.u, from.uvStride, from.v, from.uvStride,
+                                reinterpret_cast<uint8_t*>( out.data( ) ), GImageRowStride( toFormat.type, from.width ),
+                                from.width, from.height );
+    GASSERT_TEXT( result == 0, "result == ippStsNoErr" );
+}

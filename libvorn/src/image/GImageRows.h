@@ -26,6 +26,17 @@ void GImageUnsupported( int fromType, int toType );
 
 // Converts between raw layouts; false when the pair is none that it knows. Knows every pair that any public function offers.
 bool GImageConvertRows( int fromType, const GImageRows& from, int toType, uint8_t* to, int toStride );
+// Parts pixels into planes of chroma half as wide and half as high, rounded up; false, and nothing done, for a layout that it does not
+// know. A GIT_YUY2 block is of even width. Without rows it only tells whether it knows the layout.
+struct GImagePlaneRows
+{
+    uint8_t* y = nullptr;
+    uint8_t* u = nullptr;
+    uint8_t* v = nullptr;
+    int yStride = 0;
+    int uvStride = 0;
+};
+bool GImageRowsToPlanes( int type, const GImageRows& from, const GImagePlaneRows& to );
 // Four-byte pixels, `width` of them. The source holds straight colour.
 void GImageComposeStraight( const uint8_t* from, uint8_t* to, int width );
 void GImageComposePremultiplied( const uint8_t* from, uint8_t* to, int width );
@@ -44,7 +55,7 @@ bool GImageScaleRows( int type, const GImageRows& from, uint8_t* to, int toStrid
 // of channels other than 1, 3 and 4.
 bool GImageScaleBox( int channels, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight );
 
-// Scales by interpolation to any size; false for a number of channels other than 3 and 4.
+// Scales by interpolation to any size; false for a number of channels other than 1, 3 and 4.
 bool GImageScaleLinear( int channels, const GImageRows& from, uint8_t* to, int toStride, int toWidth, int toHeight );
 
 // Bytes that a thread keeps for intermediate rows; they only grow. `slot` 0 to 4 tells the uses apart.

@@ -114,7 +114,8 @@ void interpolate( const GImageRows& from, uint8_t* to, int toStride, int toWidth
         blendRows( rowAt( place.first ), rowAt( place.second ), place, bytes, row );
         int done = 0;
 #ifdef GIMAGE_WIDE
-        if( GImageHasWide( ) ) done = blendColumnsWide<CHANNELS>( row, places, to, toWidth );
+        if constexpr( CHANNELS > 1 )
+            if( GImageHasWide( ) ) done = blendColumnsWide<CHANNELS>( row, places, to, toWidth );
 #endif
         blendColumns<CHANNELS>( row, places + done, to + static_cast<ptrdiff_t>( done ) * CHANNELS, toWidth - done );
     }
@@ -125,6 +126,7 @@ bool GImageScaleLinear( int channels, const GImageRows& from, uint8_t* to, int t
 {
     switch( channels )
     {
+    case 1: interpolate<1>( from, to, toStride, toWidth, toHeight ); return true;
     case 3: interpolate<3>( from, to, toStride, toWidth, toHeight ); return true;
     case 4: interpolate<4>( from, to, toStride, toWidth, toHeight ); return true;
     default: return false;
