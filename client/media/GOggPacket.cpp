@@ -25,8 +25,8 @@ int GDeserialize( const char* buffer, int length, ogg_packet& oggPacket )
     if( !buffer || length < FIXED_SIZE ) return 0;
     const uint32_t bytes = GReadU32( buffer + 24 );
     if( bytes > static_cast<uint32_t>( length - FIXED_SIZE ) ) return 0;
-    oggPacket.b_o_s = static_cast<long>( GReadU32( buffer ) );
-    oggPacket.e_o_s = static_cast<long>( GReadU32( buffer + 4 ) );
+    oggPacket.b_o_s = static_cast<int32_t>( GReadU32( buffer ) );
+    oggPacket.e_o_s = static_cast<int32_t>( GReadU32( buffer + 4 ) );
     oggPacket.granulepos = static_cast<ogg_int64_t>( GReadU64( buffer + 8 ) );
     oggPacket.packetno = static_cast<ogg_int64_t>( GReadU64( buffer + 16 ) );
     oggPacket.bytes = static_cast<long>( bytes );

@@ -3,14 +3,22 @@
 #include "base/GBytes.h"
 
 #include <algorithm>
-#include <cmath>
 #include <vector>
 
 namespace
 {
-// An encoder sends a few frames a packet; a damaged bit stream must not turn one packet into minutes of sound.
+// An encoder sends a few frames a packet. Five bits can make a frame, so that a packet of any bytes could cost a second of work.
 constexpr int MAXIMUM_FRAMES = 256;
+constexpr int END_OF_STREAM = -1;
 std::vector<float> decodeBuffer_;
+
+// The codec overshoots on loud sound, and a stranger's bits can give any value at all.
+int16_t toSample( float value )
+{
+    if( value >= 32767.0F ) return 32767;
+    if( value <= -32768.0F ) return -32768;
+    return value == value ? static_cast<int16_t>( value ) : int16_t{ 0 };
+}
 } // namespace
 
 GSpeexDecoder::GSpeexDecoder( const char* headerPacket, int headerPacketLength )
@@ -34,8 +42,7 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
 {
     GPRECONDITION( fromSpeexBytes && numSpeexBytes );
     out.clear( );
-    const int64_t sampleBufferSize = numSpeexBytes < 4 ? -1 : static_cast<int64_t>( GReadU32( fromSpeexBytes ) );
-    if( sampleBufferSize != numSpeexBytes - 4 )
+    if( numSpeexBytes < 4 || GReadU32( fromSpeexBytes ) != static_cast<uint32_t>( numSpeexBytes - 4 ) )
     {
         GLOG( u"WARNING Speex packet of ", numSpeexBytes,
               u" bytes tells another length, ignoring. (numSpeexBytes == sampleBufferSize)" );
@@ -43,7 +50,8 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
     }
     speex_bits_read_from( &_bits, const_cast<char*>( fromSpeexBytes + 4 ), numSpeexBytes - 4 );
     const int frameCount = _decodeFrames( );
-    if( frameCount <= 1 )
+    if( frameCount < 0 ) return false;
+    if( !GWITHIN( 2, frameCount, MAXIMUM_FRAMES ) )
     {
         GLOG( u"WARNING Speex packet holds ", frameCount, u" frames, ignoring. (frameCount > 1)" );
         return false;
@@ -54,14 +62,10 @@ bool GSpeexDecoder::decode( const char* fromSpeexBytes, int numSpeexBytes, GStri
 
 void GSpeexDecoder::_writeFrames( int frameCount, GString& out ) const
 {
-    out.resize( static_cast<size_t>( frameCount * _frameSize ) * 2 );
-    for( int i = 0; i < frameCount * _frameSize; ++i )
-    {
-        const float sample = decodeBuffer_[static_cast<size_t>( i )];
-        const float clamped = std::isfinite( sample ) ? std::clamp( sample, -32768.0F, 32767.0F ) : 0.0F;
-        GWriteU16( out.data( ) + static_cast<ptrdiff_t>( 2 ) * i,
-                   static_cast<uint16_t>( static_cast<int16_t>( clamped ) ) );
-    }
+    const size_t count = static_cast<size_t>( frameCount * _frameSize );
+    out.resize( count * 2 );
+    int16_t* samples = reinterpret_cast<int16_t*>( out.data( ) );
+    for( size_t i = 0; i < count; ++i ) samples[i] = toSample( decodeBuffer_[i] );
 }
 
 void GSpeexDecoder::conceal( int samples, GString& out )
@@ -74,17 +78,23 @@ void GSpeexDecoder::conceal( int samples, GString& out )
     _writeFrames( frameCount, out );
 }
 
+// Frames in the shared buffer, one more than the maximum when there are too many; below 0 for bits that the codec refuses.
 int GSpeexDecoder::_decodeFrames( )
 {
     int frameCount = 0;
-    while( speex_bits_remaining( &_bits ) > 0 && frameCount < MAXIMUM_FRAMES )
+    while( speex_bits_remaining( &_bits ) > 0 && frameCount <= MAXIMUM_FRAMES )
     {
         const size_t needed = static_cast<size_t>( ( frameCount + 1 ) * _frameSize );
         if( decodeBuffer_.size( ) < needed ) decodeBuffer_.resize( std::max( needed, decodeBuffer_.size( ) * 2 ) );
         const int result =
             speex_decode( _decoderState, &_bits, &decodeBuffer_[needed - static_cast<size_t>( _frameSize )] );
-        if( result == -1 ) break;
-        if( result < -1 ) GLOG( u"WARNING Error #", result, u" reported by speex_decode( )." );
+        if( result == END_OF_STREAM ) break;
+        if( result < END_OF_STREAM )
+        {
+            // What follows is read from the wrong place and could go on for hundreds of frames.
+            GLOG( u"WARNING Error #", result, u" reported by speex_decode( )." );
+            return result;
+        }
         ++frameCount;
     }
     return frameCount;

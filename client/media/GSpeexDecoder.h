@@ -15,8 +15,9 @@ public:
     GSpeexDecoder( const char* headerPacket, int headerPacketLength );
     ~GSpeexDecoder( ) override;
 
-    // Replaces `out` with the samples of one packet. False, after a warning, for a packet whose length does not match or that holds
-    // fewer than two frames. Precondition "fromSpeexBytes && numSpeexBytes".
+    // Replaces `out` with the samples of one packet, held to 16 bits. False, after a warning and with nothing in `out`, for a packet whose
+    // length does not match, whose bits the codec refuses, or that holds fewer than two frames or more than 256. Precondition
+    // "fromSpeexBytes && numSpeexBytes". Allocates nothing once its buffers have grown.
     bool decode( const char* fromSpeexBytes, int numSpeexBytes, GString& out ) override;
     // What the codec guesses of a lost packet: goes on with what was decoded last, ever softer.
     void conceal( int samples, GString& out ) override;

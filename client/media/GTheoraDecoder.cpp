@@ -3,8 +3,6 @@
 #include "client/media/GOggPacket.h"
 #include "image/GImage.h"
 
-#include <cstring>
-
 namespace
 {
 constexpr int MINIMUM_EDGE = 16;
@@ -16,11 +14,9 @@ bool isEdge( uint32_t edge )
     return GWITHIN( static_cast<uint32_t>( MINIMUM_EDGE ), edge, static_cast<uint32_t>( MAXIMUM_EDGE ) );
 }
 
-char* copyPlane( char* to, const unsigned char* from, int stride, int width, int height )
+bool isPlayable( const theora_info& info )
 {
-    for( int y = 0; y < height; ++y, to += width, from += stride )
-        std::memcpy( to, from, static_cast<size_t>( width ) );
-    return to;
+    return isEdge( info.width ) && isEdge( info.height ) && info.pixelformat == OC_PF_420;
 }
 } // namespace
 
@@ -29,7 +25,7 @@ GTheoraDecoder::GTheoraDecoder( const char* headerPacketBuffer, int headerPacket
     GPRECONDITION( headerPacketBuffer && headerPacketLength >= 0 );
     theora_info_init( &_info );
     theora_comment_init( &_comment );
-    if( !_readHeaders( headerPacketBuffer, headerPacketLength ) || !isEdge( _info.width ) || !isEdge( _info.height ) )
+    if( !_readHeaders( headerPacketBuffer, headerPacketLength ) || !isPlayable( _info ) )
     {
         GLOG( u"WARNING Invalid Theora codebook, ignoring." );
         return;
@@ -63,7 +59,7 @@ bool GTheoraDecoder::decode( const char* packetBuffer, int packetLength, GImageF
     ogg_packet framePacket;
     if( !_valid || GDeserialize( packetBuffer, packetLength, framePacket ) == 0 )
     {
-        GLOG( u"WARNING Malformed Theora frame, ignoring." );
+        GLOG( u"WARNING Malformed Theora frame, ignoring. (GDeserialize( packetBuffer, packetLength, framePacket ))" );
         return false;
     }
     // An empty packet repeats the last picture; before the first one there is nothing to repeat.
@@ -77,17 +73,9 @@ bool GTheoraDecoder::decode( const char* packetBuffer, int packetLength, GImageF
     _hasReference = true;
     yuv_buffer yuv;
     if( theora_decode_YUVout( &_state, &yuv ) != 0 || !yuv.y || !yuv.u || !yuv.v ) return false;
-    _copyPlanes( yuv );
-    const GImageFormat planar = { GIT_IYUY, yuv.y_width, yuv.y_height };
-    format = { GIT_RGB24, yuv.y_width, yuv.y_height };
-    GImageConvertFromIYUY( planar, _planes.data( ), format, pixels );
+    // Decoded planes are padded: rows are a stride apart.
+    format.type = GIT_RGB24;
+    GImageConvertFromPlanes( { yuv.y, yuv.u, yuv.v, yuv.y_stride, yuv.uv_stride, yuv.y_width, yuv.y_height }, format,
+                             pixels );
     return true;
-}
-
-void GTheoraDecoder::_copyPlanes( const yuv_buffer& yuv )
-{
-    _planes.resize( static_cast<size_t>( yuv.y_width * yuv.y_height + 2 * yuv.uv_width * yuv.uv_height ) );
-    char* to = copyPlane( _planes.data( ), yuv.y, yuv.y_stride, yuv.y_width, yuv.y_height );
-    to = copyPlane( to, yuv.u, yuv.uv_stride, yuv.uv_width, yuv.uv_height );
-    copyPlane( to, yuv.v, yuv.uv_stride, yuv.uv_width, yuv.uv_height );
 }

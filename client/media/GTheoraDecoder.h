@@ -10,8 +10,8 @@
 class GTheoraDecoder : public GHeapObject
 {
 public:
-    // Precondition "headerPacketBuffer && headerPacketLength >= 0". A codebook that the codec refuses, or with a size outside 16 to
-    // 1024, leaves the decoder invalid, after a warning.
+    // Precondition "headerPacketBuffer && headerPacketLength >= 0". A codebook that the codec refuses, with a size outside 16 to 1024 or
+    // with other planes than those of 4:2:0 leaves the decoder invalid, after a warning, before anything is built from it.
     GTheoraDecoder( const char* headerPacketBuffer, int headerPacketLength );
     ~GTheoraDecoder( ) override;
 
@@ -22,7 +22,6 @@ public:
 
 private:
     bool _readHeaders( const char* buffer, int length );
-    void _copyPlanes( const yuv_buffer& yuv );
 
     theora_info _info;
     theora_comment _comment;
@@ -30,5 +29,4 @@ private:
     bool _stateOpen = false;
     bool _valid = false;
     bool _hasReference = false;
-    GString _planes;
 };

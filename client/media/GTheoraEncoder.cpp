@@ -10,10 +10,10 @@ namespace
 constexpr ogg_uint32_t KEY_PERIOD = 64;
 // Of the first byte of a picture: not a header, and not built on the picture before.
 constexpr unsigned char KEY_BITS = 0xC0;
+} // namespace
 
-// The one set of codec parameters: the codebook and the encoder must agree on it, and both ends of a call compute it. A frame
-// carries its own time in the packet, so the codec's rate is a formal 1:1.
-void fillInfo( theora_info& info, int width, int height )
+// A frame carries its own time in the packet, so the codec's rate is a formal 1:1.
+void GTheoraEncoder_fillInfo( theora_info& info, int width, int height )
 {
     theora_info_init( &info );
     info.width = info.frame_width = static_cast<ogg_uint32_t>( width );
@@ -34,7 +34,6 @@ void fillInfo( theora_info& info, int width, int height )
     info.keyframe_mindistance = 8;
     info.noise_sensitivity = 2;
 }
-} // namespace
 
 void GTheoraEncoder_generateCodebook( int width, int height, GString& buffer )
 {
@@ -46,7 +45,7 @@ void GTheoraEncoder_generateCodebook( int width, int height, GString& buffer )
     theora_comment encoderComment;
     theora_state theoraState;
     ogg_packet oggPacket;
-    fillInfo( encoderInfo, width, height );
+    GTheoraEncoder_fillInfo( encoderInfo, width, height );
     GASSERT( !theora_encode_init( &theoraState, &encoderInfo ) );
     GASSERT( !theora_encode_header( &theoraState, &oggPacket ) );
     GSerialize( oggPacket, buffer );
@@ -73,13 +72,7 @@ GTheoraEncoder::GTheoraEncoder( const GImageFormat& srcImageFormat, const GRect&
     GPRECONDITION( GRectWithin( cropRect, srcImageFormat.width, srcImageFormat.height ) );
     GPRECONDITION( fps > 0 );
     GASSERT( !(_outputWidth% 16) && !(_outputHeight% 16) );
-    // Packed 4:2:2 shares its chroma between pixel pairs, so a crop must begin at an even column.
-    if( _srcImageFormat.type == GIT_YUY2 && _cropRect.left % 2 )
-    {
-        --_cropRect.left;
-        --_cropRect.right;
-    }
-    fillInfo( _encoderInfo, outputWidth, outputHeight );
+    GTheoraEncoder_fillInfo( _encoderInfo, outputWidth, outputHeight );
     GASSERT_TEXT( !theora_encode_init( &_theoraState, &_encoderInfo ),
                   "!theora_encode_init( &_theoraState, &_encoderInfo )" );
     GString codebook;
@@ -103,7 +96,7 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     GASSERT_TEXT( _encoderInfo.width == static_cast<ogg_uint32_t>( _outputWidth ) &&
                       _encoderInfo.height == static_cast<ogg_uint32_t>( _outputHeight ),
                   "_encoderInfo.width == _outputWidth && _encoderInfo.height == _outputHeight" );
-    unsigned char* luma = reinterpret_cast<unsigned char*>( _scaled.data( ) );
+    unsigned char* luma = reinterpret_cast<unsigned char*>( _planes.data( ) );
     yuv_buffer yuv;
     yuv.y_width = yuv.y_stride = _outputWidth;
     yuv.y_height = _outputHeight;
@@ -120,7 +113,8 @@ void GTheoraEncoder::encode( const char* sampleBuffer, int length, GString& pack
     GASSERT( theora_encode_packetout( &_theoraState, 0, &oggPacket ) == 1 );
     _isKeyPicture = oggPacket.bytes > 0 && !( *oggPacket.packet & KEY_BITS );
     GSerialize( oggPacket, packetBuffer );
-    if( GLogTest( 'E' ) ) _verify( packetBuffer );
+    // A frame of no bytes repeats the one before it, which the other decoder may not have seen.
+    if( oggPacket.bytes && GLogTest( 'E' ) ) _verify( packetBuffer );
 }
 
 void GTheoraEncoder::_setKeyPeriod( ogg_uint32_t pictures )
@@ -128,7 +122,7 @@ void GTheoraEncoder::_setKeyPeriod( ogg_uint32_t pictures )
     theora_control( &_theoraState, TH_ENCCTL_SET_KEYFRAME_FREQUENCY_FORCE, &pictures, sizeof( pictures ) );
 }
 
-// Brings the source to planes of the output size in `_scaled`.
+// Brings what the crop keeps of the source to planes of the output size.
 bool GTheoraEncoder::_fillPlanes( const char* sampleBuffer, int length )
 {
     if( _srcImageFormat.type != GIT_RGB24 && _srcImageFormat.type != GIT_YUY2 )
@@ -141,13 +135,7 @@ bool GTheoraEncoder::_fillPlanes( const char* sampleBuffer, int length )
         GLOG( u"WARNING Frame of ", length, u" bytes is too short, ignoring." );
         return false;
     }
-    const GImageFormat cropFormat = { _srcImageFormat.type, _cropRect.width( ), _cropRect.height( ) };
-    GImageCrop( _srcImageFormat, sampleBuffer, _cropRect, _cropped );
-    const bool scale = cropFormat.width != _outputWidth || cropFormat.height != _outputHeight;
-    GImageConvertToIYUY( cropFormat, _cropped.data( ), scale ? _planar : _scaled );
-    if( scale )
-        GImageResizeIYUY( { GIT_IYUY, cropFormat.width, cropFormat.height }, _planar.data( ),
-                          { GIT_IYUY, _outputWidth, _outputHeight }, _scaled );
+    GImageCropToIYUY( _srcImageFormat, sampleBuffer, _cropRect, { GIT_IYUY, _outputWidth, _outputHeight }, _planes );
     return true;
 }
 

@@ -8,6 +8,10 @@
 
 #include <memory>
 
+// The one set of codec parameters for a size: the codebook and the encoder must agree on it, and both ends of a call compute it.
+// Initialises `info`, which the caller clears.
+void GTheoraEncoder_fillInfo( theora_info& info, int width, int height );
+
 // Writes the three set-up packets. Preconditions "width && height", "!(width % 16)", "!(height % 16)", "!buffer.size( )".
 void GTheoraEncoder_generateCodebook( int width, int height, GString& buffer );
 
@@ -19,8 +23,9 @@ public:
                     int fps );
     ~GTheoraEncoder( ) override;
 
-    // Replaces `packetBuffer` with one serialized frame; empty for a source that is neither GIT_RGB24 nor GIT_YUY2, after a warning.
-    // Precondition "sampleBuffer && length >= 0". Allocates nothing once its buffers have grown.
+    // Replaces `packetBuffer` with one serialized frame; empty for a source that is neither GIT_RGB24 nor GIT_YUY2 and for one shorter
+    // than its format says, after a warning. Precondition "sampleBuffer && length >= 0". Allocates nothing once its buffers have grown.
+    // In log category E each frame is decoded once more, to see that it can be.
     void encode( const char* sampleBuffer, int length, GString& packetBuffer );
     // The next frame stands by itself, as the first one does.
     void startAfresh( ) { _isAfresh = true; }
@@ -43,7 +48,5 @@ private:
     std::unique_ptr<GTheoraDecoder> _debug_decoder;
     bool _isAfresh = false;
     bool _isKeyPicture = false;
-    GString _cropped;
-    GString _planar;
-    GString _scaled;
+    GString _planes;
 };
