@@ -32,8 +32,7 @@ void GAudioEncoding::_make( const GAudioFormat& format, bool audioEnabled )
 
 void GAudioEncoding::begin( const GAudioFormat& format, const char* buffer, int length, bool audioEnabled )
 {
-    if( !_encoder || format.bytesPerSample != _format.bytesPerSample || format.frequency != _format.frequency )
-        _make( format, audioEnabled );
+    if( !isMadeFor( format ) ) _make( format, audioEnabled );
     int numChunks = 1;
     while( length / numChunks / ENCODED_SHARE > MAXIMUM_ENCODED_CHUNK ) numChunks *= 2;
     GVERIFY( !(length % numChunks) );

@@ -12,7 +12,10 @@ class GAudioEncoding
 public:
     void reset( );
     bool isMade( ) const { return _encoder != nullptr; }
-    const GAudioFormat& getFormat( ) const { return _format; }
+    bool isMadeFor( const GAudioFormat& format ) const
+    {
+        return _encoder && format.bytesPerSample == _format.bytesPerSample && format.frequency == _format.frequency;
+    }
     // Takes a buffer, which must stay for the calls of next. 16-bit mono samples. `audioEnabled` is logged.
     void begin( const GAudioFormat& format, const char* buffer, int length, bool audioEnabled );
     // The next packet of the buffer, valid until the next call, or null at its end. A rest that is no whole codec frame goes on with

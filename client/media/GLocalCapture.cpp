@@ -125,7 +125,11 @@ void GLocalCapture::_drawLevel( const char* buffer, int samples )
 void GLocalCapture::update( bool reset )
 {
     const GObjectLock scope( *this );
-    if( reset ) _reset( );
+    if( reset )
+    {
+        forgetAudio( );
+        forgetVideo( );
+    }
     if( _rgb.empty( ) && _isPreviewDue( enableVideoPreview, _lastVideoPreview ) ) _writeStatic( );
 }
 
@@ -135,22 +139,24 @@ bool GLocalCapture::isWaitingForPicture( )
     return enableVideoPreview && _rgb.empty( );
 }
 
-void GLocalCapture::_reset( )
+void GLocalCapture::forgetAudio( )
 {
-    _myLastFrameOutputTimestamp = UINT64_MAX;
-    _lastVideoPreview = _lastAudioPreview = 0;
-    _imageFormat = GImageFormat( );
+    const GObjectLock scope( *this );
+    _lastAudioPreview = 0;
     _audioFormat = { 0, 0, 0 };
-    _rgb.clear( );
     _audioImage.clear( );
     _lastLevel = 0;
     _writeLevel( 0 );
-    GString file;
-    GImageFormat format;
-    GString pixels;
-    if( GFileLoad( u"defaultprofile.png", file ) &&
-        GImageLoad( file.data( ), static_cast<int>( file.size( ) ), format, pixels ) )
-        GImageTools_instanceWrite( _instance, u"Local_Video_Image", format, pixels );
+}
+
+void GLocalCapture::forgetVideo( )
+{
+    const GObjectLock scope( *this );
+    _myLastFrameOutputTimestamp = UINT64_MAX;
+    _lastVideoPreview = 0;
+    _imageFormat = GImageFormat( );
+    _rgb.clear( );
+    GImageTools_instanceCopy( _instance, u"defaultprofile.png", u"Local_Video_Image" );
 }
 
 void GLocalCapture::_writeStatic( )

@@ -15,6 +15,9 @@ public:
     void onAudioFrame( uint64_t timestamp, const GAudioFormat& format, const char* buffer, int length ) override;
     // With `reset`: forgets everything and shows the default profile picture. Paints static while no real picture has come.
     void update( bool reset );
+    // Their part of a reset, for a device that is lost.
+    void forgetVideo( );
+    void forgetAudio( );
     // A preview is on for which no real picture has come: update has to be called again and again.
     bool isWaitingForPicture( );
 
@@ -25,7 +28,6 @@ private:
     void _measure( const GAudioFormat& format, const char* buffer, int length );
     void _writeLevel( int level );
     bool _isPreviewDue( bool enabled, uint64_t last ) const;
-    void _reset( );
     void _drawLevel( const char* buffer, int samples );
     void _writeStatic( );
 

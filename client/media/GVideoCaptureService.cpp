@@ -2,6 +2,9 @@
 
 #include "client/drawing/GImageGDI.h"
 #include "client/drawing/GImageTools.h"
+#include "platform/GTime.h"
+
+#include <algorithm>
 
 namespace
 {
@@ -9,16 +12,16 @@ constexpr int LOOP_MS = 50;
 // A command ends the rest at once.
 constexpr int REST_MS = 5000;
 constexpr int PRIORITY = 2;
-constexpr int BYTES_PER_SAMPLE = 2;
-constexpr int FREQUENCY = 22000;
-constexpr int FPS = 7;
 constexpr char16_t QUEUE[] = u"GVideoCaptureService_commandQueue";
 constexpr char16_t NO_AUDIO[] = u"(none - disable audio capture)";
 constexpr char16_t NO_VIDEO[] = u"(none - disable video capture)";
 } // namespace
 
 GVideoCaptureService::GVideoCaptureService( GInstance* instance, GMegaPort* port )
-    : _instance( instance ), _port( port ), _commandEvent( GEventOpen( ) )
+    : _instance( instance ), _port( port ),
+      _commandEvent( GEventOpen( ) ), _audio{ GCaptureMedium::audio, u"Audio", NO_AUDIO }, _video{
+                                                                                               GCaptureMedium::video,
+                                                                                               u"Video", NO_VIDEO }
 {
     _instance->setWaker( QUEUE, _commandEvent );
     _setWaker( _commandEvent );
@@ -30,7 +33,7 @@ GVideoCaptureService::~GVideoCaptureService( )
     _instance->setWaker( QUEUE, nullptr );
     GEventClose( _commandEvent );
     GASSERT( !_localCapture );
-    GASSERT( !_recorder );
+    GASSERT_TEXT( !_recorder.isOpen( ), "!_recorder" );
 }
 
 void GVideoCaptureService::_bGThreadObject_safe_onStartup( )
@@ -55,25 +58,27 @@ void GVideoCaptureService::_listDevices( )
         audioList.push_front( clip );
         videoList.push_front( clip );
     }
-    _publishDevices( audioList, u"Audio_Capture_Device", NO_AUDIO, u"Available_Audio_Capture_Devices" );
-    _publishDevices( videoList, u"Video_Capture_Device", NO_VIDEO, u"Available_Video_Capture_Devices" );
+    _publishDevices( audioList, _audio );
+    _publishDevices( videoList, _video );
 }
 
 // The present choice stands first, where a skin's list shows it.
-void GVideoCaptureService::_publishDevices( GStringList devices, GWStringView choice, GWStringView none,
-                                            GWStringView list )
+void GVideoCaptureService::_publishDevices( GStringList devices, Medium& medium )
 {
+    medium.present = devices;
+    medium.retry.onList( medium.isPresent( ), GTimeGetTime( ) );
+    const GWString choice = GConcat( medium.name, u"_Capture_Device" );
     if( _instance->isSet( choice ) )
     {
         const GWString name = _instance->get( choice );
         devices.remove( name );
-        devices.remove( GWString( none ) );
+        devices.remove( GWString( medium.none ) );
         devices.push_front( name );
-        if( name != none ) devices.emplace_back( none );
+        if( name != medium.none ) devices.emplace_back( medium.none );
     }
     else
-        devices.emplace_front( none );
-    _instance->set( list, devices );
+        devices.emplace_front( medium.none );
+    _instance->set( GConcat( u"Available_", medium.name, u"_Capture_Devices" ), devices );
 }
 
 void GVideoCaptureService::_enqueueStart( )
@@ -100,25 +105,23 @@ int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
         else
             GLOG( u"WARNING Malformed command sent to 'GVideoCaptureService_commandQueue', ignoring." );
     }
+    if( _shared ) _watch( );
     _localCapture->update( false );
-    return _localCapture->isWaitingForPicture( ) ? LOOP_MS : REST_MS;
+    const int rest = _localCapture->isWaitingForPicture( ) ? LOOP_MS : REST_MS;
+    const uint64_t now = GTimeGetTime( );
+    return _audio.retry.getRest( now, _video.retry.getRest( now, rest ) );
 }
 
 void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
 {
     GLOGIF( 'v', u"Stopping local capture" );
-    if( _recorder )
-    {
-        GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
-        GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
-    }
+    if( _recorder.isOpen( ) ) _unsubscribeLocal( );
     delete _localCapture;
     _localCapture = nullptr;
     GLOGIF( 'v', _streams.size( ), u" capture streams on close, stopping." );
     while( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
     _unshare( );
-    if( _recorder ) GAVCaptureClose( _recorder );
-    _recorder = nullptr;
+    _recorder.close( );
 }
 
 void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
@@ -126,7 +129,7 @@ void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
     const GWString method = command.getMethod( );
     if( method == u"START" ) return _onStart( command );
     if( method == u"LISTDEVICES" ) return _listDevices( );
-    if( !_recorder )
+    if( !_recorder.isOpen( ) )
     {
         GLOG( u"WARNING Unable to execute command '", method, u"' because recorder does not exist, ignoring." );
         return;
@@ -150,23 +153,28 @@ void GVideoCaptureService::_onCommand( const GHTTPHeaders& command )
 void GVideoCaptureService::_onStart( const GHTTPHeaders& command )
 {
     _writeNoAudioImage( );
-    if( _recorder ) _stopRecorder( );
+    if( _recorder.isOpen( ) ) _stopRecorder( );
     _instance->set( u"Video_Capture_Status", u"Starting..." );
     _instance->set( u"Audio_Capture_Status", u"Starting..." );
+    if( _isRobust( ) ) _instance->set( u"Video_Capture_FSM_Status", u"Starting..." );
     const int size = GVideoEncoding_getEdge( _instance );
-    GWString audioName = command.get( u"Audio_Capture_Device" );
-    GWString videoName = command.get( u"Video_Capture_Device" );
-    if( audioName == NO_AUDIO ) audioName.clear( );
-    if( videoName == NO_VIDEO ) videoName.clear( );
-    _recorder = GAVCaptureOpen( audioName, videoName, BYTES_PER_SAMPLE, FREQUENCY, FPS, size, size );
-    if( !_recorder ) return _onStartFailed( );
-    _publishMedium( u"Audio", audioName, !audioName.empty( ), GAVCaptureIsAudioWorking( _recorder ) );
-    _publishMedium( u"Video", videoName, !videoName.empty( ), GAVCaptureIsVideoWorking( _recorder ) );
-    GAVCaptureSubscribeVideo( _recorder, _localCapture );
-    GAVCaptureSubscribeAudio( _recorder, _localCapture );
-    if( _instance->test( u"Robust_Media" ) ) _share( );
+    for( Medium* medium : { &_audio, &_video } )
+    {
+        medium->device = command.get( GConcat( medium->name, u"_Capture_Device" ) );
+        if( medium->device == medium->none ) medium->device.clear( );
+        medium->retry.stop( );
+    }
+    if( !_recorder.open( _audio.device, _video.device, size ) ) return _onStartFailed( );
+    for( Medium* medium : { &_audio, &_video } )
+        _publishMedium( *medium, !medium->device.empty( ), _recorder.isWorking( medium->medium ) );
+    _publishState( );
+    _recorder.subscribeVideo( _localCapture );
+    _recorder.subscribeAudio( _localCapture );
+    if( _isRobust( ) ) _share( );
+    if( _shared )
+        for( Medium* medium : { &_audio, &_video } ) _waitFor( *medium );
     _restartStreams( );
-    _instance->enqueue( u"GSIPService_commandQueue", GHTTPHeaders( u"UPDATECAPTURE" ) );
+    _tellPeers( );
 }
 
 void GVideoCaptureService::_stopRecorder( )
@@ -176,35 +184,34 @@ void GVideoCaptureService::_stopRecorder( )
     for( const auto& [name, stream] : _streams ) _unsubscribe( stream );
     _unshare( );
     GASSERT( _localCapture );
-    GAVCaptureUnsubscribeVideo( _recorder, _localCapture );
-    GAVCaptureUnsubscribeAudio( _recorder, _localCapture );
+    _unsubscribeLocal( );
     _localCapture->update( true );
-    GAVCaptureClose( _recorder );
+    _recorder.close( );
     _setStatus( u"Stopped" );
-    _recorder = nullptr;
 }
 
 void GVideoCaptureService::_onStartFailed( )
 {
     GLOG( u"WARNING Unable to open recorder, ignoring." );
-    for( const GWStringView medium : { GWStringView( u"Audio" ), GWStringView( u"Video" ) } )
-        _publishMedium( medium, u"", true, false );
+    for( Medium* medium : { &_audio, &_video } ) _publishMedium( *medium, true, false );
+    _publishState( );
+    if( _isRobust( ) ) _tellPeers( );
 }
 
-void GVideoCaptureService::_publishMedium( GWStringView medium, GWStringView name, bool asked, bool working )
+void GVideoCaptureService::_publishMedium( Medium& medium, bool asked, bool working )
 {
-    const GWString status = working ? u"Online" : asked ? u"Error" : u"Offline";
-    const GWString device = GConcat( medium, u"_Capture_Device" );
-    _instance->set( GConcat( medium, u"_Capture_Status" ), status );
-    _instance->set( GConcat( medium, u"_Capture_Online" ), working ? u"true" : u"false" );
+    const GWString device = GConcat( medium.name, u"_Capture_Device" );
+    medium.isOnline = working;
+    _instance->set( GConcat( medium.name, u"_Capture_Status" ), working ? u"Online" : asked ? u"Error" : u"Offline" );
+    _instance->set( GConcat( medium.name, u"_Capture_Online" ), working ? u"true" : u"false" );
     if( working )
     {
         // An equal value would keep its old persist flag. A clip is the device of this run only.
         _instance->clear( device );
-        _instance->set( device, name, name != _instance->get( u"avi_source" ) );
+        _instance->set( device, medium.device, medium.device != _instance->get( u"avi_source" ) );
     }
     else
-        _instance->set( device, medium == u"Audio" ? NO_AUDIO : NO_VIDEO );
+        _instance->set( device, medium.none );
 }
 
 void GVideoCaptureService::_restartStreams( )
@@ -263,39 +270,45 @@ void GVideoCaptureService::_onClose( const GHTTPHeaders& command )
     _deleteStream( stream );
 }
 
+void GVideoCaptureService::_unsubscribeLocal( )
+{
+    _recorder.unsubscribeVideo( _localCapture );
+    _recorder.unsubscribeAudio( _localCapture );
+}
+
 void GVideoCaptureService::_share( )
 {
     _shared = std::make_unique<GSharedEncoding>( _instance, _port );
-    GAVCaptureSubscribeAudio( _recorder, _shared.get( ) );
-    GAVCaptureSubscribeVideo( _recorder, _shared.get( ) );
+    _recorder.subscribeAudio( _shared.get( ) );
+    _recorder.subscribeVideo( _shared.get( ) );
 }
 
 // All streams have left.
 void GVideoCaptureService::_unshare( )
 {
     if( !_shared ) return;
-    GAVCaptureUnsubscribeAudio( _recorder, _shared.get( ) );
-    GAVCaptureUnsubscribeVideo( _recorder, _shared.get( ) );
+    _recorder.unsubscribeAudio( _shared.get( ) );
+    _recorder.unsubscribeVideo( _shared.get( ) );
     _shared.reset( );
 }
 
 void GVideoCaptureService::_subscribe( GVideoCaptureStream* stream )
 {
     if( _shared ) return _shared->add( stream );
-    GAVCaptureSubscribeAudio( _recorder, stream );
-    GAVCaptureSubscribeVideo( _recorder, stream );
+    _recorder.subscribeAudio( stream );
+    _recorder.subscribeVideo( stream );
 }
 
 void GVideoCaptureService::_unsubscribe( GVideoCaptureStream* stream )
 {
     if( _shared ) return _shared->remove( stream );
-    GAVCaptureUnsubscribeAudio( _recorder, stream );
-    GAVCaptureUnsubscribeVideo( _recorder, stream );
+    _recorder.unsubscribeAudio( stream );
+    _recorder.unsubscribeVideo( stream );
 }
 
 void GVideoCaptureService::_deleteStream( Streams::iterator stream )
 {
-    if( _recorder ) _unsubscribe( stream->second );
+    if( _recorder.isOpen( ) ) _unsubscribe( stream->second );
     delete stream->second;
     _streams.erase( stream );
 }
@@ -305,6 +318,70 @@ void GVideoCaptureService::_setStatus( GWStringView status )
     _instance->set( u"Video_Capture_Status", status );
     _instance->set( u"Audio_Capture_Status", status );
     _instance->set( u"Video_Capture_FSM_Status", status );
+}
+
+// The remedy keeps this value up to date; to the letter it knows stops only.
+void GVideoCaptureService::_publishState( )
+{
+    if( !_isRobust( ) ) return;
+    const auto has = [this]( GWStringView status ) {
+        return _instance->get( u"Video_Capture_Status" ) == status ||
+               _instance->get( u"Audio_Capture_Status" ) == status;
+    };
+    _instance->set( u"Video_Capture_FSM_Status", has( u"Error" )    ? u"Error"
+                                                 : has( u"Online" ) ? u"Online"
+                                                                    : u"Offline" );
+}
+
+void GVideoCaptureService::_tellPeers( )
+{
+    _instance->enqueue( u"GSIPService_commandQueue", GHTTPHeaders( u"UPDATECAPTURE" ) );
+}
+
+void GVideoCaptureService::_watch( )
+{
+    for( Medium* medium : { &_audio, &_video } )
+    {
+        if( medium->isOnline && !_recorder.isWorking( medium->medium ) ) _onLost( *medium );
+        if( medium->retry.isDue( GTimeGetTime( ) ) ) _tryAgain( *medium );
+    }
+}
+
+// The choice stays as it is: it holds when the device is back, and for the next run.
+void GVideoCaptureService::_onLost( Medium& medium )
+{
+    GLOG( medium.name, u" capture device '", medium.device, u"' is gone" );
+    medium.isOnline = false;
+    _instance->set( GConcat( medium.name, u"_Capture_Status" ), u"Error" );
+    _instance->set( GConcat( medium.name, u"_Capture_Online" ), u"false" );
+    if( medium.medium == GCaptureMedium::audio )
+    {
+        _localCapture->forgetAudio( );
+        _writeNoAudioImage( );
+    }
+    else
+        _localCapture->forgetVideo( );
+    _publishState( );
+    _waitFor( medium );
+    _tellPeers( );
+}
+
+// Of a device that was asked for and does not work.
+void GVideoCaptureService::_waitFor( Medium& medium )
+{
+    if( !medium.isOnline && !medium.device.empty( ) )
+        medium.retry.start( medium.device, medium.isPresent( ), GTimeGetTime( ) );
+}
+
+void GVideoCaptureService::_tryAgain( Medium& medium )
+{
+    if( !_recorder.reopen( medium.medium, medium.device, GVideoEncoding_getEdge( _instance ) ) )
+        return medium.retry.onFailure( GTimeGetTime( ) );
+    GLOG( medium.name, u" capture device '", medium.device, u"' is back" );
+    medium.retry.onSuccess( GTimeGetTime( ) );
+    _publishMedium( medium, true, true );
+    _publishState( );
+    _tellPeers( );
 }
 
 // A black square with a green midline and a red cross.

@@ -1,11 +1,16 @@
 // Owns the one recorder, the live camera and microphone, and one outgoing stream for each device session that is up. Commands on
 // GVideoCaptureService_commandQueue: START, OPEN, RESET, CLOSE, the four preview switches, and LISTDEVICES, which looks again for
-// what is plugged in. Robust_Media is read by START.
+// what is plugged in. With Robust_Media, which START reads, the streams share their encodings, devices that come and go are seen,
+// and one that was lost is opened again when it is back.
 #pragma once
 
+#include "client/media/GCaptureRecorder.h"
+#include "client/media/GCaptureRetry.h"
 #include "client/media/GLocalCapture.h"
 #include "client/media/GSharedEncoding.h"
 #include "runtime/GThreadObject.h"
+
+#include <algorithm>
 
 class GVideoCaptureService : public GThreadObject
 {
@@ -19,14 +24,28 @@ public:
 
 private:
     using Streams = std::map<GWString, GVideoCaptureStream*>;
+    // A camera or a microphone as it is told on the blackboard.
+    struct Medium
+    {
+        GCaptureMedium medium;
+        GWStringView name;  // Begins the names of its values.
+        GWStringView none;  // The choice of no device.
+        GWString device{ }; // What START asked for.
+        bool isOnline = false;
+        GStringList present{ }; // As the devices were listed last.
+        GCaptureRetry retry{ };
+
+        bool isPresent( ) const { return std::find( present.begin( ), present.end( ), device ) != present.end( ); }
+    };
     void _listDevices( );
-    void _publishDevices( GStringList devices, GWStringView choice, GWStringView none, GWStringView list );
+    void _publishDevices( GStringList devices, Medium& medium );
     void _enqueueStart( );
     void _onCommand( const GHTTPHeaders& command );
     void _onStart( const GHTTPHeaders& command );
     void _stopRecorder( );
     void _onStartFailed( );
-    void _publishMedium( GWStringView medium, GWStringView name, bool asked, bool working );
+    void _publishMedium( Medium& medium, bool asked, bool working );
+    void _publishState( );
     void _restartStreams( );
     void _onOpen( const GHTTPHeaders& command );
     void _onReset( const GHTTPHeaders& command );
@@ -37,12 +56,21 @@ private:
     void _unsubscribe( GVideoCaptureStream* stream );
     void _deleteStream( Streams::iterator stream );
     void _setStatus( GWStringView status );
+    void _tellPeers( );
     void _writeNoAudioImage( );
+    void _unsubscribeLocal( );
+    void _watch( );
+    void _onLost( Medium& medium );
+    void _tryAgain( Medium& medium );
+    void _waitFor( Medium& medium );
+    bool _isRobust( ) const { return _instance->test( u"Robust_Media" ); }
 
     GInstance* _instance;
     GMegaPort* _port;
     GEvent _commandEvent;
-    GAVCapture _recorder = nullptr;
+    Medium _audio;
+    Medium _video;
+    GCaptureRecorder _recorder;
     GLocalCapture* _localCapture = nullptr;
     std::unique_ptr<GSharedEncoding> _shared; // With Robust_Media, while there is a recorder.
     Streams _streams;

@@ -102,6 +102,7 @@ void GVideoCaptureStream::onAudioFrame( uint64_t timestamp, const GAudioFormat& 
     const GMutexScope scope( _audioMutex );
     GPRECONDITION( buffer && length >= 0 );
     if( !_audioEnabled ) return;
+    if( !_audio.isMadeFor( format ) ) _resetAudio( );
     _audio.begin( format, buffer, length, _audioEnabled );
     while( const GString* frame = _audio.next( ) )
         _send( composeAudio( timestamp, format.frequency, _audio.getChunkLength( ), *frame ) );

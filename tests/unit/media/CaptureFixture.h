@@ -24,6 +24,7 @@ protected:
     }
     void TearDown( ) override
     {
+        FakeCapture::get( ).onCall = nullptr;
         if( started ) service->_bGThreadObject_safe_onShutdown( );
         service.reset( );
         MediaFixture::TearDown( );

@@ -29,6 +29,22 @@ void FakeCapture::reset( )
     *this = FakeCapture( );
 }
 
+void FakeCapture::note( const GString& call )
+{
+    calls.push_back( call );
+    if( onCall ) onCall( call );
+}
+
+void FakeCapture::pull( const GWString& device )
+{
+    broken.insert( device );
+    for( const auto& record : records )
+    {
+        if( record->audioDevice == device ) record->audioWorks = false;
+        if( record->videoDevice == device ) record->videoWorks = false;
+    }
+}
+
 std::vector<IGCaptureAudioListener*> FakeCapture::audioListeners( ) const
 {
     std::vector<IGCaptureAudioListener*> all;
@@ -62,6 +78,7 @@ GAVCapture GAVCaptureOpen( const GWString& audioDevice, const GWString& videoDev
                            int fps, int width, int height )
 {
     FakeCapture& capture = FakeCapture::get( );
+    capture.note( "open" );
     if( !capture.canOpen ) return nullptr;
     ++capture.opened;
     capture.audioDevice = audioDevice;
@@ -83,23 +100,28 @@ void GAVCaptureClose( GAVCapture handle )
 {
     FakeCapture& capture = FakeCapture::get( );
     ++capture.closed;
+    capture.note( "close" );
     EXPECT_TRUE( handle->audioListeners.empty( ) && handle->videoListeners.empty( ) );
     std::erase_if( capture.records, [handle]( const auto& record ) { return record.get( ) == handle; } );
 }
 void GAVCaptureSubscribeAudio( GAVCapture capture, IGCaptureAudioListener* listener )
 {
+    FakeCapture::get( ).note( "+audio" );
     capture->audioListeners.push_back( listener );
 }
 void GAVCaptureSubscribeVideo( GAVCapture capture, IGCaptureVideoListener* listener )
 {
+    FakeCapture::get( ).note( "+video" );
     capture->videoListeners.push_back( listener );
 }
 void GAVCaptureUnsubscribeAudio( GAVCapture capture, IGCaptureAudioListener* listener )
 {
+    FakeCapture::get( ).note( "-audio" );
     removeFrom( capture->audioListeners, listener );
 }
 void GAVCaptureUnsubscribeVideo( GAVCapture capture, IGCaptureVideoListener* listener )
 {
+    FakeCapture::get( ).note( "-video" );
     removeFrom( capture->videoListeners, listener );
 }
 bool GAVCaptureIsAudioWorking( GAVCapture capture )

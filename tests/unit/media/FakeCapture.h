@@ -3,6 +3,7 @@
 
 #include "platform/GAVCapture.h"
 
+#include <functional>
 #include <memory>
 #include <set>
 
@@ -35,10 +36,16 @@ struct FakeCapture
     int fps = 0;
     int width = 0;
     int height = 0;
+    std::vector<GString> calls; // "open", "close", and a plus or minus with the medium for who comes and goes.
+    std::function<void( const GString& call )> onCall;
     std::vector<std::unique_ptr<GAVCaptureRecord>> records; // Those that are open.
 
     static FakeCapture& get( );
     void reset( );
+    void note( const GString& call );
+    // A device goes while it is captured, and cannot be opened until it is plugged in again.
+    void pull( const GWString& device );
+    void plug( const GWString& device ) { broken.erase( device ); }
     // In the order in which they subscribed.
     std::vector<IGCaptureAudioListener*> audioListeners( ) const;
     std::vector<IGCaptureVideoListener*> videoListeners( ) const;

@@ -170,3 +170,155 @@ TEST_F( GVideoCapture, DisabledPreviewWritesNothing )
     video( 5000000 );
     EXPECT_FALSE( instance->isSet( u"Local_Video_Image" ) );
 }
+
+// ---- The pictures, to the letter.
+
+class GLocalCapturePictures : public GVideoCapture
+{
+protected:
+    void sound( const std::vector<int16_t>& samples, int bytesPerSample = 2 )
+    {
+        for( IGCaptureAudioListener* listener : FakeCapture::get( ).audioListeners( ) )
+            listener->onAudioFrame( 1, { bytesPerSample, 22000, 1 }, reinterpret_cast<const char*>( samples.data( ) ),
+                                    static_cast<int>( samples.size( ) * 2 ) );
+    }
+    // Green rows of a column of the level picture: the first and how many.
+    std::pair<int, int> band( int x, int width )
+    {
+        const GString image = instance->getRaw( u"Local_Audio_Image" );
+        int first = -1;
+        int count = 0;
+        for( int y = 0; y < 100; ++y )
+        {
+            const char* pixel = image.data( ) + static_cast<ptrdiff_t>( 3 ) * ( y * width + x );
+            EXPECT_TRUE( !pixel[0] && !pixel[2] );
+            if( !pixel[1] ) continue;
+            if( first < 0 ) first = y;
+            ++count;
+        }
+        return { first, count };
+    }
+};
+
+TEST_F( GLocalCapturePictures, AColumnIsAsHighAsItsSample )
+{
+    start( );
+    run( GHTTPHeaders( u"STARTAUDIOPREVIEW" ) );
+    sound( { 32767, -32768, 0, 16384, -16384 } );
+    EXPECT_EQ( instance->getRaw( u"Local_Audio_Image" ).size( ), 5U * 100U * 3U );
+    EXPECT_EQ( band( 0, 5 ), std::make_pair( 0, 100 ) );
+    EXPECT_EQ( band( 1, 5 ), std::make_pair( -1, 0 ) );
+    EXPECT_EQ( band( 2, 5 ), std::make_pair( 25, 50 ) );
+    EXPECT_EQ( band( 3, 5 ), std::make_pair( 12, 75 ) );
+    EXPECT_EQ( band( 4, 5 ), std::make_pair( 37, 25 ) );
+}
+
+TEST_F( GLocalCapturePictures, TheLevelIsDrawnOnceASecondWhileItIsWanted )
+{
+    start( );
+    const auto stamp = [this] { return instance->getTimestamp( u"Local_Audio_Image" ); };
+    const uint64_t untouched = stamp( );
+    now += 10;
+    sound( { 1, 2 } );
+    EXPECT_EQ( stamp( ), untouched );
+    run( GHTTPHeaders( u"STARTAUDIOPREVIEW" ) );
+    sound( { 1, 2 } );
+    const uint64_t first = stamp( );
+    EXPECT_NE( first, untouched );
+    now += 1000000;
+    sound( { 1, 2 } );
+    EXPECT_EQ( stamp( ), first );
+    now += 1;
+    sound( { 1, 2 } );
+    const uint64_t second = stamp( );
+    EXPECT_NE( second, first );
+    run( GHTTPHeaders( u"STOPAUDIOPREVIEW" ) );
+    now += 2000000;
+    sound( { 1, 2 } );
+    EXPECT_EQ( stamp( ), second );
+}
+
+TEST_F( GLocalCapturePictures, FormatsAreToldWhenTheyChange )
+{
+    GLogSetFilter( "v" );
+    start( );
+    run( GHTTPHeaders( u"STARTAUDIOPREVIEW" ) );
+    run( GHTTPHeaders( u"STARTVIDEOPREVIEW" ) );
+    for( uint64_t i = 1; i < 4; ++i )
+    {
+        now += 2000000;
+        sound( { 1, 2 } );
+        video( i * 2000000 );
+    }
+    GLogSetFilter( "" );
+    EXPECT_EQ( TestLog::count( "AUDIOFORMAT: frequency=22000Hz, bits=16" ), 1 );
+    EXPECT_EQ( TestLog::count( "VIDEOFORMAT: type=#15, dimensions=(160x120)" ), 1 );
+}
+
+TEST_F( GLocalCapturePictures, StaticIsGrayAndEndsWithTheFirstPicture )
+{
+    start( );
+    run( GHTTPHeaders( u"STARTVIDEOPREVIEW" ) );
+    const GString noise = instance->getRaw( u"Local_Video_Image" );
+    ASSERT_EQ( noise.size( ), 57600U );
+    std::set<char> values;
+    for( size_t i = 0; i < noise.size( ); i += 3 )
+    {
+        ASSERT_TRUE( noise[i] == noise[i + 1] && noise[i] == noise[i + 2] );
+        values.insert( noise[i] );
+    }
+    EXPECT_GT( values.size( ), 100U );
+    const auto stamp = [this] { return instance->getTimestamp( u"Local_Video_Image" ); };
+    const uint64_t first = stamp( );
+    now += 1000000;
+    service->_bGThreadObject_safe_onLoop( );
+    EXPECT_EQ( stamp( ), first );
+    now += 1;
+    video( 1 );
+    EXPECT_EQ( instance->getRaw( u"Local_Video_Image" ), picture( 160, 120, 0 ) );
+    const uint64_t real = stamp( );
+    now += 2000000;
+    service->_bGThreadObject_safe_onLoop( );
+    EXPECT_EQ( stamp( ), real );
+}
+
+TEST_F( GLocalCapturePictures, ARestartGoesBackToTheDefaultPictureAndTheStatic )
+{
+    start( );
+    run( GHTTPHeaders( u"STARTVIDEOPREVIEW" ) );
+    now += 2000000;
+    video( 5000000 );
+    const GString real = instance->getRaw( u"Local_Video_Image" );
+    run( restart( ) );
+    EXPECT_NE( instance->getRaw( u"Local_Video_Image" ), real );
+    now += 2000000;
+    video( 1000000 ); // The stamps may begin again, too.
+    EXPECT_EQ( instance->getRaw( u"Local_Video_Image" ).size( ), 57600U );
+}
+
+TEST_F( GLocalCapturePictures, AShortPictureIsNotShown )
+{
+    start( );
+    run( GHTTPHeaders( u"STARTVIDEOPREVIEW" ) );
+    const uint64_t noise = instance->getTimestamp( u"Local_Video_Image" );
+    now += 2000000;
+    const GString pixels( 100, 'x' );
+    for( IGCaptureVideoListener* listener : FakeCapture::get( ).videoListeners( ) )
+        listener->onVideoFrame( 1, { GIT_RGB24, 160, 120 }, pixels.data( ), 100 );
+    EXPECT_EQ( instance->getTimestamp( u"Local_Video_Image" ), noise );
+}
+
+using GLocalCaptureDeathTest = GLocalCapturePictures;
+TEST_F( GLocalCaptureDeathTest, OtherSamplesThanWordsAreOurMistake )
+{
+    start( );
+    run( GHTTPHeaders( u"STARTAUDIOPREVIEW" ) );
+    EXPECT_DEATH( sound( { 1, 2 }, 1 ), "ERROR Attempting encoding of unsupported wave bpp 8, aborting." );
+}
+
+TEST_F( GLocalCaptureDeathTest, StampsThatDoNotRiseAreOurMistake )
+{
+    start( );
+    video( 5000000 );
+    EXPECT_DEATH( video( 5000000 ), "timestamp > _myLastFrameOutputTimestamp" );
+}
