@@ -23,6 +23,8 @@ public:
 private:
     struct Work;
 
+    bool _isOn( GWStringView part ) const;
+
     GInstance* _instance;
     std::unique_ptr<Work> _work; // Null while nothing is treated.
 };

@@ -39,10 +39,11 @@ public:
 // Friendly names of the first ten devices of each medium, each one line of at most 128 characters. Empty lists when there are none,
 // or no sound server answers.
 void GAVCaptureGetDeviceList( GStringList& audioList, GStringList& videoList );
-// Calls `changed` whenever devices may have come or gone: plugged in or pulled, a sound server that comes or goes, or the file behind
-// VELMORA_DEVICES=@file written anew. It is called on a thread of the watch's own, within a second, once for changes that come
-// together, and may list and open devices, but not end or replace the watch. There is one watch in the process: a second call replaces the first, and an
-// empty function ends it; the call waits for a `changed` that is running, and none comes afterwards.
+// Calls `changed` whenever devices may have come or gone (plugged in or pulled, a sound server that comes or goes, the file behind
+// VELMORA_DEVICES=@file written anew) and when a medium of a recorder begins or ends to work. It comes on a thread of the watch's own,
+// within a second or two, once for changes that come together, and may list, open and close, but not end or replace the watch. There
+// is one watch in the process: a second call replaces the first, and an empty function ends it; the call waits for a `changed` that is
+// running, and none comes afterwards.
 void GAVCaptureWatchDevices( std::function<void( )> changed );
 // How long the audio frames of recorders opened from now on are: the most whole codec frames of 160 samples within `milliseconds`,
 // one at least, so that 15 gives 640 bytes at 22000 samples a second; and sources are asked for samples in steps that small. 0, as at

@@ -1,6 +1,9 @@
 // Devices that come and go while nobody captures them.
 #include "CaptureListener.h"
 #include "support/TestFolder.h"
+#include "support/TestLog.h"
+
+#include <atomic>
 
 using GAVCaptureWatch = TestFolder;
 
@@ -37,5 +40,20 @@ TEST_F( GAVCaptureWatch, NothingIsToldAfterItsEnd )
     write( "devices.list", "video:late camera\n" );
     EXPECT_TRUE( other.finds( u"late camera" ) );
     EXPECT_EQ( told, 0 );
+    inject( "" );
+}
+
+// The list of the devices may stay as it is when one dies.
+TEST_F( GAVCaptureWatch, DeviceThatFailsWhileItIsCapturedIsTold )
+{
+    TestLog::expect( "WARNING Capture device failed: it ended, ignoring." );
+    inject( "video:camera=videotestsrc is-live=true num-buffers=7" );
+    CaptureListener listener;
+    const Recording recording( listener, u"", u"camera" );
+    ASSERT_TRUE( GAVCaptureIsVideoWorking( recording.recorder ) );
+    std::atomic<bool> lost{ false };
+    GAVCaptureWatchDevices( [&] { lost = lost || !GAVCaptureIsVideoWorking( recording.recorder ); } );
+    EXPECT_TRUE( TestSound::becomes( [&] { return lost.load( ); } ) );
+    GAVCaptureWatchDevices( nullptr );
     inject( "" );
 }

@@ -2,6 +2,7 @@
 
 #include "platform/capture/GCaptureCaps.h"
 #include "platform/capture/GCaptureCheck.h"
+#include "platform/capture/GCaptureWatch.h"
 
 #include <algorithm>
 
@@ -104,8 +105,10 @@ void GCaptureVideoEnd::_connect( const GstCaps* caps )
     GBitmapInfoHeader header;
     const bool isVideo = caps && GCaptureReadHeader( caps, _bottomUp, header );
     if( isVideo ) gst_video_info_from_caps( &_info, caps );
-    _tap.completeConnect( header );
+    const bool was = _tap.isConnected( );
+    const bool is = _tap.completeConnect( header );
     _changed( );
+    if( was != is ) GCaptureWatch::tell( );
 }
 
 GstFlowReturn GCaptureVideoEnd::_onSample( GstAppSink* sink, gpointer self )

@@ -4,6 +4,7 @@
 #include "platform/capture/GAVCaptureDevices.h"
 #include "platform/capture/GCaptureCaps.h"
 #include "platform/capture/GCaptureCheck.h"
+#include "platform/capture/GCaptureWatch.h"
 
 #include <stdexcept>
 
@@ -297,6 +298,7 @@ void GCapturePipeline::_lose( GWStringView reason )
     if( _wantsVideo ) _videoTap.disconnect( );
     if( _wantsAudio ) _audioTap.disconnect( );
     _notify( );
+    GCaptureWatch::tell( );
 }
 
 bool GCapturePipeline::_isSettled( ) const

@@ -4,7 +4,6 @@
 #include "platform/capture/GAVCaptureDevices.h"
 
 #include <chrono>
-#include <memory>
 
 namespace
 {
@@ -20,14 +19,24 @@ std::filesystem::file_time_type timeOf( const GString& path )
     return std::filesystem::last_write_time( path, error );
 }
 
-std::mutex watchMutex_;
-std::unique_ptr<GCaptureWatch>& watch( )
+std::mutex watchMutex_; // Held while a watch begins and ends.
+// Left alone at the end of the process: its thread may be anywhere then.
+GCaptureWatch* watch_ = nullptr;
+std::mutex toldMutex_;          // Held for a moment.
+GCaptureWatch* told_ = nullptr; // The watch while it stands.
+
+void setTold( GCaptureWatch* watch )
 {
-    // Left alone at the end of the process: its thread may be anywhere then.
-    static auto* const only = new std::unique_ptr<GCaptureWatch>;
-    return *only;
+    const std::scoped_lock lock( toldMutex_ );
+    told_ = watch;
 }
 } // namespace
+
+void GCaptureWatch::tell( )
+{
+    const std::scoped_lock lock( toldMutex_ );
+    if( told_ ) told_->_change( );
+}
 
 GCaptureWatch::GCaptureWatch( std::function<void( )> changed )
     : _tell( std::move( changed ) ), _fileTime( timeOf( GCaptureListFile( ) ) ),
@@ -143,6 +152,8 @@ bool GCaptureWatch::_lookAtServer( )
 void GAVCaptureWatchDevices( std::function<void( )> changed )
 {
     const std::scoped_lock lock( watchMutex_ );
-    watch( ).reset( );
-    if( changed && GCaptureInitialize( ) ) watch( ) = std::make_unique<GCaptureWatch>( std::move( changed ) );
+    setTold( nullptr );
+    delete watch_;
+    watch_ = changed && GCaptureInitialize( ) ? new GCaptureWatch( std::move( changed ) ) : nullptr;
+    setTold( watch_ );
 }

@@ -1,5 +1,5 @@
 // Watches the capture devices from a thread of its own: the library tells of cameras, the sound server of microphones and of its own
-// end; whether it has come back, and the file of injected devices, are looked at now and then.
+// end; pipelines tell of their own; whether the server has come back, and the file of injected devices, are looked at now and then.
 #pragma once
 
 #include "platform/GThread.h"
@@ -19,6 +19,9 @@ public:
     ~GCaptureWatch( );
     GCaptureWatch( const GCaptureWatch& ) = delete;
     GCaptureWatch& operator=( const GCaptureWatch& ) = delete;
+
+    // Something may have changed, for the watch of the process, if there is one. Any thread, at once.
+    static void tell( );
 
 private:
     static int _watchProc( void* self );
