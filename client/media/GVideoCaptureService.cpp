@@ -12,6 +12,8 @@ constexpr int LOOP_MS = 50;
 // A command ends the rest at once.
 constexpr int REST_MS = 5000;
 constexpr int PRIORITY = 2;
+// The remedy's: two codec frames, the least that a receiver can play. 0 is the letter's.
+constexpr int LATENCY_MS = 15;
 constexpr char16_t QUEUE[] = u"GVideoCaptureService_commandQueue";
 constexpr char16_t NO_AUDIO[] = u"(none - disable audio capture)";
 constexpr char16_t NO_VIDEO[] = u"(none - disable video capture)";
@@ -105,7 +107,7 @@ int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
         else
             GLOG( u"WARNING Malformed command sent to 'GVideoCaptureService_commandQueue', ignoring." );
     }
-    if( _shared ) _watch( );
+    if( _shared ) _lookAtDevices( );
     _localCapture->update( false );
     const int rest = _localCapture->isWaitingForPicture( ) ? LOOP_MS : REST_MS;
     const uint64_t now = GTimeGetTime( );
@@ -114,6 +116,8 @@ int GVideoCaptureService::_bGThreadObject_safe_onLoop( )
 
 void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
 {
+    GAVCaptureWatchDevices( nullptr );
+    _isWatching = false;
     GLOGIF( 'v', u"Stopping local capture" );
     if( _recorder.isOpen( ) ) _unsubscribeLocal( );
     delete _localCapture;
@@ -121,6 +125,7 @@ void GVideoCaptureService::_bGThreadObject_safe_onShutdown( )
     GLOGIF( 'v', _streams.size( ), u" capture streams on close, stopping." );
     while( !_streams.empty( ) ) _deleteStream( _streams.begin( ) );
     _unshare( );
+    _untreat( );
     _recorder.close( );
 }
 
@@ -164,12 +169,15 @@ void GVideoCaptureService::_onStart( const GHTTPHeaders& command )
         if( medium->device == medium->none ) medium->device.clear( );
         medium->retry.stop( );
     }
+    _watch( );
+    GAVCaptureSetLatency( _isRobust( ) ? LATENCY_MS : 0 );
     if( !_recorder.open( _audio.device, _video.device, size ) ) return _onStartFailed( );
     for( Medium* medium : { &_audio, &_video } )
         _publishMedium( *medium, !medium->device.empty( ), _recorder.isWorking( medium->medium ) );
     _publishState( );
+    if( _isRobust( ) || _instance->test( u"Voice_Treatment" ) ) _treat( );
     _recorder.subscribeVideo( _localCapture );
-    _recorder.subscribeAudio( _localCapture );
+    _subscribeAudio( _localCapture );
     if( _isRobust( ) ) _share( );
     if( _shared )
         for( Medium* medium : { &_audio, &_video } ) _waitFor( *medium );
@@ -185,6 +193,7 @@ void GVideoCaptureService::_stopRecorder( )
     _unshare( );
     GASSERT( _localCapture );
     _unsubscribeLocal( );
+    _untreat( );
     _localCapture->update( true );
     _recorder.close( );
     _setStatus( u"Stopped" );
@@ -273,13 +282,39 @@ void GVideoCaptureService::_onClose( const GHTTPHeaders& command )
 void GVideoCaptureService::_unsubscribeLocal( )
 {
     _recorder.unsubscribeVideo( _localCapture );
-    _recorder.unsubscribeAudio( _localCapture );
+    _unsubscribeAudio( _localCapture );
+}
+
+void GVideoCaptureService::_treat( )
+{
+    _treated = std::make_unique<GTreatedAudio>( _instance );
+    _recorder.subscribeAudio( _treated.get( ) );
+}
+
+// All listeners have left.
+void GVideoCaptureService::_untreat( )
+{
+    if( !_treated ) return;
+    _recorder.unsubscribeAudio( _treated.get( ) );
+    _treated.reset( );
+}
+
+void GVideoCaptureService::_subscribeAudio( IGCaptureAudioListener* listener )
+{
+    if( _treated ) return _treated->add( listener );
+    _recorder.subscribeAudio( listener );
+}
+
+void GVideoCaptureService::_unsubscribeAudio( IGCaptureAudioListener* listener )
+{
+    if( _treated ) return _treated->remove( listener );
+    _recorder.unsubscribeAudio( listener );
 }
 
 void GVideoCaptureService::_share( )
 {
     _shared = std::make_unique<GSharedEncoding>( _instance, _port );
-    _recorder.subscribeAudio( _shared.get( ) );
+    _subscribeAudio( _shared.get( ) );
     _recorder.subscribeVideo( _shared.get( ) );
 }
 
@@ -287,7 +322,7 @@ void GVideoCaptureService::_share( )
 void GVideoCaptureService::_unshare( )
 {
     if( !_shared ) return;
-    _recorder.unsubscribeAudio( _shared.get( ) );
+    _unsubscribeAudio( _shared.get( ) );
     _recorder.unsubscribeVideo( _shared.get( ) );
     _shared.reset( );
 }
@@ -295,14 +330,14 @@ void GVideoCaptureService::_unshare( )
 void GVideoCaptureService::_subscribe( GVideoCaptureStream* stream )
 {
     if( _shared ) return _shared->add( stream );
-    _recorder.subscribeAudio( stream );
+    _subscribeAudio( stream );
     _recorder.subscribeVideo( stream );
 }
 
 void GVideoCaptureService::_unsubscribe( GVideoCaptureStream* stream )
 {
     if( _shared ) return _shared->remove( stream );
-    _recorder.unsubscribeAudio( stream );
+    _unsubscribeAudio( stream );
     _recorder.unsubscribeVideo( stream );
 }
 
@@ -338,8 +373,23 @@ void GVideoCaptureService::_tellPeers( )
     _instance->enqueue( u"GSIPService_commandQueue", GHTTPHeaders( u"UPDATECAPTURE" ) );
 }
 
+// Devices that come and go wake the service.
 void GVideoCaptureService::_watch( )
 {
+    if( _isWatching == _isRobust( ) ) return;
+    _isWatching = !_isWatching;
+    if( !_isWatching ) return GAVCaptureWatchDevices( nullptr );
+    GAVCaptureWatchDevices(
+        [this]
+        {
+            _devicesChanged = true;
+            GEventSet( _commandEvent );
+        } );
+}
+
+void GVideoCaptureService::_lookAtDevices( )
+{
+    if( _devicesChanged.exchange( false ) ) _listDevices( );
     for( Medium* medium : { &_audio, &_video } )
     {
         if( medium->isOnline && !_recorder.isWorking( medium->medium ) ) _onLost( *medium );

@@ -1,6 +1,9 @@
 // Devices that come and go while the service runs.
 #include "CaptureFixture.h"
 
+#include <chrono>
+#include <thread>
+
 class GVideoCaptureDevices : public GVideoCapture
 {
 protected:
@@ -29,18 +32,24 @@ protected:
         while( instance->dequeue( u"GSIPService_commandQueue", item ) ) count += item.starts_with( "UPDATECAPTURE" );
         return count;
     }
+    // What the watch of the devices does, and the service after it.
+    void tell( )
+    {
+        if( FakeCapture::get( ).devicesChanged ) FakeCapture::get( ).devicesChanged( );
+        loop( );
+    }
     void pull( const GWString& device )
     {
         FakeCapture::get( ).pull( device );
         FakeCapture::get( ).audioDevices.remove( device );
         FakeCapture::get( ).videoDevices.remove( device );
-        run( GHTTPHeaders( u"LISTDEVICES" ) );
+        tell( );
     }
     void plugMicrophone( )
     {
         FakeCapture::get( ).plug( u"microphone" );
         FakeCapture::get( ).audioDevices.push_back( u"microphone" );
-        run( GHTTPHeaders( u"LISTDEVICES" ) );
+        tell( );
     }
     int rest = 0;
 };
@@ -181,10 +190,65 @@ TEST_F( GVideoCaptureDevices, AStartThatFailsIsToldToThePeers )
     EXPECT_EQ( get( u"Video_Capture_FSM_Status" ), u"Error" );
 }
 
+TEST_F( GVideoCaptureDevices, TheListsFollowWhatIsPluggedIn )
+{
+    begin( );
+    FakeCapture::get( ).videoDevices.push_back( u"second camera" );
+    tell( );
+    EXPECT_EQ( get( u"Available_Video_Capture_Devices" ), GConcat( u"camera, second camera, ", NO_VIDEO ) );
+    pull( u"second camera" );
+    EXPECT_EQ( get( u"Available_Video_Capture_Devices" ), GConcat( u"camera, ", NO_VIDEO ) );
+    EXPECT_EQ( peersTold( ), 0 );
+}
+
+TEST_F( GVideoCaptureDevices, AChangeWakesTheServiceThatRests )
+{
+    instance->set( u"Robust_Media", 1 );
+    service->GThreadObject::start( u"GVideoCaptureService" );
+    const auto becomes = [this]( const GWString& list )
+    {
+        // Sooner than a rest ends by itself.
+        const auto deadline = std::chrono::steady_clock::now( ) + std::chrono::milliseconds( 4000 );
+        while( get( u"Available_Video_Capture_Devices" ) != list )
+        {
+            if( std::chrono::steady_clock::now( ) > deadline ) return false;
+            std::this_thread::yield( );
+        }
+        return true;
+    };
+    EXPECT_TRUE( becomes( GConcat( u"camera, ", NO_VIDEO ) ) );
+    const auto deadline = std::chrono::steady_clock::now( ) + std::chrono::seconds( 20 );
+    while( get( u"Video_Capture_Online" ) != u"true" && std::chrono::steady_clock::now( ) < deadline )
+        std::this_thread::yield( );
+    {
+        const GObjectLock scope( *service );
+        FakeCapture::get( ).videoDevices.push_back( u"second camera" );
+    }
+    FakeCapture::get( ).devicesChanged( );
+    EXPECT_TRUE( becomes( GConcat( u"camera, second camera, ", NO_VIDEO ) ) );
+    service->stop( true );
+}
+
+TEST_F( GVideoCaptureDevices, TheWatchBeginsAndEndsWithTheRemedy )
+{
+    begin( );
+    EXPECT_TRUE( FakeCapture::get( ).devicesChanged );
+    instance->set( u"Robust_Media", 0 );
+    run( restart( ) );
+    EXPECT_FALSE( FakeCapture::get( ).devicesChanged );
+    instance->set( u"Robust_Media", 1 );
+    run( restart( ) );
+    EXPECT_TRUE( FakeCapture::get( ).devicesChanged );
+    service->_bGThreadObject_safe_onShutdown( );
+    started = false;
+    EXPECT_FALSE( FakeCapture::get( ).devicesChanged );
+}
+
 TEST_F( GVideoCaptureDevices, ToTheLetterNobodyLooks )
 {
     instance->set( u"Robust_Media", 0 );
     begin( );
+    EXPECT_FALSE( FakeCapture::get( ).devicesChanged );
     pull( u"microphone" );
     loop( 10 );
     plugMicrophone( );
