@@ -49,7 +49,9 @@ void GLocalCapture::onVideoFrame( uint64_t timestamp, const GImageFormat& format
     GASSERT_TEXT( _myLastFrameOutputTimestamp == UINT64_MAX || timestamp > _myLastFrameOutputTimestamp,
                   "timestamp > _myLastFrameOutputTimestamp" );
     _myLastFrameOutputTimestamp = timestamp;
-    if( !_isPreviewDue( enableVideoPreview, _lastVideoPreview ) || length < GImageSize( format ) ) return;
+    // The static that stands there until the first picture comes does not have to stay for its second.
+    const bool first = _rgb.empty( ) && _instance->isRobust( u"Robust_Media" );
+    if( !_isPreviewDue( enableVideoPreview, first ? 0 : _lastVideoPreview ) || length < GImageSize( format ) ) return;
     if( format != _imageFormat )
     {
         GLOGIF( 'v', u"VIDEOFORMAT: type=#", format.type, u", dimensions=(", format.width, u"x", format.height, u")" );

@@ -1,6 +1,7 @@
-// The listener that makes the preview pictures of the own camera and microphone on the blackboard, at most one a second each, and
-// tells how loud the microphone is: Audio_Capture_Level, 0 to 100, at most 15 times a second while the microphone is previewed or
-// talked with, else 0. Frames come on capture threads; the object's lock serialises them.
+// The listener that makes the preview pictures of the own camera and microphone on the blackboard, at most one a second each (with
+// Robust_Media the first one replaces the static before it at once), and tells how loud the microphone is: Audio_Capture_Level,
+// 0 to 100, at most 15 times a second while the microphone is previewed or talked with, else 0. Frames come on capture threads; the
+// object's lock serialises them.
 #pragma once
 
 #include "platform/GAVCapture.h"

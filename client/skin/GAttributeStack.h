@@ -56,6 +56,14 @@ public:
     bool read( GWStringView expression, GWString& value );
     bool read( GWStringView expression, int& value );
     bool read( GWStringView expression, bool& value );
+    // The same for several: an expression and a member by turns. True when any changed.
+    template <typename VALUE, typename... REST>
+    bool readEach( GWStringView expression, VALUE& value, REST&&... rest )
+    {
+        bool changed = read( expression, value );
+        if constexpr( sizeof...( rest ) > 0 ) changed |= readEach( rest... );
+        return changed;
+    }
 
 private:
     std::unique_ptr<GAttributeState> _state;

@@ -4,6 +4,8 @@
 
 #include "base/GTypes.h"
 
+#include <algorithm>
+#include <array>
 #include <span>
 
 // What the text of an attribute, once evaluated, is taken for.
@@ -30,6 +32,21 @@ struct GAttributeRow
     GWStringView meaning;
 };
 using GAttributeTable = std::span<const GAttributeRow>;
+
+// One table of several: what elements have in common is written down once.
+template <size_t... SIZES>
+constexpr auto GAttributeRowsJoin( const GAttributeRow ( &... parts )[SIZES] )
+{
+    std::array<GAttributeRow, ( SIZES + ... )> all{ };
+    auto at = all.begin( );
+    ( ( at = std::copy_n( parts, SIZES, at ) ), ... );
+    return all;
+}
+
+// What every control that has a hint reads.
+constexpr GAttributeRow GHINT_ATTRIBUTES[] = {
+    { u"hint", GAttributeKind::text, u"", u"What a small window says once the pointer rests here." },
+};
 
 // A name that the engine sets for what stands inside.
 struct GNameRow

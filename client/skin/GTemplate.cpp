@@ -12,6 +12,7 @@
 #include "client/skin/commands/GFileCommands.h"
 #include "client/skin/commands/GNodeCommands.h"
 #include "client/skin/commands/GSystemCommands.h"
+#include "client/skin/nodes/GNodeKeys.h"
 #include "client/skin/nodes/GNodeTools.h"
 #include "platform/GTime.h"
 
@@ -393,6 +394,13 @@ void GTemplate::_talkTo( const GWString& name )
     }
 }
 
+void GTemplate::resetBuddyTalk( const GWString& buddy, bool enable )
+{
+    // A button of the skin was pressed by the mouse, or by the space key, which holds it as well.
+    _spaceHolds = enable && !_platform.isLeftButtonDown( ) && GNodeKeys_isDown( GKEY_SPACE );
+    _resetBuddyTalk( buddy, enable );
+}
+
 void GTemplate::_resetBuddyTalk( const GWString& buddy, bool enable )
 {
     GCALL( GTemplate );
@@ -427,8 +435,9 @@ void GTemplate::_updateHotkeys( )
     const uint64_t now = GTimeGetTime( );
     GStringList talking;
     _instance->get( TALKING_TO_LIST, talking );
-    if( !talking.empty( ) && !_hotkeyDown && !_platform.isLeftButtonDown( ) &&
-        !_instance->test( u"Talking_Hands_Free" ) )
+    _spaceHolds = _spaceHolds && GNodeKeys_isDown( GKEY_SPACE );
+    const bool held = _hotkeyDown || _spaceHolds || _platform.isLeftButtonDown( );
+    if( !talking.empty( ) && !held && !_instance->test( u"Talking_Hands_Free" ) )
     {
         GLOG( u"Hotkey up, stopping talk to '", GJoinList( talking ), u"'" );
         _instance->clear( TALKING_TO_LIST );

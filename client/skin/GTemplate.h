@@ -64,7 +64,7 @@ public:
     const GSkinPlatform& getPlatform( ) const { return _platform; }
 
     // Turns the media to each device of the buddy up or down.
-    void resetBuddyTalk( const GWString& buddy, bool enable ) { _resetBuddyTalk( buddy, enable ); }
+    void resetBuddyTalk( const GWString& buddy, bool enable );
     // Assigns or frees the talk hotkey of that name; the text is the key combination.
     void assignHotkey( const GWString& name, const GWString& text );
     void clearHotkey( const GWString& name );
@@ -107,5 +107,6 @@ private:
     bool _countdownOpen = false;
     std::map<GWString, GHotkey> _hotkeys;
     bool _hotkeyDown = false;
-    GWString _heldHotkey; // The name of what is down.
+    bool _spaceHolds = false; // The space key holds the talk that a button of the skin began.
+    GWString _heldHotkey;     // The name of what is down.
 };

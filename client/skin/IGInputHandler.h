@@ -22,4 +22,6 @@ public:
     virtual bool wantsKeyboardFocus( ) { return false; }
     virtual int onKeyboardFocusChanged( bool /*focus*/ ) { return GRESPONSE_NONE; }
     virtual int onMouseoverChanged( bool /*mouseover*/ ) { return GRESPONSE_NONE; }
+    // What a small window says of it once the pointer rests on it; none when empty.
+    virtual GWStringView getHint( ) const { return { }; }
 };

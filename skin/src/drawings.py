@@ -244,6 +244,8 @@ def picture(p, name):
     if kind in ("field", "panel"):
         ground, edge, radius = (p["field"], p["edge"], 8) if kind == "field" else (p["panel"], p["line"], 10)
         return wrap(CELL, CELL, rounded(CELL, CELL, ground, edge, radius)), CELL, CELL
+    if kind == "hint":  # The ground of hints.
+        return wrap(CELL, CELL, rounded(CELL, CELL, p["field"], p["edge"], 6)), CELL, CELL
     if kind == "halo":
         return halo(p, rest), 184, 184
     if kind == "ring":

@@ -2,6 +2,7 @@
 
 #include "client/drawing/GImageStack.h"
 #include "client/drawing/GImageTools.h"
+#include "client/skin/nodes/GNodeKeys.h"
 
 #include <algorithm>
 
@@ -14,7 +15,7 @@ constexpr int COLUMN_PRESSED = 3;
 
 GAttributeTable GButtonNode::getAttributeTable( )
 {
-    static constexpr GAttributeRow ROWS[] = {
+    static constexpr GAttributeRow OWN[] = {
         { u"command", GAttributeKind::command, u"", u"Runs on release; not for the type `push`." },
         { u"downcommand", GAttributeKind::command, u"", u"Runs on the press; for the type `push` when it latches." },
         { u"upcommand", GAttributeKind::command, u"",
@@ -36,6 +37,7 @@ GAttributeTable GButtonNode::getAttributeTable( )
         { u"focusable", GAttributeKind::toggle, u"off", u"The tab key stops here, and space and return press it." },
         { u"focuscolor", GAttributeKind::colour, u"#000000FF", u"The frame while it has the keyboard." },
     };
+    static constexpr auto ROWS = GAttributeRowsJoin( OWN, GHINT_ATTRIBUTES );
     return ROWS;
 }
 
@@ -46,20 +48,14 @@ bool GButtonNode::_isPush( ) const
 
 bool GButtonNode::_postChildUpdate( GAttributeStack& stack )
 {
-    bool changed = stack.read( u"$command", _command );
-    changed |= stack.read( u"$downcommand", _downCommand );
-    changed |= stack.read( u"$upcommand", _upCommand );
-    changed |= stack.read( u"$dblclkcommand", _dblClkCommand );
-    changed |= stack.read( u"$disabled", _disabled );
-    changed |= stack.read( u"$focusable", _focusable );
-    changed |= stack.read( u"$type", _type );
-    changed |= stack.read( u"$text", _text );
+    bool changed = stack.readEach( u"$command", _command, u"$downcommand", _downCommand, u"$upcommand", _upCommand,
+                                   u"$dblclkcommand", _dblClkCommand );
+    changed |= stack.readEach( u"$disabled", _disabled, u"$focusable", _focusable, u"$type", _type );
+    changed |= stack.readEach( u"$text", _text, u"$hint", _hint );
     changed |= _font.read( stack, u"$font" );
     changed |= _mouseoverFont.read( stack, u"$mouseoverfont", _font );
     changed |= _disabledFont.read( stack, u"$disabledfont", _font );
-    changed |= stack.read( u"$src", _src );
-    changed |= stack.read( u"$slice", _slice );
-    changed |= stack.read( u"$pressed", _hasPressed );
+    changed |= stack.readEach( u"$src", _src, u"$slice", _slice, u"$pressed", _hasPressed );
     changed |= GNodeTools_readOr( stack, u"$focuscolor", u"#000000FF", _focusColour );
     return changed;
 }
@@ -206,13 +202,23 @@ int GButtonNode::onMouseoverChanged( bool mouseover )
 int GButtonNode::onKeyboardFocusChanged( bool focus )
 {
     _focus = focus;
+    _keyHeld = false;
     _clicked &= focus && _down;
     return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
+}
+
+int GButtonNode::onKeyUp( GWin, int key )
+{
+    if( key == GKEY_SPACE || key == GKEY_RETURN ) _keyHeld = false;
+    return GRESPONSE_NONE;
 }
 
 int GButtonNode::onKeyPressed( GWin, char16_t character )
 {
     if( !_focusable || _disabled || ( character != u' ' && character != u'\r' ) ) return GRESPONSE_NONE;
     _clicked = false;
+    // A key that is held repeats; it is one press.
+    if( _keyHeld ) return GRESPONSE_RENDER;
+    _keyHeld = true;
     return _press( ) | _release( ) | GRESPONSE_RENDER;
 }

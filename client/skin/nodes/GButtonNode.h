@@ -17,9 +17,11 @@ public:
     bool isDisabled( ) const { return _disabled; }
     bool isLatched( ) const { return _latched; }
 
+    GWStringView getHint( ) const override { return _hint; }
     bool wantsKeyboardFocus( ) override { return _focusable && !_disabled; }
     int onKeyboardFocusChanged( bool focus ) override;
     int onMouseoverChanged( bool mouseover ) override;
+    int onKeyUp( GWin win, int key ) override;
     int onKeyPressed( GWin win, char16_t character ) override;
     int onLButtonDown( GWin win, int x, int y ) override;
     int onLButtonUp( GWin win, int x, int y ) override;
@@ -46,6 +48,7 @@ private:
     bool _focusable = false;
     GWString _type;
     GWString _text;
+    GWString _hint;
     GNodeFont _font;
     GNodeFont _mouseoverFont;
     GNodeFont _disabledFont;
@@ -57,5 +60,6 @@ private:
     bool _down = false;
     bool _focus = false;
     bool _clicked = false; // The focus came by a click, which needs no ring to tell where it is.
+    bool _keyHeld = false;
     bool _latched = false;
 };

@@ -63,11 +63,8 @@ bool GCellNode::_preChildUpdate( GAttributeStack& stack )
 bool GCellNode::_postChildUpdate( GAttributeStack& stack )
 {
     stack.pop( );
-    bool changed = stack.read( u"$fixedwidth", _fixedWidth );
-    changed |= stack.read( u"$fixedheight", _fixedHeight );
-    changed |= stack.read( u"$extra", _extra );
-    changed |= stack.read( u"$x", _x );
-    changed |= stack.read( u"$y", _y );
+    bool changed = stack.readEach( u"$fixedwidth", _fixedWidth, u"$fixedheight", _fixedHeight, u"$extra", _extra );
+    changed |= stack.readEach( u"$x", _x, u"$y", _y );
     changed |= GNodeTools_readAlign( stack, _flags );
     return changed;
 }

@@ -120,11 +120,7 @@ bool GDefaultNode::_updateChildren( GAttributeStack& stack )
 bool GDefaultNode::_postChildUpdate( GAttributeStack& stack )
 {
     if( _hidden || !isNamed( u"page" ) ) return false;
-    bool changed = stack.read( u"$onshow", _onShow );
-    changed |= stack.read( u"$onhide", _onHide );
-    changed |= stack.read( u"$title", _title );
-    changed |= stack.read( u"$text", _text );
-    return changed;
+    return stack.readEach( u"$onshow", _onShow, u"$onhide", _onHide, u"$title", _title, u"$text", _text );
 }
 
 bool GDefaultNode::_preChildRender( GImageStack& )

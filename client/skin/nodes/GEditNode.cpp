@@ -25,7 +25,7 @@ bool isLowSurrogate( char16_t character )
 
 GAttributeTable GEditNode::getAttributeTable( )
 {
-    static constexpr GAttributeRow ROWS[] = {
+    static constexpr GAttributeRow OWN[] = {
         { u"var", GAttributeKind::valueName, u"", u"The blackboard value that it shows and writes." },
         { u"font", GAttributeKind::font, u"", u"The text's font." },
         { u"emptytext", GAttributeKind::text, u"", u"Shown while it is empty and has no keyboard." },
@@ -53,6 +53,7 @@ GAttributeTable GEditNode::getAttributeTable( )
         { u"onescape", GAttributeKind::command, u"",
           u"The window's: where it is set, the escape key goes there and clears nothing." },
     };
+    static constexpr auto ROWS = GAttributeRowsJoin( OWN, GHINT_ATTRIBUTES );
     return ROWS;
 }
 
@@ -71,7 +72,7 @@ bool GEditNode::_postChildUpdate( GAttributeStack& stack )
     changed |= stack.read( u"$password", _password );
     changed |= stack.read( u"$vscroll", _vscroll );
     changed |= stack.read( u"$untouchable", _untouchable );
-    changed |= stack.read( u"$editing", _editing );
+    changed |= stack.readEach( u"$editing", _editing, u"$hint", _hint );
     changed |= stack.read( u"$growlines", _growLines );
     changed |= stack.read( u"$maxlength", _maxLength );
     changed |= GNodeTools_readOr( stack, u"$selectioncolor", u"#5AA9FF80", _selectionColour );

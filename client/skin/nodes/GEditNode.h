@@ -26,6 +26,7 @@ public:
     void submit( ) { _executeOnEnter( ); }
 
     bool isUntouchable( ) const { return _untouchable; }
+    GWStringView getHint( ) const override { return _hint; }
     bool wantsKeyboardFocus( ) override { return true; }
     int onKeyboardFocusChanged( bool focus ) override;
     int onKeyDown( GWin win, int key ) override;
@@ -83,6 +84,7 @@ private:
     GWString _onClear;
     bool _password = false;
     bool _vscroll = false;
+    GWString _hint;
     bool _untouchable = false;
     GWString _var;
     GWString _varSeen; // What the bound value held when it was last read or written.

@@ -9,7 +9,7 @@
 
 GAttributeTable GHotkeyNode::getAttributeTable( )
 {
-    static constexpr GAttributeRow ROWS[] = {
+    static constexpr GAttributeRow OWN[] = {
         { u"var", GAttributeKind::valueName, u"", u"The blackboard value that gets the key combination." },
         { u"font", GAttributeKind::font, u"", u"The text's font." },
         { u"inner", GAttributeKind::number, u"0", u"The margin inside its frame." },
@@ -21,6 +21,7 @@ GAttributeTable GHotkeyNode::getAttributeTable( )
           u"`full`: the tab key moves on, escape leaves the field, backspace empties it. Otherwise these are taken as "
           u"any other key." },
     };
+    static constexpr auto ROWS = GAttributeRowsJoin( OWN, GHINT_ATTRIBUTES );
     return ROWS;
 }
 
@@ -28,7 +29,7 @@ bool GHotkeyNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = _font.read( stack, u"$font" );
     changed |= _field.read( stack );
-    changed |= stack.read( u"$editing", _editing );
+    changed |= stack.readEach( u"$editing", _editing, u"$hint", _hint );
     _full = GCaseEquals( _editing, u"full" );
     const bool renamed = stack.read( u"$var", _var );
     if( renamed || stack.test( u"$refresh" ) ) changed |= GNodeTools_readValue( _instance, _var, _text ) || renamed;

@@ -15,6 +15,7 @@ public:
     void calcMinSize( int& width, int& height ) override;
     const GWString& getText( ) const { return _text; }
 
+    GWStringView getHint( ) const override { return _hint; }
     bool wantsKeyboardFocus( ) override { return true; }
     int onKeyboardFocusChanged( bool focus ) override;
     int onKeyDown( GWin win, int key ) override;
@@ -38,6 +39,7 @@ private:
     GNodeFont _font;
     GNodeField _field;
     GWString _var;
+    GWString _hint;
     GWString _editing;
     bool _full = false; // "$editing" is "full".
     bool _focus = false;

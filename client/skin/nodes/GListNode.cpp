@@ -12,7 +12,7 @@ constexpr int TEXT_MARGIN = 4;
 
 GAttributeTable GListNode::getAttributeTable( )
 {
-    static constexpr GAttributeRow ROWS[] = {
+    static constexpr GAttributeRow FIRST[] = {
         { u"list", GAttributeKind::listText, u"", u"The rows, with commas between." },
         { u"listname", GAttributeKind::valueName, u"", u"The name of a blackboard list; it comes before `list`." },
         { u"varname", GAttributeKind::valueName, u"",
@@ -25,16 +25,8 @@ GAttributeTable GListNode::getAttributeTable( )
         { u"framecolor", GAttributeKind::colour, u"#000000FF", u"The frame around it." },
         { u"focusable", GAttributeKind::toggle, u"off",
           u"The tab key stops here, and arrow, page, home and end keys choose." },
-        { u"rowheight", GAttributeKind::number, u"", u"The height of a row; empty for that of its text." },
-        { u"padding", GAttributeKind::number, u"4", u"The room left and right of the texts." },
-        { u"selectedbgcolor", GAttributeKind::colour, u"",
-          u"The ground of the chosen row; empty: the row is inverted." },
-        { u"mouseoverbgcolor", GAttributeKind::colour, u"", u"The ground of the row under the pointer; empty: none." },
-        { u"thumbcolor", GAttributeKind::colour, u"",
-          u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
-        { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that thumb." },
-        { u"ellipsis", GAttributeKind::toggle, u"off", u"Texts that do not fit end in dots." },
-        { u"rowradius", GAttributeKind::number, u"0", u"The corners of the rows' grounds." },
+    };
+    static constexpr GAttributeRow MORE[] = {
         { u"labels", GAttributeKind::listText, u"", u"Texts to show for the rows, in their order." },
         { u"marksrc", GAttributeKind::image, u"",
           u"A picture before each row; the part to its right stands before the chosen one." },
@@ -42,6 +34,7 @@ GAttributeTable GListNode::getAttributeTable( )
           u"A picture for each row: the first one's part, with the others to its right, and below them the same for a "
           u"chosen row." },
     };
+    static constexpr auto ROWS = GAttributeRowsJoin( FIRST, GROWVIEW_ATTRIBUTES, MORE );
     return ROWS;
 }
 
@@ -50,12 +43,9 @@ GAttributeTable GListNode::getAttributeTable( )
 bool GListNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = _font.read( stack, u"$font" );
-    changed |= _mouseoverFont.read( stack, u"$mouseoverfont", _font );
-    changed |= stack.read( u"$onselect", _onSelect );
-    changed |= stack.read( u"$persist", _persist );
-    changed |= stack.read( u"$focusable", _focusable );
-    changed |= GNodeTools_readOr( stack, u"$framecolor", u"#000000FF", _frameColour );
-    changed |= _readLooks( stack );
+    changed |= stack.readEach( u"$onselect", _onSelect, u"$persist", _persist );
+    changed |= _readLooks( stack, _font, TEXT_MARGIN );
+    changed |= _readPictures( stack );
     changed |= _readRows( stack );
     if( _readSelection( stack ) )
     {
@@ -65,11 +55,9 @@ bool GListNode::_postChildUpdate( GAttributeStack& stack )
     return changed;
 }
 
-bool GListNode::_readLooks( GAttributeStack& stack )
+bool GListNode::_readPictures( GAttributeStack& stack )
 {
-    bool changed = _view.read( stack, TEXT_MARGIN );
-    changed |= stack.read( u"$marksrc", _markSrc );
-    changed |= stack.read( u"$iconsrc", _iconSrc );
+    const bool changed = stack.readEach( u"$marksrc", _markSrc, u"$iconsrc", _iconSrc );
     if( !stack.read( u"$labels", _labelText ) ) return changed;
     const GStringList labels = GSplitList( _labelText );
     _labels.assign( labels.begin( ), labels.end( ) );
@@ -118,18 +106,14 @@ void GListNode::calcMinSize( int& width, int& height )
 
 bool GListNode::_preChildRender( GImageStack& images )
 {
-    images.setInputHandler( this );
-    images.getPosition( _originX, _originY );
     int width = 0;
     int height = 0;
-    images.getDimensions( width, height );
-    width = std::max( 0, width );
-    height = std::max( 0, height );
+    _begin( images, width, height );
     _setRows( );
     _view.layout( 0, width, height );
     images.pushTarget( { 0, 0, width, height } );
     for( int row = _view.getFirst( ); _view.isVisible( row ); ++row ) _drawRow( images, row, _view.getRect( row ) );
-    if( _focus && _focusable ) _view.markFocus( images, _getSelectedRow( ) );
+    _markFocus( images, _getSelectedRow( ) );
     images.pop( );
     _view.drawThumb( images );
     images.drawRect( { 0, 0, width, height }, _frameColour );
@@ -194,39 +178,17 @@ int GListNode::_select( int row )
     return GRESPONSE_RENDER;
 }
 
-int GListNode::onLButtonDown( GWin, int x, int y )
+int GListNode::_clickAt( int y )
 {
-    if( _view.press( x - _originX, y - _originY ) ) return GRESPONSE_RENDER | GRESPONSE_CAPTURE;
     return _select( _getRow( y ) );
 }
 
-int GListNode::onLButtonUp( GWin, int, int )
+bool GListNode::_pointAt( int y )
 {
-    if( !_view.isHeld( ) ) return GRESPONSE_NONE;
-    _view.release( );
-    return GRESPONSE_RELEASE;
-}
-
-int GListNode::onMouseMove( GWin, int, int y )
-{
-    if( _view.isHeld( ) ) return _view.drag( y - _originY ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
     const int row = _getRow( y );
-    if( row == _mouseoverRow ) return GRESPONSE_NONE;
+    if( row == _mouseoverRow ) return false;
     _mouseoverRow = row;
-    return GRESPONSE_RENDER;
-}
-
-int GListNode::onMouseoverChanged( bool mouseover )
-{
-    if( mouseover || _mouseoverRow < 0 ) return GRESPONSE_NONE;
-    _mouseoverRow = -1;
-    return GRESPONSE_RENDER;
-}
-
-int GListNode::onKeyboardFocusChanged( bool focus )
-{
-    _focus = focus;
-    return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
+    return true;
 }
 
 int GListNode::onKeyDown( GWin, int key )
@@ -236,9 +198,4 @@ int GListNode::onKeyDown( GWin, int key )
     const int row = _getSelectedRow( );
     const int next = _view.follow( key, row );
     return next == row ? GRESPONSE_NONE : _select( next );
-}
-
-int GListNode::onMouseWheel( GWin, int steps )
-{
-    return _view.scroll( steps ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
 }

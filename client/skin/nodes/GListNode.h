@@ -4,36 +4,28 @@
 // sheet for the selected one). Rows look and scroll as GRowView tells. User-interface thread.
 #pragma once
 
-#include "client/skin/GTemplateNode.h"
-#include "client/skin/IGInputHandler.h"
-#include "client/skin/nodes/GNodeTools.h"
-#include "client/skin/nodes/GRowView.h"
+#include "client/skin/nodes/GRowsNode.h"
 
-class GListNode : public GTemplateNode, public IGInputHandler
+class GListNode : public GRowsNode
 {
 public:
-    using GTemplateNode::GTemplateNode;
+    using GRowsNode::GRowsNode;
     static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
     const GWString& getSelection( ) const { return _selection; }
 
-    bool wantsKeyboardFocus( ) override { return _focusable; }
-    int onKeyboardFocusChanged( bool focus ) override;
-    int onMouseoverChanged( bool mouseover ) override;
     int onKeyDown( GWin win, int key ) override;
-    int onMouseMove( GWin win, int x, int y ) override;
-    int onLButtonDown( GWin win, int x, int y ) override;
-    int onLButtonUp( GWin win, int x, int y ) override;
-    int onMouseWheel( GWin win, int steps ) override;
 
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;
     bool _preChildRender( GImageStack& images ) override;
+    int _clickAt( int y ) override;
+    bool _pointAt( int y ) override;
 
 private:
     bool _readRows( GAttributeStack& stack );
     bool _readSelection( GAttributeStack& stack );
-    bool _readLooks( GAttributeStack& stack );
+    bool _readPictures( GAttributeStack& stack );
     int _getSelectedRow( ) const;
     // Tells the view of the rows.
     void _setRows( );
@@ -45,7 +37,6 @@ private:
     int _select( int row );
 
     GNodeFont _font;
-    GNodeFont _mouseoverFont;
     GWString _onSelect;
     GWString _list;
     GWString _listName;
@@ -53,20 +44,14 @@ private:
     GWString _varName;
     GWString _varText;
     GWString _selectAttribute;
-    GWString _frameColour;
     GWString _labelText;
     GWString _markSrc;
     GWString _iconSrc;
     bool _persist = false;
-    bool _focusable = false;
-    bool _focus = false;
     GStringVector _rows;
     GStringVector _labels;
-    GRowView _view;
     GWString _selection;
     int _mouseoverRow = -1;
-    int _originX = 0;
-    int _originY = 0;
     GNodeWatch _listWatch{ GWATCH_UPDATE };
     GNodeWatch _varWatch{ GWATCH_UPDATE };
 };

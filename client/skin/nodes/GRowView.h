@@ -4,9 +4,23 @@
 #pragma once
 
 #include "base/GRect.h"
+#include "client/skin/GSkinTable.h"
 #include "client/skin/nodes/GNodeScroll.h"
 
 class GNodeFont;
+
+// What GRowView::read reads, for the tables of the elements.
+constexpr GAttributeRow GROWVIEW_ATTRIBUTES[] = {
+    { u"rowheight", GAttributeKind::number, u"", u"The height of a row; empty for that of its text." },
+    { u"padding", GAttributeKind::number, u"4", u"The room left and right of the texts." },
+    { u"selectedbgcolor", GAttributeKind::colour, u"", u"The ground of the chosen row; empty: the row is inverted." },
+    { u"mouseoverbgcolor", GAttributeKind::colour, u"", u"The ground of the row under the pointer; empty: none." },
+    { u"thumbcolor", GAttributeKind::colour, u"",
+      u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
+    { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that thumb." },
+    { u"ellipsis", GAttributeKind::toggle, u"off", u"Texts that do not fit end in dots." },
+    { u"rowradius", GAttributeKind::number, u"0", u"The corners of the rows' grounds." },
+};
 
 class GRowView
 {

@@ -23,7 +23,7 @@ int toThousandths( double frac )
 
 GAttributeTable GScrollBarNode::getAttributeTable( )
 {
-    static constexpr GAttributeRow ROWS[] = {
+    static constexpr GAttributeRow OWN[] = {
         { u"name", GAttributeKind::text, u"",
           u"The name that gets its position, 0 to 1000, for what stands around and after it." },
         { u"horiz", GAttributeKind::toggle, u"off", u"Lies, instead of standing." },
@@ -35,6 +35,7 @@ GAttributeTable GScrollBarNode::getAttributeTable( )
           u"The tab key stops here, and arrow, page, home and end keys move it." },
         { u"disabled", GAttributeKind::toggle, u"off", u"Takes no input and shows no handle." },
     };
+    static constexpr auto ROWS = GAttributeRowsJoin( OWN, GHINT_ATTRIBUTES );
     return ROWS;
 }
 
@@ -112,11 +113,8 @@ bool GScrollBarNode::_postChildUpdate( GAttributeStack& stack )
 {
     bool changed = _changed;
     _changed = false;
-    changed |= stack.read( u"$horiz", _horiz );
-    changed |= stack.read( u"$handlesrc", _handleSrc );
-    changed |= stack.read( u"$backsrc", _backSrc );
-    changed |= stack.read( u"$focusable", _focusable );
-    changed |= stack.read( u"$disabled", _disabled );
+    changed |= stack.readEach( u"$horiz", _horiz, u"$handlesrc", _handleSrc, u"$backsrc", _backSrc );
+    changed |= stack.readEach( u"$focusable", _focusable, u"$disabled", _disabled, u"$hint", _hint );
     if( _name.empty( ) ) return changed;
     // Into the scope around this node, for the siblings that follow; an empty one takes its place for the pop to come.
     stack.pop( );

@@ -19,6 +19,7 @@ public:
     double getFrac( ) const { return _frac; }
     bool isDisabled( ) const { return _disabled; }
 
+    GWStringView getHint( ) const override { return _hint; }
     bool wantsKeyboardFocus( ) override { return _focusable && !_disabled; }
     int onKeyboardFocusChanged( bool focus ) override;
     int onKeyDown( GWin win, int key ) override;
@@ -44,6 +45,7 @@ private:
 
     double _frac = 0;
     GWString _name;
+    GWString _hint;
     bool _horiz = false;
     bool _focusable = false;
     bool _disabled = false;

@@ -22,7 +22,7 @@ void split( const GWString& text, GStringVector& out )
 
 GAttributeTable GTableNode::getAttributeTable( )
 {
-    static constexpr GAttributeRow ROWS[] = {
+    static constexpr GAttributeRow FIRST[] = {
         { u"prefixlistsrc", GAttributeKind::valueName, u"",
           u"The name of the blackboard list that holds a key for each row; or several names." },
         { u"suffixlist", GAttributeKind::listText, u"",
@@ -34,16 +34,8 @@ GAttributeTable GTableNode::getAttributeTable( )
         { u"headerfont", GAttributeKind::font, u"$cellfont", u"The titles' font." },
         { u"mouseoverfont", GAttributeKind::font, u"$cellfont", u"The font of the row under the pointer." },
         { u"framecolor", GAttributeKind::colour, u"#000000FF", u"The frames of the cells." },
-        { u"rowheight", GAttributeKind::number, u"", u"The height of a row; empty for that of its text." },
-        { u"padding", GAttributeKind::number, u"4", u"The room left and right of the texts." },
-        { u"selectedbgcolor", GAttributeKind::colour, u"",
-          u"The ground of the chosen row; empty: the row is inverted." },
-        { u"mouseoverbgcolor", GAttributeKind::colour, u"", u"The ground of the row under the pointer; empty: none." },
-        { u"thumbcolor", GAttributeKind::colour, u"",
-          u"With it the rows scroll when they do not fit, and a thumb of that colour tells where." },
-        { u"thumbwidth", GAttributeKind::number, u"6", u"The width of that thumb." },
-        { u"ellipsis", GAttributeKind::toggle, u"off", u"Texts that do not fit end in dots." },
-        { u"rowradius", GAttributeKind::number, u"0", u"The corners of the rows' grounds." },
+    };
+    static constexpr GAttributeRow MORE[] = {
         { u"columns", GAttributeKind::listText, u"",
           u"Shares of the width; with them no line is kept for titles that are not there." },
         { u"groups", GAttributeKind::listText, u"", u"Headings for the lists, when `prefixlistsrc` names several." },
@@ -59,6 +51,7 @@ GAttributeTable GTableNode::getAttributeTable( )
         { u"focusable", GAttributeKind::toggle, u"off",
           u"The tab key stops here; keys choose as in a list, and return is a double click." },
     };
+    static constexpr auto ROWS = GAttributeRowsJoin( FIRST, GROWVIEW_ATTRIBUTES, MORE );
     return ROWS;
 }
 
@@ -66,10 +59,8 @@ GAttributeTable GTableNode::getAttributeTable( )
 
 bool GTableNode::_postChildUpdate( GAttributeStack& stack )
 {
-    bool changed = stack.read( u"$onrightclick", _onRightClick );
-    changed |= stack.read( u"$ondblclk", _onDblClk );
-    changed |= stack.read( u"$focusable", _focusable );
-    changed |= _readLooks( stack );
+    bool changed = stack.readEach( u"$onrightclick", _onRightClick, u"$ondblclk", _onDblClk );
+    changed |= _readTexts( stack );
     changed |= _readBar( stack );
     if( stack.read( u"$title", _titleText ) )
     {
@@ -99,15 +90,13 @@ bool GTableNode::_readSelection( GAttributeStack& stack )
     return changed;
 }
 
-bool GTableNode::_readLooks( GAttributeStack& stack )
+bool GTableNode::_readTexts( GAttributeStack& stack )
 {
     bool changed = _cellFont.read( stack, u"$cellfont" );
     changed |= _headerFont.read( stack, u"$headerfont" );
-    changed |= _mouseoverFont.read( stack, u"$mouseoverfont", _cellFont );
     changed |= _emptyFont.read( stack, u"$emptyfont", _cellFont );
-    changed |= GNodeTools_readOr( stack, u"$framecolor", u"#000000FF", _frameColour );
     changed |= GNodeTools_readOr( stack, u"$emptytext", u"(empty)", _emptyText );
-    changed |= _view.read( stack, CELL_MARGIN );
+    changed |= _readLooks( stack, _cellFont, CELL_MARGIN );
     if( !stack.read( u"$columns", _columnText ) ) return changed;
     _columns.clear( );
     for( const GWString& share : GSplitList( _columnText ) )
@@ -215,12 +204,9 @@ GRect GTableNode::_getCell( int column, int columns, const GRect& row ) const
 
 bool GTableNode::_preChildRender( GImageStack& images )
 {
-    images.setInputHandler( this );
-    images.getPosition( _originX, _originY );
     int width = 0;
     int height = 0;
-    images.getDimensions( width, height );
-    width = std::max( 0, width );
+    _begin( images, width, height );
     const int top = _setRows( );
     const int room = std::max( 0, height - top );
     _view.layout( top, width, room );
@@ -229,7 +215,7 @@ bool GTableNode::_preChildRender( GImageStack& images )
     if( _lines.empty( ) ) _drawEmpty( images, width, room );
     for( int i = _view.getFirst( ); _view.isVisible( i ); ++i )
         _drawLine( images, _lines[static_cast<size_t>( i )], _view.getRect( i ) );
-    if( _focus && _focusable ) _view.markFocus( images, _findLine( _selection ) );
+    _markFocus( images, _findLine( _selection ) );
     images.pop( );
     _view.drawThumb( images );
     return true;
@@ -328,18 +314,18 @@ void GTableNode::_select( const GWString& key )
     if( !_varName.empty( ) ) _instance->set( _varName, _selection );
 }
 
-int GTableNode::onLButtonDown( GWin, int x, int y )
+int GTableNode::_clickAt( int y )
 {
-    if( _view.press( x - _originX, y - _originY ) ) return GRESPONSE_RENDER | GRESPONSE_CAPTURE;
     _select( _getPrefix( y ) );
     return GRESPONSE_RENDER;
 }
 
-int GTableNode::onLButtonUp( GWin, int, int )
+bool GTableNode::_pointAt( int y )
 {
-    if( !_view.isHeld( ) ) return GRESPONSE_NONE;
-    _view.release( );
-    return GRESPONSE_RELEASE;
+    const GWString key = _getPrefix( y );
+    if( key == _mouseoverKey ) return false;
+    _mouseoverKey = key;
+    return true;
 }
 
 int GTableNode::onLButtonDblClk( GWin, int, int )
@@ -354,34 +340,7 @@ int GTableNode::onRButtonDown( GWin, int, int )
     return GRESPONSE_NONE;
 }
 
-int GTableNode::onMouseMove( GWin, int, int y )
-{
-    if( _view.isHeld( ) ) return _view.drag( y - _originY ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
-    const GWString key = _getPrefix( y );
-    if( key == _mouseoverKey ) return GRESPONSE_NONE;
-    _mouseoverKey = key;
-    return GRESPONSE_RENDER;
-}
-
-int GTableNode::onMouseoverChanged( bool mouseover )
-{
-    if( mouseover || _mouseoverKey.empty( ) ) return GRESPONSE_NONE;
-    _mouseoverKey.clear( );
-    return GRESPONSE_RENDER;
-}
-
-int GTableNode::onMouseWheel( GWin, int steps )
-{
-    return _view.scroll( steps ) ? GRESPONSE_RENDER : GRESPONSE_NONE;
-}
-
 // ---- Keyboard.
-
-int GTableNode::onKeyboardFocusChanged( bool focus )
-{
-    _focus = focus;
-    return _focusable ? GRESPONSE_RENDER : GRESPONSE_NONE;
-}
 
 int GTableNode::onKeyDown( GWin, int key )
 {

@@ -5,35 +5,27 @@
 // rows; "$focusable" gives it the keyboard. Rows look and scroll as GRowView tells. User-interface thread.
 #pragma once
 
-#include "client/skin/GTemplateNode.h"
-#include "client/skin/IGInputHandler.h"
-#include "client/skin/nodes/GNodeTools.h"
-#include "client/skin/nodes/GRowView.h"
+#include "client/skin/nodes/GRowsNode.h"
 
-class GTableNode : public GTemplateNode, public IGInputHandler
+class GTableNode : public GRowsNode
 {
 public:
-    using GTemplateNode::GTemplateNode;
+    using GRowsNode::GRowsNode;
     static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
     // The key of the selected row.
     const GWString& getSelection( ) const { return _selection; }
 
-    bool wantsKeyboardFocus( ) override { return _focusable; }
-    int onKeyboardFocusChanged( bool focus ) override;
     int onKeyDown( GWin win, int key ) override;
     int onKeyPressed( GWin win, char16_t character ) override;
-    int onMouseoverChanged( bool mouseover ) override;
-    int onMouseMove( GWin win, int x, int y ) override;
-    int onMouseWheel( GWin win, int steps ) override;
-    int onLButtonDown( GWin win, int x, int y ) override;
-    int onLButtonUp( GWin win, int x, int y ) override;
     int onLButtonDblClk( GWin win, int x, int y ) override;
     int onRButtonDown( GWin win, int x, int y ) override;
 
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;
     bool _preChildRender( GImageStack& images ) override;
+    int _clickAt( int y ) override;
+    bool _pointAt( int y ) override;
 
 private:
     // One line below the titles: a row of values, or the heading of a group.
@@ -51,7 +43,7 @@ private:
         int height = 0;
     };
 
-    bool _readLooks( GAttributeStack& stack );
+    bool _readTexts( GAttributeStack& stack );
     bool _readBar( GAttributeStack& stack );
     bool _readKeys( GAttributeStack& stack );
     bool _readLists( );
@@ -81,17 +73,13 @@ private:
     GStringList _keyTexts; // The lists as they were read, one for each name.
     GWString _onRightClick;
     GWString _onDblClk;
-    GWString _frameColour;
     GWString _emptyText;
     GWString _varName;
     GWString _varText;
     GWString _keySuffix;
     Bar _bar;
-    bool _focusable = false;
-    bool _focus = false;
     GNodeFont _cellFont;
     GNodeFont _headerFont;
-    GNodeFont _mouseoverFont;
     GNodeFont _emptyFont;
     std::vector<Line> _lines;
     GStringVector _listNames;
@@ -99,11 +87,8 @@ private:
     GStringVector _suffixes;
     GStringVector _titles;
     std::vector<int> _columns;
-    GRowView _view;
     GWString _selection;
     GWString _mouseoverKey;
-    int _originX = 0;
-    int _originY = 0;
     GWString _cellName; // Of the cell being drawn; kept for their capacity.
     GWString _cellText;
     GNodeWatchList _keyWatches{ GWATCH_UPDATE };

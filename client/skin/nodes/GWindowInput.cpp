@@ -38,6 +38,7 @@ void GWindowNode::forget( GTemplateNode* node )
     {
         auto* handler = dynamic_cast<IGInputHandler*>( at );
         if( !handler ) continue;
+        _hint.forget( handler );
         if( _keyFocus == handler ) _keyFocus = nullptr;
         if( _mouseover == handler ) _mouseover = nullptr;
         if( _capture == handler ) _capture = nullptr;
@@ -60,7 +61,30 @@ int GWindowNode::getNCHITTEST( GWin win, int x, int y )
     IGInputHandler* target = _getTarget( x, y );
     const int code = target ? target->getNCHITTEST( win, x, y ) : GHIT_CAPTION;
     _respond( _updateMouseover( x, y ) );
+    _updateHint( x, y );
     return code;
+}
+
+void GWindowNode::_updateHint( int x, int y )
+{
+    const IGInputHandler* handler = _mouseover;
+    _hint.point( handler, handler ? handler->getHint( ) : GWStringView( ), x, y );
+}
+
+GRect GWindowNode::_findOnDesktop( const IGInputHandler* handler ) const
+{
+    GRect place = GRectAccumulator( );
+    for( int y = 0; y < _format.height; ++y )
+    {
+        const auto row = _inputMap.begin( ) + static_cast<ptrdiff_t>( y ) * _format.width;
+        const auto first = std::find( row, row + _format.width, handler );
+        if( first == row + _format.width ) continue;
+        auto last = row + _format.width;
+        while( *( last - 1 ) != handler ) --last;
+        place = GRectUnion( place, { static_cast<int>( first - row ), y, static_cast<int>( last - row ), y + 1 } );
+    }
+    if( place.left > place.right ) return { };
+    return { place.left + _rect.left, place.top + _rect.top, place.right + _rect.left, place.bottom + _rect.top };
 }
 
 bool GWindowNode::getMinSize( GWin, int& width, int& height )
@@ -89,11 +113,13 @@ int GWindowNode::onMouseMove( GWin, int x, int y )
 
 void GWindowNode::onMouseLeft( GWin )
 {
+    _hint.leave( );
     _respond( _setMouseover( nullptr ) );
 }
 
 int GWindowNode::onLButtonDown( GWin win, int x, int y )
 {
+    _hint.dismiss( );
     IGInputHandler* target = _getTarget( x, y );
     const int flags = ask( target, [&]( IGInputHandler& handler ) { return handler.onLButtonDown( win, x, y ); } );
     const int result = std::max( flags, _updateKeyFocus( x, y ) );
@@ -108,17 +134,20 @@ int GWindowNode::onLButtonUp( GWin, int x, int y )
 
 int GWindowNode::onLButtonDblClk( GWin, int x, int y )
 {
+    _hint.dismiss( );
     return _pointer( &IGWinListener::onLButtonDblClk, x, y );
 }
 
 int GWindowNode::onRButtonDown( GWin, int x, int y )
 {
+    _hint.dismiss( );
     return _pointer( &IGWinListener::onRButtonDown, x, y );
 }
 
 // The wheel goes to the handler below the pointer, and failing that to the nearest handler beside or above it that takes it.
 int GWindowNode::onMouseWheel( GWin win, int steps )
 {
+    _hint.dismiss( );
     std::vector<IGInputHandler*> asked;
     const auto turn = [&]( IGInputHandler* handler ) -> int
     {
@@ -214,6 +243,7 @@ void GWindowNode::leave( IGInputHandler* handler )
 
 int GWindowNode::onKeyDown( GWin win, int key )
 {
+    _hint.dismiss( );
     IGInputHandler* focus = _keyFocus;
     const int flags = ask( focus, [&]( IGInputHandler& handler ) { return handler.onKeyDown( win, key ); } );
     if( flags )

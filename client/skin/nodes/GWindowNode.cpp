@@ -46,7 +46,7 @@ void makeOpaque( GString& pixels )
 
 GAttributeTable GWindowNode::getAttributeTable( )
 {
-    static constexpr GAttributeRow ROWS[] = {
+    static constexpr GAttributeRow OWN[] = {
         { u"title", GAttributeKind::text, u"", u"The window's title in the task bar." },
         { u"x", GAttributeKind::number, u"0", u"Its left edge on the desktop. Read once, when the window is made." },
         { u"y", GAttributeKind::number, u"0", u"Its top edge on the desktop. Read once." },
@@ -86,6 +86,7 @@ GAttributeTable GWindowNode::getAttributeTable( )
         { u"flashon", GAttributeKind::valueName, u"",
           u"The name of a queue: a new entry flashes the window or opens it." },
     };
+    static constexpr auto ROWS = GAttributeRowsJoin( OWN, GHINT_LOOK_ATTRIBUTES );
     return ROWS;
 }
 
@@ -100,6 +101,12 @@ GNameTable GWindowNode::getNameTable( )
         { u"buddyname", u"The buddy of `of` as people read him: without the domain that names have without one." },
     };
     return ROWS;
+}
+
+GWindowNode::GWindowNode( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent )
+    : GTemplateNode( instance, commandEngine, parent ),
+      _hint( instance, [this]( const IGInputHandler* handler ) { return _findOnDesktop( handler ); } )
+{
 }
 
 GWindowNode::~GWindowNode( )
@@ -160,18 +167,12 @@ bool GWindowNode::_postChildUpdate( GAttributeStack& stack )
     stack.pop( );
     bool changed = _firstUpdate;
     _firstUpdate = false;
-    changed |= stack.read( u"$enablealpha", _enableAlpha );
-    changed |= stack.read( u"$onopen", _onOpen );
-    changed |= stack.read( u"$onclose", _onClose );
-    changed |= stack.read( u"$onescape", _onEscape );
-    changed |= stack.read( u"$onreturn", _onReturn );
-    changed |= stack.read( u"$autofocus", _autoFocus );
-    changed |= stack.read( u"$minwidth", _minWidth );
-    changed |= stack.read( u"$minheight", _minHeight );
-    changed |= stack.read( u"$focusfade", _focusFade );
-    changed |= stack.read( u"$focussrc", _focusSrc );
-    changed |= stack.read( u"$focusslice", _focusSlice );
-    changed |= stack.read( u"$focusout", _focusOut );
+    changed |= stack.readEach( u"$enablealpha", _enableAlpha, u"$autofocus", _autoFocus, u"$focusfade", _focusFade );
+    changed |=
+        stack.readEach( u"$onopen", _onOpen, u"$onclose", _onClose, u"$onescape", _onEscape, u"$onreturn", _onReturn );
+    changed |= stack.readEach( u"$minwidth", _minWidth, u"$minheight", _minHeight );
+    changed |= stack.readEach( u"$focussrc", _focusSrc, u"$focusslice", _focusSlice, u"$focusout", _focusOut );
+    _hint.read( stack );
     _flashForNews( );
     return changed;
 }
@@ -532,6 +533,7 @@ void GWindowNode::fadeOut( int64_t duration )
 
 void GWindowNode::hide( )
 {
+    _hint.leave( );
     _fadeInStart = _fadeInEnd = _fadeOutStart = _fadeOutEnd = 0;
     _alpha = 0;
     _renderPending = _moving = false;

@@ -6,6 +6,7 @@
 
 #include "client/skin/GTemplateNode.h"
 #include "client/skin/IGInputHandler.h"
+#include "client/skin/nodes/GHint.h"
 #include "client/skin/nodes/GNodeTools.h"
 #include "image/GImageFormat.h"
 #include "platform/GTimer.h"
@@ -26,7 +27,7 @@ struct GWindowPlace
 class GWindowNode : public GTemplateNode, public IGInputHandler, public IGNotifyListener, public IGTimerListener
 {
 public:
-    using GTemplateNode::GTemplateNode;
+    GWindowNode( GInstance* instance, IGCommandEngine* commandEngine, GTemplateNode* parent );
     static GAttributeTable getAttributeTable( );
     static GNameTable getNameTable( );
     ~GWindowNode( ) override;
@@ -76,6 +77,8 @@ public:
     const GString& getLayerPixels( ) const { return _pixels; }
     // Who takes the pointer at each pixel of the layer, row by row; null where nobody does.
     const std::vector<IGInputHandler*>& getInputMap( ) const { return _inputMap; }
+    // What says what the control under the pointer is for.
+    GHint& getHintWindow( ) { return _hint; }
 
     int getNCHITTEST( GWin win, int x, int y ) override;
     bool getMinSize( GWin win, int& width, int& height ) override;
@@ -136,10 +139,13 @@ private:
     int _setMouseover( IGInputHandler* handler );
     int _updateKeyFocus( int x, int y );
     int _updateMouseover( int x, int y );
+    void _updateHint( int x, int y );
+    GRect _findOnDesktop( const IGInputHandler* handler ) const;
     bool _moveKeyFocus( bool backward );
     bool _isDrawn( const IGInputHandler* handler ) const;
     bool _isFocusable( GTemplateNode* node ) const;
 
+    GHint _hint;
     GWin _win = nullptr;
     GTimer _timer = nullptr;
     GNotifyHandle _notify = nullptr;

@@ -152,9 +152,7 @@ bool GWizardNode::_updateChildren( GAttributeStack& stack )
 
 bool GWizardNode::_postChildUpdate( GAttributeStack& stack )
 {
-    bool changed = stack.read( u"$ondone", _onDone );
-    changed |= stack.read( u"$windowpath", _windowPath );
-    changed |= _layoutDirty;
+    const bool changed = stack.readEach( u"$ondone", _onDone, u"$windowpath", _windowPath ) || _layoutDirty;
     _layoutDirty = false;
     // Titles that this pass brought are shown by the next one.
     _joinTitles( _newTitles );

@@ -27,6 +27,34 @@ TEST_F( GVideoCapture, PreviewIsStaticUntilAPictureComes )
     EXPECT_NE( first, instance->getRaw( u"Local_Video_Image" ) );
 }
 
+TEST_F( GVideoCapture, TheFirstPictureReplacesTheStaticAfterItsSecond )
+{
+    start( );
+    run( GHTTPHeaders( u"STARTVIDEOPREVIEW" ) );
+    const uint64_t noise = instance->getTimestamp( u"Local_Video_Image" );
+    now += 200000;
+    video( 200000 );
+    EXPECT_EQ( noise, instance->getTimestamp( u"Local_Video_Image" ) );
+    now += 900000;
+    video( 1100000 );
+    EXPECT_NE( noise, instance->getTimestamp( u"Local_Video_Image" ) );
+}
+
+TEST_F( GVideoCapture, WithTheRemedyTheFirstPictureReplacesTheStaticAtOnce )
+{
+    instance->set( u"Robust_Media", 1 );
+    start( );
+    run( GHTTPHeaders( u"STARTVIDEOPREVIEW" ) );
+    const uint64_t noise = instance->getTimestamp( u"Local_Video_Image" );
+    now += 200000;
+    video( 200000 );
+    const uint64_t first = instance->getTimestamp( u"Local_Video_Image" );
+    EXPECT_NE( noise, first );
+    now += 400000;
+    video( 600000 );
+    EXPECT_EQ( first, instance->getTimestamp( u"Local_Video_Image" ) );
+}
+
 TEST_F( GVideoCapture, SilenceIsABandOfHalfTheHeight )
 {
     start( );

@@ -151,6 +151,25 @@ TEST_F( GButtonNodeTest, FocusAndKeysAreAnOption )
     EXPECT_EQ( engine->commands.size( ), 3u );
 }
 
+TEST_F( GButtonNodeTest, AKeyThatIsHeldPressesOnce )
+{
+    GButtonNode* node = button( { { u"focusable", u"1" } } );
+    for( const auto& [key, character] : { std::pair( 32, u' ' ), std::pair( 13, u'\r' ) } )
+    {
+        engine->commands.clear( );
+        for( int i = 0; i < 5; ++i ) EXPECT_EQ( node->onKeyPressed( nullptr, character ), GRESPONSE_RENDER );
+        EXPECT_EQ( engine->commands.size( ), 3u );
+        node->onKeyUp( nullptr, key );
+        node->onKeyPressed( nullptr, character );
+        EXPECT_EQ( engine->commands.size( ), 6u );
+        node->onKeyUp( nullptr, key );
+    }
+    node->onKeyPressed( nullptr, u' ' );
+    node->onKeyboardFocusChanged( false );
+    node->onKeyPressed( nullptr, u' ' );
+    EXPECT_EQ( engine->commands.size( ), 12u ) << "what the keyboard left does not wait for a release";
+}
+
 TEST_F( GButtonNodeTest, ReportsAChangeOnce )
 {
     load( { u"Button", { { u"text", u"$T" }, { u"disabled", u"$D" } }, {} } );

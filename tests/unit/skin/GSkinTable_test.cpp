@@ -39,8 +39,12 @@ std::string load( const std::filesystem::path& path )
     out << file.rdbuf( );
     std::string text = out.str( );
     // The tables themselves are no reads.
-    for( size_t at = text.find( "Row ROWS[]" ); at != std::string::npos; at = text.find( "Row ROWS[]", at ) )
+    const std::regex table( R"re(Row [A-Z_]+\[\])re" );
+    for( std::smatch found; std::regex_search( text, found, table ); )
+    {
+        const auto at = static_cast<size_t>( found.position( ) );
         text.erase( at, text.find( "};\n", at ) - at );
+    }
     return text;
 }
 

@@ -1,4 +1,5 @@
 #include "CommandsTest.h"
+#include "client/skin/nodes/GNodeKeys.h"
 
 namespace
 {
@@ -82,6 +83,24 @@ TEST_F( TalkTest, TheLeftButtonHoldsLikeTheKey )
     desktop.leftButton = false;
     tickFor( 700000 );
     EXPECT_EQ( resets( ), "bob-" );
+}
+
+TEST_F( TalkTest, TheSpaceKeyHoldsWhatAButtonBegan )
+{
+    static bool space = true;
+    GNodeKeys_setSource( []( int key ) { return key == GKEY_SPACE && space; } );
+    run( "(/buddies/bob@x?talk)" );
+    tickFor( 2000000 );
+    EXPECT_EQ( resets( ), "bob+" );
+    space = false;
+    tickFor( 700000 );
+    EXPECT_EQ( resets( ), "bob-" );
+    // Pressed again later, for something else, it holds nothing.
+    run( "(/buddies/bob@x?talk)" );
+    space = true;
+    tickFor( 700000 );
+    EXPECT_EQ( resets( ), "bob+bob-" );
+    GNodeKeys_setSource( nullptr );
 }
 
 TEST_F( TalkTest, TalkAgainTalksToTheLastOnes )

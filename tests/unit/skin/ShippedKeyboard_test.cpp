@@ -1,4 +1,5 @@
-// The keyboard reaches everything in the windows of the shipped skin that a click reaches, in an order that follows the eye.
+// The keyboard reaches everything in the windows of the shipped skin that a click reaches, in an order that follows the eye; what has
+// no words of its own says what it is for.
 #include "CommandsTest.h"
 #include "client/drawing/GImageStack.h"
 #include "client/skin/nodes/GInputNode.h"
@@ -19,6 +20,14 @@ bool isNoControl( IGInputHandler* handler )
     if( const auto* bar = dynamic_cast<GScrollBarNode*>( handler ) ) return bar->isDisabled( );
     const auto* edit = dynamic_cast<GEditNode*>( handler );
     return edit && edit->isUntouchable( );
+}
+
+// A button that is a bare icon has a hint.
+bool saysWhatItIsFor( const IGInputHandler* handler )
+{
+    const auto* button = dynamic_cast<const GButtonNode*>( handler );
+    const bool isIcon = button && button->getAttribute( u"src" ).find( u"icon_" ) != GWString::npos;
+    return !isIcon || !button->getHint( ).empty( );
 }
 
 // Whether the eye goes back from one part to the next: up without going on to another column, or to the left in a row.
@@ -107,6 +116,9 @@ protected:
         const std::map<IGInputHandler*, GRect> found = places( *window );
         const std::vector<IGInputHandler*> stops = walk( *window );
         EXPECT_FALSE( stops.empty( ) ) << what << " has no controls";
+        for( const auto& [control, place] : found )
+            EXPECT_TRUE( saysWhatItIsFor( control ) )
+                << what << ": no words for a button at " << place.left << ", " << place.top;
         for( const auto& [control, place] : found )
             EXPECT_TRUE( isNoControl( control ) || std::find( stops.begin( ), stops.end( ), control ) != stops.end( ) )
                 << what << ": the tab key never comes to "
