@@ -18,7 +18,7 @@ int64_t bytesOf( const GImageFormat& format )
     return GImageSize( format );
 }
 
-// Serialized numbers under "<name><suffix>". The buffers stay with the thread, so that a read allocates nothing.
+// Serialized numbers under "<name><suffix>". The buffers stay with the thread, so that nothing is allocated.
 bool readNumbers( GInstance& instance, GWStringView name, GWStringView suffix, int32_t* numbers, int count )
 {
     thread_local GWString key;
@@ -37,9 +37,12 @@ bool readNumbers( GInstance& instance, GWStringView name, GWStringView suffix, i
 
 void writeNumbers( GInstance& instance, GWStringView name, GWStringView suffix, const int32_t* numbers, int count )
 {
-    GString bytes;
+    thread_local GWString key;
+    thread_local GString bytes;
+    key.assign( name ).append( suffix );
+    bytes.clear( );
     for( int i = 0; i < count; i++ ) GSerialize( static_cast<uint32_t>( numbers[i] ), bytes );
-    instance.set( GConcat( name, suffix ), bytes );
+    instance.set( key, bytes );
 }
 
 bool readFormat( GInstance& instance, GWStringView name, GImageFormat& format )

@@ -4,6 +4,7 @@
 #include "client/drawing/GImageTools.h"
 #include "client/media/GSpeexEncoder.h"
 #include "client/media/GTheoraEncoder.h"
+#include "client/media/GVoiceGain.h"
 #include "platform/GTime.h"
 
 #include <algorithm>
@@ -11,6 +12,8 @@
 namespace
 {
 constexpr int64_t INACTIVITY_TIMEOUT = 1000000;
+constexpr int UNITY_GAIN = 100;
+constexpr int MAXIMUM_GAIN = 400;
 constexpr int64_t UPDATE_PERIOD = 100000;
 // A picture waits at most so long for its sound; one that would have to wait this much longer is of another clock.
 constexpr int64_t LONGEST_WAIT = 500000;
@@ -49,6 +52,7 @@ GVideoPlaybackStream::GVideoPlaybackStream( GInstance* instance, GMegaPort* port
     _videoLengthName = _key( u"_Video_Buffer_Length" );
     _audioLengthName = _key( u"_Audio_Buffer_Length" );
     _prebufferName = _key( u"_Prebuffer_MS" );
+    _gainName = _key( u"_Gain" );
     GLOGIF( 'v', u"Creating video stream" );
     if( !_instance->isSet( u"Prebuffer_MS" ) ) _instance->set( u"Prebuffer_MS", DEFAULT_PREBUFFER_MS );
     _makeRenderer( );
@@ -133,9 +137,26 @@ void GVideoPlaybackStream::_recvAudio( const GRTPHeader& header, uint64_t timest
         GLOG( u"WARNING Received invalid audio frame packet, ignoring." );
         return;
     }
+    GVoiceGain( reinterpret_cast<int16_t*>( _decodedAudio.data( ) ), static_cast<int>( _decodedAudio.size( ) / 2 ),
+                _readGain( ) );
     _videoRenderer->queueAudio( timestamp, _audioDecoder->getWaveFormat( ), _decodedAudio.data( ),
                                 static_cast<int>( _decodedAudio.size( ) ) );
     _instance->set( _audioLengthName, _videoRenderer->getAudioBufferedLength( ) / 1000 );
+}
+
+// In per cent, 100 when nothing is set. Read when it has changed.
+int GVideoPlaybackStream::_readGain( )
+{
+    const uint64_t generation = _instance->getGeneration( );
+    if( generation == _gainGeneration ) return _gain;
+    _gainGeneration = generation;
+    const uint64_t time = _instance->getTimestamp( _gainName );
+    if( time == _gainTime ) return _gain;
+    _gainTime = time;
+    _gain = _instance->isSet( _gainName )
+                ? static_cast<int>( std::clamp<int64_t>( _instance->calc( _gainName ), 0, MAXIMUM_GAIN ) )
+                : UNITY_GAIN;
+    return _gain;
 }
 
 // The playout puts packets in order and bridges what is lost; here only those count that could belong to another talk.
@@ -154,8 +175,9 @@ void GVideoPlaybackStream::_recvTalk( const GRTPHeader& header, const char* payl
         _resetAudio( rate );
         _lastAudioTime = length > FORMAT_WORD_SIZE ? GTimeGetTime( ) : rate ? before : 0;
     }
-    if( _talk.playout )
-        _talk.playout->put( header.sequence, header.timestamp, payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE );
+    if( !_talk.playout ) return;
+    _talk.playout->setGain( _readGain( ) );
+    _talk.playout->put( header.sequence, header.timestamp, payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE );
 }
 
 void GVideoPlaybackStream::_recvVideo( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length )

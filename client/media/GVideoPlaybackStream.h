@@ -53,6 +53,7 @@ private:
     void _startListeningTo( );
     void _stopListeningTo( );
     void _writeBufferLengths( );
+    int _readGain( );
     bool _isRobust( ) const { return _instance->test( u"Robust_Media" ); }
     GWString _key( GWStringView suffix ) const { return GConcat( _buddyGUID, suffix ); }
 
@@ -87,4 +88,8 @@ private:
     GWString _videoLengthName;
     GWString _audioLengthName;
     GWString _prebufferName;
+    GWString _gainName;
+    int _gain = 100;
+    uint64_t _gainGeneration = 0; // Of the blackboard, when the gain was looked at,
+    uint64_t _gainTime = 0;       // and when it had changed by then.
 };

@@ -1,6 +1,7 @@
 #include "client/media/GVideoRenderer.h"
 
 #include "client/drawing/GImageTools.h"
+#include "client/media/GEchoReference.h"
 #include "platform/GTime.h"
 
 #include <algorithm>
@@ -14,8 +15,7 @@ constexpr int64_t SECOND = 1000000;
 constexpr int64_t AUDIO_FEEDER_SLEEP = 200000;
 constexpr int64_t VIDEO_FEEDER_SLEEP = 100000;
 constexpr int64_t MILLISECOND = 1000;
-// Queued media of one spurt is bounded, oldest first: a peer must not fill the memory with sound that is never played.
-constexpr size_t MAXIMUM_FRAMES = 64;
+// Queued sound of one spurt is bounded, oldest first, as the pictures are: a peer must not fill the memory with what is never played.
 constexpr int64_t MAXIMUM_AUDIO_SECONDS = 30;
 
 int ringDistance( int from, int to, int size )
@@ -70,7 +70,11 @@ void GVideoRenderer::queueAudio( uint64_t timestamp, const GWaveFormat& format, 
         _audioFormat.nSamplesPerSec ? _bytesToTime( static_cast<int64_t>( _audioBuffer.size( ) ) ) : 0;
     GLOGIF( 'A', u"Queuing ", size, u"bytes (", _audioBuffer.size( ), u"bytes total)" );
     if( _firstTimestamp == UINT64_MAX ) _firstTimestamp = timestamp;
-    if( _started ) return;
+    if( _started )
+    {
+        if( !_secondaryBuffer ) _audioBuffer.clear( );
+        return;
+    }
     if( buffered > _prebuffer )
         _playNow( );
     else
@@ -82,7 +86,7 @@ void GVideoRenderer::_playNow( )
     const GObjectLock scope( *this );
     _started = true;
     if( _secondaryBuffer || !_audioFormat.nSamplesPerSec ) return;
-    GLOGIF( 'v', u"Starting sound..." );
+    GLOGIF( 'v', u"Starting DirectSound..." );
     // One second of sound.
     _ringSize = static_cast<int>( static_cast<int64_t>( _bytesPerSample( ) ) *
                                   static_cast<int64_t>( _audioFormat.nSamplesPerSec ) * 1000 / 1000 );
@@ -90,6 +94,7 @@ void GVideoRenderer::_playNow( )
     if( !_secondaryBuffer )
     {
         GLOG( u"WARNING Cannot play audio, ignoring." );
+        _audioBuffer.clear( );
         return;
     }
     const int copied = static_cast<int>( std::min<size_t>( _audioBuffer.size( ), static_cast<size_t>( _ringSize ) ) );
@@ -100,6 +105,7 @@ void GVideoRenderer::_playNow( )
     if( copied < _ringSize ) _nextWritePosition = copied;
     _bytesUnplayed = _numBytesWritten = copied;
     GSoundRingPlay( _secondaryBuffer );
+    _heed( 0, _feed, copied );
     GASSERT( !_audioFeederThread );
     _audioFeederThread = GThreadOpen( u"GVideoRenderer.audioFeeder", GVideoRenderer_audioFeederProc, this );
 }
@@ -170,6 +176,7 @@ void GVideoRenderer::_feedRing( int play )
         _audioBuffer.clear( );
         return;
     }
+    _heed( ringDistance( play, _nextWritePosition, _ringSize ), _feed, copied );
     GConsume( _audioBuffer, copied );
     _numBytesWritten += copied;
     _bytesUnplayed += copied;
@@ -179,6 +186,14 @@ void GVideoRenderer::_feedRing( int play )
     _updateClock( samplesBefore );
     const int64_t ahead = ringDistance( play, _nextWritePosition, _ringSize );
     _audioEndTime = GTimeGetTime( ) + static_cast<uint64_t>( _bytesToTime( ahead ) + _bytesToTime( copied ) );
+}
+
+// What stands so many bytes before the ear comes back by the microphone.
+void GVideoRenderer::_heed( int ahead, const GString& samples, int length )
+{
+    GEchoReference_write( GTimeGetTime( ) + static_cast<uint64_t>( _bytesToTime( ahead ) ),
+                          static_cast<int>( _audioFormat.nSamplesPerSec ),
+                          reinterpret_cast<const int16_t*>( samples.data( ) ), length / _bytesPerSample( ), this );
 }
 
 // The samples of the first fill are not counted: the clock only gates the pictures.
@@ -201,8 +216,9 @@ void GVideoRenderer::queueVideo( uint64_t timestamp, const GImageFormat& format,
         GImageTools_instanceWrite( _instance, _outImageName, format, pixels );
         return;
     }
-    _videoFrames.push_back( { timestamp, format, pixels } );
-    if( _videoFrames.size( ) > MAXIMUM_FRAMES ) _videoFrames.pop_front( );
+    if( _videoFrames.isFull( ) ) _videoFrames.pop( );
+    _queued = pixels;
+    _videoFrames.put( timestamp, format, _queued );
     if( !_videoFeederThread )
         _videoFeederThread = GThreadOpen( u"GVideoRenderer.videoFeeder", GVideoRenderer_videoFeederProc, this );
 }
@@ -210,7 +226,7 @@ void GVideoRenderer::queueVideo( uint64_t timestamp, const GImageFormat& format,
 bool GVideoRenderer::_onVideoUpdate( )
 {
     const GObjectLock scope( *this );
-    if( _videoFrames.empty( ) || !_clockOffset )
+    if( _videoFrames.isEmpty( ) || !_clockOffset )
     {
         if( _stop ) return false;
         unlock( );
@@ -218,14 +234,15 @@ bool GVideoRenderer::_onVideoUpdate( )
         lock( );
         return !_stop;
     }
-    const VideoFrame frame = std::move( _videoFrames.front( ) );
-    _videoFrames.pop_front( );
-    GLOGIF( 'V', u"videoTimestamp=", frame.timestamp );
+    const uint64_t timestamp = _videoFrames.getFront( ).time;
+    const GImageFormat format = _videoFrames.getFront( ).format;
+    _videoFrames.take( _shown );
+    GLOGIF( 'V', u"videoTimestamp=", timestamp );
     unlock( );
-    GImageTools_instanceWrite( _instance, _outImageName, frame.format, frame.pixels );
+    GImageTools_instanceWrite( _instance, _outImageName, format, _shown );
     lock( );
     _nextFrameTime = GTimeGetTime( );
-    if( !_videoFrames.empty( ) ) _nextFrameTime += _videoFrames.front( ).timestamp - frame.timestamp;
+    if( !_videoFrames.isEmpty( ) ) _nextFrameTime += _videoFrames.getFront( ).time - timestamp;
     return !_stop;
 }
 
@@ -258,9 +275,9 @@ int64_t GVideoRenderer::getAudioBufferedLength( ) const
 int64_t GVideoRenderer::getVideoBufferedLength( ) const
 {
     const GObjectLock scope( *this );
-    const int64_t span = _videoFrames.empty( )
+    const int64_t span = _videoFrames.isEmpty( )
                              ? 0
-                             : static_cast<int64_t>( _videoFrames.back( ).timestamp - _videoFrames.front( ).timestamp );
+                             : static_cast<int64_t>( _videoFrames.getBack( ).time - _videoFrames.getFront( ).time );
     if( !_audioStartTime ) return span;
     const int64_t ahead = static_cast<int64_t>( _nextFrameTime + static_cast<uint64_t>( span ) - GTimeGetTime( ) );
     return ahead > 0 ? ahead : 0;

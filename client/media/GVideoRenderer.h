@@ -1,14 +1,13 @@
 // Turns the decoded media of one talk spurt into sound and pictures: collects a prebuffer of audio, starts a looping sound ring and
 // keeps it fed, and writes pictures to the blackboard once the audio clock runs. Two feeder threads of its own; one lock guards all
-// fields and is dropped around sleeps and around writes to the blackboard. A missing sound device costs the sound only.
+// fields and is dropped around sleeps and around writes to the blackboard. A missing sound device costs the sound only. Nothing is
+// allocated for a packet or a picture once the buffers have grown.
 #pragma once
 
+#include "client/media/GPictureQueue.h"
 #include "client/media/GWaveFormat.h"
-#include "image/GImageFormat.h"
 #include "platform/GSoundRing.h"
 #include "runtime/GInstance.h"
-
-#include <deque>
 
 class GVideoRenderer : public GThreadSafeObject
 {
@@ -32,17 +31,12 @@ public:
 private:
     friend int GVideoRenderer_audioFeederProc( void* data );
     friend int GVideoRenderer_videoFeederProc( void* data );
-    struct VideoFrame
-    {
-        uint64_t timestamp;
-        GImageFormat format;
-        GString pixels;
-    };
     void _playNow( );
     bool _onAudioUpdate( );
     bool _onVideoUpdate( );
     void _skipDangerZone( int play, int write );
     void _feedRing( int play );
+    void _heed( int ahead, const GString& samples, int length );
     void _updateClock( int64_t samplesBefore );
     int64_t _bytesToTime( int64_t bytes ) const;
     int _bytesPerSample( ) const { return _audioFormat.wBitsPerSample / 8; }
@@ -52,7 +46,9 @@ private:
     int64_t _prebuffer;
     GWaveFormat _audioFormat;
     GString _audioBuffer;
-    std::deque<VideoFrame> _videoFrames;
+    GPictureQueue _videoFrames; // Their times are those of the sender.
+    GString _queued;            // The room of a copy on its way into the queue,
+    GString _shown;             // and of the picture that the feeder writes without the lock.
     bool _started = false;
     GSoundRing _secondaryBuffer = nullptr;
     GThreadID _audioFeederThread = 0;

@@ -1,5 +1,7 @@
 #include "client/media/GVoicePlayout.h"
 
+#include "client/media/GEchoReference.h"
+#include "client/media/GVoiceGain.h"
 #include "client/media/GVoiceStretch.h"
 #include "platform/GTime.h"
 
@@ -231,18 +233,29 @@ void GVoicePlayout::_takeInOrder( )
     }
 }
 
+// What may have been said: at most so many samples.
+void GVoicePlayout::_guess( int count )
+{
+    _decoder.conceal( count, _decoded );
+    _decoded.resize( std::min( _decoded.size( ), static_cast<size_t>( count ) * BYTES ) );
+    GVoiceGain( samplesOf( _decoded ), samplesIn( _decoded ), _gain );
+}
+
 void GVoicePlayout::_decode( const GPacketWindow::Packet& packet )
 {
     // An empty frame says nothing and takes no time.
     _decoded.clear( );
     const bool good = packet.frame.empty( ) ||
                       _decoder.decode( packet.frame.data( ), static_cast<int>( packet.frame.size( ) ), _decoded );
-    if( good && !_decoded.empty( ) ) _length = samplesIn( _decoded );
+    if( good && !_decoded.empty( ) )
+    {
+        _length = samplesIn( _decoded );
+        GVoiceGain( samplesOf( _decoded ), _length, _gain );
+    }
     if( !good )
     {
         GLOG( u"WARNING Received invalid audio frame packet, ignoring." );
-        _decoder.conceal( _length, _decoded );
-        _decoded.resize( std::min( _decoded.size( ), static_cast<size_t>( _length ) * BYTES ) );
+        _guess( _length );
     }
     ++( good ? _statistics.played : _statistics.concealed );
     if( packet.stamp != _syncStamp )
@@ -267,8 +280,7 @@ void GVoicePlayout::_loseNext( )
         _bridged -= _length;
         return;
     }
-    _decoder.conceal( _length, _decoded );
-    _decoded.resize( std::min( _decoded.size( ), static_cast<size_t>( _length ) * BYTES ) );
+    _guess( _length );
     _pending += _decoded;
     _flush( );
 }
@@ -280,9 +292,9 @@ void GVoicePlayout::_bridge( )
 {
     const int whole = static_cast<int>( _toSamples( BRIDGE ) );
     const int count = std::min( whole - _bridged, std::max( whole / 4, 1 ) );
-    _decoder.conceal( count, _decoded );
+    _guess( count );
     int16_t* const samples = samplesOf( _decoded );
-    const int made = std::min( count, samplesIn( _decoded ) );
+    const int made = samplesIn( _decoded );
     GVoiceFade( samples, made, ( whole - _bridged ) * FULL / whole, ( whole - _bridged - made ) * FULL / whole );
     _write( _written, samples, made );
     _delay += _toTime( made );
@@ -373,6 +385,8 @@ void GVoicePlayout::_write( int64_t position, const int16_t* samples, int count 
     if( !count ) return;
     const int offset = static_cast<int>( position % _frequency ) * BYTES;
     GSoundRingWrite( _ring, offset, reinterpret_cast<const char*>( samples ), count * BYTES );
+    GEchoReference_write( _now + static_cast<uint64_t>( _toTime( position - _heard ) ), _frequency, samples, count,
+                          this );
     _written = position + count;
 }
 

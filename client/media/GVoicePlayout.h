@@ -67,6 +67,7 @@ private:
     int64_t _pauseBefore( int ahead, uint32_t stamp ) const;
     void _keep( int ahead, uint16_t sequence, uint32_t stamp, const char* frame, int length );
     void _takeInOrder( );
+    void _guess( int count );
     void _decode( const GPacketWindow::Packet& packet );
     void _loseNext( );
     void _bridge( );

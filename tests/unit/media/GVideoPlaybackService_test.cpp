@@ -1,91 +1,11 @@
 #include "client/media/GVideoPlaybackService.h"
 
-#include "client/media/GSpeexEncoder.h"
-#include "client/media/GTheoraEncoder.h"
+#include "PlaybackFixture.h"
+#include "support/CountAllocations.h"
 
-#include "MediaFixture.h"
+#include <algorithm>
 
-namespace
-{
-constexpr char16_t BEN[] = u"ben@velmora.local@dev2";
-constexpr char16_t HOST[] = u"10.0.0.9:5000";
-} // namespace
-
-class GVideoPlayback : public MediaFixture
-{
-protected:
-    void SetUp( ) override
-    {
-        MediaFixture::SetUp( );
-        TestLog::allow( "WARNING Clipping audio=" );
-        service.reset( GSAFENEW( GVideoPlaybackService, ( instance.get( ), port.get( ) ) ) );
-        theora.reset( GSAFENEW( GTheoraEncoder, ( { GIT_RGB24, 48, 48 }, { 0, 0, 48, 48 }, 48, 48, 5 ) ) );
-        speex.reset( GSAFENEW( GSpeexEncoder, ( GWaveFormatMono16( 22000 ) ) ) );
-    }
-    void TearDown( ) override
-    {
-        if( service ) service->_bGThreadObject_safe_onShutdown( );
-        service.reset( );
-        theora.reset( );
-        speex.reset( );
-        MediaFixture::TearDown( );
-    }
-    void loop( )
-    {
-        const GObjectLock scope( *service );
-        service->pass( 0 );
-    }
-    void open( )
-    {
-        instance->enqueue( u"GVideoPlaybackService_commandQueue", command( u"OPEN" ) );
-        loop( );
-    }
-    void deliver( const GString& packet, GWStringView host = HOST )
-    {
-        GMegaPortBucket* bucket = port->getEmtpyBucket( );
-        bucket->buffer = packet;
-        bucket->remoteHost = host;
-        port->fillRTPBucket( bucket );
-    }
-    static GString media( int type, uint16_t sequence, uint32_t word, const GString& frame )
-    {
-        GString out;
-        const char prefix[4] = { static_cast<char>( word ), static_cast<char>( word >> 8 ),
-                                 static_cast<char>( word >> 16 ), static_cast<char>( word >> 24 ) };
-        GRTPCompose( out, type, sequence, 100U * sequence, 7, prefix, 4, frame.data( ),
-                     static_cast<int>( frame.size( ) ) );
-        return out;
-    }
-    GString videoFrame( int phase )
-    {
-        GString packet;
-        theora->encode( picture( 48, 48, phase ).data( ), 48 * 48 * 3, packet );
-        return packet;
-    }
-    GString audioFrame( )
-    {
-        GString packet;
-        speex->encode( tone( 1120 ).data( ), 2240, packet );
-        return packet;
-    }
-    bool hasImage( ) { return instance->isSet( u"ben@velmora.local_Image" ); }
-    int listeningCommands( )
-    {
-        int found = 0;
-        GString item;
-        while( instance->dequeue( u"GClient_commandQueue", item ) )
-        {
-            GHTTPHeaders message;
-            message.deserialize( item );
-            found += message.isMethod( u"LISTENINGTO" ) && message.get( u"User-GUID" ) == u"ben@velmora.local";
-        }
-        return found;
-    }
-
-    std::unique_ptr<GVideoPlaybackService> service;
-    std::unique_ptr<GTheoraEncoder> theora;
-    std::unique_ptr<GSpeexEncoder> speex;
-};
+using GVideoPlayback = PlaybackFixture;
 
 TEST_F( GVideoPlayback, OpenStreamIsOnlineUntilItCloses )
 {
@@ -326,4 +246,92 @@ TEST_F( GVideoPlayback, ReopeningReplacesTheStream )
     deliver( media( GRTP_VIDEO, 1, 48, videoFrame( 1 ) ) );
     loop( );
     EXPECT_TRUE( hasImage( ) );
+}
+
+TEST_F( GVideoPlayback, LateSoundHasNoEffectAtAll )
+{
+    open( );
+    deliver( media( GRTP_AUDIO, 1, 22000, audioFrame( ) ) );
+    loop( );
+    EXPECT_EQ( 1, listeningCommands( ) );
+    const int64_t length = instance->calc( u"ben@velmora.local_Audio_Buffer_Length" );
+    deliver( media( GRTP_AUDIO, 1, 16000, audioFrame( ) ) );
+    deliver( media( GRTP_AUDIO, 0, 0, "" ) );
+    loop( );
+    EXPECT_EQ( 0, listeningCommands( ) );
+    EXPECT_TRUE( instance->contains( u"Listening_To_List", u"ben@velmora.local" ) );
+    EXPECT_EQ( length, instance->calc( u"ben@velmora.local_Audio_Buffer_Length" ) );
+}
+
+TEST_F( GVideoPlayback, GainIsHeard )
+{
+    const auto peakAt = [&]( int percent )
+    {
+        now += 1000;
+        instance->set( u"ben@velmora.local_Gain", percent );
+        open( );
+        for( uint16_t sequence = 1; sequence <= 12; ++sequence )
+            deliver( media( GRTP_AUDIO, sequence, 22000, audioFrame( ) ) );
+        loop( );
+        const std::scoped_lock lock( FakeSound::get( ).mutex );
+        const auto* samples = reinterpret_cast<const int16_t*>( FakeSound::get( ).ring.data( ) );
+        return *std::max_element( samples + 5000, samples + 10000 );
+    };
+    const int whole = peakAt( 100 );
+    EXPECT_GT( whole, 5000 );
+    EXPECT_EQ( 0, peakAt( 0 ) );
+    EXPECT_NEAR( whole / 2, peakAt( 50 ), 1000 );
+    EXPECT_EQ( 32767, peakAt( 1000 ) );
+}
+
+TEST_F( GVideoPlayback, SteadyTalkAndPicturesTakeNothingFromTheHeap )
+{
+    TestLog::allow( "WARNING Skipping ahead of danger zone" );
+    TestLog::expect( "WARNING Received unexpected 4016bytes from" );
+    for( const bool robust : { false, true } )
+    {
+        FakeSound::get( ).reset( );
+        FakeSound::get( ).clocked = robust;
+        FakeSound::get( ).output.reserve( 1 << 20 );
+        instance->set( u"Robust_Media", robust );
+        open( );
+        std::vector<GString> packets;
+        const GString sound = audioFrame( );
+        for( uint16_t i = 1; i <= 120; ++i )
+        {
+            packets.push_back( media( GRTP_AUDIO, i, i * 5U, 22000, sound ) );
+            packets.push_back( media( GRTP_VIDEO, i, i * 51U, 48, videoFrame( i % 8 ) ) );
+        }
+        // The port's buckets grow with the largest.
+        deliver( media( GRTP_VIDEO, 1, 48, GString( 4000, 'x' ) ), u"10.6.6.6:1" );
+        deliver( media( GRTP_VIDEO, 1, 48, GString( 4000, 'x' ) ), u"10.6.6.6:1" );
+        loop( );
+        size_t next = 0;
+        const auto play = [&]( size_t end )
+        {
+            for( ; next < end; next += 2, now += 50909 )
+            {
+                deliver( packets[next] );
+                deliver( packets[next + 1] );
+                loop( );
+            }
+        };
+        play( 160 );
+        EXPECT_LE( countAllocations( [&] { play( 240 ); } ), 0 ) << robust;
+    }
+}
+
+TEST_F( GVideoPlayback, TalksThatNobodyHeardAreNotKept )
+{
+    TestLog::expect( "WARNING Cannot play audio, ignoring." );
+    FakeSound::get( ).available = false;
+    open( );
+    for( uint16_t sequence = 1; sequence <= 12; ++sequence )
+        deliver( media( GRTP_AUDIO, sequence, 22000, audioFrame( ) ) );
+    loop( );
+    EXPECT_EQ( 0, instance->calc( u"ben@velmora.local_Audio_Buffer_Length" ) );
+    deliver( media( GRTP_AUDIO, 13, 22000, audioFrame( ) ) );
+    deliver( media( GRTP_AUDIO, 14, 0, "" ) );
+    loop( );
+    EXPECT_FALSE( TestLog::contains( "Adding video renderer to sunset list" ) );
 }
