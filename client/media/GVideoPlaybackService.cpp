@@ -8,6 +8,8 @@ namespace
 {
 // The longest wait, when no stream wants to run earlier; packets and commands end it at once.
 constexpr int64_t REST = 5000000;
+// Packets of a round: commands and clocks must not wait for the end of a flood.
+constexpr int MOST_BUCKETS = 256;
 constexpr char16_t QUEUE[] = u"GVideoPlaybackService_commandQueue";
 } // namespace
 
@@ -32,9 +34,11 @@ int GVideoPlaybackService::_bGThreadObject_safe_onLoop( )
 
 void GVideoPlaybackService::pass( int64_t timeout )
 {
-    _drainBuckets( );
+    const bool drained = _drainBuckets( );
     _drainCommands( );
-    const int64_t wait = std::min( timeout, _updateStreams( ) );
+    const int64_t next = _updateStreams( );
+    // The event of those that are left was taken already.
+    const int64_t wait = drained ? std::min( timeout, next ) : 0;
     unlock( );
     _port->waitForRTPBucket( wait, GRTP_AUDIO, GRTP_VIDEO );
     lock( );
@@ -61,16 +65,18 @@ void GVideoPlaybackService::_bGThreadObject_safe_onShutdown( )
     while( !_nameStreamMap.empty( ) ) _deleteStream( _nameStreamMap.begin( )->first );
 }
 
-void GVideoPlaybackService::_drainBuckets( )
+// Whether nothing is left.
+bool GVideoPlaybackService::_drainBuckets( )
 {
-    for( ;; )
+    for( int taken = 0; taken < MOST_BUCKETS; ++taken )
     {
         GMegaPortBucket* bucket = _port->getRTPBucket( GRTP_AUDIO );
         if( !bucket ) bucket = _port->getRTPBucket( GRTP_VIDEO );
-        if( !bucket ) return;
+        if( !bucket ) return true;
         _onBucket( *bucket );
         _port->returnEmptyBucket( bucket );
     }
+    return false;
 }
 
 void GVideoPlaybackService::_onBucket( const GMegaPortBucket& bucket )

@@ -18,7 +18,7 @@ public:
 
 private:
     int64_t _updateStreams( );
-    void _drainBuckets( );
+    bool _drainBuckets( );
     void _onBucket( const GMegaPortBucket& bucket );
     void _onSenderReport( const GMegaPortBucket& bucket, const GVideoPlaybackStream* stream );
     void _drainCommands( );

@@ -19,6 +19,8 @@ constexpr int64_t UPDATE_PERIOD = 100000;
 constexpr int64_t LONGEST_WAIT = 500000;
 constexpr int64_t UNRELATED_WAIT = 2000000;
 constexpr int FORMAT_WORD_SIZE = 4;
+// Talks that still play out beside the present one; each has sound and perhaps threads of its own.
+constexpr size_t MOST_SUNSETS = 4;
 constexpr int64_t DEFAULT_PREBUFFER_MS = 500;
 constexpr uint64_t TIMESTAMP_SCALE = 1000;
 constexpr uint32_t MINIMUM_EDGE = 16;
@@ -79,6 +81,7 @@ GVideoPlaybackStream::~GVideoPlaybackStream( )
 void GVideoPlaybackStream::recv( const GMegaPortBucket& bucket )
 {
     const GObjectLock scope( *this );
+    if( !_isAffordable( ) ) return;
     _nextUpdate = 0;
     GRTPHeader header;
     int length = 0;
@@ -102,6 +105,16 @@ void GVideoPlaybackStream::recv( const GMegaPortBucket& bucket )
         _recvVideo( header, timestamp, payload, length );
     else
         GLOG( u"WARNING Received unknown RTP payload type #", header.payloadType, u", ignoring." );
+}
+
+bool GVideoPlaybackStream::_isAffordable( )
+{
+    const bool allowed = _budget.allows( GTimeGetTime( ) );
+    if( allowed )
+        _budget.charge( GMediaBudget::PACKET );
+    else if( _budget.takeRefusal( ) )
+        GLOG( u"WARNING Packets of '", _name, u"' cost more than a stream may, ignoring." );
+    return allowed;
 }
 
 void GVideoPlaybackStream::_recvAudio( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length )
@@ -132,6 +145,7 @@ void GVideoPlaybackStream::_recvAudio( const GRTPHeader& header, uint64_t timest
         return;
     }
     GASSERT( _videoRenderer );
+    _budget.charge( ( length - FORMAT_WORD_SIZE ) * GMediaBudget::SOUND_BYTE );
     if( !_audioDecoder->decode( payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE, _decodedAudio ) )
     {
         GLOG( u"WARNING Received invalid audio frame packet, ignoring." );
@@ -176,6 +190,7 @@ void GVideoPlaybackStream::_recvTalk( const GRTPHeader& header, const char* payl
         _lastAudioTime = length > FORMAT_WORD_SIZE ? GTimeGetTime( ) : rate ? before : 0;
     }
     if( !_talk.playout ) return;
+    _budget.charge( ( length - FORMAT_WORD_SIZE ) * GMediaBudget::SOUND_BYTE );
     _talk.playout->setGain( _readGain( ) );
     _talk.playout->put( header.sequence, header.timestamp, payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE );
 }
@@ -203,6 +218,7 @@ void GVideoPlaybackStream::_recvVideo( const GRTPHeader& header, uint64_t timest
         return;
     }
     GImageFormat format;
+    _budget.charge( edge / 16 * ( edge / 16 ) * GMediaBudget::MACRO_BLOCK );
     const bool decoded =
         _videoDecoder->decode( payload + FORMAT_WORD_SIZE, length - FORMAT_WORD_SIZE, format, _decodedVideo );
     _hasFrame = _hasFrame || decoded;
@@ -250,6 +266,7 @@ void GVideoPlaybackStream::_showDue( uint64_t time )
 void GVideoPlaybackStream::_resetVideo( uint32_t width, uint32_t height )
 {
     if( width == _videoWidth && height == _videoHeight ) return;
+    _budget.charge( GMediaBudget::NEW_PICTURE + width / 16 * ( height / 16 ) * GMediaBudget::MACRO_BLOCK );
     GString codebook;
     GTheoraEncoder_generateCodebook( static_cast<int>( width ), static_cast<int>( height ), codebook );
     delete _videoDecoder;
@@ -272,6 +289,7 @@ void GVideoPlaybackStream::_resetAudio( uint32_t rate )
 {
     _lastAudioTime = 0;
     if( rate == _audioRate ) return;
+    _budget.charge( GMediaBudget::NEW_TALK );
     delete _audioDecoder;
     _audioDecoder = nullptr;
     _audioRate = 0;
@@ -308,6 +326,7 @@ void GVideoPlaybackStream::_retireTalk( )
     if( !_talk.playout ) return;
     _talk.playout->finish( );
     if( !_talk.playout->done( ) ) _sunsetTalks.push_back( std::move( _talk ) );
+    if( _sunsetTalks.size( ) > MOST_SUNSETS ) _sunsetTalks.pop_front( );
     _talk.playout.reset( );
     _talk.decoder.reset( );
 }
@@ -326,6 +345,11 @@ void GVideoPlaybackStream::_retireRenderer( )
                 u"ms of buffered audio remaining..." );
         _videoRenderer->finish( );
         _sunsetList.push_back( _videoRenderer );
+        if( _sunsetList.size( ) > MOST_SUNSETS )
+        {
+            delete _sunsetList.front( );
+            _sunsetList.pop_front( );
+        }
     }
     _videoRenderer = nullptr;
 }

@@ -1,9 +1,10 @@
 // Decodes one device's media, rebuilding its decoders whenever the sender's format word changes, and feeds a renderer. Run by the
 // playback service's thread; recv and update take the object's lock. Bad packets are dropped with a warning and never end a stream.
 // With the remedy `Robust_Media` each talk has a playout that follows the network, and pictures wait for the sound of their time, at most
-// half a second; nothing is allocated for a packet then.
+// half a second; nothing is allocated for a packet then. What a peer's packets may cost has an end, so that no stream starves the others.
 #pragma once
 
+#include "client/media/GMediaBudget.h"
 #include "client/media/GPictureQueue.h"
 #include "client/media/GSpeexDecoder.h"
 #include "client/media/GTheoraDecoder.h"
@@ -35,6 +36,7 @@ private:
         std::unique_ptr<GSpeexDecoder> decoder;
         std::unique_ptr<GVoicePlayout> playout;
     };
+    bool _isAffordable( );
     void _recvTalk( const GRTPHeader& header, const char* payload, int length );
     void _recvAudio( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length );
     void _recvVideo( const GRTPHeader& header, uint64_t timestamp, const char* payload, int length );
@@ -77,6 +79,7 @@ private:
     uint32_t _videoHeight = 0;
     uint64_t _lastAudioTime = 0;
     bool _hasFrame = false;
+    GMediaBudget _budget;
 
     GJitterEstimate _jitter;
     Talk _talk;
