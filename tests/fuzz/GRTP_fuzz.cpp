@@ -1,4 +1,5 @@
-// Every decomposer stays inside its packet, and points just behind its fixed part or refuses.
+// Every decomposer stays inside its packet, and points just behind its fixed part or refuses and leaves nothing; a sender report that is
+// taken holds its name.
 #include "Fuzz.h"
 #include "client/transport/GRTP.h"
 
@@ -11,6 +12,8 @@ void cut( const char* ( *decompose )(const char*, int, Fields&, int&), const std
     int remaining = -1;
     const int length = static_cast<int>( packet.size( ) );
     const char* behind = decompose( packet.data( ), length, fields, remaining );
+    const GRTPHeader& head = fields;
+    if( !behind ) Fuzz::require( !remaining && !head.version && !head.sequence && !head.ssrc );
     if( !behind ) return;
     Fuzz::require( remaining >= 0 && behind + remaining == packet.data( ) + length );
 }
@@ -58,6 +61,11 @@ extern "C" int LLVMFuzzerTestOneInput( const uint8_t* data, size_t size )
     Fuzz::require( !frame || frame + remaining == packet.data( ) + length );
     GWString name;
     if( GRTPIsRTCPSR( packet.data( ), length ) && length > GRTCPSR_FIXED_SIZE )
-        GRTCPSRDecompose( packet.data( ), length, name );
+    {
+        const int told = static_cast<uint8_t>( packet[37] );
+        const bool taken = GRTCPSRDecompose( packet.data( ), length, name );
+        Fuzz::require( taken == ( length >= GRTCPSR_FIXED_SIZE + told ) );
+        Fuzz::require( name.size( ) <= static_cast<size_t>( taken ? told : 0 ) );
+    }
     return 0;
 }
