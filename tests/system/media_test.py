@@ -2,9 +2,10 @@
 """Media on the real programs: how long a word takes from mouth to ear and a picture from camera to screen, over links of every quality,
 without and with the remedy; and what it costs.
 
-Usage: media_test.py BIN TOOLS [--seconds N] [--spurts N] [--keep FILE]      as root; TOOLS holds link_emulator and picture_watch
+Usage: media_test.py BIN TOOLS [OPTIONS]      as root; TOOLS holds link_emulator and picture_watch
   --seconds   of talk a row of the table, 5 by default      --spurts   talk spurts that must leave nothing behind, 4 by default
   --keep      appends the figures to a file, one JSON line a row
+  --modes     letter,remedy; both by default                --links      some of the table's links, as "clean,5 %"; all by default
 
 A talk key is held while clicks are played into the microphone; the table's figures are printed and judged by nobody, as a machine may be
 busy. What is judged has no clock in it, or a wide one: clicks that are heard, pictures that come, threads and handles that stay as many.
@@ -166,6 +167,8 @@ def main():
     parser.add_argument("tools")
     parser.add_argument("--seconds", type=float, default=5)
     parser.add_argument("--spurts", type=int, default=4)
+    parser.add_argument("--modes", default="letter,remedy")
+    parser.add_argument("--links", default=",".join(name for name, _ in LINKS))
     parser.add_argument("--keep")
     options = parser.parse_args()
     netlab.need_root()
@@ -173,9 +176,11 @@ def main():
     with netlab.Lab() as lab:
         meeting = Meeting(lab, os.path.abspath(options.binaries), os.path.abspath(options.tools))
         try:
-            for mode, settings in (("letter", ["Robust_Media=0"]), ("remedy", ["Robust_Media=1"])):
+            links = [(name, link) for name, link in LINKS if name in options.links.split(",")]
+            for mode in options.modes.split(","):
+                settings = [f"Robust_Media={int(mode == 'remedy')}"]
                 print(HEADER, flush=True)
-                for number, (name, link) in enumerate(LINKS):
+                for number, (name, link) in enumerate(links):
                     # The letter counts a spurt's packets anew, and who listens drops what is not above the last.
                     if mode == "letter" or number == 0:
                         meeting.start(*settings)
