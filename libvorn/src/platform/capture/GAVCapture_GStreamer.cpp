@@ -51,10 +51,12 @@ GCaptureWish makeWish( int bytesPerSample, int frequency, int fps, int width, in
     return { bytesPerSample, frequency, fps, width, height, latency ? latency : LATENCY, frameBytes };
 }
 
-// What a microphone hands over at once: all of a frame, or half of one where less than usual is wanted.
+// What a microphone hands over at once: all of a frame, or just half of one where less than usual is wanted, so that no rest of a frame
+// waits for the next.
 int stepOf( const GCaptureWish& wish )
 {
-    return wish.latency * MICROSECONDS / ( wish.latency < LATENCY ? 2 : 1 );
+    return wish.latency < LATENCY ? GAVCaptureTimeOf( wish.frameBytes / 2, wish.frequency, wish.bytesPerSample )
+                                  : wish.latency * MICROSECONDS;
 }
 
 void buildAudio( GAVCaptureRecord& record, const GCaptureWish& wish, const GWString& name )

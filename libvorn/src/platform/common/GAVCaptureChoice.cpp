@@ -116,3 +116,10 @@ int GAVCaptureBufferSizeWithin( int frequency, int bytesPerSample, int latency )
     const int64_t frames = static_cast<int64_t>( frequency ) * latency / 1000 / CODEC_SAMPLES;
     return static_cast<int>( std::max<int64_t>( 1, frames ) * CODEC_SAMPLES * bytesPerSample );
 }
+
+int GAVCaptureTimeOf( int bytes, int frequency, int bytesPerSample )
+{
+    GPRECONDITION( bytes >= 0 && frequency > 0 && bytesPerSample > 0 );
+    const int64_t second = static_cast<int64_t>( frequency ) * bytesPerSample;
+    return static_cast<int>( ( bytes * int64_t( 1000000 ) + second - 1 ) / second );
+}

@@ -59,3 +59,5 @@ int GAVCaptureConfigureAudio( const std::vector<GCaptureAudioCapability>& capabi
 int GAVCaptureBufferSize( int frequency, int bytesPerSample, int latency );
 // The most whole codec frames within `latency` milliseconds, one at least.
 int GAVCaptureBufferSizeWithin( int frequency, int bytesPerSample, int latency );
+// Microseconds that so many bytes of mono samples take, rounded up: a library that rounds its way back down arrives at the same bytes.
+int GAVCaptureTimeOf( int bytes, int frequency, int bytesPerSample );
