@@ -388,12 +388,15 @@ void GVideoPlaybackStream::update( )
         if( _isRobust( ) ) _lastAudioSequence = 0;
     }
     if( _isTalk( ) )
-    {
         _updateTalk( );
-        return;
-    }
-    _wakeAfter( UPDATE_PERIOD );
-    if( _videoRenderer ) _writeBufferLengths( );
+    else if( _videoRenderer )
+        _writeBufferLengths( );
+    _dropSunset( );
+    if( !_isTalk( ) || !_sunsetList.empty( ) ) _wakeAfter( UPDATE_PERIOD );
+}
+
+void GVideoPlaybackStream::_dropSunset( )
+{
     for( auto it = _sunsetList.begin( ); it != _sunsetList.end( ); )
         if( ( *it )->done( ) )
         {

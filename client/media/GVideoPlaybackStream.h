@@ -55,6 +55,7 @@ private:
     void _startListeningTo( );
     void _stopListeningTo( );
     void _writeBufferLengths( );
+    void _dropSunset( );
     int _readGain( );
     bool _isRobust( ) const { return _instance->test( u"Robust_Media" ); }
     GWString _key( GWStringView suffix ) const { return GConcat( _buddyGUID, suffix ); }

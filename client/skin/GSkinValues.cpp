@@ -53,6 +53,8 @@ constexpr GValueRow buddy_[] = {
     { u"NAME_Call_Status", GValueUse::shown, u"The same in words." },
     { u"NAME_Chat_Queue", GValueUse::shown, u"What has been said in the chat." },
     { u"NAME_Chat_Status", GValueUse::shown, u"What he does there, in words." },
+    { u"NAME_Prebuffer_MS", GValueUse::shown,
+      u"Milliseconds from the arrival of his voice to the ear that are aimed at, with `Robust_Media`." },
     { u"NAME_Hotkey", GValueUse::shown, u"The talk key of that name." },
 };
 
