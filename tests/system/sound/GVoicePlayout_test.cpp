@@ -1,6 +1,7 @@
 // A playout on a real sound server (tests/support/with-sound): from the arrival of a packet to the loudspeaker, and a server that goes.
 #include "client/media/GVoicePlayout.h"
 
+#include "platform/GSound.h"
 #include "platform/GTime.h"
 #include "support/TestLog.h"
 #include "support/TestSound.h"
@@ -101,6 +102,8 @@ private:
 
 TEST( GVoicePlayoutOnServer, PacketIsHeardSoonAfterItsArrival )
 {
+    GSoundSetMute( false );
+    GSoundSetVolume( 1.0 );
     TestSound::Recorder recorder;
     Talker talker;
     ASSERT_TRUE( TestSound::becomes( [&] { return talker.packets( ) > 60; } ) );
