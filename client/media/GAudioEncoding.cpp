@@ -15,7 +15,7 @@ int raise( int length, int step )
 
 void GAudioEncoding::reset( )
 {
-    _encoder.reset( );
+    _speexEncoder.reset( );
     _format = { 0, 0, 0 };
     _remaining = 0;
 }
@@ -27,7 +27,7 @@ void GAudioEncoding::_make( const GAudioFormat& format, bool audioEnabled )
     GLOGIF( 'v', u"onAudioFormatSet( audioEnabled=", audioEnabled, u", frequency=", format.frequency, u" )" );
     GWaveFormat wave = GWaveFormatMono16( static_cast<uint32_t>( format.frequency ) );
     wave.wBitsPerSample = static_cast<uint16_t>( format.bytesPerSample * 8 );
-    _encoder.reset( GSAFENEW( GSpeexEncoder, ( wave ) ) );
+    _speexEncoder.reset( GSAFENEW( GSpeexEncoder, ( wave ) ) );
 }
 
 void GAudioEncoding::begin( const GAudioFormat& format, const char* buffer, int length, bool audioEnabled )
@@ -36,7 +36,7 @@ void GAudioEncoding::begin( const GAudioFormat& format, const char* buffer, int 
     int numChunks = 1;
     while( length / numChunks / ENCODED_SHARE > MAXIMUM_ENCODED_CHUNK ) numChunks *= 2;
     GVERIFY( !(length % numChunks) );
-    _chunkSize = raise( length / numChunks, _encoder->getFrameSize( ) );
+    _chunkSize = raise( length / numChunks, _speexEncoder->getFrameSize( ) );
     _buffer = buffer;
     _remaining = length;
 }
@@ -53,12 +53,12 @@ const GString* GAudioEncoding::next( )
 
 void GAudioEncoding::_encode( const char* chunk )
 {
-    const int frameSize = _encoder->getFrameSize( );
+    const int frameSize = _speexEncoder->getFrameSize( );
     _frame.clear( );
     if( GVERIFY_TEXT( !( _thisChunkSize % frameSize ), "!(thisChunkSize % frameSize)" ) )
-        return _encoder->encode( chunk, _thisChunkSize, _frame );
+        return _speexEncoder->encode( chunk, _thisChunkSize, _frame );
     // A device that delivers broken frames is heard all the same, with silence up to the next frame.
     _padded.assign( chunk, static_cast<size_t>( _thisChunkSize ) );
     _padded.resize( static_cast<size_t>( raise( _thisChunkSize, frameSize ) ), '\0' );
-    _encoder->encode( _padded.data( ), static_cast<int>( _padded.size( ) ), _frame );
+    _speexEncoder->encode( _padded.data( ), static_cast<int>( _padded.size( ) ), _frame );
 }

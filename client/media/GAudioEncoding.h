@@ -11,10 +11,11 @@ class GAudioEncoding
 {
 public:
     void reset( );
-    bool isMade( ) const { return _encoder != nullptr; }
+    bool isMade( ) const { return _speexEncoder != nullptr; }
     bool isMadeFor( const GAudioFormat& format ) const
     {
-        return _encoder && format.bytesPerSample == _format.bytesPerSample && format.frequency == _format.frequency;
+        return _speexEncoder && format.bytesPerSample == _format.bytesPerSample &&
+               format.frequency == _format.frequency;
     }
     // Takes a buffer, which must stay for the calls of next. 16-bit mono samples. `audioEnabled` is logged.
     void begin( const GAudioFormat& format, const char* buffer, int length, bool audioEnabled );
@@ -29,7 +30,7 @@ private:
     void _encode( const char* chunk );
 
     GAudioFormat _format = { 0, 0, 0 };
-    std::unique_ptr<GSpeexEncoder> _encoder;
+    std::unique_ptr<GSpeexEncoder> _speexEncoder;
     const char* _buffer = nullptr;
     int _remaining = 0;
     int _chunkSize = 0;

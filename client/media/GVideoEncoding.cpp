@@ -32,7 +32,7 @@ int GVideoEncoding_getEdge( GInstance* instance )
 
 void GVideoEncoding::reset( )
 {
-    _encoder.reset( );
+    _theoraEncoder.reset( );
     _imageFormat = GImageFormat( );
 }
 
@@ -47,22 +47,22 @@ void GVideoEncoding::make( const GImageFormat& format, bool videoEnabled, int fp
         GLOG( u"WARNING Non-ideal video match; will resize from ", cropRect.width( ), u" to ", size );
     GLOGIF( 'v', u"onVideoFormatSet( videoEnabled=", videoEnabled, u", fps=", fps, u", _imageFormat=( type=",
             format.type, u", width=", format.width, u", height=", format.height, u" ) )" );
-    _encoder.reset( GSAFENEW( GTheoraEncoder, ( format, cropRect, size, size, std::max( fps, 1 ) ) ) );
+    _theoraEncoder.reset( GSAFENEW( GTheoraEncoder, ( format, cropRect, size, size, std::max( fps, 1 ) ) ) );
 }
 
 void GVideoEncoding::startAfresh( bool videoEnabled, int fps )
 {
-    GPRECONDITION( _encoder );
+    GPRECONDITION( _theoraEncoder );
     if( possibleEdge( _instance->calc( u"Video_Size" ) ) != getEdge( ) )
         make( GImageFormat( _imageFormat ), videoEnabled, fps );
     else
-        _encoder->startAfresh( );
+        _theoraEncoder->startAfresh( );
 }
 
 const GString& GVideoEncoding::encode( const char* buffer, int length )
 {
-    GPRECONDITION( _encoder );
-    GASSERT( _encoder->getOutputWidth( ) == _encoder->getOutputHeight( ) );
-    _encoder->encode( buffer, length, _frame );
+    GPRECONDITION( _theoraEncoder );
+    GASSERT( _theoraEncoder->getOutputWidth( ) == _theoraEncoder->getOutputHeight( ) );
+    _theoraEncoder->encode( buffer, length, _frame );
     return _frame;
 }

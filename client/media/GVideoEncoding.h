@@ -17,21 +17,21 @@ public:
     explicit GVideoEncoding( GInstance* instance ) : _instance( instance ) {}
 
     void reset( );
-    bool isMadeFor( const GImageFormat& format ) const { return _encoder && format == _imageFormat; }
+    bool isMadeFor( const GImageFormat& format ) const { return _theoraEncoder && format == _imageFormat; }
     // Makes the encoder for a source anew. A source without a square of 16 pixels gets none. `videoEnabled` and `fps` are logged.
     void make( const GImageFormat& format, bool videoEnabled, int fps );
-    bool isMade( ) const { return _encoder != nullptr; }
+    bool isMade( ) const { return _theoraEncoder != nullptr; }
     // The next frame stands by itself; the encoder is made anew when `Video_Size` is another by now. It must have been made.
     void startAfresh( bool videoEnabled, int fps );
     // An encoded picture, or nothing when the source was too short, which is logged. It is valid until the next call.
     const GString& encode( const char* buffer, int length );
-    int getEdge( ) const { return _encoder->getOutputWidth( ); }
+    int getEdge( ) const { return _theoraEncoder->getOutputWidth( ); }
     // Whether the last picture stands by itself.
-    bool isKeyPicture( ) const { return _encoder && _encoder->isKeyPicture( ); }
+    bool isKeyPicture( ) const { return _theoraEncoder && _theoraEncoder->isKeyPicture( ); }
 
 private:
     GInstance* _instance;
     GImageFormat _imageFormat;
-    std::unique_ptr<GTheoraEncoder> _encoder;
+    std::unique_ptr<GTheoraEncoder> _theoraEncoder;
     GString _frame;
 };

@@ -157,12 +157,12 @@ TEST_F( GSharedEncodingTest, WhoJoinsGetsAKeyPictureWithTheNextFrameThatTheCamer
 TEST_F( GSharedEncodingTest, AHundredJoinsInASecondMakeTwoKeyPicturesForThoseWhoWereThere )
 {
     GRandomSeed( 7 ); // All sources are different.
-    const uint32_t ben = open( u"ben@velmora.local@0" );
+    const uint32_t ben = open( u"ben@velmora.local@0", 5 );
     film( 5 * SECOND, 2 * SECOND );
     std::vector<Packet> all;
     for( int i = 0; i < 98; ++i )
     {
-        open( GConcat( u"eve@velmora.local@", i ) );
+        open( GConcat( u"eve@velmora.local@", i ), 5 );
         const uint64_t t = 7 * SECOND + static_cast<uint64_t>( i ) * 10000;
         if( i % 14 ) continue;
         show( t );

@@ -176,6 +176,7 @@ TEST_F( GVideoCaptureStreamTest, ChunksAreWholeCodecFrames )
     audio( 5200000, 8800 ); // 13.75 frames, raised to 14; what remains ends in silence.
     EXPECT_EQ( samplesReceived( ), 2240 );
     EXPECT_EQ( samplesReceived( ), 2240 );
+    EXPECT_EQ( TestLog::count( "(!(thisChunkSize % frameSize))" ), 1 );
     EXPECT_TRUE( nothingReceived( ) );
 }
 
