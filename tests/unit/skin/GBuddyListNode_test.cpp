@@ -100,6 +100,15 @@ TEST_F( GBuddyListNodeTest, AnEmptyListDrawsOnlyTheTitle )
     EXPECT_EQ( text( list->getRegions( ).front( ).list ), "Local_Buddy_List" );
     EXPECT_EQ( list->getRegions( ).front( ).rect.left, 6 );
     EXPECT_EQ( list->getRegions( ).front( ).rect.top, 6 );
+    const GRect title = list->getRegions( ).front( ).rect;
+    int inTitle = 0;
+    int elsewhere = 0;
+    for( int y = 0; y < HEIGHT; ++y )
+        for( int x = 0; x < WIDTH; ++x )
+            if( pixels[static_cast<size_t>( ( y * WIDTH + x ) * 4 + 3 )] )
+                ++( title.contains( x, y ) ? inTitle : elsewhere );
+    EXPECT_GT( inTitle, 20 );
+    EXPECT_EQ( elsewhere, 0 );
 }
 
 TEST_F( GBuddyListNodeTest, OnlineBuddiesComeFirstEachPartSorted )

@@ -61,6 +61,14 @@ TEST_F( GRowNodeTest, ExtraIsHeldBetweenZeroAndHundred )
     EXPECT_TRUE( GRectEmpty( place( u"c" ) ) );
 }
 
+TEST_F( GRowNodeTest, AnExtraBelowZeroTakesNothingFromTheOthers )
+{
+    layOut( { open( u"a", u"10" ), open( u"b", u"-5" ), open( u"c", u"10" ) }, 10 );
+    EXPECT_EQ( place( u"a" ), ( GRect{ 0, 0, 5, 2 } ) );
+    EXPECT_TRUE( GRectEmpty( place( u"b" ) ) );
+    EXPECT_EQ( place( u"c" ), ( GRect{ 5, 0, 10, 2 } ) );
+}
+
 TEST_F( GRowNodeTest, NoCellsDrawNothing )
 {
     load( { u"Row", { }, {} } );
