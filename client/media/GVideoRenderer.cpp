@@ -5,6 +5,7 @@
 #include "platform/GTime.h"
 
 #include <algorithm>
+#include <cstring>
 
 int GVideoRenderer_audioFeederProc( void* data );
 int GVideoRenderer_videoFeederProc( void* data );
@@ -97,10 +98,11 @@ void GVideoRenderer::_playNow( )
         _audioBuffer.clear( );
         return;
     }
-    const int copied = static_cast<int>( std::min<size_t>( _audioBuffer.size( ), static_cast<size_t>( _ringSize ) ) );
-    _feed.assign( _audioBuffer, 0, static_cast<size_t>( copied ) );
-    _feed.resize( static_cast<size_t>( _ringSize ), '\0' );
-    GConsume( _audioBuffer, copied );
+    int frontBufferSize = 0, backBufferSize = 0;
+    char* backBufferPtr = nullptr;
+    char* const frontBufferPtr = _lockRing( 0, _ringSize, frontBufferSize, backBufferPtr, backBufferSize );
+    GASSERT( !backBufferPtr && !backBufferSize );
+    const int copied = _fillPart( frontBufferPtr, frontBufferSize );
     GSoundRingWrite( _secondaryBuffer, 0, _feed.data( ), _ringSize );
     if( copied < _ringSize ) _nextWritePosition = copied;
     _bytesUnplayed = _numBytesWritten = copied;
@@ -164,20 +166,43 @@ void GVideoRenderer::_skipDangerZone( int play, int write )
     _nextWritePosition = write;
 }
 
+// The room for that part of the ring, which the ring's end may divide.
+char* GVideoRenderer::_lockRing( int position, int length, int& frontBufferSize, char*& backBufferPtr,
+                                 int& backBufferSize )
+{
+    _feed.resize( static_cast<size_t>( length ) );
+    frontBufferSize = std::min( length, _ringSize - position );
+    backBufferSize = length - frontBufferSize;
+    backBufferPtr = backBufferSize ? _feed.data( ) + frontBufferSize : nullptr;
+    return _feed.data( );
+}
+
+// Takes what the queue has, and silence for the rest; the bytes that were taken.
+int GVideoRenderer::_fillPart( char* part, int size )
+{
+    const int copied = static_cast<int>( std::min<size_t>( _audioBuffer.size( ), static_cast<size_t>( size ) ) );
+    std::memcpy( part, _audioBuffer.data( ), static_cast<size_t>( copied ) );
+    std::memset( part + copied, 0, static_cast<size_t>( size - copied ) );
+    GConsume( _audioBuffer, copied );
+    return copied;
+}
+
 // Fills the whole free part of the ring: samples first, then silence that the next round overwrites.
 void GVideoRenderer::_feedRing( int play )
 {
     const int numToLock = ringDistance( _nextWritePosition, play, _ringSize );
-    const int copied = static_cast<int>( std::min<size_t>( _audioBuffer.size( ), static_cast<size_t>( numToLock ) ) );
-    _feed.assign( _audioBuffer, 0, static_cast<size_t>( copied ) );
-    _feed.resize( static_cast<size_t>( numToLock ), '\0' );
+    int frontBufferSize = 0, backBufferSize = 0;
+    char* backBufferPtr = nullptr;
+    char* const frontBufferPtr =
+        _lockRing( _nextWritePosition, numToLock, frontBufferSize, backBufferPtr, backBufferSize );
+    int copied = _fillPart( frontBufferPtr, frontBufferSize );
+    if( backBufferPtr ) copied += _fillPart( backBufferPtr, backBufferSize );
     if( !GSoundRingWrite( _secondaryBuffer, _nextWritePosition, _feed.data( ), numToLock ) )
     {
         _audioBuffer.clear( );
         return;
     }
     _heed( ringDistance( play, _nextWritePosition, _ringSize ), _feed, copied );
-    GConsume( _audioBuffer, copied );
     _numBytesWritten += copied;
     _bytesUnplayed += copied;
     const int64_t samplesBefore = _samplesCopied;

@@ -35,6 +35,8 @@ private:
     bool _onAudioUpdate( );
     bool _onVideoUpdate( );
     void _skipDangerZone( int play, int write );
+    char* _lockRing( int position, int length, int& frontBufferSize, char*& backBufferPtr, int& backBufferSize );
+    int _fillPart( char* part, int size );
     void _feedRing( int play );
     void _heed( int ahead, const GString& samples, int length );
     void _updateClock( int64_t samplesBefore );

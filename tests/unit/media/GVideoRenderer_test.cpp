@@ -1,6 +1,8 @@
 #include "client/media/GVideoRenderer.h"
 
 #include "MediaFixture.h"
+#include "client/media/GEchoReference.h"
+#include "support/CountAllocations.h"
 
 #include <chrono>
 #include <thread>
@@ -178,4 +180,49 @@ TEST_F( GVideoRendererDeathTest, NewFormatOnAnOldRendererAborts )
             renderer->queueAudio( 0, GWaveFormatMono16( 16000 ), "aa", 2 );
         },
         "memcmp\\( &_audioFormat, &format" );
+}
+
+TEST_F( GVideoRendererTest, FeederWritesOverTheSeamOfTheRing )
+{
+    queueSeconds( 0.95 );
+    // All of the first fill has been heard; the next stands before the end of the ring.
+    moveCursors( 15000, 15100 );
+    const GString more( 3000, 'd' );
+    renderer->queueAudio( 2000000, GWaveFormatMono16( RATE ), more.data( ), 3000 );
+    ASSERT_TRUE( eventually( [this] { return ring( )[2199] == 'd'; } ) );
+    const GString bytes = ring( );
+    EXPECT_EQ( 'a', bytes[15199] );
+    EXPECT_EQ( 'd', bytes[15200] );
+    EXPECT_EQ( 'd', bytes[15999] );
+    EXPECT_EQ( '\0', bytes[2200] );
+}
+
+TEST_F( GVideoRendererTest, WhatIsPlayedIsHeldAgainstTheMicrophone )
+{
+    GEchoReference_clear( );
+    const uint64_t start = now;
+    queueSeconds( 0.6 );
+    int16_t samples[100] = { };
+    const double at = GEchoReference_position( start + 300000 );
+    ASSERT_TRUE( GEchoReference_read( at, 1.0, samples, 100 ) );
+    EXPECT_NE( 0, samples[50] );
+    GEchoReference_clear( );
+}
+
+TEST_F( GVideoRendererTest, PictureAndSoundTakeNothingFromTheHeapWhenTheyAreQueued )
+{
+    const GString sound( 400, 'a' );
+    const GString pixels( 24, 'p' );
+    const auto queue = [&]( int count )
+    {
+        for( int i = 0; i < count; ++i )
+        {
+            renderer->queueAudio( 1000000, GWaveFormatMono16( RATE ), sound.data( ), 400 );
+            renderer->queueVideo( 1000000, { GIT_RGB24, 4, 2 }, pixels );
+        }
+    };
+    FakeSound::get( ).available = false;
+    TestLog::expect( "WARNING Cannot play audio, ignoring." );
+    queue( 100 );
+    EXPECT_LE( countAllocations( [&] { queue( 100 ); } ), 0 );
 }

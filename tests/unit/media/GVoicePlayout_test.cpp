@@ -3,7 +3,9 @@
 
 #include "FakeSound.h"
 #include "base/GBytes.h"
+#include "client/media/GEchoReference.h"
 #include "platform/GTime.h"
+#include "support/CountAllocations.h"
 #include "support/TestLog.h"
 
 #include <gtest/gtest.h>
@@ -513,4 +515,26 @@ TEST_F( GVoicePlayoutTest, AnyNumbersAndStampsAreBorne )
         EXPECT_LE( playout->getBufferedLength( ), 1000000 );
         advanceTo( now_ + random( ) % 40000 );
     }
+}
+
+TEST_F( GVoicePlayoutTest, WhatIsHeardIsHeldAgainstTheMicrophone )
+{
+    GEchoReference_clear( );
+    play( talk( 50, []( int ) { return 0; } ) );
+    int16_t samples[50] = { };
+    // In the middle of the packet, when it is heard.
+    const auto heard = BEGIN + static_cast<uint64_t>( sent( 30 ) + 60 * MILLISECOND + PACKET_TIME / 2 );
+    ASSERT_TRUE( GEchoReference_read( GEchoReference_position( heard ), 1.0, samples, 50 ) );
+    EXPECT_NEAR( 2030, samples[25], 3 );
+    GEchoReference_clear( );
+}
+
+TEST_F( GVoicePlayoutTest, SteadyTalkTakesNothingFromTheHeap )
+{
+    sound.output.reserve( 1000000 );
+    auto arrivals = talk( 600, lossy( 5, 0 ) );
+    const auto half = arrivals.begin( ) + static_cast<ptrdiff_t>( arrivals.size( ) / 2 );
+    play( { arrivals.begin( ), half } );
+    const std::vector<Arrival> rest( half, arrivals.end( ) );
+    EXPECT_LE( countAllocations( [&] { play( rest ); } ), 0 );
 }
