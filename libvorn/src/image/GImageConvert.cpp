@@ -101,13 +101,14 @@ struct RoundedChroma
 using ToPlanar = int ( * )( const uint8_t*, int, uint8_t*, int, uint8_t*, int, uint8_t*, int, int, int );
 using FromPlanar = int ( * )( const uint8_t*, int, const uint8_t*, int, const uint8_t*, int, uint8_t*, int, int, int );
 
+constexpr int NEAREST_CACHE = 16 << 10;
+
 // A few rows at a time, as many as stay in the nearest cache, pass through pixels of four bytes. The library does the same with two,
 // but takes them from the heap.
 template <auto WIDEN>
 int threeToPlanar( const uint8_t* from, int stride, uint8_t* y, int yStride, uint8_t* u, int uStride, uint8_t* v,
                    int vStride, int width, int height )
 {
-    constexpr int NEAREST_CACHE = 16 << 10;
     const int fourStride = width * 4;
     const int chunk = std::max( NEAREST_CACHE / fourStride & ~1, 2 );
     uint8_t* const four = GImageScratch( 0, static_cast<size_t>( fourStride ) * static_cast<size_t>( chunk ) );
@@ -137,12 +138,34 @@ ToPlanar toPlanar( int type )
     }
 }
 
+// The way back: the library's own one to three bytes takes four times as long where rows end in less than 32 pixels.
+template <auto WHOLE, auto NARROW>
+int planarToThree( const uint8_t* y, int yStride, const uint8_t* u, int uStride, const uint8_t* v, int vStride,
+                   uint8_t* to, int stride, int width, int height )
+{
+    if( width % 32 == 0 ) return WHOLE( y, yStride, u, uStride, v, vStride, to, stride, width, height );
+    const int fourStride = width * 4;
+    const int chunk = std::max( NEAREST_CACHE / fourStride & ~1, 2 );
+    uint8_t* const four = GImageScratch( 0, static_cast<size_t>( fourStride ) * static_cast<size_t>( chunk ) );
+    int result = 0;
+    for( int row = 0; row < height && result == 0; row += chunk )
+    {
+        const int rows = std::min( chunk, height - row );
+        const ptrdiff_t half = row / 2;
+        result = libyuv::I420ToARGB( y + static_cast<ptrdiff_t>( row ) * yStride, yStride, u + half * uStride, uStride,
+                                     v + half * vStride, vStride, four, fourStride, width, rows );
+        if( result == 0 )
+            result = NARROW( four, fourStride, to + static_cast<ptrdiff_t>( row ) * stride, stride, width, rows );
+    }
+    return result;
+}
+
 FromPlanar fromPlanar( int type )
 {
     switch( type )
     {
-    case GIT_RGB24: return libyuv::I420ToRAW;
-    case GIT_BGR24: return libyuv::I420ToRGB24;
+    case GIT_RGB24: return planarToThree<libyuv::I420ToRAW, libyuv::ARGBToRAW>;
+    case GIT_BGR24: return planarToThree<libyuv::I420ToRGB24, libyuv::ARGBToRGB24>;
     case GIT_RGBA32: return libyuv::I420ToABGR;
     case GIT_BGRA32: return libyuv::I420ToARGB;
     default: return nullptr;
