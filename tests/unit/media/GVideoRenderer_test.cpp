@@ -34,7 +34,13 @@ protected:
         TestLog::allow( "WARNING Clipping audio=" );
         TestLog::allow( "WARNING Skipping ahead of danger zone" );
         // Feeders that wake often instead of five times a second keep the tests short.
-        GThreadSetSleep( []( int64_t ) { std::this_thread::sleep_for( std::chrono::milliseconds( 2 ) ); } );
+        rests = 0;
+        GThreadSetSleep(
+            []( int64_t )
+            {
+                ++rests;
+                std::this_thread::sleep_for( std::chrono::milliseconds( 2 ) );
+            } );
         renderer.reset( GSAFENEW( GVideoRenderer, ( instance.get( ), u"ben_Image", HALF_SECOND ) ) );
     }
     void TearDown( ) override
@@ -61,6 +67,7 @@ protected:
         FakeSound::get( ).write = write;
     }
 
+    static inline std::atomic<int> rests; // Of all feeders.
     std::unique_ptr<GVideoRenderer> renderer;
 };
 
@@ -150,7 +157,8 @@ TEST_F( GVideoRendererTest, VideoWaitsForTheAudioClockAndThenRunsOut )
     renderer->queueVideo( 1000, { GIT_RGB24, 4, 2 }, GString( 24, 'p' ) );
     renderer->queueVideo( 201000, { GIT_RGB24, 4, 2 }, GString( 24, 'q' ) );
     EXPECT_EQ( 200000, renderer->getVideoBufferedLength( ) );
-    EXPECT_FALSE( instance->isSet( u"ben_Image" ) );
+    ASSERT_TRUE( eventually( [] { return rests > 2; } ) );
+    EXPECT_FALSE( instance->isSet( u"ben_Image" ) ) << "the feeder looked and waits";
     queueSeconds( 0.5 );
     EXPECT_TRUE( eventually( [this] { return instance->getRaw( u"ben_Image" ) == GString( 24, 'q' ); } ) );
 }
@@ -182,18 +190,31 @@ TEST_F( GVideoRendererDeathTest, NewFormatOnAnOldRendererAborts )
         "memcmp\\( &_audioFormat, &format" );
 }
 
-TEST_F( GVideoRendererTest, FeederWritesOverTheSeamOfTheRing )
+TEST_F( GVideoRendererTest, FeederWritesOverTheSeamOfTheRingInOneRound )
 {
+    // A feeder rests until it is let go.
+    static std::atomic<int> rounds;
+    rounds = 1;
+    GThreadSetSleep(
+        []( int64_t )
+        {
+            ++rests;
+            while( rests >= rounds ) std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+        } );
     queueSeconds( 0.95 );
+    ASSERT_TRUE( eventually( [] { return rests == 1; } ) );
     // All of the first fill has been heard; the next stands before the end of the ring.
     moveCursors( 15000, 15100 );
     const GString more( 3000, 'd' );
     renderer->queueAudio( 2000000, GWaveFormatMono16( RATE ), more.data( ), 3000 );
-    ASSERT_TRUE( eventually( [this] { return ring( )[2199] == 'd'; } ) );
+    rounds = 2;
+    ASSERT_TRUE( eventually( [] { return rests == 2; } ) );
     const GString bytes = ring( );
+    rounds = 1000000;
     EXPECT_EQ( 'a', bytes[15199] );
     EXPECT_EQ( 'd', bytes[15200] );
     EXPECT_EQ( 'd', bytes[15999] );
+    EXPECT_EQ( 'd', bytes[2199] );
     EXPECT_EQ( '\0', bytes[2200] );
 }
 
