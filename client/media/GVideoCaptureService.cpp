@@ -80,7 +80,8 @@ void GVideoCaptureService::_publishDevices( GStringList devices, Medium& medium 
     }
     else
         devices.emplace_front( medium.none );
-    _instance->set( GConcat( u"Available_", medium.name, u"_Capture_Devices" ), devices );
+    const bool isAudio = medium.medium == GCaptureMedium::audio;
+    _instance->set( isAudio ? u"Available_Audio_Capture_Devices" : u"Available_Video_Capture_Devices", devices );
 }
 
 void GVideoCaptureService::_enqueueStart( )
