@@ -56,6 +56,7 @@ constexpr GValueRow buddy_[] = {
     { u"NAME_Prebuffer_MS", GValueUse::shown,
       u"Milliseconds from the arrival of his voice to the ear that are aimed at, with `Robust_Media`." },
     { u"NAME_Hotkey", GValueUse::shown, u"The talk key of that name." },
+    { u"NAME_Gain", GValueUse::written, u"How loud he is heard, in per cent: 0 to 400, 100 when it is not set." },
 };
 
 constexpr GValueRow device_[] = {
@@ -81,6 +82,10 @@ constexpr GValueRow capture_[] = {
     { u"Audio_Capture_Status", GValueUse::shown, u"How it works, in words." },
     { u"Audio_Capture_Level", GValueUse::shown,
       u"How loud it is, 0 to 100, while the microphone is previewed or talked with." },
+    { u"Voice_Treatment", GValueUse::written, u"Whether the microphone's sound is treated before it is sent." },
+    { u"Voice_Echo", GValueUse::written, u"Part of that: 0 leaves the echo of the loudspeakers in it." },
+    { u"Voice_Noise", GValueUse::written, u"0 leaves steady noise as it is." },
+    { u"Voice_Level", GValueUse::written, u"0 leaves voices as loud as they are." },
     { u"Video_Capture_Status", GValueUse::shown, u"How it works, in words." },
     { u"Video_Capture_FSM_Status", GValueUse::shown, u"The same for developers." },
     { u"Local_Video_Image", GValueUse::shown, u"What the camera sees." },

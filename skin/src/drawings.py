@@ -64,6 +64,7 @@ ICONS = {
     "zoomin": '<circle cx="8.8" cy="8.8" r="5.6"/><path d="M13 13 L17 17 M6.2 8.8 H11.4 M8.8 6.2 V11.4"/>',
     "zoomout": '<circle cx="8.8" cy="8.8" r="5.6"/><path d="M13 13 L17 17 M6.2 8.8 H11.4"/>',
     "history": '<circle cx="10" cy="10" r="7.2"/><path d="M10 6 V10 L12.8 11.8"/>',
+    "speaker": '<path d="M3 7.8 H6 L10 4.2 V15.8 L6 12.2 H3 Z M12.8 7.6 a3.4 3.4 0 0 1 0 4.8 M15 5.2 a6.8 6.8 0 0 1 0 9.6"/>',
     "mute": '<rect x="7.5" y="2.5" width="5" height="9.5" rx="2.5"/><path d="M4.5 9.5 a5.5 5.5 0 0 0 11 0 M10 15 V17.5 M3.5 3 L16.5 17"/>',
 }
 
@@ -156,7 +157,7 @@ def dot(p, state):
 
 # ---- The options.
 
-PAGES = ("microphone", "camera", "shield", "key", "transfer", "network", "palette", "bug", "gear", "info")
+PAGES = ("microphone", "camera", "shield", "key", "speaker", "transfer", "network", "palette", "bug", "gear", "info")
 
 
 def pages(p):
@@ -170,6 +171,24 @@ def radio(p):
     """Not chosen, chosen."""
     return wrap(40, 20, f'<circle cx="10" cy="10" r="6.5" fill="none" stroke="{p["secondary"]}" stroke-width="1.75"/>'
                         f'<circle cx="30" cy="10" r="6.5" fill="none" stroke="{p["focus"]}" stroke-width="1.75"/><circle cx="30" cy="10" r="3.5" fill="{p["focus"]}"/>'), 40, 20
+
+
+def check(p):
+    """Not chosen, chosen."""
+    return wrap(40, 20, f'<rect x="3.5" y="3.5" width="13" height="13" rx="3.5" fill="none" stroke="{p["secondary"]}" stroke-width="1.75"/>'
+                        f'<rect x="23" y="3" width="14" height="14" rx="4" fill="{p["focus"]}"/>'
+                        f'<path d="M26.4 10.2 L29 12.8 L33.6 7.6" fill="none" stroke="{p["window"]}" stroke-width="1.75" stroke-linecap="round" stroke-linejoin="round"/>'), 40, 20
+
+
+def track(p):
+    """A line with a mark at a quarter of it, where nothing is changed; the handle's middle runs from 9 to 9 before the end."""
+    mark = 9 + (320 - 18) / 4
+    return wrap(320, 32, f'<rect x="6" y="14" width="308" height="4" rx="2" fill="{p["edge"]}"/>'
+                         f'<rect x="{mark - 1}" y="5" width="2" height="22" rx="1" fill="{p["secondary"]}"/>'), 320, 32
+
+
+def thumb(p):
+    return wrap(18, 32, f'<circle cx="9" cy="16" r="8" fill="{p["focus"]}" stroke="{p["window"]}" stroke-width="2"/>'), 18, 32
 
 
 def meter(p, filled):
@@ -229,7 +248,7 @@ def picture(p, name):
     sizes = {"frame": (96, 112), "mark": (24, 24), "marklarge": (64, 64)}
     if name in sizes:
         return drawing("mark" if name.startswith("mark") else name, p), *sizes[name]
-    options = {"pages": pages, "radio": radio, "palettes": palettes, "meterback": lambda p: meter(p, False), "meterfill": lambda p: meter(p, True)}
+    options = {"pages": pages, "radio": radio, "check": check, "track": track, "thumb": thumb, "palettes": palettes, "meterback": lambda p: meter(p, False), "meterfill": lambda p: meter(p, True)}
     if name in options:
         return options[name](p)
     kind, _, rest = name.partition("_")

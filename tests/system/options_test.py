@@ -15,11 +15,13 @@ import types
 import desk
 from stage import Stage
 
-PAGES = ["audio", "video", "privacy", "hotkey", "file", "connection", "look", "bugreport", "debug", "about"]
+PAGES = ["audio", "video", "privacy", "hotkey", "voices", "file", "connection", "look", "bugreport", "debug", "about"]
 WIZARD = "/skin/window_options/copy/border/inside/wizard"
+BEN = "ben@velmora.local"
 ROW = 36  # Of the list of pages; others have rows of 32.
 SELECTED = (0x2F, 0x3B, 0x4D)
 DANGER = (0xF4, 0x66, 0x6B)
+FOCUS = (0x5A, 0xA9, 0xFF)
 GOOD = (0x4C, 0xC3, 0x8A)
 
 
@@ -34,7 +36,8 @@ class Story:
         clip = os.path.join(desk.clips(binaries), "ann.webm")
         # Nobody needs a server to set up his devices.
         nowhere = types.SimpleNamespace(host="127.0.0.1:9")
-        self.client = desk.Client(binaries, os.path.join(self.room, "ann"), "ann", nowhere, clip, "spk", ("Robust_Client=1",))
+        self.client = desk.Client(binaries, os.path.join(self.room, "ann"), "ann", nowhere, clip, "spk",
+                                  ("Robust_Client=1", "Voice_Treatment=1", f"Local_Buddy_List={BEN}"))
         commands = {page: f"({WIZARD}?jump+target={page};/skin/window_options?open)" for page in PAGES}
         self.stage = Stage(self.client.folder, {**commands, "exit": "(/system?exit)"}, left=0, top=0)
         self.tone = None
@@ -101,8 +104,8 @@ class Story:
         self.click_page("audio")
         devices = self.place("audio", "Available_Audio_Capture_Devices")
         self.click_row(devices, 1)  # Below the clip that stands in for the devices.
-        # The meter stands below the list: its box of 168, help, state and label.
-        x, y, width, height = devices[0] - 4, devices[1] - 4 + 168 + 104, 504, 16
+        # The meter stands below the list: its box of 104, help, state and label.
+        x, y, width, height = devices[0] - 4, devices[1] - 4 + 104 + 104, 504, 16
         desk.wait(10, lambda: count(self.window.pixels(*devices), SELECTED) > 1000, "the chosen row")
 
         def green():
@@ -119,6 +122,23 @@ class Story:
         self.tone.kill()
         self.tone.wait()
         desk.wait(10, lambda: green() == 0, "the meter to fall after the sound")
+
+    def parts_of_the_treatment_are_turned_off_and_on(self):
+        for var, clicks in (("Voice_Noise", 1), ("Voice_Level", 2)):
+            x, y, _, height = self.skin.rect("window_options", f"set+name={var}+value=0", options=("--page", "audio", "--set", f"{var}=1"))
+
+            def checked():
+                return count(self.window.pixels(x, y, 32, height), FOCUS) > 30
+            for off in range(clicks):
+                self.window.click(x + 100, y + height // 2)
+                desk.wait(5, lambda: checked() == bool(off), f"{var} after the click")
+
+    def the_volume_of_a_buddy_is_set(self):
+        self.click_page("voices")
+        x, y, width, _ = self.place("voices", "varname=Voice_Choice")
+        self.window.click(x + 60, y + 30 + 15)  # Below the titles of the columns.
+        x, y, width, height = self.skin.rect("window_options", "varname=$gain", options=("--page", "voices", "--set", "Voice_Choice=grace@example.org"))
+        self.window.click(x + 9 + (width - 18) * 3 // 4, y + height // 2)
 
     def a_talk_key_is_assigned(self):
         self.click_page("hotkey")
@@ -146,12 +166,14 @@ class Story:
         self.client.process.wait(20)
         with open(os.path.join(self.client.folder, "settings.ini"), errors="replace") as source:
             settings = source.read()
-        for line in ("video_privacy_choice_mode: Private - Allow nobody to see me", "talk_again_hotkey: CONTROL+SHIFT+K", "audio_capture_device: Microphone"):
+        for line in ("video_privacy_choice_mode: Private - Allow nobody to see me", "talk_again_hotkey: CONTROL+SHIFT+K", "audio_capture_device: Microphone",
+                     "voice_noise: 0", "voice_level: 1", f"{BEN}_gain: 300"):
             assert line in settings, f"no '{line}' in\n{settings}"
 
     def chapters(self):
         return [self.every_page_opens_by_command, self.every_page_opens_by_a_click_and_by_the_arrow_keys, self.the_own_picture_moves,
-                self.a_microphone_is_chosen_and_its_meter_follows_the_sound, self.a_talk_key_is_assigned,
+                self.a_microphone_is_chosen_and_its_meter_follows_the_sound,
+                self.parts_of_the_treatment_are_turned_off_and_on, self.the_volume_of_a_buddy_is_set, self.a_talk_key_is_assigned,
                 self.a_report_without_words_says_what_is_missing, self.privacy_and_the_others_are_kept]
 
     def last_words(self):

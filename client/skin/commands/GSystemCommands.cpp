@@ -46,7 +46,10 @@ const GCommandRow<GSystemCommands> GSystemCommands::ROWS[] = {
     { { u"setvalue", u"", u"Sets the value named by `Debug_Name` to `Debug_Value`." },
       false,
       &GSystemCommands::_setValue },
-    { { u"set", u"name,value", u"Sets the blackboard value `name` to `value`." }, false, &GSystemCommands::_set },
+    { { u"set", u"name,value,persist",
+        u"Sets the blackboard value `name` to `value`; with `persist=1` it is kept in the settings." },
+      false,
+      &GSystemCommands::_set },
     { { u"assignhotkey", u"name", u"Gives `Working_Hotkey` to the talk key `name`; from a table, to the chosen one." },
       true,
       &GSystemCommands::_assignHotkey },
@@ -135,7 +138,7 @@ void GSystemCommands::_set( const GCommand& command )
     if( name.empty( ) )
         GLOG( u"WARNING Cannot set value '", value, u"' because no name specificed; ignoring." );
     else
-        _instance.set( name, value );
+        _instance.set( name, value, command.get( u"persist" ) == u"1" );
 }
 
 void GSystemCommands::_assignHotkey( const GCommand& command )

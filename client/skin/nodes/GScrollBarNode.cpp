@@ -12,12 +12,13 @@ namespace
 constexpr double WHEEL_STEP = 0.1;
 constexpr double ARROW_STEP = 0.05;
 constexpr double PAGE_STEP = 0.25;
+constexpr int THOUSANDTHS = 1000;
 constexpr int TRACK_MODE = GIC_TILE_X | GIC_TILE_Y;
 constexpr int HANDLE_MODE = GIC_CENTER | GIC_MIDDLE;
 
 int toThousandths( double frac )
 {
-    return static_cast<int>( std::lround( frac * 1000 ) );
+    return static_cast<int>( std::lround( frac * THOUSANDTHS ) );
 }
 } // namespace
 
@@ -29,6 +30,13 @@ GAttributeTable GScrollBarNode::getAttributeTable( )
         { u"horiz", GAttributeKind::toggle, u"off", u"Lies, instead of standing." },
         { u"watch", GAttributeKind::valueName, u"",
           u"A blackboard list: when its length changes the bar jumps to the end." },
+        { u"varname", GAttributeKind::valueName, u"",
+          u"A blackboard number that it sets when it is moved, and follows: the track is its scale." },
+        { u"least", GAttributeKind::number, u"0", u"That number at the begin of the track." },
+        { u"greatest", GAttributeKind::number, u"1000", u"At its end." },
+        { u"step", GAttributeKind::number, u"1", u"It is set to `least` plus multiples of this." },
+        { u"unset", GAttributeKind::number, u"0", u"What it counts as while it is not set." },
+        { u"persist", GAttributeKind::toggle, u"off", u"Keeps the number in the settings." },
         { u"handlesrc", GAttributeKind::image, u"", u"The handle." },
         { u"backsrc", GAttributeKind::image, u"", u"The track below it, repeated." },
         { u"focusable", GAttributeKind::toggle, u"off",
@@ -80,17 +88,49 @@ int GScrollBarNode::_moveTo( double frac )
     // The answer to the event asks for the pass already.
     _listener = nullptr;
     setFrac( frac );
+    _writeValue( );
     _listener = listener;
     return _frac == before ? GRESPONSE_NONE : GRESPONSE_UPDATE;
 }
 
+void GScrollBarNode::_writeValue( )
+{
+    if( _value.name.empty( ) || _value.greatest <= _value.least ) return;
+    const double along = _frac * ( _value.greatest - _value.least );
+    const int value = _value.least + static_cast<int>( std::lround( along / _value.step ) ) * _value.step;
+    if( value == _value.last ) return;
+    _value.last = value;
+    _instance->set( _value.name, value, _value.persist );
+}
+
 // ---- Update.
+
+// The handle goes where the number is, unless it is what the handle gave.
+void GScrollBarNode::_followValue( GAttributeStack& stack )
+{
+    bool changed = stack.read( u"$varname", _value.name );
+    changed |= stack.read( u"$least", _value.least );
+    changed |= stack.read( u"$greatest", _value.asked );
+    _value.greatest = _value.asked ? _value.asked : THOUSANDTHS;
+    stack.read( u"$step", _value.step );
+    changed |= stack.read( u"$unset", _value.unset );
+    stack.read( u"$persist", _value.persist );
+    _value.step = std::max( 1, _value.step );
+    _value.watch.update( _instance, _value.name, _listener );
+    if( _value.name.empty( ) || _value.greatest <= _value.least ) return;
+    const int64_t value = _instance->isSet( _value.name ) ? _instance->calc( _value.name ) : _value.unset;
+    const int held = static_cast<int>( std::clamp<int64_t>( value, _value.least, _value.greatest ) );
+    if( !changed && held == _value.last ) return;
+    _value.last = held;
+    setFrac( static_cast<double>( held - _value.least ) / ( _value.greatest - _value.least ) );
+}
 
 bool GScrollBarNode::_preChildUpdate( GAttributeStack& stack )
 {
     _listener = stack.getListener( );
     if( stack.read( u"$name", _name ) ) _name = GToLower( _name );
     _followList( stack );
+    _followValue( stack );
     if( !_name.empty( ) ) stack.set( _name, toThousandths( _frac ) );
     return true;
 }
@@ -214,6 +254,7 @@ int GScrollBarNode::onMouseWheel( GWin, int steps )
 {
     if( _disabled || _trackLength < 1 ) return GRESPONSE_NONE;
     setFrac( _frac - steps * WHEEL_STEP );
+    _writeValue( );
     return GRESPONSE_UPDATE;
 }
 

@@ -1,6 +1,7 @@
 // A track with a handle: gives its position in thousandths as an attribute to the nodes below, after and around it, and jumps to
 // the end when the list that it follows changes its length. With "$focusable" it is a stop of the tab key, and arrow, page, home and end
-// keys move it; while it is disabled it takes no input and shows no handle. User-interface thread.
+// keys move it; while it is disabled it takes no input and shows no handle. With "$varname" it is a slider of a number on the
+// blackboard. User-interface thread.
 #pragma once
 
 #include "client/skin/GTemplateNode.h"
@@ -39,6 +40,8 @@ private:
     void _updateFrac( int x, int y );
     int _moveTo( double frac );
     void _followList( GAttributeStack& stack );
+    void _followValue( GAttributeStack& stack );
+    void _writeValue( );
     void _draw( GImageStack& images, const GWString& source, const GRect& target, int mode );
     void _publish( );
     GTemplateNode* _findHolder( ) const;
@@ -63,4 +66,18 @@ private:
     int _trackStart = 0;
     int _trackLength = 0;
     GNodeWatch _watch{ GWATCH_UPDATE };
+    // The number that it sets and follows; none without a name.
+    struct Value
+    {
+        GWString name;
+        int least = 0;
+        int asked = 0; // As the attribute says; 0 when it says nothing.
+        int greatest = 0;
+        int step = 1;
+        int unset = 0;
+        bool persist = false;
+        int last = 0; // As it was read or written.
+        GNodeWatch watch{ GWATCH_UPDATE };
+    };
+    Value _value;
 };

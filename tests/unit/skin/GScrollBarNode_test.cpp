@@ -230,3 +230,55 @@ TEST_F( GScrollBarNodeTest, DisabledItTakesNoInputAndShowsNoHandle )
     EXPECT_EQ( node->onKeyDown( nullptr, GKEY_END ), GRESPONSE_NONE );
     EXPECT_EQ( node->getFrac( ), 0.0 );
 }
+
+TEST_F( GScrollBarNodeTest, SliderFollowsItsNumberAndSetsItWhenItIsMoved )
+{
+    HeldScrollBar* node = bar( { { u"varname", u"Ann_Gain" },
+                                 { u"greatest", u"400" },
+                                 { u"step", u"10" },
+                                 { u"unset", u"100" },
+                                 { u"persist", u"1" },
+                                 { u"focusable", u"1" } } );
+    EXPECT_EQ( node->getFrac( ), 0.25 );
+    EXPECT_FALSE( instance->isSet( u"Ann_Gain" ) ) << "what nobody moved is not set";
+    notifications( );
+    instance->set( u"Ann_Gain", 200 );
+    EXPECT_EQ( notifications( ), std::vector<int>{ 2 } );
+    EXPECT_TRUE( update( ) );
+    EXPECT_EQ( node->getFrac( ), 0.5 );
+    node->onKeyDown( nullptr, GKEY_RIGHT );
+    EXPECT_EQ( instance->calc( u"Ann_Gain" ), 220 );
+    node->onKeyDown( nullptr, GKEY_END );
+    EXPECT_EQ( instance->calc( u"Ann_Gain" ), 400 );
+    node->setFrac( 0.507 );
+    EXPECT_EQ( instance->calc( u"Ann_Gain" ), 400 ) << "only a hand sets it";
+    instance->set( u"Ann_Gain", u"-7" );
+    update( );
+    EXPECT_EQ( node->getFrac( ), 0.0 );
+    instance->set( u"Ann_Gain", u"loud" );
+    update( );
+    EXPECT_EQ( node->getFrac( ), 0.0 );
+}
+
+TEST_F( GScrollBarNodeTest, SliderOfAnotherNumberMovesWithoutSettingEither )
+{
+    instance->set( u"Ann_Gain", 400 );
+    instance->set( u"Who", u"Ann" );
+    HeldScrollBar* node = bar( { { u"varname", u"{$Who}_Gain" }, { u"greatest", u"400" }, { u"unset", u"100" } } );
+    EXPECT_EQ( node->getFrac( ), 1.0 );
+    instance->set( u"Who", u"Ben" );
+    update( );
+    EXPECT_EQ( node->getFrac( ), 0.25 );
+    EXPECT_EQ( instance->calc( u"Ann_Gain" ), 400 );
+    EXPECT_FALSE( instance->isSet( u"Ben_Gain" ) );
+}
+
+TEST_F( GScrollBarNodeTest, SliderRoundsToItsSteps )
+{
+    HeldScrollBar* node =
+        bar( { { u"varname", u"Gain" }, { u"least", u"5" }, { u"greatest", u"25" }, { u"step", u"10" } } );
+    draw( 4, 100 );
+    node->onLButtonDown( nullptr, 2, 60 );
+    EXPECT_EQ( instance->calc( u"Gain" ), 15 );
+    node->onLButtonUp( nullptr, 2, 60 );
+}

@@ -30,6 +30,11 @@ TEST_F( GSystemCommandsTest, ValuesAreShownAndSetByName )
     EXPECT_EQ( value( u"Debug_Result" ), "Setting 'Thing' = 'new'" );
     run( "(/system?set+name=Thing+value=third)" );
     EXPECT_EQ( value( u"Thing" ), "third" );
+    run( "(/system?set+name=Thing+value=kept+persist=1)" );
+    instance.save( );
+    GString saved;
+    EXPECT_TRUE( GFileLoad( settings, saved ) );
+    EXPECT_NE( saved.find( "thing: kept" ), GString::npos );
     TestLog::expect( "WARNING Cannot set value 'x' because no name specificed; ignoring." );
     run( "(/system?set+value=x)" );
 }
