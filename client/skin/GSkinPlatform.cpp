@@ -32,6 +32,6 @@ GSkinPlatform::GSkinPlatform( )
       closeHotkey( GSystemHotkeyClose ),
       listWindows( []( std::map<uint32_t, GWString>& windows ) { GScreenGetWindowList( &windows ); } ),
       raiseWindow( GScreenRaiseWindow ), getWorkArea( [] { return GWinGetWorkArea( 0, 0 ); } ),
-      getScale( GWinGetScale ), showError( showErrorBox ), rollLog( rollLogFile )
+      getScale( GWinGetScale ), followScale( GWinFollowScale ), showError( showErrorBox ), rollLog( rollLogFile )
 {
 }

@@ -28,6 +28,8 @@ struct GSkinPlatform
     std::function<GRect( )> getWorkArea;
     // The desktop's scale, 1.0 at 96 dots an inch.
     std::function<double( )> getScale;
+    // Calls when it has changed; an empty function ends that.
+    std::function<void( std::function<void( )> onChange )> followScale;
     // Whether settings and scale choose the skin's file (GSkinChoice) instead of what the engine is told.
     bool followSettings = false;
     // A modal box with the stop icon and no owner.

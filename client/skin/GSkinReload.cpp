@@ -35,12 +35,21 @@ GWString getPathBelow( const GTemplateNode* node, const GTemplateNode& from )
 } // namespace
 
 GSkinReload::GSkinReload( GTemplate& engine, const GWString& filename, std::function<void( )> wake )
-    : _engine( engine ), _filename( filename ), _settings( engine.getInstance( ), std::move( wake ) )
+    : _engine( engine ), _filename( filename ), _settings( engine.getInstance( ), wake )
 {
     _settings.watch( { u"Skin_Palette", u"Skin_Scale", u"Skin_Reload" } );
     const GSkinPlatform& platform = engine.getPlatform( );
-    if( platform.followSettings ) _choice.emplace( *engine.getInstance( ), platform.getScale );
+    if( platform.followSettings )
+    {
+        _choice.emplace( *engine.getInstance( ), platform.getScale );
+        platform.followScale( std::move( wake ) );
+    }
     _stamp = getStamp( getFile( ) );
+}
+
+GSkinReload::~GSkinReload( )
+{
+    if( _choice ) _engine.getPlatform( ).followScale( nullptr );
 }
 
 void GSkinReload::onTick( )

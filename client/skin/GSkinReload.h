@@ -19,6 +19,9 @@ public:
     // `filename` is what the engine was told; a platform that follows the settings overrules it.
     // `wake` asks for ticks; they may end while the object is idle.
     GSkinReload( GTemplate& engine, const GWString& filename, std::function<void( )> wake );
+    ~GSkinReload( );
+    GSkinReload( const GSkinReload& ) = delete;
+    GSkinReload& operator=( const GSkinReload& ) = delete;
     const GWString& getFile( ) const { return _choice ? _choice->getFile( ) : _filename; }
 
     // The tree is read at the next tick that finds no node at work.

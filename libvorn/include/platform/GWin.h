@@ -6,6 +6,8 @@
 #include "base/GRect.h"
 #include "base/GTypes.h"
 
+#include <functional>
+
 struct GWinRecord;
 using GWin = GWinRecord*;
 
@@ -105,3 +107,5 @@ bool GWinIsAnyShown( );
 GRect GWinGetWorkArea( int x, int y );
 // The desktop's scale, 1.0 at 96 dots an inch, held to 0.5 to 4: the environment's VELMORA_SCALE, else the X resource Xft.dpi.
 double GWinGetScale( );
+// Called in the message loop when that has changed. One for the process; an empty function ends it. Only X tells of changes.
+void GWinFollowScale( std::function<void( )> onChange );

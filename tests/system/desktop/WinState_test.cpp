@@ -240,17 +240,29 @@ TEST_F( WinStateOnDesktop, HasItsClassTitleAndNoFrame )
     EXPECT_TRUE( property( win, QStringLiteral( "_NET_FRAME_EXTENTS" ) ).contains( "0, 0, 0, 0" ) );
 }
 
-TEST_F( WinStateOnDesktop, ScaleIsTheDesktops )
+TEST_F( WinStateOnDesktop, ScaleIsTheDesktopsAndItsChangesAreTold )
 {
+    int changes = 0;
+    GWinFollowScale( [&changes] { ++changes; } );
     EXPECT_DOUBLE_EQ( 1.0, GWinGetScale( ) );
-    const auto set = []( const QString& dots )
-    { run( QStringLiteral( "sh -c \"echo 'Xft.dpi: %1' | xrdb -merge\"" ).arg( dots ) ); };
-    set( QStringLiteral( "144" ) );
-    EXPECT_DOUBLE_EQ( 1.5, GWinGetScale( ) );
-    set( QStringLiteral( "9600" ) );
-    EXPECT_DOUBLE_EQ( 4.0, GWinGetScale( ) );
-    set( QStringLiteral( "huge" ) );
-    EXPECT_DOUBLE_EQ( 1.0, GWinGetScale( ) );
+    const auto becomesBy = [&]( const QString& command, double scale )
+    {
+        const int before = changes;
+        run( command );
+        EXPECT_TRUE( pumpUntil( [&]( ) { return changes == before + 1; } ) );
+        EXPECT_DOUBLE_EQ( scale, GWinGetScale( ) );
+    };
+    const QString set = QStringLiteral( "sh -c \"echo 'Xft.dpi: %1' | xrdb -merge\"" );
+    becomesBy( set.arg( QStringLiteral( "144" ) ), 1.5 );
+    becomesBy( set.arg( QStringLiteral( "9600" ) ), 4.0 );
+    becomesBy( set.arg( QStringLiteral( "huge" ) ), 1.0 );
+    becomesBy( set.arg( QStringLiteral( "192" ) ), 2.0 );
+    becomesBy( QStringLiteral( "xrdb -remove" ), 1.0 );
+    // What changes nothing of it is not told, nor is anything when nobody wants to hear.
+    run( QStringLiteral( "sh -c \"echo 'Xft.hinting: 1' | xrdb -merge\"" ) );
+    GWinFollowScale( nullptr );
+    run( set.arg( QStringLiteral( "96" ) ) );
+    EXPECT_TRUE( pumpUntil( [&]( ) { return run( QStringLiteral( "xrdb -query" ) ).contains( "96" ); } ) );
+    EXPECT_EQ( 5, changes );
     run( QStringLiteral( "xrdb -remove" ) );
-    EXPECT_DOUBLE_EQ( 1.0, GWinGetScale( ) );
 }

@@ -329,34 +329,74 @@ TEST_F( GSkinChoiceTest, AChangeIsToldOnce )
     EXPECT_EQ( text( one.getFile( ) ), "template-paper@2x.xml" );
 }
 
-TEST_F( GSkinReloadTest, AnotherPaletteIsShownAtOnceEvenWhileTheEngineRests )
+namespace
 {
-    const std::filesystem::path before = std::filesystem::current_path( );
-    const std::filesystem::path folder = testing::TempDir( ) + "skin_palette_" + std::to_string( getpid( ) );
-    std::filesystem::create_directory( folder );
-    std::filesystem::current_path( folder );
-    const auto save = []( const char* name, const std::string& content )
+// A resting engine in a folder of its own, whose skin files each have one window.
+class GSkinFollowTest : public GSkinReloadTest
+{
+protected:
+    void SetUp( ) override
+    {
+        GSkinReloadTest::SetUp( );
+        _before = std::filesystem::current_path( );
+        _folder = testing::TempDir( ) + "skin_follow_" + std::to_string( getpid( ) );
+        std::filesystem::create_directory( _folder );
+        std::filesystem::current_path( _folder );
+        save( "template.xml", window( "dusk" ) );
+        save( "template-paper.xml", window( "paper" ) );
+        save( "template@2x.xml", window( "large" ) );
+        GSkinPlatform platform = makePlatform( );
+        platform.followSettings = true;
+        platform.getScale = [this] { return scale; };
+        platform.followScale = [this]( std::function<void( )> onChange ) { onScale = std::move( onChange ); };
+        engine.reset( GSAFENEW( GTemplate, ( &instance, u"template.xml", platform ) ) );
+        tickFor( 1000000 );
+        EXPECT_NE( node( u"/skin/window_dusk" ), nullptr );
+        EXPECT_EQ( GTimerGetPeriod( timer( ) ), 0 );
+    }
+    void TearDown( ) override
+    {
+        engine.reset( );
+        EXPECT_FALSE( onScale );
+        std::filesystem::current_path( _before );
+        std::filesystem::remove_all( _folder );
+        GSkinReloadTest::TearDown( );
+    }
+    static void save( const char* name, const std::string& content )
     {
         FILE* out = fopen( name, "wb" );
         fputs( ( "<skin>" + content + "</skin>" ).c_str( ), out );
         fclose( out );
-    };
-    save( "template.xml", window( "dusk" ) );
-    save( "template-paper.xml", window( "paper" ) );
-    GSkinPlatform platform = makePlatform( );
-    platform.followSettings = true;
-    platform.getScale = [] { return 1.0; };
-    engine.reset( GSAFENEW( GTemplate, ( &instance, u"template.xml", platform ) ) );
-    tickFor( 1000000 );
-    EXPECT_NE( node( u"/skin/window_dusk" ), nullptr );
-    EXPECT_EQ( GTimerGetPeriod( timer( ) ), 0 );
+    }
+    // The engine has woken, and shows that window alone.
+    void expectShown( GWStringView path )
+    {
+        TestDesktop::pump( );
+        EXPECT_GT( GTimerGetPeriod( timer( ) ), 0 );
+        tick( );
+        EXPECT_EQ( node( u"/skin/window_dusk" ), nullptr );
+        EXPECT_NE( node( path ), nullptr );
+    }
+
+    double scale = 1;
+    std::function<void( )> onScale;
+
+private:
+    std::filesystem::path _before;
+    std::filesystem::path _folder;
+};
+} // namespace
+
+TEST_F( GSkinFollowTest, AnotherPaletteIsShownAtOnceEvenWhileTheEngineRests )
+{
     instance.set( u"Skin_Palette", u"Paper" );
-    TestDesktop::pump( );
-    EXPECT_GT( GTimerGetPeriod( timer( ) ), 0 );
-    tick( );
-    EXPECT_EQ( node( u"/skin/window_dusk" ), nullptr );
-    EXPECT_NE( node( u"/skin/window_paper" ), nullptr );
-    engine.reset( );
-    std::filesystem::current_path( before );
-    std::filesystem::remove_all( folder );
+    expectShown( u"/skin/window_paper" );
+}
+
+TEST_F( GSkinFollowTest, AnotherScaleOfTheDesktopIsShownAtOnceEvenWhileTheEngineRests )
+{
+    scale = 2;
+    ASSERT_TRUE( onScale );
+    onScale( );
+    expectShown( u"/skin/window_large" );
 }

@@ -121,3 +121,6 @@ double GWinGetScale( )
 {
     return 1.0;
 }
+void GWinFollowScale( std::function<void( )> )
+{
+}
