@@ -112,6 +112,21 @@ class Story:
             time.sleep(1)
             desk.run("import", "-silent", "-window", "root", os.path.join(picture, "client_alone.png"))
 
+    def it_grows_and_shrinks_with_the_desktop(self):
+        def width():
+            window = self.visible()
+            return window.geometry()[2] if window else 0
+        plain = width()
+        subprocess.run(["xrdb", "-merge"], input="Xft.dpi: 192\n", text=True, check=True)
+        desk.wait(10, lambda: abs(width() - 2 * plain) <= 2, "the buddy list at twice its size")
+        if os.environ.get("VELMORA_TEST_PICTURES"):
+            time.sleep(1)
+            desk.run("import", "-silent", "-window", "root", os.path.join(os.environ["VELMORA_TEST_PICTURES"], "client_large.png"))
+        desk.run("xrdb", "-remove")
+        desk.wait(10, lambda: width() == plain, "the buddy list at its plain size")
+        assert self.log().count("was read anew") == 2, "the skin was read more than once for a change"
+        self.list = self.shown("the buddy list at its plain size")
+
     def closing_it_minimizes(self):
         self.close(self.list)
         desk.wait(10, lambda: self.state() == "Iconic", "the buddy list to be minimized")
@@ -264,6 +279,7 @@ class Story:
 
 CHAPTERS = (
     Story.without_a_tray_the_buddy_list_is_shown,
+    Story.it_grows_and_shrinks_with_the_desktop,
     Story.closing_it_minimizes,
     Story.with_a_tray_it_hides_there_and_comes_back,
     Story.without_its_tray_it_comes_back_by_itself,
