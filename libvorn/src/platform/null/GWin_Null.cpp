@@ -121,6 +121,4 @@ double GWinGetScale( )
 {
     return 1.0;
 }
-void GWinFollowScale( std::function<void( )> )
-{
-}
+void GWinFollowScale( std::function<void( )> ) {}
