@@ -5,6 +5,8 @@
 #include "support/CountAllocations.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace
 {
@@ -284,6 +286,48 @@ TEST_F( GSharedEncodingTest, AnotherVideoSizeHoldsFromTheNextFreshStartOn )
     open( u"eve@velmora.local@two" );
     const std::vector<Packet> all = film( 7 * SECOND, SECOND );
     EXPECT_EQ( GReadU32( all.at( 0 ).payload.data( ) ), 64U );
+}
+
+TEST_F( GSharedEncodingTest, StreamsComeAndGoWhileFramesAreSent )
+{
+    GSharedEncoding shared( instance.get( ), port.get( ) );
+    const GString pixels = picture( 64, 64, 0 );
+    const GString samples = tone( 320 );
+    std::atomic<bool> isOver = false;
+    std::atomic<int> pictures = 0;
+    std::atomic<int> buffers = 0;
+    // A device waits between two frames; without that the others would hardly come in between.
+    const auto pause = [] { std::this_thread::sleep_for( std::chrono::microseconds( 100 ) ); };
+    std::thread camera(
+        [&]
+        {
+            for( uint64_t t = 5 * SECOND; !isOver; t += FRAME_TIME, ++pictures, pause( ) )
+                shared.onVideoFrame( t, { GIT_RGB24, 64, 64 }, pixels.data( ), static_cast<int>( pixels.size( ) ) );
+        } );
+    std::thread microphone(
+        [&]
+        {
+            for( uint64_t t = 5 * SECOND; !isOver; t += 14545, ++buffers, pause( ) )
+                shared.onAudioFrame( t, { 2, 22000, 1 }, samples.data( ), static_cast<int>( samples.size( ) ) );
+        } );
+    for( int i = 0; i < 50 || pictures < 50 || buffers < 50; ++i )
+    {
+        GHTTPHeaders message = command( u"OPEN" );
+        message.set( u"Video-FPS", i % 3 + 1 );
+        GVideoCaptureStream stream( instance.get( ), port.get( ), message );
+        stream.setFormat( message );
+        shared.add( &stream );
+        const int before = buffers;
+        while( buffers < before + 2 ) std::this_thread::yield( );
+        shared.remove( &stream );
+        stream.setFormat( message );
+        shared.add( &stream );
+        shared.remove( &stream );
+    }
+    isOver = true;
+    camera.join( );
+    microphone.join( );
+    EXPECT_FALSE( received( ).empty( ) );
 }
 
 TEST_F( GSharedEncodingTest, FramesTakeNothingFromTheHeap )
