@@ -70,7 +70,7 @@ private:
 // The median, in milliseconds, over some clicks.
 double lagOf( int latency )
 {
-    constexpr size_t CLICKS = 6;
+    constexpr size_t CLICKS = 4;
     GAVCaptureSetLatency( latency );
     ClickListener listener;
     const GAVCapture recorder = GAVCaptureOpen( u"Ear", u"", 2, RATE, 7, 48, 48 );
