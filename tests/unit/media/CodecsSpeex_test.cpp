@@ -104,6 +104,8 @@ TEST_F( CodecsSpeex, LengthMustBeThatOfTheRest )
     for( size_t length = 1; length < good.size( ); ++length )
         EXPECT_FALSE( decode( *decoder, good.substr( 0, length ), samples ) ) << length;
     EXPECT_FALSE( decode( *decoder, good + "x", samples ) );
+    // A length of -1, told by a packet too short for any.
+    EXPECT_FALSE( decoder->decode( "\xFF\xFF\xFF\xFF", 3, samples ) );
     EXPECT_TRUE( decode( *decoder, good, samples ) );
 }
 

@@ -247,6 +247,24 @@ TEST_F( CodecsTheora, OnlyTheCropIsSeen )
         }
 }
 
+TEST_F( CodecsTheora, ColoursStayInTheirPlaces )
+{
+    // Red above on the left and below on the right, blue elsewhere.
+    const auto isRed = []( int x, int y ) { return ( x < EDGE / 2 ) == ( y < EDGE / 2 ); };
+    GString source;
+    for( int y = 0; y < EDGE; ++y )
+        for( int x = 0; x < EDGE; ++x ) source += isRed( x, y ) ? GString( "\xE0\x10\x10" ) : GString( "\x10\x10\xE0" );
+    GString pixels;
+    ASSERT_TRUE( decode( *decoderOf( codebook( ) ), encode( *plainEncoder( ), source ), pixels ) );
+    for( const int y : { 2, 14, 34, 45 } )
+        for( const int x : { 2, 14, 34, 45 } )
+        {
+            const size_t at = static_cast<size_t>( ( y * EDGE + x ) * 3 );
+            const int lead = static_cast<uint8_t>( pixels[at] ) - static_cast<uint8_t>( pixels[at + 2] );
+            EXPECT_GT( isRed( x, y ) ? lead : -lead, 100 ) << x << "," << y;
+        }
+}
+
 TEST_F( CodecsTheora, OutputSizeIsTold )
 {
     const auto encoder = std::unique_ptr<GTheoraEncoder>(
@@ -348,6 +366,11 @@ TEST_F( CodecsTheora, CodebooksOfAbsurdSizesAndPlanesBuildNothing )
         EXPECT_FALSE( decoderOf( edges( 0xFF, 0xFF, at ) )->isValid( ) );
         EXPECT_FALSE( decoderOf( edges( 0, 0, at ) )->isValid( ) );
     }
+    // What came of them decodes nothing.
+    TestLog::expect( "WARNING Malformed Theora frame" );
+    GString pixels;
+    EXPECT_FALSE(
+        decode( *decoderOf( edges( 0, 65, 10 ) ), encode( *plainEncoder( ), picture( EDGE, EDGE, 1 ) ), pixels ) );
     const uint8_t last = static_cast<uint8_t>( codebook( )[HEADER + 41] );
     EXPECT_FALSE( decoderOf( changed( 41, { static_cast<uint8_t>( last | 0x10 ) } ) )->isValid( ) );
     EXPECT_FALSE( decoderOf( changed( 41, { static_cast<uint8_t>( last | 0x18 ) } ) )->isValid( ) );
