@@ -123,6 +123,7 @@ TEST_P( GVideoPlaybackHostile, TalksThatBeginWithEveryPacketAreSoonRefused )
         loop( );
     }
     EXPECT_LE( listeningCommands( ), 10 );
+    EXPECT_LE( FakeSound::get( ).opened - FakeSound::get( ).closed, 5 );
     EXPECT_EQ( 1,
                TestLog::count( "WARNING Packets of 'eve@velmora.local@dev3' cost more than a stream may, ignoring." ) );
     EXPECT_TRUE( bensPictureShows( ) );
