@@ -383,8 +383,7 @@ void GVoicePlayout::_flush( )
 void GVoicePlayout::_write( int64_t position, const int16_t* samples, int count )
 {
     if( !count ) return;
-    const int offset = static_cast<int>( position % _frequency ) * BYTES;
-    GSoundRingWrite( _ring, offset, reinterpret_cast<const char*>( samples ), count * BYTES );
+    GSoundRingWriteAt( _ring, position, samples, count );
     GEchoReference_write( _now + static_cast<uint64_t>( _toTime( position - _heard ) ), _frequency, samples, count,
                           this );
     _written = position + count;

@@ -32,5 +32,8 @@ bool GSoundRingGetPositions( GSoundRing ring, int64_t& heard, int64_t& taken );
 // Copies `length` bytes, at most the ring's size, to `offset`, below its size, and on at the begin. False when the ring is lost: the
 // server or the output went away, for good.
 bool GSoundRingWrite( GSoundRing ring, int offset, const char* data, int length );
+// The same by a position that is told in samples since the start, at most the ring's size after what the device took. What the device
+// has passed meanwhile is left out: it would be heard a whole round later.
+bool GSoundRingWriteAt( GSoundRing ring, int64_t position, const int16_t* samples, int count );
 // False for a ring that is lost, and for null.
 bool GSoundRingIsAlive( GSoundRing ring );

@@ -178,6 +178,21 @@ TEST_F( GSoundRingTest, WhatWasTakenIsSilenceAfterwards )
     EXPECT_EQ( *std::max_element( heard.begin( ), heard.end( ) ), 0 );
 }
 
+TEST_F( GSoundRingTest, WhatTheDeviceHasPassedIsLeftOut )
+{
+    GSoundRingClearTaken( ring );
+    GSoundRingPlay( ring );
+    int64_t heard = 0, taken = 0;
+    ASSERT_TRUE( becomes( [&] { return GSoundRingGetPositions( ring, heard, taken ) && heard > RATE / 10; } ) );
+    const std::vector<int16_t> loud( RATE / 50, 12000 );
+    EXPECT_TRUE( GSoundRingWriteAt( ring, 0, loud.data( ), RATE / 50 ) ) << "passed";
+    EXPECT_TRUE( GSoundRingWriteAt( ring, taken + RATE / 2, loud.data( ), RATE / 50 ) ) << "to come";
+    TestSound::Recorder recorder;
+    const std::vector<int16_t> samples = recorder.hear( RATE );
+    const auto count = std::count_if( samples.begin( ), samples.end( ), []( int16_t s ) { return s > 500; } );
+    EXPECT_NEAR( static_cast<double>( count ), RATE / 50, RATE / 100 );
+}
+
 TEST_F( GSoundRingTest, LittleLatencyIsGivenWhenItIsAskedFor )
 {
     GSoundRing quick = GSoundRingOpen( RATE, SIZE, 25000 );

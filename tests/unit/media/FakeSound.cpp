@@ -4,6 +4,9 @@
 #include "platform/GSoundRing.h"
 #include "platform/GTime.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstring>
 
 struct GSoundRingRecord
@@ -34,6 +37,7 @@ void FakeSound::reset( )
     startDelay = startTime = 0;
     heard = taken = 0;
     output.clear( );
+    beforeWrite = nullptr;
 }
 
 void FakeSound::run( )
@@ -111,6 +115,19 @@ bool GSoundRingWrite( GSoundRing, int offset, const char* data, int length )
     if( sound.lost ) return false;
     for( int i = 0; i < length; ++i )
         sound.ring[( static_cast<size_t>( offset ) + static_cast<size_t>( i ) ) % sound.ring.size( )] = data[i];
+    return true;
+}
+bool GSoundRingWriteAt( GSoundRing, int64_t position, const int16_t* samples, int count )
+{
+    FakeSound& sound = FakeSound::get( );
+    const std::scoped_lock lock( sound.mutex );
+    if( sound.beforeWrite ) sound.beforeWrite( );
+    sound.run( );
+    if( sound.lost ) return false;
+    const int64_t size = static_cast<int64_t>( sound.ring.size( ) ) / 2;
+    EXPECT_LE( position + count, sound.taken + size );
+    for( int64_t i = std::max<int64_t>( sound.taken - position, 0 ); i < count; ++i )
+        std::memcpy( sound.ring.data( ) + ( position + i ) % size * 2, samples + i, 2 );
     return true;
 }
 bool GSoundRingIsAlive( GSoundRing )

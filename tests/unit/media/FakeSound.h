@@ -5,6 +5,7 @@
 #include "base/GTypes.h"
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -25,7 +26,8 @@ struct FakeSound
     bool clears = false;
 
     bool clocked = false;
-    uint64_t startDelay = 0; // From the start until the first sample is heard.
+    uint64_t startDelay = 0;            // From the start until the first sample is heard.
+    std::function<void( )> beforeWrite; // What happens while the owner is on his way to write.
     int64_t heard = 0;
     int64_t taken = 0;
     uint64_t startTime = 0;      // When the first sample was heard.

@@ -538,3 +538,20 @@ TEST_F( GVoicePlayoutTest, SteadyTalkTakesNothingFromTheHeap )
     const std::vector<Arrival> rest( half, arrivals.end( ) );
     EXPECT_LE( countAllocations( [&] { play( rest ); } ), 0 );
 }
+
+TEST_F( GVoicePlayoutTest, WhatTheDevicePassesOnTheWayIsNotHeardARoundLater )
+{
+    play( talk( 100, []( int ) { return 0; } ) );
+    advanceTo( now_ + PACKET_TIME );
+    // A busy machine: 100 ms between looking at the ring and writing.
+    sound.beforeWrite = []
+    {
+        now_ += 100 * MILLISECOND;
+        FakeSound::get( ).beforeWrite = nullptr;
+    };
+    deliver( { 0, 100 } );
+    playOut( );
+    advanceTo( now_ + 2000 * MILLISECOND );
+    sound.run( );
+    EXPECT_EQ( -1, heardTime( 100 ) );
+}

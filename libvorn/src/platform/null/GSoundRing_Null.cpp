@@ -38,6 +38,11 @@ bool GSoundRingWrite( GSoundRing ring, int, const char*, int )
     GPRECONDITION( ring );
     return false;
 }
+bool GSoundRingWriteAt( GSoundRing ring, int64_t, const int16_t*, int )
+{
+    GPRECONDITION( ring );
+    return false;
+}
 bool GSoundRingIsAlive( GSoundRing )
 {
     return false;

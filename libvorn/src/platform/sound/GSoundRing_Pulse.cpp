@@ -106,6 +106,22 @@ bool updatePlayed( GSoundRingRecord& ring )
     return true;
 }
 
+// From `at` on, and on at the begin. False when the ring is lost.
+bool copyIn( GSoundRingRecord& ring, size_t at, const char* data, size_t left )
+{
+    const size_t size = ring.bytes.size( );
+    GPRECONDITION( at < size && left <= size );
+    while( left > 0 )
+    {
+        const size_t count = std::min( left, size - at );
+        std::memcpy( ring.bytes.data( ) + at, data, count );
+        data += count;
+        left -= count;
+        at = 0;
+    }
+    return isUsable( ring );
+}
+
 void cork( GSoundRing ring, bool hold )
 {
     GPRECONDITION( ring );
@@ -195,19 +211,19 @@ bool GSoundRingWrite( GSoundRing ring, int offset, const char* data, int length 
 {
     GPRECONDITION( ring && data && length >= 0 && offset >= 0 );
     const GSoundServer::Lock lock;
-    const size_t size = ring->bytes.size( );
-    size_t at = static_cast<size_t>( offset );
-    size_t left = static_cast<size_t>( length );
-    GPRECONDITION( at < size && left <= size );
-    while( left > 0 )
-    {
-        const size_t count = std::min( left, size - at );
-        std::memcpy( ring->bytes.data( ) + at, data, count );
-        data += count;
-        left -= count;
-        at = 0;
-    }
-    return isUsable( *ring );
+    return copyIn( *ring, static_cast<size_t>( offset ), data, static_cast<size_t>( length ) );
+}
+
+bool GSoundRingWriteAt( GSoundRing ring, int64_t position, const int16_t* samples, int count )
+{
+    GPRECONDITION( ring && samples && count >= 0 && position >= 0 );
+    const GSoundServer::Lock lock;
+    const int64_t passed = std::clamp<int64_t>( ring->pulled / BYTES_PER_SAMPLE - position, 0, count );
+    const int64_t size = static_cast<int64_t>( ring->bytes.size( ) );
+    GPRECONDITION( ( position + count ) * BYTES_PER_SAMPLE <= ring->pulled + size );
+    return copyIn( *ring, static_cast<size_t>( ( position + passed ) * BYTES_PER_SAMPLE % size ),
+                   reinterpret_cast<const char*>( samples + passed ),
+                   static_cast<size_t>( ( count - passed ) * BYTES_PER_SAMPLE ) );
 }
 
 bool GSoundRingIsAlive( GSoundRing ring )
