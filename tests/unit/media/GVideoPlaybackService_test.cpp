@@ -4,6 +4,8 @@
 #include "support/CountAllocations.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 using GVideoPlayback = PlaybackFixture;
 
@@ -289,6 +291,14 @@ TEST_F( GVideoPlayback, SteadyTalkAndPicturesTakeNothingFromTheHeap )
     // The letter's feeders run by the machine's clock: without a device they touch nothing.
     TestLog::expect( "WARNING Cannot play audio, ignoring." );
     TestLog::expect( "WARNING Received unexpected 4016bytes from" );
+    static std::atomic<int> rests;
+    rests = 0;
+    GThreadSetSleep(
+        []( int64_t )
+        {
+            ++rests;
+            std::this_thread::sleep_for( std::chrono::milliseconds( 2 ) );
+        } );
     for( const bool robust : { false, true } )
     {
         FakeSound::get( ).reset( );
@@ -318,9 +328,14 @@ TEST_F( GVideoPlayback, SteadyTalkAndPicturesTakeNothingFromTheHeap )
             }
         };
         play( 160 );
+        // The feeder of pictures has begun.
+        for( int i = 0; i < 5000 && !rests; ++i ) std::this_thread::sleep_for( std::chrono::milliseconds( 2 ) );
         // But for the room of a picture when one more than ever before waits for its sound.
         EXPECT_LE( countAllocations( [&] { play( 240 ); } ), robust ? 2 : 0 ) << robust;
     }
+    instance->enqueue( u"GVideoPlaybackService_commandQueue", command( u"CLOSE" ) );
+    loop( );
+    GThreadSetSleep( nullptr );
 }
 
 TEST_F( GVideoPlayback, TalksThatNobodyHeardAreNotKept )
