@@ -80,6 +80,12 @@ public:
         _reportCount( name, allocations( ) - before, most );
     }
 
+    // Allocations that the caller has counted, where a call of the work needs something that takes from the heap itself.
+    void counted( const std::string& name, long count, long most )
+    {
+        if( _isChosen( name ) ) _reportCount( name, count, most );
+    }
+
     // What main returns: 1 when a check without a clock failed.
     int finish( ) const { return _failed ? 1 : 0; }
 

@@ -52,11 +52,17 @@ GImageStack::GImageStack( ) : _dirty( GRectAccumulator( ) )
 
 void GImageStack::pushLayer( const GImageFormat& format, char* pixels, IGInputHandler** inputMap )
 {
+    pushLayer( format, pixels, inputMap, EVERYTHING );
+}
+
+void GImageStack::pushLayer( const GImageFormat& format, char* pixels, IGInputHandler** inputMap, const GRect& part )
+{
     GPRECONDITION( format.width >= 1 && format.height >= 1 );
     GPRECONDITION( format.type == GIT_RGBA32 );
     GASSERT( !_frames.empty( ) );
     Frame frame;
     frame.rect = { _frames.back( ).rect.left, _frames.back( ).rect.top, format.width, format.height };
+    frame.part = part;
     frame.format = format;
     frame.pixels = pixels;
     frame.inputMap = inputMap;
@@ -97,7 +103,30 @@ void GImageStack::getDimensions( int& width, int& height ) const
 bool GImageStack::_drawable( ) const
 {
     GASSERT( !_frames.empty( ) );
-    return _frames.back( ).pixels && GRectHasVolume( _frames.back( ).rect );
+    return _frames.back( ).pixels && GRectHasVolume( _getClip( ) );
+}
+
+bool GImageStack::isWanted( ) const
+{
+    GASSERT( !_frames.empty( ) );
+    return _frames.back( ).part == EVERYTHING || GRectHasVolume( _getClip( ) );
+}
+
+bool GImageStack::isWanted( const GRect& rect ) const
+{
+    GASSERT( !_frames.empty( ) );
+    return _frames.back( ).part == EVERYTHING || GRectHasVolume( GRectIntersect( _moved( rect ), _getClip( ) ) );
+}
+
+bool GImageStack::isWhole( ) const
+{
+    GASSERT( !_frames.empty( ) );
+    return _getClip( ) == _frames.back( ).rect;
+}
+
+GRect GImageStack::_getClip( ) const
+{
+    return GRectIntersect( _frames.back( ).rect, _frames.back( ).part );
 }
 
 GRect GImageStack::_moved( const GRect& rect ) const
@@ -116,8 +145,8 @@ void GImageStack::drawBitmap( const GImageFormat& format, const char* pixels, co
 {
     if( !_drawable( ) || !pixels || GRectEmpty( sourceRect ) ) return;
     const Frame& frame = _frames.back( );
-    _touch(
-        GImageCopy( format, pixels, sourceRect, frame.format, frame.pixels, frame.rect, mode | GIC_PREMULTIPLIED ) );
+    _touch( GImageCopy( format, pixels, sourceRect, frame.format, frame.pixels, frame.rect, _getClip( ),
+                        mode | GIC_PREMULTIPLIED ) );
 }
 
 void GImageStack::drawBitmap( const GImageFormat& format, const char* pixels, const GRect& sourceRect,
@@ -125,7 +154,7 @@ void GImageStack::drawBitmap( const GImageFormat& format, const char* pixels, co
 {
     if( !_drawable( ) || !pixels || GRectEmpty( sourceRect ) || GRectEmpty( destRect ) ) return;
     const Frame& frame = _frames.back( );
-    _touch( GImageCopy( format, pixels, sourceRect, frame.format, frame.pixels, _moved( destRect ), frame.rect,
+    _touch( GImageCopy( format, pixels, sourceRect, frame.format, frame.pixels, _moved( destRect ), _getClip( ),
                         mode | GIC_PREMULTIPLIED ) );
 }
 
@@ -133,7 +162,7 @@ void GImageStack::drawGradient( uint32_t from, uint32_t to, bool vertical, bool 
 {
     if( !_drawable( ) ) return;
     const Frame& frame = _frames.back( );
-    const GRect area = GRectIntersect( frame.rect, { 0, 0, frame.format.width, frame.format.height } );
+    const GRect area = GRectIntersect( _getClip( ), { 0, 0, frame.format.width, frame.format.height } );
     const int length = vertical ? frame.rect.height( ) : frame.rect.width( );
     const int begin = vertical ? area.top : area.left, end = vertical ? area.bottom : area.right;
     for( int i = begin; i < end; i++ )
@@ -159,7 +188,7 @@ int GImageStack::drawText( const GWString& text, GFont& font, const GRect& rect 
 {
     GASSERT( !_frames.empty( ) );
     const Frame& frame = _frames.back( );
-    return font.drawText( frame.format, frame.pixels, text, _moved( rect ), frame.rect, &_dirty );
+    return font.drawText( frame.format, frame.pixels, text, _moved( rect ), _getClip( ), &_dirty );
 }
 
 int GImageStack::drawText( const GWString& text, GFont& font )
@@ -181,15 +210,24 @@ void GImageStack::drawRect( const GRect& rect, uint32_t colour )
     const Frame& frame = _frames.back( );
     const GRect area = GRectIntersect( _moved( rect ), frame.rect );
     if( GRectEmpty( area ) ) return;
-    GImageDrawRect( frame.format, frame.pixels, area, GColorPremultiply( colour ) );
-    _touch( area );
+    const int right = std::max( area.left, area.right - 1 ), bottom = std::max( area.top, area.bottom - 1 );
+    for( const GRect& side :
+         { GRect{ area.left, area.top, area.right, area.top + 1 }, GRect{ area.left, bottom, area.right, area.bottom },
+           GRect{ area.left, area.top, area.left + 1, area.bottom },
+           GRect{ right, area.top, area.right, area.bottom } } )
+    {
+        const GRect visible = GRectIntersect( side, frame.part );
+        if( GRectHasVolume( visible ) )
+            GImageFillRect( frame.format, frame.pixels, visible, GColorPremultiply( colour ) );
+    }
+    _touch( GRectIntersect( area, frame.part ) );
 }
 
 void GImageStack::fillRect( const GRect& rect, uint32_t colour )
 {
     if( !_drawable( ) ) return;
     const Frame& frame = _frames.back( );
-    const GRect area = GRectIntersect( _moved( rect ), frame.rect );
+    const GRect area = GRectIntersect( _moved( rect ), _getClip( ) );
     if( GRectEmpty( area ) ) return;
     GImageFillRect( frame.format, frame.pixels, area, GColorPremultiply( colour ) );
     _touch( area );
@@ -199,14 +237,14 @@ void GImageStack::fillRoundRect( const GRect& rect, int radius, uint32_t colour 
 {
     if( !_drawable( ) || GRectEmpty( rect ) ) return;
     const Frame& frame = _frames.back( );
-    _touch( GRoundRectFill( frame.format, frame.pixels, _moved( rect ), frame.rect, radius, colour ) );
+    _touch( GRoundRectFill( frame.format, frame.pixels, _moved( rect ), _getClip( ), radius, colour ) );
 }
 
 void GImageStack::drawRoundRect( const GRect& rect, int radius, int width, uint32_t colour )
 {
     if( !_drawable( ) || GRectEmpty( rect ) ) return;
     const Frame& frame = _frames.back( );
-    _touch( GRoundRectDraw( frame.format, frame.pixels, _moved( rect ), frame.rect, radius, width, colour ) );
+    _touch( GRoundRectDraw( frame.format, frame.pixels, _moved( rect ), _getClip( ), radius, width, colour ) );
 }
 
 void GImageStack::invertRect( const GRect& rect )
@@ -214,7 +252,7 @@ void GImageStack::invertRect( const GRect& rect )
     if( !_drawable( ) ) return;
     const Frame& frame = _frames.back( );
     const GRect layer{ 0, 0, frame.format.width, frame.format.height };
-    const GRect area = GRectIntersect( GRectIntersect( _moved( rect ), frame.rect ), layer );
+    const GRect area = GRectIntersect( GRectIntersect( _moved( rect ), _getClip( ) ), layer );
     if( GRectEmpty( area ) ) return;
     uint8_t* pixels = reinterpret_cast<uint8_t*>( frame.pixels );
     for( int y = area.top; y < area.bottom; y++ )
@@ -227,7 +265,7 @@ void GImageStack::setInputHandler( IGInputHandler* handler )
 {
     if( !_drawable( ) || !_frames.back( ).inputMap ) return;
     const Frame& frame = _frames.back( );
-    const GRect area = GRectIntersect( frame.rect, { 0, 0, frame.format.width, frame.format.height } );
+    const GRect area = GRectIntersect( _getClip( ), { 0, 0, frame.format.width, frame.format.height } );
     if( GRectEmpty( area ) ) return;
     for( int y = area.top; y < area.bottom; y++ )
         std::fill_n( frame.inputMap + static_cast<ptrdiff_t>( y ) * frame.format.width + area.left, area.width( ),

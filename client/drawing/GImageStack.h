@@ -19,6 +19,9 @@ public:
 
     // A new layer of type GIT_RGBA32, at least 1 by 1; resets the dirty rectangle. `inputMap` holds width * height pointers.
     void pushLayer( const GImageFormat& format, char* pixels, IGInputHandler** inputMap );
+    // The same for a layer of which only `part` is drawn anew: nothing outside is touched, and what is drawn inside does not depend on
+    // the part.
+    void pushLayer( const GImageFormat& format, char* pixels, IGInputHandler** inputMap, const GRect& part );
     // A frame at `rect` of the current one, clipped by it. Precondition: right >= left and bottom >= top.
     void pushTarget( const GRect& rect );
     void pop( );
@@ -28,6 +31,14 @@ public:
     void getDimensions( int& width, int& height ) const;
     // The changed part of the layer; GRectAccumulator( ) when nothing was drawn.
     const GRect& getDirtyRect( ) const { return _dirty; }
+    // The top frame in the layer.
+    const GRect& getFrame( ) const { return _frames.back( ).rect; }
+    // False when only a part of the layer is drawn and the top frame lies outside.
+    bool isWanted( ) const;
+    // The same for a rectangle of the top frame.
+    bool isWanted( const GRect& rect ) const;
+    // True when all of the top frame that shows is drawn.
+    bool isWhole( ) const;
 
     // Draws `sourceRect` of an image of any raw RGB or gray type. `mode` is a set of GIC_* flags.
     void drawBitmap( const GImageFormat& format, const char* pixels, const GRect& sourceRect, int mode );
@@ -63,15 +74,18 @@ public:
     bool getFocus( GRect& rect ) const;
 
 private:
+    static constexpr GRect EVERYTHING{ INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX };
     struct Frame
     {
         GRect rect;
+        GRect part = EVERYTHING; // Of the layer; less when only that is drawn.
         GImageFormat format;
         char* pixels = nullptr;
         IGInputHandler** inputMap = nullptr;
     };
     bool _drawable( ) const;
     GRect _moved( const GRect& rect ) const;
+    GRect _getClip( ) const;
     void _touch( const GRect& rect );
 
     std::deque<Frame> _frames;

@@ -59,8 +59,9 @@ void writeFormat( GInstance& instance, GWStringView name, const GImageFormat& fo
     writeNumbers( instance, name, u"_Format", numbers, 3 );
 }
 
-// Splits "name(left,top,right,bottom)"; without a good rectangle the whole text is the name.
-GWString splitSource( const GWString& source, GRect& rect )
+// Splits "name(left,top,right,bottom)"; without a good rectangle the whole text is the name. A name that is not the whole text lies in
+// `storage`.
+const GWString& splitSource( const GWString& source, GRect& rect, GWString& storage )
 {
     rect = GRect( );
     const size_t open = source.rfind( u'(' );
@@ -74,7 +75,8 @@ GWString splitSource( const GWString& source, GRect& rect )
     for( const GWString& item : list )
         numbers[i++] = static_cast<int32_t>( std::clamp( GCalc( item ), -FARTHEST, FARTHEST ) );
     rect = { numbers[0], numbers[1], numbers[2], numbers[3] };
-    return GTrim( GWStringView( source ).substr( 0, open ) );
+    storage = GTrim( GWStringView( source ).substr( 0, open ) );
+    return storage;
 }
 
 bool loadFile( GInstance& instance, const GWString& name )
@@ -143,7 +145,8 @@ const char* GImageTools_instanceReadOpen( GInstance* instance, const GWString& s
                                           GRect& rect, int column, int row )
 {
     GPRECONDITION( instance && source.size( ) );
-    const GWString name = splitSource( source, rect );
+    GWString storage;
+    const GWString& name = splitSource( source, rect, storage );
     GPRECONDITION( name.size( ) );
     const GObjectLock lock( *instance );
     if( !isThere( *instance, name ) && !loadFile( *instance, name ) ) return nullptr;
@@ -166,7 +169,8 @@ void GImageTools_instanceReadClose( GInstance* instance, const GWString& name )
 {
     GPRECONDITION( instance && name.size( ) );
     GRect rect;
-    instance->close( splitSource( name, rect ), false );
+    GWString storage;
+    instance->close( splitSource( name, rect, storage ), false );
 }
 
 bool GImageTools_instanceReadCheck( GInstance* instance, const GWString& source, GImageFormat& format, GRect& rect )

@@ -1,5 +1,6 @@
 #include "client/skin/GTemplateNode.h"
 
+#include "client/drawing/GImageStack.h"
 #include "client/skin/GTemplateFactory.h"
 
 #include <algorithm>
@@ -74,9 +75,16 @@ bool GTemplateNode::update( GAttributeStack& stack )
 void GTemplateNode::render( GImageStack& images )
 {
     invariantTest( );
+    if( !images.isWanted( ) ) return;
+    _drawn = images.getFrame( );
     if( !_preChildRender( images ) ) return;
     _renderChildren( images );
     _postChildRender( images );
+}
+
+void GTemplateNode::collectDamage( GSkinDamage& damage ) const
+{
+    for( const GTemplateNode* child : _children ) child->collectDamage( damage );
 }
 
 bool GTemplateNode::_preChildUpdate( GAttributeStack& )

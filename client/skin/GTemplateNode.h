@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/skin/GAttributeStack.h"
+#include "client/skin/GSkinDamage.h"
 #include "client/skin/GSkinTable.h"
 #include "client/skin/IGCommandEngine.h"
 #include "runtime/GInstance.h"
@@ -59,6 +60,10 @@ public:
     // What a tree may grow to by copies and repetitions; a skin asks for more only by mistake.
     static constexpr size_t MAX_NODES = 250000;
     static constexpr int MAX_DEPTH = 512;
+    // Grows `damage` by what this subtree shows of values that have changed and that are watched for a repaint alone. Whoever watches so
+    // overrides it; in doubt a node claims all that it drew.
+    virtual void collectDamage( GSkinDamage& damage ) const;
+
     // True when a copy of `source` and all below it may grow here; else a warning says why not.
     bool mayGrow( const GTemplateNode& source ) const;
 
@@ -88,6 +93,7 @@ protected:
     GInstance* _instance;
     IGCommandEngine* _commandEngine;
     GTemplateNode* _parent;
+    GRect _drawn; // Where it was drawn in the layer.
     GWString _name;
     ChildList _children;
     GAttributeList _attributes;

@@ -112,13 +112,11 @@ int GBuddyListNode::onKeyboardFocusChanged( bool focus )
 // Where that key leads from the selected buddy, brought into view.
 int GBuddyListNode::_select( int key )
 {
-    GStringVector buddies;
-    size_t online = 0;
-    _arrange( buddies, online );
-    if( buddies.empty( ) ) return GRESPONSE_NONE;
-    const auto at = std::find( buddies.begin( ), buddies.end( ), _selected.guid );
-    const int number = at == buddies.end( ) ? -1 : static_cast<int>( at - buddies.begin( ) );
-    const int last = static_cast<int>( buddies.size( ) ) - 1;
+    const RowOrder& rows = _arrange( );
+    if( rows.empty( ) ) return GRESPONSE_NONE;
+    const auto at = std::ranges::find( rows, _selected.guid, &Row::guid );
+    const int number = at == rows.end( ) ? -1 : static_cast<int>( at - rows.begin( ) );
+    const int last = static_cast<int>( rows.size( ) ) - 1;
     const int page = std::max( 1, _scroll.getRoom( ) / _getRowHeight( true ) - 1 );
     int to = number;
     switch( key )
@@ -131,10 +129,11 @@ int GBuddyListNode::_select( int key )
     default: to = last; break;
     }
     to = std::clamp( to, 0, last );
-    _selected = { buddies[static_cast<size_t>( to )], GWString( LIST ) };
-    const int above = std::min( to, static_cast<int>( online ) );
+    _selected = { rows[static_cast<size_t>( to )]->guid, GWString( LIST ) };
+    const int online = static_cast<int>( _onlineCount );
+    const int above = std::min( to, online );
     const int top = above * _getRowHeight( true ) + ( to - above ) * _getRowHeight( false );
-    _scroll.show( top, top + _getRowHeight( to < static_cast<int>( online ) ) );
+    _scroll.show( top, top + _getRowHeight( to < online ) );
     return GRESPONSE_RENDER;
 }
 

@@ -14,8 +14,12 @@ constexpr int PICTURE_PAD = 2;
 constexpr int TEXT_GAP = 4;
 constexpr int MAX_LENGTH = 1000;
 constexpr GWStringView LIST = u"Local_Buddy_List";
+const GWString LIST_NAME( LIST );
+const GWString TITLE = u"My Buddies";
 constexpr GWStringView TALKING_TO_LIST = u"Talking_To_List";
 constexpr GWStringView LISTENING_TO_LIST = u"Listening_To_List";
+constexpr GWStringView AUDIO_CAPTURE_ONLINE = u"Audio_Capture_Online";
+constexpr GWStringView DEFAULT_DOMAIN = u"Default_Domain";
 constexpr GWStringView FRAME_COLOUR = u"#000000FF";
 
 // The entries that names and commands may be made from.
@@ -137,7 +141,37 @@ bool GBuddyListNode::_updateList( )
     _buddies = parseBuddies( _buddyListText );
     _addWatches( );
     _removeWatches( );
+    _makeRows( );
     return true;
+}
+
+void GBuddyListNode::_makeRows( )
+{
+    _order.clear( );
+    _rows.clear( );
+    for( const GWString& buddy : _buddies )
+    {
+        Row& row = _rows[buddy];
+        row.guid = buddy;
+        row.image = GConcat( buddy, u"_Image" );
+        row.grey = GConcat( buddy, u"_Image_BW" );
+        row.online = GConcat( buddy, u"_Online" );
+        row.offline = GConcat( buddy, u"_Offline" );
+        _order.push_back( &row );
+    }
+    // Each part of the order is sorted, and nobody is in one yet.
+    std::ranges::sort( _order, { }, &Row::guid );
+    _onlineCount = 0;
+    _nameRows( );
+}
+
+void GBuddyListNode::_nameRows( )
+{
+    for( auto& [buddy, row] : _rows )
+    {
+        row.name = GUserNameShorten( *_instance, buddy );
+        row.waitingName = GConcat( row.name, u"..." );
+    }
 }
 
 void GBuddyListNode::_addWatches( )
@@ -180,6 +214,24 @@ void GBuddyListNode::calcMinSize( int& width, int& height )
 
 // ---- Drawing.
 
+void GBuddyListNode::collectDamage( GSkinDamage& damage ) const
+{
+    GTemplateNode::collectDamage( damage );
+    const auto changed = [&]( GWStringView name ) { return _instance->getTimestamp( name ) >= damage.getSince( ); };
+    bool all = changed( TALKING_TO_LIST ) || changed( LISTENING_TO_LIST ) || changed( AUDIO_CAPTURE_ONLINE );
+    for( const auto& [buddy, row] : _rows )
+    {
+        all = all || changed( row.online ) || changed( row.offline );
+        if( GRectEmpty( row.rect ) )
+        {
+            if( changed( row.image ) ) damage.addNothing( );
+        }
+        else if( _instance->getTimestamp( row.image ) != row.stamp )
+            damage.add( row.rect );
+    }
+    if( all ) damage.add( _drawn );
+}
+
 bool GBuddyListNode::_preChildRender( GImageStack& images )
 {
     int width = 0;
@@ -188,24 +240,43 @@ bool GBuddyListNode::_preChildRender( GImageStack& images )
     images.getPosition( _originX, _originY );
     if( width >= 1 && height >= 1 )
     {
-        _regions.clear( );
+        _regionCount = 0;
+        _readTalks( );
+        if( GNodeTools_readValue( _instance, DEFAULT_DOMAIN, _domain ) ) _nameRows( );
         const int margin = _look.margin;
-        _drawList( images, { margin, margin, width - margin, height }, GWString( LIST ), u"My Buddies" );
+        _drawList( images, { margin, margin, width - margin, height } );
+        _regions.resize( _regionCount );
     }
     images.setInputHandler( this );
     return true;
 }
 
-void GBuddyListNode::_drawList( GImageStack& images, const GRect& rect, const GWString& list, const GWString& title )
+void GBuddyListNode::_readTalks( )
+{
+    if( GNodeTools_readValue( _instance, TALKING_TO_LIST, _talkText ) ) _talkedTo = GSplitList( _talkText );
+    if( GNodeTools_readValue( _instance, LISTENING_TO_LIST, _hearText ) ) _heard = GSplitList( _hearText );
+}
+
+// Over what an earlier draw left, so that its texts keep their room.
+void GBuddyListNode::_addRegion( const GRect& rect, const GWString& guid, bool isPicture )
+{
+    if( _regionCount == _regions.size( ) ) _regions.emplace_back( );
+    Region& region = _regions[_regionCount++];
+    region.rect = rect;
+    region.guid = guid;
+    region.list = LIST_NAME;
+    region.picture = isPicture;
+}
+
+void GBuddyListNode::_drawList( GImageStack& images, const GRect& rect )
 {
     int titleWidth = 0;
     int titleHeight = 0;
-    _titleFont.get( ).measureText( title, titleWidth, titleHeight );
-    GRect row{ rect.left, rect.top, std::max( rect.left, rect.right ), rect.top + titleHeight };
-    images.drawText( title, _titleFont, row );
-    _regions.push_back( { row, GWString( ), list, false } );
-
-    _drawRows( images, row, list, rect.bottom );
+    _titleFont.get( ).measureText( TITLE, titleWidth, titleHeight );
+    const GRect title{ rect.left, rect.top, std::max( rect.left, rect.right ), rect.top + titleHeight };
+    images.drawText( TITLE, _titleFont, title );
+    _addRegion( title, GWString( ), false );
+    _drawRows( images, title, rect.bottom );
 }
 
 int GBuddyListNode::_getRowHeight( bool online )
@@ -214,15 +285,21 @@ int GBuddyListNode::_getRowHeight( bool online )
     return std::max( { font.getHeight( ), _pictureSize, 1 } );
 }
 
-// Those on line first, each part sorted.
-void GBuddyListNode::_arrange( GStringVector& buddies, size_t& online )
+// Those on line first, each part sorted; put in order anew only when somebody came or went.
+const GBuddyListNode::RowOrder& GBuddyListNode::_arrange( )
 {
-    buddies.assign( _buddies.begin( ), _buddies.end( ) );
-    const auto offline = std::stable_partition( buddies.begin( ), buddies.end( ),
-                                                [this]( const GWString& buddy ) { return _isOnline( buddy ); } );
-    std::sort( buddies.begin( ), offline );
-    std::sort( offline, buddies.end( ) );
-    online = static_cast<size_t>( offline - buddies.begin( ) );
+    bool changed = false;
+    for( Row* row : _order )
+    {
+        const bool online = _instance->test( row->online );
+        changed |= online != row->isOnline;
+        row->isOnline = online;
+    }
+    if( !changed ) return _order;
+    std::ranges::sort( _order, []( const Row* a, const Row* b )
+                       { return a->isOnline != b->isOnline ? a->isOnline : a->guid < b->guid; } );
+    _onlineCount = static_cast<size_t>( std::ranges::count( _order, true, &Row::isOnline ) );
+    return _order;
 }
 
 // The ring goes around the selected row, or around all while it does not show.
@@ -235,33 +312,31 @@ void GBuddyListNode::_markFocus( GImageStack& images, const GRect& row )
     _marked = true;
 }
 
-void GBuddyListNode::_drawRows( GImageStack& images, GRect row, const GWString& list, int bottom )
+void GBuddyListNode::_drawRows( GImageStack& images, GRect place, int bottom )
 {
-    GStringVector buddies;
-    size_t onlineCount = 0;
-    _arrange( buddies, onlineCount );
-    const auto offline = buddies.begin( ) + static_cast<ptrdiff_t>( onlineCount );
+    _arrange( );
     _marked = false;
+    for( auto& [buddy, row] : _rows ) row.rect = GRect( );
 
-    const int below = _scroll.isOn( ) ? row.bottom : 0;
-    const int height = std::max( 0, bottom - row.bottom );
+    const int rowHeights[] = { _getRowHeight( false ), _getRowHeight( true ) };
+    const int below = _scroll.isOn( ) ? place.bottom : 0;
+    const int height = std::max( 0, bottom - place.bottom );
     if( _scroll.isOn( ) )
     {
-        const auto content = ( offline - buddies.begin( ) ) * _getRowHeight( true ) +
-                             ( buddies.end( ) - offline ) * _getRowHeight( false );
-        _scroll.layout( static_cast<int>( content ), below, row.right, height );
-        images.pushTarget( { 0, below, row.right, below + height } );
-        row.right = std::max( row.left, row.right - _scroll.getWidth( ) );
-        row.bottom = -_scroll.getOffset( );
+        const auto content = _onlineCount * static_cast<size_t>( rowHeights[1] ) +
+                             ( _order.size( ) - _onlineCount ) * static_cast<size_t>( rowHeights[0] );
+        _scroll.layout( static_cast<int>( content ), below, place.right, height );
+        images.pushTarget( { 0, below, place.right, below + height } );
+        place.right = std::max( place.left, place.right - _scroll.getWidth( ) );
+        place.bottom = -_scroll.getOffset( );
     }
-    for( auto buddy = buddies.begin( ); buddy != buddies.end( ); ++buddy )
+    for( Row* row : _order )
     {
-        const bool online = buddy < offline;
-        row.top = row.bottom;
-        row.bottom = row.top + _getRowHeight( online );
+        place.top = place.bottom;
+        place.bottom = place.top + rowHeights[row->isOnline];
         // What is out of sight takes neither pixels nor clicks.
-        if( _scroll.isOn( ) && ( row.bottom <= 0 || row.top >= height ) ) continue;
-        _drawBuddy( images, row, { *buddy, list }, online, below );
+        if( _scroll.isOn( ) && ( place.bottom <= 0 || place.top >= height ) ) continue;
+        _drawBuddy( images, place, *row, below );
     }
     if( _scroll.isOn( ) )
     {
@@ -271,104 +346,128 @@ void GBuddyListNode::_drawRows( GImageStack& images, GRect row, const GWString& 
     if( _focus && _byKeyboard && !_marked ) images.markFocus( );
 }
 
-void GBuddyListNode::_drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online, int below )
+// Also where only another row is drawn: clicks and the ring must not leave this one.
+void GBuddyListNode::_addBuddy( GImageStack& images, const GRect& place, const GRect& picture, Row& row, int below )
 {
-    const GRect picture{ row.left, row.top, std::min( row.left + row.height( ), row.right ), row.bottom };
     for( const bool isPicture : { true, false } )
     {
-        GRect region = isPicture ? picture : row;
+        GRect region = isPicture ? picture : place;
         region.top = std::max( region.top, _scroll.isOn( ) ? 0 : region.top ) + below;
         region.bottom += below;
-        _regions.push_back( { region, place.guid, place.list, isPicture } );
+        _addRegion( region, row.guid, isPicture );
     }
-    _drawGround( images, row, place );
-    _drawTexts( images, { std::min( picture.right + _look.textGap, row.right ), row.top, row.right, row.bottom }, place,
-                online );
+    int x = 0;
+    int y = 0;
+    images.getPosition( x, y );
+    const GRect shown = GRectIntersect( { picture.left + x, picture.top + y, picture.right + x, picture.bottom + y },
+                                        images.getFrame( ) );
+    if( GRectHasVolume( shown ) ) row.rect = GRectEmpty( row.rect ) ? shown : GRectUnion( row.rect, shown );
+    if( _isAt( _selected, row ) ) _markFocus( images, place );
+}
+
+void GBuddyListNode::_drawBuddy( GImageStack& images, const GRect& place, Row& row, int below )
+{
+    const GRect picture{ place.left, place.top, std::min( place.left + place.height( ), place.right ), place.bottom };
+    _addBuddy( images, place, picture, row, below );
+    if( !images.isWanted( place ) ) return;
+    _drawGround( images, place, row );
+    const GRect texts{ std::min( picture.right + _look.textGap, place.right ), place.top, place.right, place.bottom };
+    if( images.isWanted( texts ) ) _drawTexts( images, texts, row );
     const GRect inner = inset( picture, _look.picturePad );
-    _drawPicture( images, inner, place.guid, online || place == _selected );
+    _drawPicture( images, inner, row );
     // What stands around a round picture covers its corners.
     if( _look.corner > 0 && GRectHasVolume( inner ) )
         images.drawRoundRect( picture, _look.corner + _look.picturePad, _look.picturePad,
-                              GColorFromText( _getGround( place ) ) );
-    _drawFrame( images, row, place.guid );
-    if( place == _selected ) _markFocus( images, row );
+                              GColorFromText( _getGround( row ) ) );
+    _drawFrame( images, place, row.guid );
 }
 
-void GBuddyListNode::_drawTexts( GImageStack& images, const GRect& room, const Place& place, bool online )
+void GBuddyListNode::_drawTexts( GImageStack& images, const GRect& room, const Row& row )
 {
-    GNodeFont& font = place == _mouseover ? _mouseoverFont : online ? _normalFont : _offlineFont;
-    const GWString& note = _getNote( place.guid );
+    GNodeFont& font = _isAt( _mouseover, row ) ? _mouseoverFont : row.isOnline ? _normalFont : _offlineFont;
+    const GWString& note = _getNote( row );
     const int noteHeight = note.empty( ) ? 0 : _noteFont.getHeight( );
     const int lead = std::max( 0, ( room.height( ) - font.getHeight( ) - noteHeight ) / 2 );
-    images.drawText( _getText( place.guid ), font, { room.left, room.top + lead, room.right, room.bottom } );
+    const GWString& name = row.isOnline || _instance->test( row.offline ) ? row.name : row.waitingName;
+    images.drawText( name, font, { room.left, room.top + lead, room.right, room.bottom } );
     if( note.empty( ) ) return;
     const int top = std::min( room.top + lead + font.getHeight( ), room.bottom );
     images.drawText( note, _noteFont, { room.left, top, room.right, room.bottom } );
 }
 
-void GBuddyListNode::_drawFrame( GImageStack& images, const GRect& row, const GWString& buddy )
+void GBuddyListNode::_drawFrame( GImageStack& images, const GRect& place, const GWString& buddy )
 {
     const bool talks = _isTalkedTo( buddy );
     if( !talks && ( _look.hearColour.empty( ) || !_isHeard( buddy ) ) ) return;
     const GWString& colour = talks ? _look.talkColour : _look.hearColour;
     if( _look.corner > 0 )
-        images.drawRoundRect( row, _look.corner, _look.frameWidth, GColorFromText( colour ) );
+        images.drawRoundRect( place, _look.corner, _look.frameWidth, GColorFromText( colour ) );
     else
-        images.drawRect( row, colour );
+        images.drawRect( place, colour );
 }
 
 bool GBuddyListNode::_isTalkedTo( const GWString& buddy )
 {
-    return _instance->contains( TALKING_TO_LIST, buddy ) && _instance->test( u"Audio_Capture_Online" );
+    return GListContains( _talkedTo, buddy ) && _instance->test( AUDIO_CAPTURE_ONLINE );
 }
 
-bool GBuddyListNode::_isHeard( const GWString& buddy )
+bool GBuddyListNode::_isHeard( const GWString& buddy ) const
 {
-    return _instance->contains( LISTENING_TO_LIST, buddy );
+    return GListContains( _heard, buddy );
 }
 
-const GWString& GBuddyListNode::_getNote( const GWString& buddy )
+const GWString& GBuddyListNode::_getNote( const Row& row )
 {
-    if( !_look.talkText.empty( ) && _isTalkedTo( buddy ) ) return _look.talkText;
-    if( !_look.hearText.empty( ) && _isHeard( buddy ) ) return _look.hearText;
-    return _isOnline( buddy ) ? _look.onlineText : _look.offlineText;
+    if( !_look.talkText.empty( ) && _isTalkedTo( row.guid ) ) return _look.talkText;
+    if( !_look.hearText.empty( ) && _isHeard( row.guid ) ) return _look.hearText;
+    return row.isOnline ? _look.onlineText : _look.offlineText;
 }
 
-GWStringView GBuddyListNode::_getGround( const Place& place ) const
+bool GBuddyListNode::_isAt( const Place& place, const Row& row )
 {
-    if( place == _selected ) return _selectedBGColor;
-    return place == _mouseover ? _mouseoverBGColor : _look.groundColour;
+    return place.guid == row.guid && place.list == LIST;
 }
 
-void GBuddyListNode::_drawGround( GImageStack& images, const GRect& row, const Place& place )
+GWStringView GBuddyListNode::_getGround( const Row& row ) const
 {
-    if( place != _selected && place != _mouseover ) return;
+    if( _isAt( _selected, row ) ) return _selectedBGColor;
+    return _isAt( _mouseover, row ) ? _mouseoverBGColor : _look.groundColour;
+}
+
+void GBuddyListNode::_drawGround( GImageStack& images, const GRect& place, const Row& row )
+{
+    if( !_isAt( _selected, row ) && !_isAt( _mouseover, row ) ) return;
     if( _look.corner > 0 )
     {
-        images.fillRoundRect( row, _look.corner, GColorFromText( _getGround( place ) ) );
+        images.fillRoundRect( place, _look.corner, GColorFromText( _getGround( row ) ) );
         return;
     }
-    images.fillRect( row, _getGround( place ) );
-    images.drawRect( row, FRAME_COLOUR );
+    images.fillRect( place, _getGround( row ) );
+    images.drawRect( place, FRAME_COLOUR );
 }
 
-void GBuddyListNode::_drawPicture( GImageStack& images, const GRect& rect, const GWString& buddy, bool live )
+void GBuddyListNode::_drawPicture( GImageStack& images, const GRect& rect, Row& row )
 {
-    if( GRectEmpty( rect ) ) return;
-    if( live )
-    {
-        _drawImage( images, rect, GConcat( buddy, u"_Image" ) );
-        return;
-    }
-    const GWString grey = GConcat( buddy, u"_Image_BW" );
-    if( !_instance->isSet( grey ) ) _makeGrey( buddy );
-    _drawImage( images, rect, grey );
+    if( GRectEmpty( rect ) || !images.isWanted( rect ) ) return;
+    const bool live = row.isOnline || _isAt( _selected, row );
+    // Nobody may write between the draw and the look at the stamp.
+    const GObjectLock lock( *_instance );
+    if( live ) _drawImage( images, rect, row.image );
+    images.pushTarget( rect );
+    // One that came after the part to draw was chosen may be drawn in half here: it counts as new until it is drawn whole.
+    if( images.isWhole( ) ) row.stamp = _instance->getTimestamp( row.image );
+    images.pop( );
+    if( live ) return;
+    if( !_instance->isSet( row.grey ) ) _makeGrey( row );
+    _drawImage( images, rect, row.grey );
 }
 
 bool GBuddyListNode::_drawImage( GImageStack& images, const GRect& rect, const GWString& name )
 {
     GImageFormat format;
     GRect source;
+    // A picture that is not there would be looked for among the files at every draw.
+    if( !_instance->isSet( name ) ) return false;
     const char* pixels = GImageTools_instanceReadOpen( _instance, name, format, source );
     if( !pixels ) return false;
     images.drawBitmap( format, pixels, source, rect, GIC_ASPECT );
@@ -376,26 +475,18 @@ bool GBuddyListNode::_drawImage( GImageStack& images, const GRect& rect, const G
     return true;
 }
 
-void GBuddyListNode::_makeGrey( const GWString& buddy )
+void GBuddyListNode::_makeGrey( const Row& row )
 {
-    const GWString name = GConcat( buddy, u"_Image" );
     GImageFormat format;
     GRect source;
-    const char* pixels = GImageTools_instanceReadOpen( _instance, name, format, source );
+    if( !_instance->isSet( row.image ) ) return;
+    const char* pixels = GImageTools_instanceReadOpen( _instance, row.image, format, source );
     if( !pixels ) return;
     GString grey;
     GImageConvert( format, pixels, GIT_GRAY8, grey );
-    GImageTools_instanceReadClose( _instance, name );
+    GImageTools_instanceReadClose( _instance, row.image );
     format.type = GIT_GRAY8;
-    GImageTools_instanceWrite( _instance, GConcat( buddy, u"_Image_BW" ), format, grey );
-}
-
-GWString GBuddyListNode::_getText( const GWString& buddy )
-{
-    GWString text = GUserNameShorten( *_instance, buddy );
-    // Nobody has said yet whether he is there.
-    if( !_isOnline( buddy ) && !_instance->test( GConcat( buddy, u"_Offline" ) ) ) text += u"...";
-    return text;
+    GImageTools_instanceWrite( _instance, row.grey, format, grey );
 }
 
 bool GBuddyListNode::_isOnline( const GWString& buddy )

@@ -10,6 +10,8 @@
 #include "client/skin/nodes/GNodeScroll.h"
 #include "client/skin/nodes/GNodeTools.h"
 
+#include <map>
+
 class GBuddyListNode : public GTemplateNode, public IGInputHandler
 {
 public:
@@ -26,6 +28,7 @@ public:
     static GAttributeTable getAttributeTable( );
     ~GBuddyListNode( ) override;
     void calcMinSize( int& width, int& height ) override;
+    void collectDamage( GSkinDamage& damage ) const override;
 
     // Of the last draw, in drawing order.
     const std::vector<Region>& getRegions( ) const { return _regions; }
@@ -78,14 +81,31 @@ private:
         GWString hearText;
     };
 
+    // What a row needs at every draw: texts and names of values are made once.
+    struct Row
+    {
+        GWString guid;
+        GWString name;        // As people read it,
+        GWString waitingName; // and while nobody has said yet whether he is there.
+        GWString image;
+        GWString grey;
+        GWString online;
+        GWString offline;
+        bool isOnline = false; // When the rows were put in order.
+        GRect rect;            // Of the picture, in the layer; empty when it was out of sight.
+        uint64_t stamp = 0;    // Of the picture that was drawn. Reading stamps a value anew.
+    };
+    using RowOrder = std::vector<Row*>;
+
     bool _readLook( GAttributeStack& stack );
     int _getRowHeight( bool online );
-    GWStringView _getGround( const Place& place ) const;
+    GWStringView _getGround( const Row& row ) const;
     bool _isTalkedTo( const GWString& buddy );
-    bool _isHeard( const GWString& buddy );
-    const GWString& _getNote( const GWString& buddy );
+    bool _isHeard( const GWString& buddy ) const;
+    const GWString& _getNote( const Row& row );
+    static bool _isAt( const Place& place, const Row& row );
     // Keyboard; numbers count in drawing order.
-    void _arrange( GStringVector& buddies, size_t& online );
+    const RowOrder& _arrange( );
     int _select( int key );
     int _startTalk( );
     int _stopTalk( );
@@ -96,17 +116,21 @@ private:
     void _addWatches( );
     void _removeWatches( );
     void _watchBuddy( const GWString& buddy, bool watch );
-    void _drawList( GImageStack& images, const GRect& rect, const GWString& list, const GWString& title );
-    void _drawRows( GImageStack& images, GRect row, const GWString& list, int bottom );
+    void _makeRows( );
+    void _nameRows( );
+    void _readTalks( );
+    void _addRegion( const GRect& rect, const GWString& guid, bool isPicture );
+    void _drawList( GImageStack& images, const GRect& rect );
+    void _drawRows( GImageStack& images, GRect place, int bottom );
     // `below` is where the rows' coordinates begin in the node's frame.
-    void _drawBuddy( GImageStack& images, const GRect& row, const Place& place, bool online, int below );
-    void _drawGround( GImageStack& images, const GRect& row, const Place& place );
-    void _drawTexts( GImageStack& images, const GRect& room, const Place& place, bool online );
-    void _drawFrame( GImageStack& images, const GRect& row, const GWString& buddy );
-    void _drawPicture( GImageStack& images, const GRect& rect, const GWString& buddy, bool live );
+    void _drawBuddy( GImageStack& images, const GRect& place, Row& row, int below );
+    void _addBuddy( GImageStack& images, const GRect& place, const GRect& picture, Row& row, int below );
+    void _drawGround( GImageStack& images, const GRect& place, const Row& row );
+    void _drawTexts( GImageStack& images, const GRect& room, const Row& row );
+    void _drawFrame( GImageStack& images, const GRect& place, const GWString& buddy );
+    void _drawPicture( GImageStack& images, const GRect& rect, Row& row );
     bool _drawImage( GImageStack& images, const GRect& rect, const GWString& name );
-    void _makeGrey( const GWString& buddy );
-    GWString _getText( const GWString& buddy );
+    void _makeGrey( const Row& row );
     bool _isOnline( const GWString& buddy );
     const Region* _getRegion( int x, int y ) const;
     Place _getPlace( int x, int y ) const;
@@ -131,7 +155,16 @@ private:
     GWString _buddyListText;
     GStringList _buddies;
     GStringList _watched;
-    std::vector<Region> _regions;
+    std::map<GWString, Row> _rows; // By GUID.
+    RowOrder _order;               // As they are drawn; one that stands in the list twice is there twice.
+    size_t _onlineCount = 0;       // Of these.
+    GWString _domain;              // That the names were made with.
+    GWString _talkText;
+    GWString _hearText;
+    GStringList _talkedTo;
+    GStringList _heard;
+    std::vector<Region> _regions; // Used again by every draw.
+    size_t _regionCount = 0;
     Place _selected;
     Place _mouseover;
     int _originX = 0;

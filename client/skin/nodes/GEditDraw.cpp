@@ -126,3 +126,10 @@ void GEditNode::_drawFull( GImageStack& images, const GRect& box )
     if( lines != _linesAsked && lines != _linesTold && _listener ) GNotify( _listener, GWATCH_RENDER );
     _linesTold = lines;
 }
+
+// A field that grows moves what stands beside it.
+void GEditNode::collectDamage( GSkinDamage& damage ) const
+{
+    GTemplateNode::collectDamage( damage );
+    if( _linesTold != _linesAsked ) damage.addAll( );
+}

@@ -17,6 +17,7 @@ public:
     using GTemplateNode::GTemplateNode;
     static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
+    void collectDamage( GSkinDamage& damage ) const override;
 
     const GWString& getText( ) const { return _buffer.getText( ); }
     // Writes the bound value as well, and runs what emptying or filling the text runs.

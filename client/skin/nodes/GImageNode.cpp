@@ -67,17 +67,50 @@ void GImageNode::calcMinSize( int& width, int& height )
     GTemplateNode::calcMinSize( width, height );
     GImageFormat format;
     GRect rect;
-    if( _src.empty( ) || !GImageTools_instanceReadCheck( _instance, _src, format, rect ) ) return;
+    if( _src.empty( ) || !_check( format, rect ) ) return;
     width = std::max( width, rect.width( ) );
     height = std::max( height, rect.height( ) );
 }
 
+void GImageNode::collectDamage( GSkinDamage& damage ) const
+{
+    GTemplateNode::collectDamage( damage );
+    if( _breathe > 0 ) damage.addMoving( _drawn );
+    const GWString& name = _watch.getName( );
+    if( name.empty( ) || _instance->getTimestamp( name ) == _stamp ) return;
+    // A picture of another size may move what stands beside it.
+    GImageFormat format;
+    GRect rect;
+    const bool same = _check( format, rect ) && rect == _sourceRect;
+    same ? damage.add( _drawn ) : damage.addAll( );
+}
+
+bool GImageNode::_check( GImageFormat& format, GRect& rect ) const
+{
+    const GObjectLock lock( *_instance );
+    const GWString& name = _watch.getName( );
+    const bool isDrawn = !name.empty( ) && _instance->getTimestamp( name ) == _stamp;
+    const bool good = GImageTools_instanceReadCheck( _instance, _src, format, rect );
+    if( isDrawn ) _stamp = _instance->getTimestamp( name );
+    return good;
+}
+
 bool GImageNode::_preChildRender( GImageStack& images )
+{
+    const GObjectLock lock( *_instance );
+    _draw( images );
+    // A picture that came after the part to draw was chosen may be drawn in half here: it counts as new until it is drawn whole.
+    if( images.isWhole( ) && !_watch.getName( ).empty( ) ) _stamp = _instance->getTimestamp( _watch.getName( ) );
+    return true;
+}
+
+void GImageNode::_draw( GImageStack& images )
 {
     GImageFormat format;
     GRect rect;
     const char* pixels = _src.empty( ) ? nullptr : GImageTools_instanceReadOpen( _instance, _src, format, rect );
-    if( !pixels ) return true;
+    _sourceRect = rect;
+    if( !pixels ) return;
     if( _breathe > 0 ) pixels = _fade( format, pixels, rect );
     int width = 0;
     int height = 0;
@@ -89,7 +122,7 @@ bool GImageNode::_preChildRender( GImageStack& images )
     {
         GNodeTools_drawSliced( images, format, pixels, rect, target, _slice );
         GImageTools_instanceReadClose( _instance, _src );
-        return true;
+        return;
     }
     // A picture smaller than its frame stands where the alignment says; a larger one is cut there by the copy.
     if( !( _flags & ( GIC_STRETCH_X | GIC_TILE_X | GIC_ASPECT ) ) )
@@ -98,7 +131,6 @@ bool GImageNode::_preChildRender( GImageStack& images )
         target.top += GNodeTools_offset( height, rect.height( ), _flags & GIC_MIDDLE, _flags & GIC_BOTTOM );
     images.drawBitmap( format, pixels, rect, target, _flags );
     GImageTools_instanceReadClose( _instance, _src );
-    return true;
 }
 
 // The part that is drawn, with a part of its opacity, in a buffer of this node's own. Pictures without alpha stay as they are.

@@ -13,6 +13,7 @@ public:
     using GTemplateNode::GTemplateNode;
     static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
+    void collectDamage( GSkinDamage& damage ) const override;
 
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;
@@ -30,5 +31,12 @@ private:
     int _slice = 0; // Pixels of the corners that keep their size; 0 when the picture is drawn in one piece.
     int _breathe = 0;
     GString _faded;
+    void _draw( GImageStack& images );
+    // Looks at the picture without drawing it.
+    bool _check( GImageFormat& format, GRect& rect ) const;
+
+    // Of the picture that was drawn. Reading stamps a value anew, also without a draw.
+    GRect _sourceRect;
+    mutable uint64_t _stamp = 0;
     GNodeWatch _watch{ GWATCH_RENDER };
 };

@@ -65,3 +65,9 @@ void GProgressNode::_drawPicture( GImageStack& images, const GWString& source, i
         images.drawBitmap( format, pixels, part, { _x, _y, _x + part.width( ), _y + part.height( ) }, 0 );
     GImageTools_instanceReadClose( _instance, source );
 }
+
+void GProgressNode::collectDamage( GSkinDamage& damage ) const
+{
+    GTemplateNode::collectDamage( damage );
+    if( !_src.empty( ) && _instance->getTimestamp( _src ) >= damage.getSince( ) ) damage.add( _drawn );
+}

@@ -11,6 +11,8 @@ public:
     using GTemplateNode::GTemplateNode;
     static GAttributeTable getAttributeTable( );
 
+    void collectDamage( GSkinDamage& damage ) const override;
+
 protected:
     bool _postChildUpdate( GAttributeStack& stack ) override;
     bool _preChildRender( GImageStack& images ) override;

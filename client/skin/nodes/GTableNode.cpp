@@ -365,3 +365,13 @@ int GTableNode::onKeyPressed( GWin, char16_t character )
     GNodeTools_execute( this, _onDblClk );
     return GRESPONSE_RENDER;
 }
+
+void GTableNode::collectDamage( GSkinDamage& damage ) const
+{
+    GTemplateNode::collectDamage( damage );
+    const GStringList& names = _cellWatches.getNames( );
+    const bool changed =
+        std::any_of( names.begin( ), names.end( ),
+                     [&]( const GWString& name ) { return _instance->getTimestamp( name ) >= damage.getSince( ); } );
+    if( changed ) damage.add( _drawn );
+}

@@ -13,6 +13,7 @@ public:
     using GRowsNode::GRowsNode;
     static GAttributeTable getAttributeTable( );
     void calcMinSize( int& width, int& height ) override;
+    void collectDamage( GSkinDamage& damage ) const override;
     // The key of the selected row.
     const GWString& getSelection( ) const { return _selection; }
 

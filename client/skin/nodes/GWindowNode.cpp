@@ -38,9 +38,9 @@ void makePlain( GWString& text )
 }
 
 // Premultiplied pixels on black.
-void makeOpaque( GString& pixels )
+void makeOpaque( char* pixels, size_t count )
 {
-    for( size_t i = 3; i < pixels.size( ); i += 4 ) pixels[i] = static_cast<char>( 255 );
+    for( size_t i = 0; i < count; ++i ) pixels[4 * i + 3] = static_cast<char>( 255 );
 }
 } // namespace
 
@@ -126,7 +126,7 @@ bool GWindowNode::_preChildUpdate( GAttributeStack& stack )
 {
     if( !_notify ) _notify = GNotifyOpen( this );
     _giveValues( stack );
-    if( !_win ) _create( stack );
+    if( !_isMade ) _create( stack );
     stack.set( u"x", 0 );
     stack.set( u"y", 0 );
     stack.set( u"width", _rect.width( ) );
@@ -148,12 +148,19 @@ void GWindowNode::_create( GAttributeStack& stack )
     _inTray = stack.test( u"$tray" );
     _restorePlace( );
     const bool hidden = stack.test( u"$hidden" );
-    _win = GWinOpen( stack.eval( u"$title" ), _rect, stack.test( u"$topmost" ), this );
-    _firstUpdate = true;
+    stack.read( u"$title", _title );
+    _topmost = stack.test( u"$topmost" );
+    _isMade = _firstUpdate = true;
     _alpha = hidden ? 0 : 255;
+    _obtainWin( );
     if( hidden ) return;
     GWinShow( _win );
     _wake( );
+}
+
+void GWindowNode::_obtainWin( )
+{
+    if( !_win ) _win = GWinOpen( _title, _rect, _topmost, this );
 }
 
 // A timer costs wake-ups, so it runs only while there is something to wait for: with a window a buddy there are many.
@@ -284,12 +291,13 @@ GWindowPlace GWindowNode::getPlace( ) const
 
 void GWindowNode::takePlace( const GWindowPlace& place, IGInputHandler* focus )
 {
-    if( !_win ) return;
+    if( !_isMade ) return;
     if( !place.shown )
     {
         if( _alpha ) hide( );
         return;
     }
+    _obtainWin( );
     const auto scale = []( int size, int from, int to )
     { return from > 0 ? static_cast<int>( int64_t{ size } * to / from ) : to; };
     const int width = std::clamp( scale( place.rect.width( ), place.skinWidth, _skinWidth ), 1, MAX_EDGE );
@@ -313,7 +321,11 @@ void GWindowNode::_respond( int flags, IGInputHandler* handler )
     // Taken before the passes: they may remove the handler, and then forget( ) takes it back.
     if( flags & GRESPONSE_CAPTURE ) _capture = handler;
     if( ( flags & GRESPONSE_UPDATE ) && _updateSelf( ) ) flags |= GRESPONSE_RENDER;
-    if( flags & GRESPONSE_RENDER ) _renderSelf( );
+    if( flags & GRESPONSE_RENDER )
+    {
+        _drawsAll = true;
+        _renderSelf( );
+    }
     if( ( flags & GRESPONSE_CAPTURE ) && _win ) GWinMouseCapture( _win );
     if( flags & GRESPONSE_RELEASE )
     {
@@ -346,12 +358,17 @@ void GWindowNode::_renderSelf( )
         _wake( );
         return;
     }
+    const uint64_t before = _lastRender;
     _lastRender = now;
     _renderPending = false;
     _rendering = true;
+    _mayDrawPart = !_drawsAll;
     GImageStack images;
     render( images );
+    _mayDrawPart = false;
     _rendering = false;
+    // The first moment of a fade shows nothing: the next need not keep its distance from it.
+    if( !_alpha ) _lastRender = before;
 }
 
 void GWindowNode::onNotification( int kind, uint64_t time )
@@ -359,16 +376,15 @@ void GWindowNode::onNotification( int kind, uint64_t time )
     if( kind < 0 || kind > 2 ) return;
     if( time < _notifyTimes[kind] ) return;
     _notifyTimes[kind] = GTimeGetTime( );
-    _respond( kind );
+    if( kind != GWATCH_RENDER ) return _respond( kind );
+    _isAsked = true;
+    _renderSelf( );
 }
 
 void GWindowNode::onTimer( GTimer )
 {
-    if( _fadeInEnd || _fadeOutEnd || _renderPending || _moving )
-    {
-        _respond( GRESPONSE_RENDER );
-        return;
-    }
+    if( _fadeInEnd || _fadeOutEnd ) return _respond( GRESPONSE_RENDER );
+    if( _renderPending || _moving ) return _renderSelf( );
     if( _timer ) GTimerClose( _timer );
     _timer = nullptr;
 }
@@ -397,29 +413,58 @@ void GWindowNode::_advanceFade( uint64_t now )
         hide( );
 }
 
-void GWindowNode::_prepareLayer( )
+bool GWindowNode::_prepareLayer( )
 {
     const GImageFormat format{ GIT_RGBA32, std::min( _rect.width( ), MAX_EDGE ),
                                std::min( _rect.height( ), MAX_EDGE ) };
     const size_t count = static_cast<size_t>( format.width ) * format.height;
-    if( !( format == _format ) )
+    const bool same = format == _format;
+    if( !same )
     {
         _format = format;
         _pixels.resize( count * 4 );
         _inputMap.resize( count );
     }
+    const GRect layer{ 0, 0, format.width, format.height };
+    // Before the look at the values: what changes meanwhile, on other threads, counts as changed the next time.
+    const uint64_t now = GTimeGetTime( );
+    _part = same && _mayDrawPart ? _collectPart( layer ) : layer;
+    _drawsAll = _isAsked = false;
+    _drawnAt = now;
+    if( GRectEmpty( _part ) ) return false;
     // The window's own handler fills the input map first.
-    std::memset( _pixels.data( ), 0, _pixels.size( ) );
+    _forRows( [&]( size_t first, size_t length ) { std::memset( _pixels.data( ) + first * 4, 0, length * 4 ); } );
+    return true;
 }
+
+// Empty when nothing that changed shows.
+GRect GWindowNode::_collectPart( const GRect& layer ) const
+{
+    GSkinDamage damage( _drawnAt );
+    GTemplateNode::collectDamage( damage );
+    // Somebody asked whom no node knows.
+    if( _isAsked && !damage.isKnown( ) ) return layer;
+    return GRectIntersect( damage.getRect( ), layer );
+}
+
+// Its subtree draws on a layer of its own.
+void GWindowNode::collectDamage( GSkinDamage& ) const {}
 
 bool GWindowNode::_preChildRender( GImageStack& images )
 {
-    GASSERT( _win );
     _moving = false;
     _advanceFade( GTimeGetTime( ) );
-    if( !_alpha || GRectEmpty( _rect ) || GWinIsMinimized( _win ) ) return false;
-    _prepareLayer( );
-    images.pushLayer( _format, _pixels.data( ), _inputMap.data( ) );
+    if( _alpha ) GASSERT( _win );
+    if( !_alpha || GRectEmpty( _rect ) || GWinIsMinimized( _win ) )
+    {
+        _drawsAll = true;
+        return false;
+    }
+    if( !_prepareLayer( ) ) return false;
+    if( _drawsPart( ) )
+        images.pushLayer( _format, _pixels.data( ), _inputMap.data( ), _part );
+    else
+        images.pushLayer( _format, _pixels.data( ), _inputMap.data( ) );
     images.setInputHandler( this );
     return true;
 }
@@ -427,9 +472,12 @@ bool GWindowNode::_preChildRender( GImageStack& images )
 void GWindowNode::_drawFocus( GImageStack& images )
 {
     GRect ring;
+    // What has the focus may lie beside the part that is drawn, and its ring reach into it.
+    if( images.getFocus( ring ) || !_drawsPart( ) ) _ring = ring;
+    ring = _ring;
     GImageFormat format;
     GRect source;
-    if( _focusSrc.empty( ) || !images.getFocus( ring ) ) return;
+    if( _focusSrc.empty( ) || GRectEmpty( ring ) ) return;
     const char* pixels = GImageTools_instanceReadOpen( _instance, _focusSrc, format, source );
     if( !pixels ) return;
     ring = { ring.left - _focusOut, ring.top - _focusOut, ring.right + _focusOut, ring.bottom + _focusOut };
@@ -439,13 +487,14 @@ void GWindowNode::_drawFocus( GImageStack& images )
 
 void GWindowNode::_postChildRender( GImageStack& images )
 {
-    GASSERT( _win );
     if( !_alpha ) return;
+    GASSERT( _win );
     _drawFocus( images );
     images.pop( );
-    if( !_enableAlpha ) makeOpaque( _pixels );
+    if( !_enableAlpha )
+        _forRows( [&]( size_t first, size_t length ) { makeOpaque( _pixels.data( ) + first * 4, length ); } );
     const int alpha = _focusFade && !GWinHasKeyFocus( _win ) ? _alpha / 2 : _alpha;
-    GWinRepaint( _win, _format.width, _format.height, _pixels.data( ), alpha );
+    GWinRepaintPart( _win, _format.width, _format.height, _pixels.data( ), alpha, _part );
     _logRate( GTimeGetTime( ) );
     _takeFirstFocus( );
 }
@@ -486,7 +535,7 @@ void GWindowNode::open( )
 // What to do may depend on a value whose change has not come round yet.
 void GWindowNode::_refreshValues( )
 {
-    if( !_bound.empty( ) && _updateSelf( ) ) _renderSelf( );
+    if( !_bound.empty( ) ) _respond( GRESPONSE_UPDATE );
 }
 
 void GWindowNode::close( )
@@ -497,7 +546,8 @@ void GWindowNode::close( )
 
 void GWindowNode::fadeIn( int64_t duration )
 {
-    if( !_win ) return;
+    if( !_isMade ) return;
+    _obtainWin( );
     if( _alpha && GWinIsMinimized( _win ) ) minimize( );
     GWinSetForeground( _win );
     // A window that was on its way out comes back at once.
@@ -553,18 +603,19 @@ void GWindowNode::calcMinSize( int& width, int& height )
 
 void GWindowNode::fit( )
 {
-    if( !_win ) return;
+    if( !_isMade ) return;
     int width = 0;
     int height = 0;
     calcMinSize( width, height );
     _rect = sized( _rect.left, _rect.top, width, height );
-    if( GRectHasVolume( _rect ) ) GWinMove( _win, GRect( _rect ) );
+    if( _win && GRectHasVolume( _rect ) ) GWinMove( _win, GRect( _rect ) );
     _respond( GRESPONSE_RENDER );
 }
 
 void GWindowNode::maximize( )
 {
-    if( !_win ) return;
+    if( !_isMade ) return;
+    _obtainWin( );
     GWinIsMaximized( _win ) ? GWinRestore( _win ) : GWinMaximize( _win );
     GWinGetScreenPosition( _win, _rect );
     _respond( GRESPONSE_RENDER );
@@ -572,7 +623,8 @@ void GWindowNode::maximize( )
 
 void GWindowNode::minimize( )
 {
-    if( !_win ) return;
+    if( !_isMade ) return;
+    _obtainWin( );
     GWinIsMinimized( _win ) ? GWinRestore( _win ) : GWinMinimize( _win );
     GWinGetScreenPosition( _win, _rect );
     _respond( GRESPONSE_RENDER );
@@ -580,7 +632,7 @@ void GWindowNode::minimize( )
 
 void GWindowNode::flash( )
 {
-    if( _win && _alpha && GWinIsVisible( _win ) )
+    if( _alpha && isVisible( ) )
         GWinFlash( _win );
     else
         open( );

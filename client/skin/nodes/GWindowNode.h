@@ -48,6 +48,7 @@ public:
     void flash( );
 
     void calcMinSize( int& width, int& height ) override;
+    void collectDamage( GSkinDamage& damage ) const override;
 
     // Takes handlers below `node` out of focus, capture, pointer and input map.
     void forget( GTemplateNode* node );
@@ -62,7 +63,10 @@ public:
     // Asked by a node that moves while it is drawn: the window is drawn again at the next tick.
     void keepMoving( );
 
+    // Null until the first update.
     GWin getWin( ) const { return _win; }
+    // On the desktop, minimized or not.
+    bool isVisible( ) const { return _win && GWinIsVisible( _win ); }
     GNotifyHandle getNotify( ) const { return _notify; }
     const GRect& getRect( ) const { return _rect; }
     int getAlpha( ) const { return _alpha; }
@@ -75,6 +79,8 @@ public:
     // The layer as it was drawn last: premultiplied GIT_RGBA32.
     const GImageFormat& getLayerFormat( ) const { return _format; }
     const GString& getLayerPixels( ) const { return _pixels; }
+    // What of it was drawn last.
+    const GRect& getPart( ) const { return _part; }
     // Who takes the pointer at each pixel of the layer, row by row; null where nobody does.
     const std::vector<IGInputHandler*>& getInputMap( ) const { return _inputMap; }
     // What says what the control under the pointer is for.
@@ -116,6 +122,7 @@ private:
     };
 
     void _create( GAttributeStack& stack );
+    void _obtainWin( );
     void _giveValues( GAttributeStack& stack );
     void _bindValues( );
     void _evaluateOwn( GAttributeStack& stack );
@@ -129,8 +136,18 @@ private:
     bool _updateSelf( );
     void _renderSelf( );
     void _advanceFade( uint64_t now );
-    void _prepareLayer( );
+    // False when there is nothing to draw.
+    bool _prepareLayer( );
+    bool _drawsPart( ) const { return _part != GRect{ 0, 0, _format.width, _format.height }; }
     void _drawFocus( GImageStack& images );
+    GRect _collectPart( const GRect& layer ) const;
+    // Calls with the first pixel and the length of each row of the part.
+    template <typename Call>
+    void _forRows( Call call ) const
+    {
+        for( int y = _part.top; y < _part.bottom; ++y )
+            call( static_cast<size_t>( y ) * _format.width + _part.left, static_cast<size_t>( _part.width( ) ) );
+    }
     void _logRate( uint64_t now );
     int _pointer( PointerEvent event, int x, int y );
     IGInputHandler* _getHandler( int x, int y ) const;
@@ -147,6 +164,9 @@ private:
 
     GHint _hint;
     GWin _win = nullptr;
+    bool _isMade = false;
+    bool _topmost = false;
+    GWString _title;
     GTimer _timer = nullptr;
     GNotifyHandle _notify = nullptr;
     std::vector<IGInputHandler*> _inputMap;
@@ -155,6 +175,13 @@ private:
     int _skinHeight = 0;
     GImageFormat _format;
     GString _pixels;
+    // What is drawn anew: all, unless nothing but values that are watched for a repaint alone have changed since the last time.
+    GRect _part;
+    GRect _ring; // Around what has the focus.
+    bool _drawsAll = true;
+    bool _mayDrawPart = false;
+    bool _isAsked = false; // By a value that is watched for a repaint.
+    uint64_t _drawnAt = 0;
     int _alpha = 0;
     bool _enableAlpha = false;
     GWString _onOpen;

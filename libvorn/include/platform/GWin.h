@@ -95,7 +95,13 @@ void GWinFlash( GWin win );
 // takes the size of the picture, unless it is maximized or minimized. Pixels of alpha 0 let clicks through. Without a compositor
 // pixels of alpha 128 and more show, opaque.
 void GWinRepaint( GWin win, int width, int height, const char* pixels, int alpha );
+// The same when nothing outside of `changed` differs from the last repaint; the rest is not looked at where that can be.
+void GWinRepaintPart( GWin win, int width, int height, const char* pixels, int alpha, const GRect& changed );
 void GWinSetTitle( GWin win, const GWString& title );
+
+// Runs `task` on the user-interface thread as soon as a window has been painted: at once when one was, and half a second later when
+// none is. What the first look at the program does not need waits here. Dropped when the desktop goes down.
+void GWinWhenShown( std::function<void( )> task );
 
 // Runs the message pump until a quit message; `quit` receives its parameter. False when the pump has ended.
 bool GWinUpdate( bool& quit );

@@ -18,18 +18,48 @@ GString layerOf( const std::vector<std::string>& rows )
 TEST( GLayer, RedAndBlueChangePlaces )
 {
     uint32_t target = 0;
-    GLayerCopy( "\x11\x22\x33\x44", &target, 1, 255 );
+    GLayerCopy( "\x11\x22\x33\x44", &target, 1, { 0, 0, 1, 1 }, 255 );
     EXPECT_EQ( 0x44112233u, target );
 }
 
 TEST( GLayer, ConstantAlphaScalesEveryChannel )
 {
     uint32_t target[2] = { };
-    GLayerCopy( "\xFF\x80\x00\xFF\x10\x20\x30\x40", target, 2, 128 );
+    GLayerCopy( "\xFF\x80\x00\xFF\x10\x20\x30\x40", target, 2, { 0, 0, 2, 1 }, 128 );
     EXPECT_EQ( 0x80804000u, target[0] );
     EXPECT_EQ( 0x20081018u, target[1] );
-    GLayerCopy( "\xFF\x80\x00\xFF", target, 1, 0 );
+    GLayerCopy( "\xFF\x80\x00\xFF", target, 1, { 0, 0, 1, 1 }, 0 );
     EXPECT_EQ( 0u, target[0] );
+}
+
+TEST( GLayer, APartIsCopiedAndNothingBesideIt )
+{
+    std::vector<uint32_t> target( 6, 7 );
+    const GString layer = layerOf( { "###", "###" } );
+    GLayerCopy( layer.data( ), target.data( ), 3, { 1, 1, 3, 2 }, 255 );
+    EXPECT_EQ( ( std::vector<uint32_t>{ 7, 7, 7, 7, 0xFF101010, 0xFF101010 } ), target );
+}
+
+TEST( GLayer, ACopyTellsWhetherTheShapesStay )
+{
+    std::vector<uint32_t> target( 2, 0 );
+    const auto copy = [&]( const std::string& row ) {
+        return GLayerCopy( layerOf( { row } ).data( ), target.data( ), 2, { 0, 0, 2, 1 }, 255 );
+    };
+    EXPECT_TRUE( copy( ".." ) );
+    EXPECT_FALSE( copy( ".+" ) ); // It takes clicks now,
+    EXPECT_TRUE( copy( ".+" ) );
+    EXPECT_FALSE( copy( ".#" ) ); // and now it shows without a compositor.
+    EXPECT_FALSE( copy( "##" ) );
+    EXPECT_FALSE( copy( "#+" ) );
+    EXPECT_FALSE( copy( "#." ) );
+    for( const auto& [from, to] : { std::pair{ 1, 127 }, { 128, 255 }, { 129, 128 } } )
+    {
+        const GString before = GString( 3, '\0' ) + static_cast<char>( from );
+        const GString after = GString( 3, '\0' ) + static_cast<char>( to );
+        GLayerCopy( before.data( ), target.data( ), 1, { 0, 0, 1, 1 }, 255 );
+        EXPECT_TRUE( GLayerCopy( after.data( ), target.data( ), 1, { 0, 0, 1, 1 }, 255 ) ) << from << " to " << to;
+    }
 }
 
 TEST( GLayer, EqualRowsAreOneBand )

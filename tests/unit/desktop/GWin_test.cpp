@@ -315,3 +315,13 @@ TEST_F( GWinTest, ScaleFollowsTheEnvironment )
     EXPECT_DOUBLE_EQ( 1.0, GWinGetScale( ) );
     unsetenv( "VELMORA_SCALE" );
 }
+
+TEST_F( GWinTest, WhatWaitsForTheFirstWindowRunsOnceOneIsPainted )
+{
+    // Others of this program may have been painted before: then it runs at once.
+    bool ran = false;
+    const GString pixels( 200 * 150 * 4, '\xFF' );
+    GWinRepaint( win, 200, 150, pixels.data( ), 255 );
+    GWinWhenShown( [&ran] { ran = true; } );
+    ASSERT_TRUE( pumpUntil( [&ran] { return ran; } ) );
+}

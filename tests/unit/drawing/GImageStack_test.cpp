@@ -1,5 +1,8 @@
 #include "client/drawing/GImageStack.h"
 
+#include "client/drawing/GFont.h"
+#include "image/GImage.h"
+#include "support/TestDesktop.h"
 #include "support/TestLog.h"
 
 #include <gtest/gtest.h>
@@ -296,4 +299,75 @@ TEST( GImageStack, BadLayersRectanglesAndEmptyStacksAbort )
     stack.pop( );
     EXPECT_DEATH( stack.pop( ), "_frames.empty" );
     EXPECT_DEATH( stack.setInputHandler( nullptr ), "_frames.empty" );
+}
+
+// ---- A part of a layer.
+
+namespace
+{
+// Every kind of drawing, in frames that are cut and in such that are not.
+void drawAll( GImageStack& stack, GFont& font )
+{
+    static const GString picture( 9 * 7 * 4, '\x90' );
+    const GImageFormat format{ GIT_BGRA32, 9, 7 };
+    stack.setInputHandler( handler( 1 ) );
+    stack.drawGradient( 0xFF102030, 0xFFF0E0D0, true, false );
+    stack.pushTarget( { 3, 2, 33, 22 } );
+    stack.setInputHandler( handler( 2 ) );
+    stack.drawGradient( 0xFFFFFFFF, 0x80FFFFFF, false, true );
+    stack.drawBitmap( format, picture.data( ), { 0, 0, 9, 7 }, { 1, 1, 27, 17 }, GIC_STRETCH_X | GIC_STRETCH_Y );
+    stack.drawBitmap( format, picture.data( ), { 1, 1, 9, 7 }, GIC_TILE_X );
+    stack.drawRect( { -2, 3, 20, 14 }, RED );
+    stack.fillRect( { 10, 8, 14, 40 }, BLUE );
+    stack.invertRect( { 4, 4, 12, 12 } );
+    stack.fillRoundRect( { 2, 2, 28, 18 }, 5, 0x80FF0000 );
+    stack.drawRoundRect( { 2, 2, 28, 18 }, 5, 2, BLUE );
+    stack.drawHorizLine( 0, 6, 50, RED );
+    stack.drawText( u"Parts", font, { 2, 1, 30, 20 } );
+    stack.pop( );
+}
+} // namespace
+
+TEST( GImageStack, APartOfALayerIsDrawnAsTheWholeWouldBeAndNothingBesideIt )
+{
+    TestDesktop::ensure( );
+    GFont font;
+    font.update( u"14" );
+    Layer whole( 40, 30 );
+    drawAll( whole.stack, font );
+    for( const GRect& part : { GRect{ 0, 0, 40, 30 }, { 5, 4, 13, 11 }, { 12, 9, 13, 10 }, { 30, 20, 40, 30 } } )
+    {
+        Layer layer( 40, 30 );
+        layer.stack.pop( );
+        layer.stack.pushLayer( layer.format, layer.pixels.data( ), layer.map.data( ), part );
+        drawAll( layer.stack, font );
+        for( int y = 0; y < 30; y++ )
+            for( int x = 0; x < 40; x++ )
+            {
+                const size_t place = static_cast<size_t>( y * 40 + x );
+                const bool inside = part.contains( x, y );
+                ASSERT_EQ( layer.at( x, y ), inside ? whole.at( x, y ) : 0u ) << x << ", " << y;
+                ASSERT_EQ( layer.map[place], inside ? whole.map[place] : nullptr ) << x << ", " << y;
+            }
+        EXPECT_TRUE( GRectContains( part, layer.stack.getDirtyRect( ) ) );
+    }
+}
+
+TEST( GImageStack, OnlyAPartLeavesFramesUnwanted )
+{
+    Layer layer( 20, 10 );
+    layer.stack.pushTarget( { 5, 5, 5, 5 } );
+    EXPECT_TRUE( layer.stack.isWanted( ) );
+    EXPECT_TRUE( layer.stack.isWanted( { 100, 100, 101, 101 } ) );
+    layer.stack.pop( );
+    layer.stack.pop( );
+    layer.stack.pushLayer( layer.format, layer.pixels.data( ), layer.map.data( ), { 2, 2, 6, 6 } );
+    EXPECT_TRUE( layer.stack.isWanted( ) );
+    EXPECT_FALSE( layer.stack.isWanted( { 6, 0, 20, 10 } ) );
+    layer.stack.pushTarget( { 5, 5, 20, 10 } );
+    EXPECT_TRUE( layer.stack.isWanted( ) );
+    EXPECT_TRUE( layer.stack.isWanted( { 0, 0, 1, 1 } ) );
+    EXPECT_FALSE( layer.stack.isWanted( { 1, 1, 5, 5 } ) );
+    layer.stack.pushTarget( { 1, 1, 5, 5 } );
+    EXPECT_FALSE( layer.stack.isWanted( ) );
 }

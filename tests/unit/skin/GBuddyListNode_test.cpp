@@ -527,3 +527,96 @@ TEST_F( GBuddyListNodeTest, AnUnchangedPassAllocatesNothing )
     update( );
     EXPECT_EQ( countAllocations( [&] { update( ); } ), 0 );
 }
+
+TEST_F( GBuddyListNodeTest, ADrawOfASteadyListAllocatesNothing )
+{
+    for( const GWStringView buddy : { u"ann-with-a-long-name@example.org", u"bob-with-a-long-name@example.org" } )
+    {
+        instance.set( GConcat( buddy, u"_Online" ), 1 );
+        GImageTools_instanceWrite( &instance, GConcat( buddy, u"_Image" ), { GIT_RGB24, 4, 4 }, GString( 48, 'x' ) );
+    }
+    instance.set( u"Talking_To_List", u"bob-with-a-long-name@example.org" );
+    instance.set( u"Audio_Capture_Online", 1 );
+    show( u"ann-with-a-long-name@example.org, bob-with-a-long-name@example.org, eve-with-a-long-name@example.org" );
+    GImageStack images;
+    const auto drawOn = [&]
+    {
+        images.pushLayer( { GIT_RGBA32, WIDTH, HEIGHT }, pixels.data( ), inputMap.data( ) );
+        list->render( images );
+        images.pop( );
+    };
+    drawOn( );
+    EXPECT_EQ( countAllocations( drawOn ), 0 );
+}
+
+TEST_F( GBuddyListNodeTest, NamesFollowTheDomainThatNeedsNoNaming )
+{
+    GStringVector drawn;
+    static GStringVector* texts = &drawn;
+    texts = &drawn;
+    GFont::setObserver( []( const GWString& text ) { texts->push_back( text ); } );
+    instance.set( u"ann@x_Online", 1 );
+    show( u"ann@x, bob@x" );
+    EXPECT_EQ( std::count( drawn.begin( ), drawn.end( ), GWString( u"ann@x" ) ), 1 );
+    EXPECT_EQ( std::count( drawn.begin( ), drawn.end( ), GWString( u"bob@x..." ) ), 1 );
+    drawn.clear( );
+    instance.set( u"Default_Domain", u"x" );
+    instance.set( u"bob@x_Offline", 1 );
+    draw( );
+    GFont::setObserver( nullptr );
+    EXPECT_EQ( std::count( drawn.begin( ), drawn.end( ), GWString( u"ann" ) ), 1 );
+    EXPECT_EQ( std::count( drawn.begin( ), drawn.end( ), GWString( u"bob" ) ), 1 );
+}
+
+// ---- Damage.
+
+TEST_F( GBuddyListNodeTest, ANewPictureClaimsItsPlaceAndANewPresenceTheList )
+{
+    for( const GWStringView buddy : { u"ann@x", u"bob@x" } ) instance.set( GConcat( buddy, u"_Online" ), 1 );
+    show( u"ann@x, bob@x" );
+    clock.advance( 1000 );
+    const auto damage = [this]
+    {
+        GSkinDamage collected( TestClock::now( ) );
+        list->collectDamage( collected );
+        return collected.getRect( );
+    };
+    EXPECT_EQ( damage( ), GRectAccumulator( ) );
+    const GString picture( 4 * 4 * 3, '\x55' );
+    GImageTools_instanceWrite( &instance, u"bob@x_Image", { GIT_RGB24, 4, 4 }, picture );
+    EXPECT_EQ( damage( ), find( "bob@x", true ) );
+    draw( );
+    clock.advance( 1000 );
+    EXPECT_EQ( damage( ), GRectAccumulator( ) );
+    instance.set( u"ann@x_Online", 0 );
+    EXPECT_EQ( damage( ), ( GRect{ 0, 0, WIDTH, HEIGHT } ) );
+    clock.advance( 1000 );
+    instance.set( u"Talking_To_List", u"bob@x" );
+    EXPECT_EQ( damage( ), ( GRect{ 0, 0, WIDTH, HEIGHT } ) );
+}
+
+TEST_F( GBuddyListNodeTest, APictureOutOfSightClaimsNothingAndIsKnown )
+{
+    GString names;
+    for( int i = 100; i < 150; ++i ) names += "b" + std::to_string( i ) + "@x,";
+    show( GUTF8ToWide( names ) );
+    clock.advance( 1000 );
+    GImageTools_instanceWrite( &instance, u"b149@x_Image", { GIT_RGB24, 4, 4 }, GString( 48, 'x' ) );
+    GSkinDamage collected( TestClock::now( ) );
+    list->collectDamage( collected );
+    EXPECT_EQ( collected.getRect( ), GRectAccumulator( ) );
+    EXPECT_TRUE( collected.isKnown( ) );
+}
+
+TEST_F( GBuddyListNodeTest, WhoStandsInTheListTwiceIsDrawnTwiceAndClaimsBothPlaces )
+{
+    instance.set( u"ann@x_Online", 1 );
+    show( u"ann@x, bob@x, ann@x" );
+    EXPECT_EQ( order( ), "[][ann@x*][ann@x][ann@x*][ann@x][bob@x*][bob@x]" );
+    clock.advance( 1000 );
+    GImageTools_instanceWrite( &instance, u"ann@x_Image", { GIT_RGB24, 4, 4 }, GString( 48, 'x' ) );
+    GSkinDamage collected( TestClock::now( ) );
+    list->collectDamage( collected );
+    const GRect first = find( "ann@x", true );
+    EXPECT_EQ( collected.getRect( ), ( GRect{ first.left, first.top, first.right, first.bottom + first.height( ) } ) );
+}

@@ -98,7 +98,7 @@ TEST_F( GForeachNodeTest, WindowsComeAndGoWithTheList )
     update( );
     auto* window = findAs<GWindowNode>( u"foreach_chat/window_ada" );
     ASSERT_TRUE( window );
-    EXPECT_TRUE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_TRUE( window->isVisible( ) );
     // Drawn at once, without waiting for a pass to render.
     EXPECT_EQ( window->getLayerFormat( ).width, 10 );
     instance->clear( u"Names" );
@@ -156,7 +156,7 @@ TEST_F( GForeachNodeTest, ACloneThatRunsACommandIsDeletedLater )
     window->close( );
     EXPECT_EQ( ids( ), Ids{ "Window" } );
     // Still there, but out of sight.
-    EXPECT_FALSE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_FALSE( window->isVisible( ) );
     update( );
 }
 

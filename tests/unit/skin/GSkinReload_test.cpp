@@ -58,7 +58,7 @@ TEST_F( GSkinReloadTest, OpenWindowsAreOpenAgainAtTheirPlaceAndNoCommandRuns )
     EXPECT_EQ( windowNode( u"/skin/window_a" )->getAlpha( ), 255 );
     EXPECT_EQ( windowNode( u"/skin/window_a" )->getRect( ), ( GRect{ 70, 80, 130, 170 } ) );
     EXPECT_EQ( value( u"a_Window" ), "" );
-    EXPECT_TRUE( GWinIsVisible( windowNode( u"/skin/window_a" )->getWin( ) ) );
+    EXPECT_TRUE( windowNode( u"/skin/window_a" )->isVisible( ) );
 }
 
 TEST_F( GSkinReloadTest, ClosedWindowsStayClosedWhateverTheSkinStartsWith )
@@ -68,7 +68,7 @@ TEST_F( GSkinReloadTest, ClosedWindowsStayClosedWhateverTheSkinStartsWith )
     windowNode( u"/skin/window_a" )->hide( );
     reload( );
     EXPECT_EQ( windowNode( u"/skin/window_a" )->getAlpha( ), 0 );
-    EXPECT_FALSE( GWinIsVisible( windowNode( u"/skin/window_a" )->getWin( ) ) );
+    EXPECT_FALSE( windowNode( u"/skin/window_a" )->isVisible( ) );
 }
 
 TEST_F( GSkinReloadTest, ASizeOfTheUsersGrowsWithTheSkin )

@@ -117,14 +117,14 @@ TEST_F( GWindowNodeTest, OpensWhereTheSkinSaysAndShowsAtOnce )
 {
     open( );
     EXPECT_EQ( window->getRect( ), ( GRect{ 100, 50, 140, 80 } ) );
-    EXPECT_TRUE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_TRUE( window->isVisible( ) );
     EXPECT_EQ( window->getAlpha( ), 255 );
 }
 
 TEST_F( GWindowNodeTest, AHiddenOneStaysHiddenAndDrawsNothing )
 {
     open( { { u"hidden", u"true" } } );
-    EXPECT_FALSE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_FALSE( window->isVisible( ) );
     EXPECT_EQ( window->getAlpha( ), 0 );
     EXPECT_EQ( first->renders, 0 );
 }
@@ -256,7 +256,7 @@ TEST_F( GWindowNodeTest, FadesInFromNothing )
 {
     open( { { u"hidden", u"1" } } );
     window->fadeIn( 200000 );
-    EXPECT_TRUE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_TRUE( window->isVisible( ) );
     render( );
     EXPECT_EQ( window->getAlpha( ), 255 * 66667 / 200000 );
     clock.advance( INTERVAL * 2 );
@@ -278,7 +278,7 @@ TEST_F( GWindowNodeTest, FadesOutAndHides )
     clock.advance( 100001 );
     window->onTimer( nullptr );
     EXPECT_EQ( window->getAlpha( ), 0 );
-    EXPECT_FALSE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_FALSE( window->isVisible( ) );
     // Nothing is left to do.
     const int renders = first->renders;
     clock.advance( INTERVAL + 1 );
@@ -293,7 +293,7 @@ TEST_F( GWindowNodeTest, FadeOutOfAHiddenWindowDoesNothing )
     window->fadeIn( 0 );
     render( );
     EXPECT_EQ( window->getAlpha( ), 255 );
-    EXPECT_TRUE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_TRUE( window->isVisible( ) );
 }
 
 TEST_F( GWindowNodeTest, AFadeInDuringAFadeOutOnlyRaisesToTheLetterAndReturnsWhenMended )
@@ -377,7 +377,7 @@ TEST_F( GWindowNodeTest, AWindowOfTheTrayMinimizesWhenThereIsNoTray )
 {
     open( { { u"tray", u"true" } } );
     for( int i = 0; i < 2; ++i ) window->fadeOut( 0 );
-    EXPECT_TRUE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_TRUE( window->isVisible( ) );
     EXPECT_TRUE( GWinIsMinimized( window->getWin( ) ) );
     window->fadeIn( 0 );
     EXPECT_FALSE( GWinIsMinimized( window->getWin( ) ) );
@@ -390,7 +390,7 @@ TEST_F( GWindowNodeTest, OtherWindowsHideWhenThereIsNoTray )
     window->fadeOut( 0 );
     clock.advance( INTERVAL + 1 );
     window->onTimer( nullptr );
-    EXPECT_FALSE( GWinIsVisible( window->getWin( ) ) );
+    EXPECT_FALSE( window->isVisible( ) );
 }
 
 TEST_F( GWindowNodeTest, AWindowThatRemembersComesBackWhereItWas )

@@ -32,7 +32,7 @@ protected:
         window->onTimer( nullptr );
         clock.advance( 500000 );
         window->onTimer( nullptr );
-        return GWinIsVisible( window->getWin( ) );
+        return window->isVisible( );
     }
     GEditNode* edit( )
     {

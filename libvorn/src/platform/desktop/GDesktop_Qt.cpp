@@ -37,6 +37,7 @@ protected:
 };
 
 constexpr int TICK_MILLISECONDS = 100;
+constexpr int PATIENCE_MILLISECONDS = 500;
 
 QGuiApplication* application_ = nullptr;
 std::atomic<bool> down_ = false;
@@ -44,6 +45,8 @@ std::mutex hiddenMutex_; // Held while posting, so that the hidden object can't 
 Hidden* hidden_ = nullptr;
 QTimer* ticking_ = nullptr;
 std::vector<bool ( * )( )> ticks_;
+bool shown_ = false; // A window was, or nobody waits for one any longer.
+std::vector<std::function<void( )>> waiting_;
 
 // The toolkit keeps references to both.
 int argumentCount_ = 1;
@@ -140,6 +143,7 @@ void GDesktopClose( )
     }
     delete hidden;
     ticks_.clear( );
+    waiting_.clear( );
     QCoreApplication::sendPostedEvents( nullptr, QEvent::DeferredDelete );
     delete std::exchange( application_, nullptr );
 }
@@ -168,6 +172,23 @@ void GDesktopOnTick( bool ( *tick )( ) )
     if( std::find( ticks_.begin( ), ticks_.end( ), tick ) != ticks_.end( ) ) return;
     ticks_.push_back( tick );
     if( !ticking_->isActive( ) ) ticking_->start( );
+}
+
+void GDesktopWhenShown( std::function<void( )> task )
+{
+    GDesktopOpen( );
+    if( shown_ ) return task( );
+    if( waiting_.empty( ) ) QTimer::singleShot( PATIENCE_MILLISECONDS, hidden_, GDesktopTellShown );
+    waiting_.push_back( std::move( task ) );
+}
+
+void GDesktopTellShown( )
+{
+    if( shown_ ) return;
+    shown_ = true;
+    // Not within the painting.
+    for( std::function<void( )>& task : waiting_ ) GDesktopPost( std::move( task ) );
+    waiting_.clear( );
 }
 
 xcb_connection_t* GDesktopGetConnection( )

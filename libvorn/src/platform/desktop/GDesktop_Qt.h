@@ -27,6 +27,11 @@ QObject* GDesktopGetHidden( );
 // on. The timer runs only while there is somebody to call.
 void GDesktopOnTick( bool ( *tick )( ) );
 
+// Runs `task` when a window has been painted, or after half a second without one; at once when that is over.
+void GDesktopWhenShown( std::function<void( )> task );
+// A window has been painted.
+void GDesktopTellShown( );
+
 // The toolkit's own connection to the X server; null on other platforms. Every request sent on it needs GDesktopFlush after it.
 xcb_connection_t* GDesktopGetConnection( );
 void GDesktopFlush( );

@@ -85,7 +85,12 @@ void GWinGetScreenPosition( GWin win, GRect& rect )
 }
 void GWinFlash( GWin ) {}
 void GWinRepaint( GWin, int, int, const char*, int ) {}
+void GWinRepaintPart( GWin, int, int, const char*, int, const GRect& ) {}
 void GWinSetTitle( GWin, const GWString& ) {}
+void GWinWhenShown( std::function<void( )> task )
+{
+    task( );
+}
 
 // One pass, so that a test can pump as often as it likes; true until a quit message was posted.
 bool GWinUpdate( bool& quit )

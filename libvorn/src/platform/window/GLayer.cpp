@@ -16,6 +16,29 @@ uint32_t scale( uint32_t pixel, uint32_t alpha )
     return even | odd;
 }
 
+// Bits that tell whether a pixel shows at all, and whether it shows without a compositor.
+uint32_t shapeOf( uint32_t pixel )
+{
+    const uint32_t opacity = pixel >> 24;
+    return ( ( opacity + 0x7F ) | opacity ) >> 7 | ( opacity >> 7 ) << 1;
+}
+
+// The bits of the shapes that are others now.
+uint32_t copyRow( const char* source, uint32_t* target, int count, uint32_t factor )
+{
+    uint32_t crossed = 0;
+    for( int i = 0; i < count; ++i )
+    {
+        uint32_t pixel;
+        std::memcpy( &pixel, source + static_cast<size_t>( i ) * 4, 4 );
+        pixel = ( pixel & 0xFF00FF00 ) | ( ( pixel & 0xFF ) << 16 ) | ( ( pixel >> 16 ) & 0xFF );
+        if( factor != 255 ) pixel = scale( pixel, factor );
+        if( ( pixel ^ target[i] ) & 0xFF000000 ) crossed |= shapeOf( pixel ) ^ shapeOf( target[i] );
+        target[i] = pixel;
+    }
+    return crossed;
+}
+
 void findRow( const unsigned char* row, int width, int y, int threshold, bool coarse, std::vector<GRect>& bands )
 {
     const size_t first = bands.size( );
@@ -46,16 +69,16 @@ bool joinRow( std::vector<GRect>& bands, size_t last, size_t current )
 }
 } // namespace
 
-void GLayerCopy( const char* source, uint32_t* target, int count, int alpha )
+bool GLayerCopy( const char* source, uint32_t* target, int width, const GRect& rect, int alpha )
 {
     const auto factor = static_cast<uint32_t>( alpha );
-    for( int i = 0; i < count; ++i )
+    uint32_t crossed = 0;
+    for( int y = rect.top; y < rect.bottom; ++y )
     {
-        uint32_t pixel;
-        std::memcpy( &pixel, source + static_cast<size_t>( i ) * 4, 4 );
-        pixel = ( pixel & 0xFF00FF00 ) | ( ( pixel & 0xFF ) << 16 ) | ( ( pixel >> 16 ) & 0xFF );
-        target[i] = factor == 255 ? pixel : scale( pixel, factor );
+        const size_t first = static_cast<size_t>( y ) * static_cast<size_t>( width ) + static_cast<size_t>( rect.left );
+        crossed |= copyRow( source + first * 4, target + first, rect.width( ), factor );
     }
+    return !crossed;
 }
 
 void GLayerFindBands( const char* pixels, int width, int height, int threshold, std::vector<GRect>& bands )

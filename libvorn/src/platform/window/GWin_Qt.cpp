@@ -134,11 +134,18 @@ void GWinRecord::getTrackSize( int& width, int& height )
     if( height > MOST ) height = INSTEAD;
 }
 
-void GWinRecord::repaint( int width, int height, const char* pixels, int alpha )
+void GWinRecord::repaint( int width, int height, const char* pixels, int alpha, GRect changed )
 {
-    if( _layer.width( ) != width || _layer.height( ) != height )
-        _layer = QImage( width, height, QImage::Format_ARGB32_Premultiplied );
-    GLayerCopy( pixels, reinterpret_cast<uint32_t*>( _layer.bits( ) ), width * height, alpha );
+    const GRect whole{ 0, 0, width, height };
+    const bool sameSize = _layer.width( ) == width && _layer.height( ) == height;
+    if( !sameSize ) _layer = QImage( width, height, QImage::Format_ARGB32_Premultiplied );
+    changed = sameSize && alpha == _layerAlpha ? GRectIntersect( changed, whole ) : whole;
+    // Scaled by a constant alpha the layer no longer tells which pixels showed.
+    const bool tells = sameSize && _shaped && alpha == 255 && _layerAlpha == 255;
+    _layerAlpha = alpha;
+    if( GRectEmpty( changed ) ) return;
+    const bool sameShape =
+        GLayerCopy( pixels, reinterpret_cast<uint32_t*>( _layer.bits( ) ), width, changed, alpha ) && tells;
     // A layer brings its size along, but where the window manager has given the window its own.
     const GRect now = getRect( );
     if( !( windowStates( ) & ( Qt::WindowMaximized | Qt::WindowMinimized ) ) &&
@@ -147,6 +154,13 @@ void GWinRecord::repaint( int width, int height, const char* pixels, int alpha )
         _reported = { now.left, now.top, now.left + width, now.top + height };
         _expect( _reported );
     }
+    if( !sameShape ) _shape( pixels, width, height );
+    updateShape( );
+    if( isExposed( ) ) _paint( toQt( changed ) );
+}
+
+void GWinRecord::_shape( const char* pixels, int width, int height )
+{
     GLayerFindBands( pixels, width, height, 1, _bands );
     if( _bands != _inputBands || !_shaped )
     {
@@ -157,9 +171,7 @@ void GWinRecord::repaint( int width, int height, const char* pixels, int alpha )
     GLayerFindBands( pixels, width, height, MASK_ALPHA, _bands );
     const bool changed = _bands != _maskBands;
     if( changed ) _maskBands.swap( _bands );
-    if( changed && _masked ) _masked = false; // Set anew below.
-    updateShape( );
-    if( isExposed( ) ) _onExposed( );
+    if( changed && _masked ) _masked = false; // Set anew by updateShape.
 }
 
 void GWinRecord::updateShape( )
@@ -185,18 +197,28 @@ void GWinRecord::updateShape( )
 
 void GWinRecord::_onExposed( )
 {
-    const QRect all( QPoint( 0, 0 ), size( ) );
-    if( _store.size( ) != size( ) ) _store.resize( size( ) );
-    _store.beginPaint( all );
+    _paint( QRect( QPoint( 0, 0 ), size( ) ) );
+}
+
+void GWinRecord::_paint( const QRect& part )
+{
+    QRect dirty = part;
+    if( _store.size( ) != size( ) )
+    {
+        _store.resize( size( ) );
+        dirty = QRect( QPoint( 0, 0 ), size( ) );
+    }
+    _store.beginPaint( dirty );
     {
         QPainter painter( _store.paintDevice( ) );
         painter.setCompositionMode( QPainter::CompositionMode_Source );
-        if( _layer.width( ) < width( ) || _layer.height( ) < height( ) ) painter.fillRect( all, Qt::transparent );
-        if( !_layer.isNull( ) ) painter.drawImage( 0, 0, _layer );
+        if( _layer.width( ) < width( ) || _layer.height( ) < height( ) ) painter.fillRect( dirty, Qt::transparent );
+        if( !_layer.isNull( ) ) painter.drawImage( dirty.topLeft( ), _layer, dirty );
     }
     _store.endPaint( );
-    _store.flush( all );
+    _store.flush( dirty );
     GDesktopFlush( );
+    if( !_layer.isNull( ) ) GDesktopTellShown( );
 }
 
 void GWinRecord::flashTwice( )
@@ -354,7 +376,20 @@ void GWinRepaint( GWin win, int width, int height, const char* pixels, int alpha
     GPRECONDITION( win );
     GPRECONDITION( width > 0 && height > 0 && pixels );
     GPRECONDITION( GWITHIN( 0, alpha, 255 ) );
-    win->repaint( width, height, pixels, alpha );
+    win->repaint( width, height, pixels, alpha, { 0, 0, width, height } );
+}
+
+void GWinRepaintPart( GWin win, int width, int height, const char* pixels, int alpha, const GRect& changed )
+{
+    GPRECONDITION( win );
+    GPRECONDITION( width > 0 && height > 0 && pixels );
+    GPRECONDITION( GWITHIN( 0, alpha, 255 ) );
+    win->repaint( width, height, pixels, alpha, changed );
+}
+
+void GWinWhenShown( std::function<void( )> task )
+{
+    GDesktopWhenShown( std::move( task ) );
 }
 
 void GWinSetTitle( GWin win, const GWString& title )

@@ -22,7 +22,8 @@ public:
     void release( );
 
     void place( const GRect& rect );
-    void repaint( int width, int height, const char* pixels, int alpha );
+    // Nothing outside of `changed` differs from the last time.
+    void repaint( int width, int height, const char* pixels, int alpha, GRect changed );
     GRect getRect( ) const;
     void flashTwice( );
     void display( );
@@ -43,6 +44,8 @@ protected:
 private:
     bool _dispatch( QEvent* event );
     void _onExposed( );
+    void _paint( const QRect& part );
+    void _shape( const char* pixels, int width, int height );
     void _onGeometry( );
     void _settle( );
     void _report( const GRect& rect );
@@ -71,6 +74,7 @@ private:
 
     QBackingStore _store;
     QImage _layer; // B,G,R,A premultiplied, constant alpha included.
+    int _layerAlpha = -1;
     std::vector<GRect> _inputBands;
     std::vector<GRect> _maskBands;
     std::vector<GRect> _bands; // Work space.
