@@ -40,7 +40,7 @@ GClient::GClient( const GWString& settingsPath, const GWString& avi, const GWStr
     GClientSettingsApplyDefaults( _instance );
     _instance->logDump( );
     _instance->set( u"Country_List", GCountryListGet( _isRobust( ) ) );
-    _startServices( );
+    _startServicesWhenShown( );
     if( _isRobust( ) ) _keeper = std::make_unique<GSettingsKeeper>( _instance );
     if( _keeper ) _keeper->start( u"GClient.GSettingsKeeper" );
     _instance->set( u"FSM_List", u"Client,SIP,Dispatch" );
@@ -91,6 +91,17 @@ void GClient::_applyLogFilter( )
     GString filter = GLogGetFilter( ) + GWideToUTF8( _instance->get( u"Log_Filter" ) );
     if( !_instance->test( u"First_Run_Complete" ) ) filter += "x";
     GLogSetFilter( filter );
+}
+
+// They compete with the first window for the processor, and look for devices and interfaces longer than it takes to show.
+void GClient::_startServicesWhenShown( )
+{
+    if( !_platform.whenShown ) return _startServices( );
+    _platform.whenShown(
+        [this, alive = std::weak_ptr<int>( _alive )]
+        {
+            if( !alive.expired( ) && _services.empty( ) ) _startServices( );
+        } );
 }
 
 void GClient::_startServices( )

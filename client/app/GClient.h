@@ -82,6 +82,7 @@ private:
 
     // ---- Life and ticks: GClient.cpp.
     void _applyLogFilter( );
+    void _startServicesWhenShown( );
     void _startServices( );
     void _stopServices( );
     void _drainCommandQueue( );
@@ -192,6 +193,8 @@ private:
     GMegaPort* _port = nullptr;
     int _state = OFFLINE;
     std::vector<GThreadObject*> _services;
+    std::shared_ptr<int> _alive =
+        std::make_shared<int>( );             // Ends before what waits for the first window may use the client.
     std::unique_ptr<GSettingsKeeper> _keeper; // With the remedy only.
     std::unique_ptr<IGClientSkin> _template;
     GTimer _timer = nullptr;

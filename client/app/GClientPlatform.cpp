@@ -12,6 +12,7 @@ GClientPlatform GClientPlatformGet( )
     return {
         .services = GClientServicesGet( ),
         .openSkin = GClientSkinOpen,
+        .whenShown = GWinWhenShown,
         .openTimer = GTimerOpen,
         .closeTimer = GTimerClose,
         .setTimerPeriod = GTimerSetPeriod,

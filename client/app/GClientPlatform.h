@@ -26,6 +26,9 @@ struct GClientPlatform
     std::vector<GServiceRow> services;
     std::function<std::unique_ptr<IGClientSkin>( GInstance* instance )> openSkin;
 
+    // Runs it when the first window has been painted. Empty: nothing waits.
+    std::function<void( std::function<void( )> task )> whenShown;
+
     std::function<GTimer( int64_t microseconds, IGTimerListener* listener )> openTimer;
     std::function<void( GTimer timer )> closeTimer;
     std::function<void( GTimer timer, int64_t microseconds )> setTimerPeriod;

@@ -165,6 +165,25 @@ TEST_F( Client, OwnsEverythingInTheToldOrder )
     EXPECT_EQ( desktop.log, expected );
 }
 
+TEST_F( Client, ServicesWaitForTheFirstWindowAndAreNotStartedWithoutTheirClient )
+{
+    std::vector<std::function<void( )>> waiting;
+    platform.whenShown = [&waiting]( std::function<void( )> task ) { waiting.push_back( std::move( task ) ); };
+    open( );
+    const auto started = [this]
+    { return std::count( desktop.log.begin( ), desktop.log.end( ), GWString( u"new first" ) ); };
+    ASSERT_EQ( waiting.size( ), 1u );
+    EXPECT_EQ( started( ), 0 );
+    waiting.front( )( );
+    EXPECT_EQ( started( ), 1 );
+    close( );
+    open( );
+    close( );
+    ASSERT_EQ( waiting.size( ), 2u );
+    waiting.back( )( );
+    EXPECT_EQ( started( ), 1 );
+}
+
 TEST_F( Client, SettingsOfTheFileWinOverDefaultsButNotOverFixedValues )
 {
     settings( { { "video_size", "64" },
