@@ -6,7 +6,10 @@
 #include "support/TestLog.h"
 #include "support/TestSound.h"
 
+#include <atomic>
+#include <chrono>
 #include <optional>
+#include <thread>
 
 namespace
 {
@@ -177,6 +180,26 @@ TEST( GSoundServerDeathTest, WithoutOneNothingHangsAndTheRestGoesOn )
         good = good && TestLog::contains( "WARNING Couldn't set volume, ignoring." ) &&
                TestLog::contains( "WARNING Unable to play sound 'any.wav', ignoring." );
         _exit( good ? 0 : 1 );
+    };
+    EXPECT_EXIT( live( ), testing::ExitedWithCode( 0 ), "" );
+}
+
+// Else the list of the devices would be asked for again at each attempt to reach it.
+TEST( GSoundServerDeathTest, OneThatWasNeverThereIsNotToldToHaveGone )
+{
+    const auto live = []
+    {
+        setenv( "PULSE_SERVER", "unix:/nonexistent/native", 1 );
+        inject( "" );
+        std::atomic<int> told{ 0 };
+        GAVCaptureWatchDevices( [&told] { ++told; } );
+        for( int attempt = 0; attempt < 2; ++attempt )
+        {
+            GSoundIsMuted( );
+            std::this_thread::sleep_for( std::chrono::milliseconds( 1100 ) ); // Attempts are a second apart.
+        }
+        GAVCaptureWatchDevices( nullptr );
+        _exit( told );
     };
     EXPECT_EXIT( live( ), testing::ExitedWithCode( 0 ), "" );
 }

@@ -11,7 +11,7 @@ constexpr pa_usec_t RETRY_TIME = 1000000;
 void onContextState( pa_context* context, void* argument )
 {
     GSoundServer* server = static_cast<GSoundServer*>( argument );
-    if( !PA_CONTEXT_IS_GOOD( pa_context_get_state( context ) ) ) server->tellSources( );
+    if( !PA_CONTEXT_IS_GOOD( pa_context_get_state( context ) ) ) server->tellEnd( );
     server->wake( );
 }
 
@@ -86,7 +86,8 @@ bool GSoundServer::connect( )
     pa_context_set_state_callback( _context, onContextState, this );
     const bool asked = pa_context_connect( _context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr ) == 0;
     if( asked ) waitUntil( isSettled, _context, CONNECT_TIME );
-    _lastFailure = _isReady( ) ? 0 : pa_rtclock_now( );
+    _wasReady = _isReady( );
+    _lastFailure = _wasReady ? 0 : pa_rtclock_now( );
     _subscribe( );
     return _isReady( );
 }

@@ -7,6 +7,8 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <utility>
+
 class GSoundServer
 {
 public:
@@ -43,6 +45,11 @@ public:
     {
         if( _sourcesChanged ) _sourcesChanged( _sourcesArgument );
     }
+    // A server that was never reached has not gone.
+    void tellEnd( )
+    {
+        if( std::exchange( _wasReady, false ) ) tellSources( );
+    }
     void wake( ) { pa_threaded_mainloop_signal( _loop, 0 ); }
 
     // The wave line: volume 0 to 1 and mute of this program's own streams. Under the lock.
@@ -67,6 +74,7 @@ private:
     pa_threaded_mainloop* _loop = nullptr;
     pa_context* _context = nullptr;
     pa_usec_t _lastFailure = 0;
+    bool _wasReady = false;
     std::list<pa_stream*> _streams;
     void ( *_sourcesChanged )( void* ) = nullptr;
     void* _sourcesArgument = nullptr;
