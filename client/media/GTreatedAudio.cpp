@@ -29,13 +29,13 @@ void GTreatedAudio::onAudioFrame( uint64_t timestamp, const GAudioFormat& format
     const GMutexScope scope( _mutex );
     GPRECONDITION( buffer && length >= 0 );
     const bool isPlain = format.bytesPerSample == sizeof( int16_t ) && format.channels == 1 && format.frequency > 0;
-    if( isPlain && length >= static_cast<int>( sizeof( int16_t ) ) )
+    if( isPlain )
     {
         _samples.resize( static_cast<size_t>( length ) / sizeof( int16_t ) );
         length = static_cast<int>( _samples.size( ) * sizeof( int16_t ) );
-        std::memcpy( _samples.data( ), buffer, static_cast<size_t>( length ) );
+        if( length ) std::memcpy( _samples.data( ), buffer, static_cast<size_t>( length ) );
         _treatment.process( timestamp, format.frequency, _samples.data( ), static_cast<int>( _samples.size( ) ) );
-        buffer = reinterpret_cast<const char*>( _samples.data( ) );
+        if( length ) buffer = reinterpret_cast<const char*>( _samples.data( ) );
     }
     for( IGCaptureAudioListener* listener : _listeners ) listener->onAudioFrame( timestamp, format, buffer, length );
 }
