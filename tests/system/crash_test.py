@@ -253,7 +253,7 @@ class Story:
         lines = self.check(program, [], [NO_COMMENT, DECLINED])
         failed = [line for line in lines if "ERROR" in line]
         assert re.fullmatch(r"libvorn/src/runtime/GThreadObject\.cpp\(\d+\): \[start\] ERROR: Assertion failed, aborting\. \(_thread\)", failed[0])
-        assert (" ", "start") in frames(lines) and (" ", "GClient") in frames(lines), frames(lines)
+        assert (" ", "start") in frames(lines) and (" ", "GWinMain") in frames(lines), frames(lines)
 
     def an_uncaught_exception_of_the_main_thread_is_told_and_the_dialog_closed(self):
         program, dialog = self.crash("main", "throw")
