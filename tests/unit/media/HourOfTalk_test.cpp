@@ -162,10 +162,10 @@ protected:
 
 TEST_F( HourOfTalk, TakesNothingThatItDoesNotGiveBackAndIsHeard )
 {
-    const uint64_t begin = now;
     for( int i = 0; i < 20; ++i ) talk( SECOND + chance( ) * 40 * MILLISECOND );
     TestLog::clear( );
     const Holdings before = holdings( );
+    const uint64_t begin = now;
     int talks = 0;
     for( ; now - begin < HOUR; ++talks )
     {
