@@ -103,26 +103,34 @@ using FromPlanar = int ( * )( const uint8_t*, int, const uint8_t*, int, const ui
 
 constexpr int NEAREST_CACHE = 16 << 10;
 
-// A few rows at a time, as many as stay in the nearest cache, pass through pixels of four bytes. The library does the same with two,
-// but takes them from the heap.
-template <auto WIDEN>
-int threeToPlanar( const uint8_t* from, int stride, uint8_t* y, int yStride, uint8_t* u, int uStride, uint8_t* v,
-                   int vStride, int width, int height )
+// Three bytes a pixel pass through four, a few rows at a time, as many as stay in the nearest cache. `step( row, half, rows, four,
+// fourStride )` converts `rows` rows from `row` on, where `half` is the row of the chroma; it answers 0, or what ends the work.
+template <typename STEP>
+int throughFour( int width, int height, const STEP& step )
 {
     const int fourStride = width * 4;
     const int chunk = std::max( NEAREST_CACHE / fourStride & ~1, 2 );
     uint8_t* const four = GImageScratch( 0, static_cast<size_t>( fourStride ) * static_cast<size_t>( chunk ) );
     int result = 0;
     for( int row = 0; row < height && result == 0; row += chunk )
-    {
-        const int rows = std::min( chunk, height - row );
-        const ptrdiff_t half = row / 2;
-        result = WIDEN( from + static_cast<ptrdiff_t>( row ) * stride, stride, four, fourStride, width, rows );
-        if( result == 0 )
-            result = libyuv::ARGBToI420( four, fourStride, y + static_cast<ptrdiff_t>( row ) * yStride, yStride,
-                                         u + half * uStride, uStride, v + half * vStride, vStride, width, rows );
-    }
+        result = step( static_cast<ptrdiff_t>( row ), static_cast<ptrdiff_t>( row / 2 ),
+                       std::min( chunk, height - row ), four, fourStride );
     return result;
+}
+
+// The library does the same with two rows, but takes them from the heap.
+template <auto WIDEN>
+int threeToPlanar( const uint8_t* from, int stride, uint8_t* y, int yStride, uint8_t* u, int uStride, uint8_t* v,
+                   int vStride, int width, int height )
+{
+    const auto step = [&]( ptrdiff_t row, ptrdiff_t half, int rows, uint8_t* four, int fourStride )
+    {
+        const int result = WIDEN( from + row * stride, stride, four, fourStride, width, rows );
+        if( result ) return result;
+        return libyuv::ARGBToI420( four, fourStride, y + row * yStride, yStride, u + half * uStride, uStride,
+                                   v + half * vStride, vStride, width, rows );
+    };
+    return throughFour( width, height, step );
 }
 
 ToPlanar toPlanar( int type )
@@ -144,20 +152,14 @@ int planarToThree( const uint8_t* y, int yStride, const uint8_t* u, int uStride,
                    uint8_t* to, int stride, int width, int height )
 {
     if( width % 32 == 0 ) return WHOLE( y, yStride, u, uStride, v, vStride, to, stride, width, height );
-    const int fourStride = width * 4;
-    const int chunk = std::max( NEAREST_CACHE / fourStride & ~1, 2 );
-    uint8_t* const four = GImageScratch( 0, static_cast<size_t>( fourStride ) * static_cast<size_t>( chunk ) );
-    int result = 0;
-    for( int row = 0; row < height && result == 0; row += chunk )
+    const auto step = [&]( ptrdiff_t row, ptrdiff_t half, int rows, uint8_t* four, int fourStride )
     {
-        const int rows = std::min( chunk, height - row );
-        const ptrdiff_t half = row / 2;
-        result = libyuv::I420ToARGB( y + static_cast<ptrdiff_t>( row ) * yStride, yStride, u + half * uStride, uStride,
-                                     v + half * vStride, vStride, four, fourStride, width, rows );
-        if( result == 0 )
-            result = NARROW( four, fourStride, to + static_cast<ptrdiff_t>( row ) * stride, stride, width, rows );
-    }
-    return result;
+        const int result = libyuv::I420ToARGB( y + row * yStride, yStride, u + half * uStride, uStride,
+                                               v + half * vStride, vStride, four, fourStride, width, rows );
+        if( result ) return result;
+        return NARROW( four, fourStride, to + row * stride, stride, width, rows );
+    };
+    return throughFour( width, height, step );
 }
 
 FromPlanar fromPlanar( int type )
