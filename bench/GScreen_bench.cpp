@@ -25,10 +25,11 @@ struct Free
 template <typename T>
 using Reply = std::unique_ptr<T, Free>;
 
-// Ends by itself when the last program has left it.
+// It ends with this program.
 FILE* startServer( )
 {
-    FILE* server = popen( "exec Xvfb -displayfd 1 -screen 0 1920x1080x24 -nolisten tcp -terminate 2>/dev/null", "r" );
+    FILE* server = popen(
+        "exec setpriv --pdeathsig TERM Xvfb -displayfd 1 -screen 0 1920x1080x24 -nolisten tcp 2>/dev/null", "r" );
     char number[16] = { };
     if( !server || !std::fgets( number, sizeof( number ), server ) ) return nullptr;
     setenv( "DISPLAY", ( ":" + std::to_string( std::atoi( number ) ) ).c_str( ), 1 );

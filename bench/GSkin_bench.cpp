@@ -43,10 +43,11 @@ void nextFrame( )
     now_ += 66667;
 }
 
-// Ends by itself when the last program has left it.
+// It ends with this program.
 bool startServer( )
 {
-    FILE* server = popen( "exec Xvfb -displayfd 1 -screen 0 1280x5000x24 -nolisten tcp -terminate 2>/dev/null", "r" );
+    FILE* server = popen(
+        "exec setpriv --pdeathsig TERM Xvfb -displayfd 1 -screen 0 1280x5000x24 -nolisten tcp 2>/dev/null", "r" );
     char number[16] = { };
     if( !server || !std::fgets( number, sizeof( number ), server ) ) return false;
     setenv( "DISPLAY", ( ":" + std::to_string( std::atoi( number ) ) ).c_str( ), 1 );

@@ -8,7 +8,6 @@ Usage: media_crowd_test.py BIN TOOLS [--buddies N,N...] [--seconds N] [--both-wa
 Ten minutes with a hundred: media_crowd_test.py BIN TOOLS --buddies 100 --seconds 600 --modes remedy
 """
 import argparse
-import json
 import os
 import subprocess
 import sys
@@ -161,9 +160,7 @@ def main():
         except BaseException:
             print("logs are kept in", clients.keep(lab, os.environ.get("VELMORA_KEEP", os.path.join(options.tools, "media-logs"))))
             raise
-    if options.keep:
-        with open(options.keep, "a") as out:
-            out.writelines(json.dumps(row) + "\n" for row in rows)
+    media_lab.keep(options.keep, rows)
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@ and what was heard: the distance of a click's two traces is its way from mouth t
 all that this can be wrong by. A picture bears the moment at which it was filmed, and the clock that reads it off the screen is the same.
 """
 import array
+import json
 import math
 import operator
 import os
@@ -304,3 +305,10 @@ class Viewer:
     def between(self, begin, end):
         with self.lock:
             return [(now, age) for now, age in self.seen if begin <= now < end]
+
+
+def keep(path, rows):
+    """Appends the rows to a file, one as JSON a line; no path keeps nothing."""
+    if path:
+        with open(path, "a") as out:
+            out.writelines(json.dumps(row) + "\n" for row in rows)

@@ -11,7 +11,6 @@ A talk key is held while clicks are played into the microphone; the table's figu
 busy. What is judged has no clock in it, or a wide one: clicks that are heard, pictures that come, threads and handles that stay as many.
 """
 import argparse
-import json
 import os
 import statistics
 import sys
@@ -207,9 +206,7 @@ def main():
         except BaseException:
             print("logs are kept in", clients.keep(lab, os.environ.get("VELMORA_KEEP", os.path.join(options.tools, "media-logs"))))
             raise
-    if options.keep:
-        with open(options.keep, "a") as out:
-            out.writelines(json.dumps(row) + "\n" for row in rows)
+    media_lab.keep(options.keep, rows)
 
 
 if __name__ == "__main__":
